@@ -1,0 +1,43 @@
+// How frames leave a source: pushed into a callback, or pulled.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "tessel/frame_t.h"
+#include "tessel/IStreamControl.h"
+
+namespace tessel::api::streaming::common {
+
+class TESSEL_PUBLIC IStreamOutput : public virtual IStreamControl {
+ public:
+  virtual bool IsSupportedPullFrame() const = 0;
+  virtual bool IsSupportedOutputFrameCallback() const = 0;
+
+  // Pull mode only. Puts the next frame into `frame`, releasing what it held. With `blocking` it
+  // waits for one; false means none came: the stream was stopped or closed, the input ended or the
+  // real-time side is gone. Without `blocking`, false also means that none is there yet.
+  // Client's thread; may wait while another thread calls Stop() or Close(), which end the wait.
+  virtual bool PullFrame(std::shared_ptr<frame_t>& frame, bool blocking) = 0;
+
+  // Push mode; register before Open(). `cb` is copied and runs on the stream thread, which it
+  // should not keep for longer than a frame time. Stream thread. May call Stop() and Close(), may
+  // keep the frame; must not destroy the source. False in pull mode, where the callback is stored
+  // but never called.
+  virtual bool RegisterOutputCallback(const std::function<bool(std::shared_ptr<frame_t>&)>& cb) = 0;
+
+  virtual std::string GetMediaInfo() const = 0;
+
+  // null -> ready: creates the chain on the real-time side. A second call changes nothing.
+  virtual bool Open() = 0;
+  // any -> null: ends waiting pulls, destroys the chain. Frames still held stay readable.
+  virtual bool Close() = 0;
+  // ready -> play.
+  virtual bool Start() = 0;
+  // play -> ready: ends waiting pulls; after it has returned no output callback runs, unless it was
+  // called from inside one.
+  virtual bool Stop() = 0;
+};
+
+}  // namespace tessel::api::streaming::common

@@ -1,0 +1,31 @@
+#include "Descriptors.h"
+
+#include <cerrno>
+
+#include <fcntl.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+namespace tessel::link {
+
+UniqueFd::~UniqueFd() {
+  if (_fd >= 0) close(_fd);
+}
+
+UniqueFd UniqueFd::Duplicate() const { return UniqueFd(fcntl(_fd, F_DUPFD_CLOEXEC, 0)); }
+
+Bell Bell::Create() { return Bell(UniqueFd(eventfd(0, EFD_CLOEXEC))); }
+
+void Bell::Ring() const {
+  const std::uint64_t one = 1;
+  while (write(_fd.Get(), &one, sizeof one) < 0 && errno == EINTR) {
+  }
+}
+
+void Bell::Sleep() const {
+  std::uint64_t rings = 0;
+  while (read(_fd.Get(), &rings, sizeof rings) < 0 && errno == EINTR) {
+  }
+}
+
+}  // namespace tessel::link

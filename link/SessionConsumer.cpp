@@ -1,0 +1,92 @@
+#include "SessionConsumer.h"
+
+#include <cstring>
+
+namespace tessel::link {
+
+std::unique_ptr<SessionConsumer> SessionConsumer::Create(std::span<std::byte> area, Bell frame_bell,
+                                                         Bell room_bell) {
+  if (area.size() < kSessionHeaderBytes || !frame_bell.IsOpen() || !room_bell.IsOpen()) {
+    return nullptr;
+  }
+  return std::unique_ptr<SessionConsumer>(
+      new SessionConsumer(area, std::move(frame_bell), std::move(room_bell)));
+}
+
+SessionConsumer::SessionConsumer(std::span<std::byte> area, Bell frame_bell, Bell room_bell)
+    : _area(area),
+      _header(reinterpret_cast<SessionHeader*>(area.data())),
+      _frame_bell(std::move(frame_bell)),
+      _room_bell(std::move(room_bell)) {}
+
+bool SessionConsumer::IsSound(const FrameDescriptor& untrusted) const {
+  return untrusted.slot < kMostSlots && untrusted.offset >= kSessionHeaderBytes &&
+         untrusted.offset <= _area.size() && untrusted.size <= _area.size() - untrusted.offset &&
+         // Pairs with the release in GiveBack: the last holder is done with the slot.
+         !_is_held[untrusted.slot].load(std::memory_order_acquire);
+}
+
+void SessionConsumer::Refuse() { _header->refused.fetch_add(1, std::memory_order_relaxed); }
+
+bool SessionConsumer::Next(FrameDescriptor& frame) {
+  // Pairs with the release in SessionProducer::Publish.
+  const std::uint32_t head = _header->head.load(std::memory_order_acquire) & kHeadMask;
+  const std::uint32_t waiting = (head - _taken) & kHeadMask;
+  if (waiting > kRingDescriptors) {  // no honest producer gets that far ahead
+    Refuse();
+    _taken = head;
+    return false;
+  }
+  for (std::uint32_t i = 0; i < waiting; ++i) {
+    FrameDescriptor untrusted;
+    std::memcpy(&untrusted, &_header->ring[_taken % kRingDescriptors], sizeof untrusted);
+    _taken = (_taken + 1) & kHeadMask;
+    if (!IsSound(untrusted)) {
+      Refuse();
+      continue;
+    }
+    _is_held[untrusted.slot].store(true, std::memory_order_relaxed);
+    auto& delivered = _header->delivered;  // one writer: no locked instruction
+    delivered.store(delivered.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+    frame = untrusted;
+    return true;
+  }
+  return false;
+}
+
+bool SessionConsumer::Wait() {
+  const auto has_news = [this] {
+    return (_header->head.load(std::memory_order_relaxed) & kHeadMask) != _taken;
+  };
+  _look.Begin();
+  while (!has_news() && !IsInterrupted()) {
+    if (_look.Look(has_news)) break;
+    std::uint32_t seen = _taken;
+    // Fails when a frame has come since; also when the bit stands already, which is as good.
+    if (_header->head.compare_exchange_strong(seen, _taken | kConsumerSleeps,
+                                              std::memory_order_acq_rel) ||
+        seen == (_taken | kConsumerSleeps)) {
+      _frame_bell.Sleep();
+    }
+  }
+  _look.End();
+  return !IsInterrupted();
+}
+
+void SessionConsumer::GiveBack(std::uint16_t slot) {
+  _is_held[slot].store(false, std::memory_order_release);
+  _header->returned.fetch_add(1, std::memory_order_relaxed);
+  // Pairs with the acquire in SessionProducer::Collect.
+  const std::uint64_t before =
+      _header->given_back.fetch_or(std::uint64_t{1} << slot, std::memory_order_acq_rel);
+  if ((before & kProducerSleeps) == 0) return;
+  _header->given_back.fetch_and(~kProducerSleeps, std::memory_order_relaxed);
+  _room_bell.Ring();
+}
+
+void SessionConsumer::Interrupt() {
+  _interrupted.store(true, std::memory_order_release);
+  _frame_bell.Ring();
+}
+
+}  // namespace tessel::link

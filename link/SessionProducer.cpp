@@ -1,0 +1,93 @@
+#include "SessionProducer.h"
+
+#include <algorithm>
+#include <bit>
+
+namespace tessel::link {
+
+std::unique_ptr<SessionProducer> SessionProducer::Create(std::span<std::byte> area, Bell frame_bell,
+                                                         Bell room_bell) {
+  if (area.size() < kSessionHeaderBytes || !frame_bell.IsOpen() || !room_bell.IsOpen()) {
+    return nullptr;
+  }
+  return std::unique_ptr<SessionProducer>(
+      new SessionProducer(area, std::move(frame_bell), std::move(room_bell)));
+}
+
+SessionProducer::SessionProducer(std::span<std::byte> area, Bell frame_bell, Bell room_bell)
+    : _area(area),
+      _header(reinterpret_cast<SessionHeader*>(area.data())),
+      _frame_bell(std::move(frame_bell)),
+      _room_bell(std::move(room_bell)) {}
+
+bool SessionProducer::Divide(std::size_t slot_bytes, int most_slots) {
+  constexpr std::size_t kPage = 4096;  // a slot of its own pages can be given back and protected
+  const std::size_t payload_bytes = _area.size() - kSessionHeaderBytes;
+  if (slot_bytes == 0 || slot_bytes > payload_bytes) return false;
+  _slot_bytes = (slot_bytes + kPage - 1) / kPage * kPage;
+  const auto fitting = payload_bytes / _slot_bytes;
+  const auto slots = std::min({fitting, static_cast<std::size_t>(std::max(most_slots, 0)),
+                               static_cast<std::size_t>(kMostSlots)});
+  if (slots < 2) return false;
+  _all = _free = (std::uint64_t{1} << slots) - 1;
+  return true;
+}
+
+// Takes what the consumer gave back. It may set any bit; only those of slots count, and one that is
+// ours already changes nothing.
+bool SessionProducer::Collect() {
+  // Pairs with the release in SessionConsumer::GiveBack: its reads of the slot are over.
+  _free |= _header->given_back.exchange(0, std::memory_order_acquire) & _all;
+  return _free != 0;
+}
+
+std::span<std::uint8_t> SessionProducer::Reserve() {
+  if (_reserved < 0) {
+    if (_free == 0 && !Collect()) return {};
+    _reserved = std::countr_zero(_free);  // the lowest: it was used last and is warm in the cache
+    _free &= _free - 1;
+  }
+  std::byte* slot =
+      _area.data() + kSessionHeaderBytes + static_cast<std::size_t>(_reserved) * _slot_bytes;
+  return {reinterpret_cast<std::uint8_t*>(slot), _slot_bytes};
+}
+
+bool SessionProducer::WaitForRoom() {
+  const auto has_room = [this] { return _header->given_back.load(std::memory_order_relaxed) != 0; };
+  _look.Begin();
+  while (_reserved < 0 && _free == 0 && !_interrupted.load(std::memory_order_acquire)) {
+    if (!_look.Look(has_room)) {
+      const std::uint64_t before =
+          _header->given_back.fetch_or(kProducerSleeps, std::memory_order_acq_rel);
+      if ((before & _all) == 0) _room_bell.Sleep();
+    }
+    Collect();
+  }
+  _look.End();
+  return !_interrupted.load(std::memory_order_acquire);
+}
+
+void SessionProducer::Publish(std::size_t size_bytes, std::uint32_t sequence, std::int64_t time_ns,
+                              bool is_key) {
+  FrameDescriptor& descriptor = _header->ring[_published % kRingDescriptors];
+  descriptor.offset = kSessionHeaderBytes + static_cast<std::size_t>(_reserved) * _slot_bytes;
+  descriptor.time_ns = time_ns;
+  descriptor.size = static_cast<std::uint32_t>(size_bytes);
+  descriptor.sequence = sequence;
+  descriptor.slot = static_cast<std::uint16_t>(_reserved);
+  descriptor.is_key = is_key ? 1 : 0;
+  descriptor.reserved = 0;
+  _reserved = -1;
+  _published = (_published + 1) & kHeadMask;
+  Add(_header->made);
+  // Pairs with the acquire in SessionConsumer::Next: descriptor and payload are written.
+  const std::uint32_t before = _header->head.exchange(_published, std::memory_order_acq_rel);
+  if ((before & kConsumerSleeps) != 0) _frame_bell.Ring();
+}
+
+void SessionProducer::Interrupt() {
+  _interrupted.store(true, std::memory_order_release);
+  _room_bell.Ring();
+}
+
+}  // namespace tessel::link

@@ -1,0 +1,38 @@
+// The command wire: a socket that keeps message borders (SOCK_SEQPACKET). A message is
+//
+//   0  kind    32 bits  request, answer or event
+//   4  number  32 bits  pairs an answer with its request; 0 for an event
+//   8  text    an attribute set, without a terminating NUL
+//
+// and may carry file descriptors. Both sides treat what they receive as untrusted.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "Descriptors.h"
+
+namespace tessel::link {
+
+inline constexpr std::size_t kMaxMessageBytes = 128 * 1024;  // below the kernel's default buffer
+inline constexpr std::size_t kMaxMessageFds = 8;
+
+struct WireMessage {
+  enum Kind : std::uint32_t { kRequest = 1, kAnswer = 2, kEvent = 3 };
+  std::uint32_t kind = kEvent;
+  std::uint32_t number = 0;
+  std::string text;
+};
+
+enum class SendResult { kSent, kTooLong, kGone };
+
+// Any thread; blocks while the receiver's buffer is full, but not longer than the socket's
+// SO_SNDTIMEO. `fds` are duplicated on the way and stay with the caller.
+SendResult SendMessage(int socket_fd, const WireMessage& message, const std::vector<int>& fds = {});
+
+// Waits for the next message. False when the other side is gone. A message that is malformed
+// arrives as an event without text.
+bool ReceiveMessage(int socket_fd, WireMessage& message, std::vector<UniqueFd>& fds);
+
+}  // namespace tessel::link
