@@ -1,0 +1,121 @@
+// A client's way in: load a plug-in, see what it offers, create an object by name.
+//
+//   quill::host::LoadPlugin();
+//   auto camera = quill::host::Create<IH264Source>("ApiH264Source-dualos-cbrc-pull");
+//   if (!camera || !camera->Open() || !camera->Start()) return 1;
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <sys/types.h>
+
+#include "quill/IClass.h"
+
+namespace quill::host {
+
+// How the real-time side is started and what its board is wired to.
+struct Options {
+  // Program that plays the real-time side; empty: the one beside this library, else the installed
+  // one. Read when it is started.
+  std::string far_side_program;
+  std::vector<std::string> far_side_arguments;  // appended to the command line
+
+  // Board inputs; read whenever a chain is created on the real-time side.
+  std::string sensor = "test";  // "test", "/dev/video*", or a media file
+  bool loop = true;             // a media file starts anew at its end
+  bool paced = true;            // live; else as fast as frames are taken, and none is dropped
+
+  // Memory costs nothing before it is touched. `window_bytes` is read once, at first use.
+  std::size_t window_bytes = std::size_t{1} << 30;
+  std::size_t session_bytes = std::size_t{64} << 20;  // one stream's room for frames in flight
+  int session_slots = 24;                             // most frames in flight of one stream
+
+  // For commands that bring no time-out of their own.
+  std::chrono::nanoseconds command_timeout = std::chrono::seconds(1);
+};
+
+// Any thread; what a running stream uses already does not change.
+QUILL_PUBLIC void SetOptions(const Options& options);
+QUILL_PUBLIC Options GetOptions();
+
+// Loads a plug-in and lets it register its classes; loading it again changes nothing. Null: the
+// streaming plug-in beside this library, else the installed one. False when it cannot be loaded or
+// announces nothing; the reason goes to `error`, if given, and to the log.
+QUILL_PUBLIC bool LoadPlugin(const char* path = nullptr, std::string* error = nullptr);
+
+// All class records, in the order of their registration. Borrowed for the process's life, but for
+// those that a living stream has registered for itself.
+QUILL_PUBLIC std::vector<const base::IClass*> Classes();
+
+// Creates and configures an object of the class `name`; held by the caller. Null, with a line in
+// the log, when there is no such class, it needs constructor arguments, or it refuses `attributes`.
+QUILL_PUBLIC base::object* CreateObject(const char* name, const char* attributes);
+
+// Holds an object, seen through one of its interfaces. Movable, one thread at a time.
+template <typename Interface>
+class Handle {
+ public:
+  Handle() = default;
+  // Takes over a hold; null when the object has no such interface.
+  explicit Handle(base::object* held)
+      : _object(held), _face(held == nullptr ? nullptr : dynamic_cast<Interface*>(held)) {
+    if (_face == nullptr) reset();
+  }
+  Handle(Handle&& other) noexcept
+      : _object(std::exchange(other._object, nullptr)),
+        _face(std::exchange(other._face, nullptr)) {}
+  Handle& operator=(Handle&& other) noexcept {
+    std::swap(_object, other._object);
+    std::swap(_face, other._face);
+    return *this;
+  }
+  ~Handle() { reset(); }
+
+  // Closes and destroys the object, unless somebody else holds it too.
+  void reset() {
+    _face = nullptr;
+    if (base::object* held = std::exchange(_object, nullptr)) held->Release();
+  }
+  explicit operator bool() const { return _face != nullptr; }
+  Interface* operator->() const { return _face; }
+  Interface& operator*() const { return *_face; }
+  Interface* get() const { return _face; }
+  base::object* Object() const { return _object; }
+
+ private:
+  base::object* _object = nullptr;
+  Interface* _face = nullptr;
+};
+
+template <typename Interface>
+Handle<Interface> Create(const char* name, const char* attributes = "") {
+  return Handle<Interface>(CreateObject(name, attributes));
+}
+
+// What the counters beside a stream's ring say. All but `held` only grow.
+struct StreamCounters {
+  std::string session;          // the session's name
+  std::uint64_t made = 0;       // units published by the real-time side
+  std::uint64_t delivered = 0;  // of these, taken by this side
+  std::uint64_t dropped = 0;    // captured, but there was no free slot
+  std::uint64_t refused = 0;    // descriptors that failed their check
+  std::uint64_t held = 0;       // delivered and not given back yet
+};
+// The streams of this process whose memory is still in use, open ones first. Any thread.
+QUILL_PUBLIC std::vector<StreamCounters> Streams();
+
+// The shared window: bytes handed out, and in how many pieces the rest is.
+struct WindowUse {
+  std::size_t used_bytes = 0;
+  std::size_t free_pieces = 0;
+};
+QUILL_PUBLIC WindowUse GetWindowUse();
+
+// Process of the running real-time side, or 0. Any thread.
+QUILL_PUBLIC pid_t FarSideProcess();
+
+}  // namespace quill::host

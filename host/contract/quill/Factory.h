@@ -1,0 +1,62 @@
+// The host's commands: functions that are run by name.
+#pragma once
+
+#include <any>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <string>
+
+#include "quill/AttrSet.h"
+#include "quill/Debug.h"
+
+namespace quill::base {
+
+// Any thread. The lock is held for a look-up only, never while a function runs.
+class QUILL_PUBLIC Factory {
+ public:
+  using Command = std::function<bool(AttrSet&)>;
+
+  static Factory& Globle();
+
+  // Runs a command; its outputs are added to `args`. False when it fails or there is none.
+  bool Run(const char* command, AttrSet& args);
+
+  // Calls the function registered under `name` with this very signature and stores its result.
+  // False, and logged, when there is none.
+  template <typename Result, typename... Args>
+  bool Call(const char* name, Result& result, Args... args) {
+    const std::any found = FindFunction(name);
+    const auto* function = std::any_cast<std::function<Result(Args...)>>(&found);
+    if (stream::Failed(function == nullptr, "!obj", "no func:", name)) return false;
+    result = (*function)(args...);
+    return true;
+  }
+
+  // Enters or replaces a command or a typed function and hands back what stood there before, so
+  // that it can be called from the new one and put back. An empty one removes the name.
+  Command ReplaceCommand(const char* name, Command command);
+  template <typename Signature>
+  std::function<Signature> ReplaceFunction(const char* name, std::function<Signature> function) {
+    const std::any before =
+        ExchangeFunction(name, function ? std::any(std::move(function)) : std::any());
+    const auto* typed = std::any_cast<std::function<Signature>>(&before);
+    return typed == nullptr ? std::function<Signature>() : *typed;
+  }
+
+ private:
+  Factory() = default;
+  std::any FindFunction(const char* name);
+  std::any ExchangeFunction(const char* name, std::any function);
+
+  std::mutex _mutex;
+  std::map<std::string, Command, std::less<>> _commands;    // guarded by _mutex
+  std::map<std::string, std::any, std::less<>> _functions;  // guarded by _mutex
+};
+
+// Announces a plug-in to the host, which calls `announce` once the plug-in is loaded. Returns the
+// number of plug-ins announced so far. Called by the plug-in's static initialiser.
+QUILL_PUBLIC int ReflectAdd(void (*announce)(const char*), int flags, const char* name,
+                            const char* version);
+
+}  // namespace quill::base

@@ -1,0 +1,52 @@
+// Text messages between objects.
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "quill/Visibility.h"
+
+namespace quill::base {
+
+class Message;
+
+// The way a message goes from the object that sends it. It ends at the first receiver whose
+// callback returns true.
+class QUILL_PUBLIC Orient {
+ public:
+  enum EOrient : int {
+    kSink = 1,      // to the object itself, then to those behind it in the data flow
+    kSource = 2,    // to those in front of it in the data flow, the nearest first
+    kChildren = 4,  // from a control object: to all objects under it, depth first
+    kParent = 8,    // upward, to the object that owns it, then to that one's owner
+  };
+  // NOLINTNEXTLINE(google-explicit-constructor): built from its enumeration, by design
+  Orient(EOrient value) : _value(value) {}
+  EOrient Value() const { return _value; }
+
+ private:
+  EOrient _value;
+};
+
+// The part of an object that sends messages and holds the callback for incoming ones.
+class QUILL_PUBLIC IMessageProcesser {
+ public:
+  virtual ~IMessageProcesser() = default;
+
+  // Sends `text` from this object. `extra` is a note for the receiver, or null. False when nobody
+  // took it. Client's thread.
+  bool SendMessage(const char* text, const Orient& orient, const char* extra);
+
+  // Replaces the one callback that receives incoming messages; empty removes it. The callback runs
+  // on the thread that sends. Client's thread, while no message can come.
+  void RegisterMessageProcessCallback(const std::function<bool(Message&)>& callback);
+
+ protected:
+  virtual bool Dispatch(Message& message, const Orient& orient) = 0;
+  bool RunCallback(Message& message) const { return _callback && _callback(message); }
+
+ private:
+  std::function<bool(Message&)> _callback;
+};
+
+}  // namespace quill::base

@@ -1,0 +1,38 @@
+// Blocks of memory that both operating systems see.
+#pragma once
+
+#include <string>
+
+#include "quill/VbrcBlock.h"
+#include "quill/Visibility.h"
+
+namespace quill::stream {
+
+// Owns one block of the shared window. Client's thread.
+class QUILL_PUBLIC SharedMemory {
+ public:
+  // `name` may be null. Data() is null when the window is full.
+  SharedMemory(const char* name, std::size_t size_bytes);
+  virtual ~SharedMemory();
+  SharedMemory(const SharedMemory&) = delete;
+  SharedMemory& operator=(const SharedMemory&) = delete;
+
+  void* Data() const { return _data; }
+  std::size_t Size() const { return _data == nullptr ? 0 : _size_bytes; }
+  const std::string& Name() const { return _name; }
+
+ private:
+  std::string _name;
+  std::size_t _size_bytes;
+  void* _data;
+};
+
+// A rate-control block that its owner steers directly.
+class QUILL_PUBLIC VBRC : public SharedMemory {
+ public:
+  // The block holds its defaults, with no room beyond the fixed part.
+  explicit VBRC(const char* name);
+  VbrcBlock* Block() const { return static_cast<VbrcBlock*>(Data()); }  // null as Data() is
+};
+
+}  // namespace quill::stream

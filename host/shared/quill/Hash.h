@@ -1,0 +1,12 @@
+// The host's text hash: tags owners in shared memory and compares status words.
+#pragma once
+
+#include "quill/Visibility.h"
+
+namespace quill::base {
+
+// 32-bit FNV-1a (Fowler, Noll, Vo; offset basis 2166136261, prime 16777619) over `text` with ASCII
+// upper case folded to lower case. Null gives 0. Any thread.
+QUILL_PUBLIC unsigned Hash(const char* text);
+
+}  // namespace quill::base

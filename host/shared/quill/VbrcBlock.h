@@ -1,0 +1,107 @@
+// The rate-control block: one record in shared memory by which a source steers its encoder and the
+// encoder reports back. No message is sent for a change; the other side reads the record once for
+// each frame.
+//
+//      0 ┌──────────────────────────────┐
+//        │ rates, limits, counters      │
+//    604 │ extra area: tag, room, used  │
+//    616 │ extra area: bytes …          │ 128 of them inside the fixed part,
+//    744 ├──────────────────────────────┤
+//        │ … extra area goes on         │ `extra_size` more behind it
+//        └──────────────────────────────┘
+//
+// Two programs on two operating systems map it, so the layout never changes: there is no version to
+// raise. Every field is one aligned 32-bit word that is read and written whole, relaxed: the fields
+// do not depend on one another. Zeroed memory is a valid block of a source that asks for nothing.
+// Little-endian, as both sides of the chip are.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <type_traits>
+
+namespace quill::stream {
+
+struct VbrcBlock {
+  using Word = std::atomic<std::int32_t>;
+
+  // Offset, unit; "far" is written by the real-time side and read by Linux, else the other way.
+  Word reserved_0;                        // 0, zero
+  Word bitrate;                           // 4, bits/s as measured; far
+  Word bitrate_max;                       // 8, bits/s
+  Word bitrate_min;                       // 12, bits/s
+  Word reserved_16;                       // 16, zero
+  Word framerate;                         // 20, frames/s
+  Word framerate_max;                     // 24, frames/s
+  Word framerate_min;                     // 28, frames/s
+  Word reserved_32;                       // 32, zero
+  Word qp;                                // 36, quantiser; 0: rate control decides
+  Word qp_max;                            // 40
+  Word qp_min;                            // 44
+  Word qp_reported;                       // 48, quantiser in use; far
+  Word reserved_52;                       // 52, zero
+  Word keyframe_req;                      // 56, counts requests
+  Word reserved_60;                       // 60, zero
+  Word bitrate_target;                    // 64, bits/s
+  Word trigger_req;                       // 68, counts requests
+  Word reserved_72[37];                   // 72, zero
+  Word frame_count;                       // 220, finished frames; one writer a chain
+  Word reserved_224[95];                  // 224, zero
+  std::atomic<std::uint32_t> extra_user;  // 604, base::Hash of its owner's name
+  Word extra_max;                         // 608, bytes that writers may use
+  Word extra_len;                         // 612, bytes in use, terminating NUL included
+  std::uint8_t extra[128];                // 616
+};
+
+inline constexpr std::size_t kVbrcBlockBytes = 744;
+
+static_assert(std::is_standard_layout_v<VbrcBlock>, "mapped by two programs");
+static_assert(VbrcBlock::Word::is_always_lock_free && sizeof(VbrcBlock::Word) == 4 &&
+                  sizeof(std::atomic<std::uint32_t>) == 4,
+              "an atomic word is a plain word");
+static_assert(sizeof(VbrcBlock) == kVbrcBlockBytes, "the allocation asks for this much");
+static_assert(offsetof(VbrcBlock, reserved_0) == 0, "first");
+static_assert(offsetof(VbrcBlock, bitrate) == 4, "the measured rate is read here");
+static_assert(offsetof(VbrcBlock, bitrate_max) == 8, "the ceiling comes before the floor");
+static_assert(offsetof(VbrcBlock, bitrate_min) == 12, "");
+static_assert(offsetof(VbrcBlock, reserved_16) == 16, "");
+static_assert(offsetof(VbrcBlock, framerate) == 20, "the rate comes before its ceiling");
+static_assert(offsetof(VbrcBlock, framerate_max) == 24, "");
+static_assert(offsetof(VbrcBlock, framerate_min) == 28, "");
+static_assert(offsetof(VbrcBlock, reserved_32) == 32, "");
+static_assert(offsetof(VbrcBlock, qp) == 36, "the asked QP, not the reported one");
+static_assert(offsetof(VbrcBlock, qp_max) == 40, "the ceiling comes before the floor");
+static_assert(offsetof(VbrcBlock, qp_min) == 44, "");
+static_assert(offsetof(VbrcBlock, qp_reported) == 48, "the reported QP, not the asked one");
+static_assert(offsetof(VbrcBlock, reserved_52) == 52, "");
+static_assert(offsetof(VbrcBlock, keyframe_req) == 56, "the encoder counts requests here");
+static_assert(offsetof(VbrcBlock, reserved_60) == 60, "");
+static_assert(offsetof(VbrcBlock, bitrate_target) == 64, "the encoder reads the target here");
+static_assert(offsetof(VbrcBlock, trigger_req) == 68, "the trigger counts requests here");
+static_assert(offsetof(VbrcBlock, reserved_72) == 72, "");
+static_assert(offsetof(VbrcBlock, frame_count) == 220, "a snapshot waits on this word");
+static_assert(offsetof(VbrcBlock, reserved_224) == 224, "");
+static_assert(offsetof(VbrcBlock, extra_user) == 604, "the tag guards the extra area");
+static_assert(offsetof(VbrcBlock, extra_max) == 608, "");
+static_assert(offsetof(VbrcBlock, extra_len) == 612, "");
+static_assert(offsetof(VbrcBlock, extra) == 616, "the extra area starts inside the record");
+
+// Zeroes the fixed part and stores what a fresh source asks for. `extra_size` is the number of
+// bytes behind the fixed part; those are left alone.
+inline void InitVbrcBlock(VbrcBlock& block, int extra_size) {
+  std::memset(static_cast<void*>(&block), 0, kVbrcBlockBytes);
+  constexpr auto kRelaxed = std::memory_order_relaxed;
+  block.bitrate_target.store(1000000, kRelaxed);
+  block.bitrate_max.store(2000000, kRelaxed);
+  block.bitrate_min.store(50000, kRelaxed);
+  block.framerate.store(30, kRelaxed);
+  block.framerate_max.store(30, kRelaxed);
+  block.framerate_min.store(1, kRelaxed);
+  block.qp_max.store(50, kRelaxed);
+  block.qp_min.store(10, kRelaxed);
+  block.extra_max.store(extra_size, kRelaxed);
+}
+
+}  // namespace quill::stream

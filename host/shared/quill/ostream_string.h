@@ -1,0 +1,43 @@
+// The host's text streams: numbers and pointers as they stand in layout strings and log lines.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "quill/Visibility.h"
+
+namespace quill::base {
+
+// Any thread, one at a time a stream.
+class QUILL_PUBLIC ostream {
+ public:
+  virtual ~ostream() = default;
+  virtual void Write(std::string_view text) = 0;
+
+  ostream& operator<<(const char* text);  // null prints nothing
+  ostream& operator<<(const std::string& text);
+  ostream& operator<<(long long number);  // decimal
+  ostream& operator<<(int number) { return *this << static_cast<long long>(number); }
+  ostream& operator<<(unsigned number) { return *this << static_cast<long long>(number); }
+  ostream& operator<<(
+      const void* pointer);  // "0x" and lower-case hexadecimal; reads back as base 16
+};
+
+class QUILL_PUBLIC ostream_string : public ostream {
+ public:
+  void Write(std::string_view text) override { _text.append(text); }
+  const std::string& str() const { return _text; }
+
+ private:
+  std::string _text;
+};
+
+// `value` as an ostream prints it.
+template <typename T>
+std::string ToString(const T& value) {
+  ostream_string text;
+  text << value;
+  return text.str();
+}
+
+}  // namespace quill::base

@@ -1,0 +1,126 @@
+// The Linux-side elements: what a pipeline is made of.
+#pragma once
+
+#include <functional>
+#include <memory>
+
+#include "Media.h"
+#include "quill/Service.h"
+#include "Session.h"
+
+namespace quill::stream {
+
+// Client's thread. A pipeline opens its elements in data-flow order and starts them against it.
+class Element : public virtual Service {
+ public:
+  // The element in front of this one; borrows for its life. False when the two do not fit.
+  virtual bool Attach(Element& upstream) {
+    _upstream = &upstream;
+    return true;
+  }
+  // What it delivers, once open; null before and for elements at the end.
+  virtual std::shared_ptr<Session> Output() const { return nullptr; }
+  virtual std::shared_ptr<Media> OutputMedia() const { return nullptr; }
+
+ protected:
+  Element* Upstream() const { return _upstream; }
+
+ private:
+  Element* _upstream = nullptr;
+};
+
+// "ShmSource": the Linux end of a session. Parameters: session_name, apphd (handle of the
+// application over there, which this element owns), init.
+class ShmSource : public Element {
+ public:
+  bool configure(base::AttrSet& set) override;
+  bool Open() override;
+  bool Start() override;
+  bool Stop() override;
+  bool Close() override;
+  std::shared_ptr<Session> Output() const override { return _session; }
+  std::shared_ptr<Media> OutputMedia() const override { return _media; }
+
+ protected:
+  ~ShmSource() override;
+
+ private:
+  bool Command(const char* command, const char* status, base::AttrSet& answer) const;
+  void Leave();
+
+  std::string _session_name;
+  std::string _handle;  // as the real-time side wrote it; empty when it is gone
+  std::shared_ptr<FarSide> _far_side;
+  std::shared_ptr<Session> _session;
+  std::shared_ptr<Media> _media;
+};
+
+// "FuncSink": the end of a pipeline, made of four functions. Parameters: pullMode. In push mode it
+// has a thread that calls the output function; in pull mode it offers the parameter
+// "funcPullBlocking", a std::function<Packet*(bool)> that may be kept beyond the sink's life.
+class FuncSink : public Element {
+ public:
+  // The functions of StreamFunc; any may be empty. Open, close: client's thread. Output: stream
+  // thread. Message: message thread.
+  using OpenFunction = std::function<bool(base::object*, IMedia*&)>;
+  using CloseFunction = std::function<bool()>;
+  using OutputFunction = std::function<bool(Packet*&)>;
+  using MessageFunction = std::function<bool(base::Message&)>;
+
+  FuncSink(OpenFunction open, CloseFunction close, OutputFunction output, MessageFunction message);
+
+  bool configure(base::AttrSet& set) override;
+  bool Open() override;
+  bool Start() override;
+  bool Stop() override;
+  bool Close() override;
+  bool processMessage(base::Message& message) override;
+
+ protected:
+  ~FuncSink() override;
+
+ private:
+  struct Port;
+  struct Delivery;
+
+  const OpenFunction _open;
+  const CloseFunction _close;
+  const OutputFunction _output;
+  const MessageFunction _message;
+  bool _pull_mode = false;  // constant after configure
+  bool _is_open = false;
+  std::shared_ptr<Media> _media;
+  std::shared_ptr<Session> _session;
+  const std::shared_ptr<Port> _port;    // what the pull function reaches
+  std::shared_ptr<Delivery> _delivery;  // in push mode, while playing
+};
+
+// "pipeline": a chain of elements, given as layout=.
+class Pipeline : public virtual Service {
+ public:
+  bool configure(base::AttrSet& set) override;
+  bool Open() override;
+  bool Start() override;
+  bool Pause() override;
+  bool Resume() override;
+  bool Stop() override;
+  bool Close() override;
+
+ private:
+  using Step = bool (*)(Service&);
+  bool Up(const std::vector<Service*>& order, Step step, Step undo) const;
+  bool Down(const std::vector<Service*>& order, Step step) const;
+  std::vector<Service*> InFlow() const;
+  std::vector<Service*> AgainstFlow() const;
+};
+
+// "Application": holds one description, given as layout=, and is driven by texts: writing
+// "statusup" or "statusdown" moves it at least up or down to the status named; "status" reads where
+// it is.
+class Application : public virtual Pipeline {
+ public:
+  Application();
+  bool configure(base::AttrSet& set) override;
+};
+
+}  // namespace quill::stream

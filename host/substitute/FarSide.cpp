@@ -1,0 +1,431 @@
+#include "FarSide.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+
+#include "Places.h"
+#include "quill/Debug.h"
+#include "quill/Host.h"
+#include "Threads.h"
+
+extern char** environ;
+
+namespace quill::stream {
+namespace {
+
+using base::AttrSet;
+using std::chrono::nanoseconds;
+using tessel::link::UniqueFd;
+using tessel::link::WireMessage;
+
+constexpr int kTheirSocket = 3;  // where a program started here finds its end of the wire
+// A program has to be loaded first, which may take longer than a command.
+constexpr std::chrono::seconds kHelloTimeout(10);
+constexpr char kLoss[] = "the real-time side is gone";
+
+std::mutex g_current_mutex;
+std::shared_ptr<FarSide>& CurrentSlot() {
+  static auto* slot = new std::shared_ptr<FarSide>;  // never destroyed: no waiting at exit
+  return *slot;
+}
+
+// Names of all sessions that a description's sinks want, wherever they stand in it.
+void FindSessions(const char* text, std::vector<std::string>& names) {
+  AttrSet set;
+  if (!set.Parse(text)) return;
+  const char* layout = set.Get("layout");
+  if (layout == nullptr) return;
+  FindSessions(layout, names);  // a description inside the description
+  std::vector<base::LayoutElement> elements;
+  std::string error;
+  if (!base::ParseLayout(layout, elements, error)) return;
+  for (const base::LayoutElement& element : elements) {
+    const char* name = element.params.Get("session_name");
+    if (element.class_name == "ShmSink" && name != nullptr) names.emplace_back(name);
+  }
+}
+
+AttrSet DescribeArea(std::uint64_t offset, std::size_t size_bytes) {
+  AttrSet area;
+  area.Add("offset", offset);
+  area.Add("size", size_bytes);
+  return area;
+}
+
+AttrSet DescribeBoard(const host::Options& options) {
+  AttrSet board;
+  board.Add("sensor", AbsoluteInput(options.sensor));
+  board.Add("loop", options.loop);
+  board.Add("paced", options.paced);
+  board.Add("slots", options.session_slots);
+  return board;
+}
+
+}  // namespace
+
+std::uint64_t ApplicationHandle(const char* text) {
+  return text == nullptr ? 0 : std::strtoull(text, nullptr, 16);
+}
+
+std::shared_ptr<FarSide> FarSide::Current() {
+  const std::lock_guard lock(g_current_mutex);
+  return CurrentSlot();
+}
+
+std::shared_ptr<FarSide> FarSide::Ensure(std::string& error) {
+  if (IsForkedChild()) {
+    error = "the connection is the parent process's";
+    return nullptr;
+  }
+  const std::lock_guard lock(g_current_mutex);
+  std::shared_ptr<FarSide>& current = CurrentSlot();
+  if (current != nullptr && current->IsAlive()) return current;
+  std::shared_ptr<FarSide> fresh(new FarSide);
+  if (!fresh->Start(error)) return nullptr;
+  current = fresh;
+  return current;
+}
+
+bool FarSide::Start(std::string& error) {
+  Window* window = Window::Globle();
+  if (window == nullptr) {
+    error = "there is no shared window";
+    return false;
+  }
+  int ends[2];
+  if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) {
+    error = std::string("no socket for the real-time side: ") + std::strerror(errno);
+    return false;
+  }
+  _socket = UniqueFd(ends[0]);
+  // A stopped reader fills its buffer; then a send must fail like any other command.
+  const timeval send_timeout = {.tv_sec = 1, .tv_usec = 0};
+  setsockopt(_socket.Get(), SOL_SOCKET, SO_SNDTIMEO, &send_timeout, sizeof send_timeout);
+  if (!Spawn(UniqueFd(ends[1]), error)) return false;
+
+  _is_alive = true;
+  std::thread listener =
+      StartThread("tessel-wire", [self = shared_from_this()] { self->Listen(); });
+  if (!listener.joinable()) {
+    error = "no thread for the real-time side";
+    return false;
+  }
+  listener.detach();
+
+  AttrSet hello;
+  hello.Add("cmd", "hello");
+  hello.Add("version", tessel::link::kSessionVersion);
+  hello.Add("base", base::ToString<const void*>(window->Memory().Base()));
+  AttrSet answer;
+  if (Request(hello, {window->Memory().Fd()}, kHelloTimeout, nullptr, answer, error)) return true;
+  shutdown(_socket.Get(), SHUT_RDWR);
+  return false;
+}
+
+bool FarSide::Spawn(UniqueFd their_end, std::string& error) {
+  const host::Options options = host::GetOptions();
+  const std::string program =
+      options.far_side_program.empty() ? FindProgram("tessel-rtos") : options.far_side_program;
+  if (program.empty()) {
+    error = "tessel-rtos stands neither beside " + LibraryFolder() + " nor where it is installed";
+    return false;
+  }
+  std::vector<std::string> words = {program, "--connection=" + std::to_string(kTheirSocket)};
+  words.insert(words.end(), options.far_side_arguments.begin(), options.far_side_arguments.end());
+  std::vector<char*> arguments;
+  for (std::string& word : words) arguments.push_back(word.data());
+  arguments.push_back(nullptr);
+
+  posix_spawn_file_actions_t files;
+  posix_spawn_file_actions_init(&files);
+  // The client's input and output are its own: a pipe must end when the client does.
+  posix_spawn_file_actions_addopen(&files, 0, "/dev/null", O_RDWR, 0);
+  posix_spawn_file_actions_adddup2(&files, 0, 1);
+  posix_spawn_file_actions_adddup2(&files, their_end.Get(), kTheirSocket);
+  posix_spawnattr_t attributes;
+  posix_spawnattr_init(&attributes);
+  sigset_t none;
+  sigset_t all;
+  sigemptyset(&none);
+  sigfillset(&all);
+  posix_spawnattr_setsigmask(&attributes, &none);
+  posix_spawnattr_setsigdefault(&attributes, &all);
+  // A process group of its own: Ctrl-C is for the client, which then ends the real-time side
+  // itself.
+  posix_spawnattr_setpgroup(&attributes, 0);
+  posix_spawnattr_setflags(&attributes,
+                           POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
+  const int failure =
+      posix_spawn(&_child, program.c_str(), &files, &attributes, arguments.data(), environ);
+  posix_spawnattr_destroy(&attributes);
+  posix_spawn_file_actions_destroy(&files);
+  if (failure != 0) {
+    _child = 0;
+    error = "cannot start " + program + ": " + std::strerror(failure);
+    return false;
+  }
+  _process = _child;
+  return true;
+}
+
+bool FarSide::IsAlive() const {
+  const std::lock_guard lock(_mutex);
+  return _is_alive;
+}
+
+std::shared_ptr<Session> FarSide::FindSession(std::uint64_t handle, const std::string& name) const {
+  const std::lock_guard lock(_mutex);
+  const auto place = _applications.find(handle);
+  if (place == _applications.end()) return nullptr;
+  for (const auto& session : place->second) {
+    if (session->Name() == name) return session;
+  }
+  return nullptr;
+}
+
+bool FarSide::Run(AttrSet& args, std::string& error) {
+  const char* command = args.Get("cmd");
+  if (command == nullptr) {
+    error = "no cmd=";
+    return false;
+  }
+  long long timeout_ns = host::GetOptions().command_timeout.count();
+  args.Get("timeout", timeout_ns);
+  const nanoseconds timeout(timeout_ns);
+  AttrSet body = args;
+  body.Remove("timeout");
+  AttrSet answer;
+  bool done = false;
+  if (std::strcmp(command, "tesselCreate") == 0) {
+    done = Create(body, timeout, answer, error);
+  } else if (std::strcmp(command, "tesselDestroy") == 0) {
+    done = Destroy(body, timeout, answer, error);
+  } else {
+    done = Request(body, {}, timeout, nullptr, answer, error);
+  }
+  for (const AttrSet::Pair& pair : answer.Pairs()) args.Add(pair.key.c_str(), pair.value);
+  return done;
+}
+
+bool FarSide::Create(AttrSet& body, nanoseconds timeout, AttrSet& answer, std::string& error) {
+  std::vector<std::string> names;
+  FindSessions(body.ToString(false).c_str(), names);
+  std::vector<std::shared_ptr<Session>> sessions;
+  std::vector<int> fds;
+  AttrSet areas;
+  for (const std::string& name : names) {
+    auto session = Session::Create(name);
+    if (session == nullptr) {
+      error = "no room for session " + name;
+      return false;
+    }
+    const SessionMemory& memory = *session->Memory();
+    const AttrSet area = DescribeArea(memory.area.Offset(), memory.area.Bytes().size());
+    areas.Add(name.c_str(), area.ToString(false));
+    fds.push_back(memory.frame_bell.Fd());
+    fds.push_back(memory.room_bell.Fd());
+    sessions.push_back(std::move(session));
+  }
+  AttrSet blocks;
+  if (Window* window = Window::Globle()) {
+    for (const Window::Extent& block : window->Blocks()) {
+      blocks.Add(std::to_string(block.offset).c_str(), block.size_bytes);
+    }
+  }
+  body.Add("sessions", areas.ToString(false));
+  body.Add("blocks", blocks.ToString(false));
+  body.Add("board", DescribeBoard(host::GetOptions()).ToString(false));
+
+  // On the wire thread, in the order of answers: no event of the application can come before it is
+  // known here. One that comes into being after its creator gave up is ended at once.
+  struct Outcome {
+    bool is_wanted = true;
+    std::uint64_t handle = 0;
+  };
+  auto outcome = std::make_shared<Outcome>();  // guarded by _mutex
+  const Answer adopt = [this, sessions, outcome](const AttrSet& created) {
+    const std::uint64_t handle = ApplicationHandle(created.Get("object_base"));
+    if (handle == 0) return;
+    {
+      const std::lock_guard lock(_mutex);
+      _applications[handle] = sessions;
+      outcome->handle = handle;
+      if (outcome->is_wanted) return;
+    }
+    DestroyLater(handle);
+  };
+  if (Request(body, fds, timeout, adopt, answer, error)) return true;
+  {
+    const std::lock_guard lock(_mutex);
+    outcome->is_wanted = false;
+    if (outcome->handle == 0) return false;
+  }
+  DestroyLater(outcome->handle);
+  return false;
+}
+
+// Until the answer to "tesselDestroy" comes the other side may write into the sessions' memory, so
+// it stays taken.
+FarSide::Answer FarSide::Forget(std::uint64_t handle) {
+  return [this, handle](const AttrSet&) {
+    std::vector<std::shared_ptr<Session>> gone;  // destroyed after the lock
+    const std::lock_guard lock(_mutex);
+    const auto place = _applications.find(handle);
+    if (place == _applications.end()) return;
+    gone = std::move(place->second);
+    _applications.erase(place);
+  };
+}
+
+bool FarSide::Destroy(const AttrSet& body, nanoseconds timeout, AttrSet& answer,
+                      std::string& error) {
+  const std::uint64_t handle = ApplicationHandle(body.Get("object_base"));
+  if (handle == 0) {
+    error = "no object_base=";
+    return false;
+  }
+  return Request(body, {}, timeout, Forget(handle), answer, error);
+}
+
+void FarSide::DestroyLater(std::uint64_t handle) {
+  AttrSet body;
+  body.Add("cmd", "tesselDestroy");
+  body.Add("object_base", base::ToString<const void*>(reinterpret_cast<void*>(handle)));
+  auto pending = std::make_shared<Pending>();
+  pending->on_answer = Forget(handle);
+  std::string error;
+  Send(body, {}, pending, error);
+}
+
+std::uint32_t FarSide::Send(const AttrSet& body, const std::vector<int>& fds,
+                            const std::shared_ptr<Pending>& pending, std::string& error) {
+  std::uint32_t number = 0;
+  {
+    const std::lock_guard lock(_mutex);
+    if (!_is_alive) {
+      error = kLoss;
+      return 0;
+    }
+    number = ++_last_number;
+    _pending[number] = pending;
+  }
+  const auto sent = tessel::link::SendMessage(
+      _socket.Get(), {WireMessage::kRequest, number, body.ToString(false)}, fds);
+  if (sent == tessel::link::SendResult::kSent) return number;
+  const std::lock_guard lock(_mutex);
+  _pending.erase(number);
+  error = std::string(body.Get("cmd")) + (sent == tessel::link::SendResult::kTooLong
+                                              ? ": the description is too long"
+                                              : ": the real-time side takes no commands");
+  return 0;
+}
+
+bool FarSide::Request(const AttrSet& body, const std::vector<int>& fds, nanoseconds timeout,
+                      Answer on_answer, AttrSet& answer, std::string& error) {
+  auto pending = std::make_shared<Pending>();
+  const bool wants_late_answer = static_cast<bool>(on_answer);
+  pending->on_answer = std::move(on_answer);
+  const auto deadline = std::chrono::steady_clock::now() + timeout;
+  const std::uint32_t number = Send(body, fds, pending, error);
+  if (number == 0) return false;
+  std::unique_lock lock(_mutex);
+  if (!_answered.wait_until(lock, deadline, [&] { return pending->is_done || !_is_alive; })) {
+    if (!wants_late_answer) _pending.erase(number);
+    error = std::string(body.Get("cmd")) + ": no answer within " +
+            std::to_string(timeout / std::chrono::milliseconds(1)) + " ms";
+    return false;
+  }
+  if (!pending->is_done) {
+    error = kLoss;
+    return false;
+  }
+  answer = pending->answer;
+  const char* refusal = answer.Get("error");
+  if (refusal == nullptr) return true;
+  error = refusal;
+  return false;
+}
+
+void FarSide::Listen() {
+  WireMessage message;
+  std::vector<UniqueFd> fds;
+  while (ReceiveMessage(_socket.Get(), message, fds)) {
+    if (message.kind == WireMessage::kAnswer) {
+      TakeAnswer(message.number, message.text);
+    } else if (message.kind == WireMessage::kEvent) {
+      TakeEvent(message.text);
+    }
+  }
+  Lose();
+}
+
+void FarSide::TakeAnswer(std::uint32_t number, const std::string& text) {
+  std::shared_ptr<Pending> pending;
+  {
+    const std::lock_guard lock(_mutex);
+    const auto place = _pending.find(number);
+    if (place == _pending.end()) return;  // nobody waits any more
+    pending = std::move(place->second);
+    _pending.erase(place);
+  }
+  AttrSet answer;
+  if (!answer.Parse(text.c_str())) answer.Add("error", "an answer that cannot be read");
+  if (pending->on_answer) pending->on_answer(answer);
+  const std::lock_guard lock(_mutex);
+  pending->answer = std::move(answer);
+  pending->is_done = true;
+  _answered.notify_all();
+}
+
+void FarSide::TakeEvent(const std::string& text) {
+  AttrSet event;
+  const char* kind = event.Parse(text.c_str()) ? event.Get("event") : nullptr;
+  const std::uint64_t handle = ApplicationHandle(event.Get("object_base"));
+  if (kind == nullptr || handle == 0) return;
+  std::vector<std::shared_ptr<Session>> sessions;
+  {
+    const std::lock_guard lock(_mutex);
+    const auto place = _applications.find(handle);
+    if (place == _applications.end()) return;  // gone meanwhile
+    sessions = place->second;
+  }
+  const std::string words = event.Get("text") == nullptr ? kind : event.Get("text");
+  for (const auto& session : sessions) {
+    if (std::strcmp(kind, "end") == 0 || std::strcmp(kind, "failed") == 0) session->End();
+    PostMessage([session, words] { session->Tell(words); });
+  }
+}
+
+void FarSide::Lose() {
+  Applications applications;
+  std::map<std::uint32_t, std::shared_ptr<Pending>> pending;  // its memory goes with it
+  {
+    const std::lock_guard lock(_mutex);
+    _is_alive = false;
+    applications.swap(_applications);
+    pending.swap(_pending);
+    _answered.notify_all();
+  }
+  for (const auto& [handle, sessions] : applications) {
+    for (const auto& session : sessions) {
+      session->End();
+      PostMessage([session] { session->Tell(kLoss); });
+    }
+  }
+  if (_child == 0) return;
+  // It has closed its socket, so it is ending; if it is only misbehaving, it ends now. A number
+  // that is no child any more may be somebody else's by now.
+  if (waitpid(_child, nullptr, WNOHANG) == 0) {
+    kill(_child, SIGKILL);
+    waitpid(_child, nullptr, 0);  // no signal reaches this thread
+  }
+}
+
+}  // namespace quill::stream

@@ -1,0 +1,191 @@
+// The client's way in, the host's own classes, and the commands that it serves.
+#include <cstdint>
+#include <mutex>
+
+#include <dlfcn.h>
+
+#include "Construction.h"
+#include "Element.h"
+#include "FarSide.h"
+#include "Places.h"
+#include "quill/Debug.h"
+#include "quill/Factory.h"
+#include "quill/Host.h"
+#include "quill/IClass.h"
+#include "Window.h"
+
+namespace quill {
+namespace {
+
+using base::AttrSet;
+using base::Factory;
+using base::IClass;
+using base::TClass;
+
+struct Announced {
+  void (*announce)(const char*);
+  std::string name;
+};
+
+// Never destroyed, as everything that other libraries reach.
+struct Entry {
+  std::mutex mutex;
+  host::Options options;             // guarded by mutex
+  std::vector<Announced> announced;  // guarded by mutex; those not called yet
+  int announcements = 0;             // guarded by mutex
+};
+
+Entry& TheEntry() {
+  static auto* entry = new Entry;
+  return *entry;
+}
+
+// "shm0_cmd": a request to the real-time side, which is started by the first one.
+bool RunShm0Command(AttrSet& args) {
+  std::string error;
+  const auto far_side = stream::FarSide::Ensure(error);
+  const bool done = far_side != nullptr && far_side->Run(args, error);
+  return !stream::Failed(!done, "!far_side->Run(args)", error);
+}
+
+// "shm_alloc": a block of `size` bytes for the object under construction on this thread.
+bool AllocateSharedMemory(AttrSet& args) {
+  unsigned size_bytes = 0;
+  if (stream::Failed(!args.Get("size", size_bytes) || size_bytes == 0, "!size")) return false;
+  const base::object* owner = base::Construction::Current();
+  if (stream::Failed(owner == nullptr, "!owner",
+                     "shm_alloc outside a constructor: nobody could free it")) {
+    return false;
+  }
+  stream::Window* window = stream::Window::Globle();
+  void* block = window == nullptr ? nullptr : window->AllocateBlock(size_bytes, owner);
+  return block != nullptr && args.Add("ptr", base::ToString<const void*>(block));
+}
+
+// "shm_free": the dying object on this thread gives its block up. Its storage goes back when
+// nothing of the object is left (see Construction): later destructors still close the application
+// that has the block's address.
+std::uintptr_t FreeSharedMemory() { return 0; }
+
+template <typename Class, typename... Args>
+void EnterHostClass(const char* name) {
+  auto* record = new TClass<Args...>(name, {});
+  record->template Describe<Class>();
+  record->Init("tesselhost", 0x010000, nullptr, nullptr, nullptr);
+  IClass::Register(record);
+}
+
+const bool g_is_set_up = [] {
+  EnterHostClass<stream::Application>("Application");
+  EnterHostClass<stream::Pipeline>("pipeline");
+  EnterHostClass<stream::ShmSource>("ShmSource");
+  EnterHostClass<stream::FuncSink, stream::FuncSink::OpenFunction, stream::FuncSink::CloseFunction,
+                 stream::FuncSink::OutputFunction, stream::FuncSink::MessageFunction>("FuncSink");
+  Factory& factory = Factory::Globle();
+  factory.ReplaceCommand("shm0_cmd", &RunShm0Command);
+  factory.ReplaceCommand("shm_alloc", &AllocateSharedMemory);
+  factory.ReplaceFunction<std::uintptr_t()>("shm_free", &FreeSharedMemory);
+  return true;
+}();
+
+bool Refuse(const std::string& reason, std::string* error) {
+  stream::Fail("!LoadPlugin", reason);
+  if (error != nullptr) *error = reason;
+  return false;
+}
+
+}  // namespace
+
+int base::ReflectAdd(void (*announce)(const char*), int, const char* name, const char* version) {
+  Entry& entry = TheEntry();
+  const std::lock_guard lock(entry.mutex);
+  entry.announced.push_back({announce, std::string(name) + " " + version});
+  return ++entry.announcements;
+}
+
+namespace host {
+
+void SetOptions(const Options& options) {
+  const std::lock_guard lock(TheEntry().mutex);
+  TheEntry().options = options;
+}
+
+Options GetOptions() {
+  const std::lock_guard lock(TheEntry().mutex);
+  return TheEntry().options;
+}
+
+bool LoadPlugin(const char* path, std::string* error) {
+  constexpr char kDefault[] = "libpluginapistreaming.so";
+  const std::string file = path == nullptr ? stream::FindLibrary(kDefault) : path;
+  if (file.empty()) {
+    return Refuse(std::string(kDefault) + " stands neither beside " + stream::LibraryFolder() +
+                      " nor where it is installed",
+                  error);
+  }
+  Entry& entry = TheEntry();
+  int before = 0;
+  {
+    const std::lock_guard lock(entry.mutex);
+    before = entry.announcements;
+  }
+  // Never closed: its code makes the objects of its classes for as long as the process lives.
+  dlerror();
+  const bool is_loaded_already = dlopen(file.c_str(), RTLD_NOW | RTLD_NOLOAD) != nullptr;
+  if (!is_loaded_already && dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL) == nullptr) {
+    const char* reason = dlerror();
+    return Refuse(reason == nullptr ? file : reason, error);
+  }
+  std::vector<Announced> fresh;
+  int after = 0;
+  {
+    const std::lock_guard lock(entry.mutex);
+    fresh.swap(entry.announced);
+    after = entry.announcements;
+  }
+  for (const Announced& plugin : fresh) plugin.announce(nullptr);
+  if (is_loaded_already || after > before) return true;
+  return Refuse(file + " announces no plug-in", error);
+}
+
+std::vector<const IClass*> Classes() { return {IClass::Globle().begin(), IClass::Globle().end()}; }
+
+base::object* CreateObject(const char* name, const char* attributes) {
+  const IClass* record = IClass::Find(name, true);
+  if (stream::Failed(record == nullptr, "!record", "no class: ", name)) return nullptr;
+  if (stream::Failed(*record->ConstructorType() != typeid(void()), "!constructor",
+                     "create one of its aliases: ", name)) {
+    return nullptr;
+  }
+  AttrSet set;
+  if (stream::Failed(!set.Parse(attributes), "!set.Parse(attributes)", set.Error())) return nullptr;
+  base::object* made = record->CreateObject(nullptr);
+  if (stream::Failed(made == nullptr, "!made", name)) return nullptr;
+  if (made->InitObject(set)) return made;
+  made->Release();
+  return nullptr;
+}
+
+std::vector<StreamCounters> Streams() {
+  std::vector<StreamCounters> streams;
+  for (const auto& session : stream::Session::All()) {
+    const auto counters = session->Counters();
+    streams.push_back({session->Name(), counters.made, counters.delivered, counters.dropped,
+                       counters.refused, counters.held});
+  }
+  return streams;
+}
+
+WindowUse GetWindowUse() {
+  stream::Window* window = stream::Window::Globle();
+  if (window == nullptr) return {};
+  return {window->UsedBytes(), window->FreePieces()};
+}
+
+pid_t FarSideProcess() {
+  const auto far_side = stream::FarSide::Current();
+  return far_side != nullptr && far_side->IsAlive() ? far_side->Process() : 0;
+}
+
+}  // namespace host
+}  // namespace quill

@@ -1,0 +1,35 @@
+// The description of one stream's media, made from what the real-time side says.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "quill/AttrSet.h"
+#include "quill/object.h"
+#include "quill/Packet.h"
+
+namespace quill::stream {
+
+// Constant after construction, so any thread may read it. Owns the bytes that its addresses show.
+class Media : public virtual base::Object, public IMedia {
+ public:
+  // Every pair of `description` becomes a parameter; a row of the table in the .cpp gives its type.
+  // "header" becomes "sps" and "pps", if the offsets and sizes given beside it lie inside it.
+  explicit Media(const base::AttrSet& description);
+
+  bool IsCodec(const char* name) const override;
+  const std::string& Text() const { return _text; }
+
+  using IMedia::Get;
+  using Object::Get;
+
+ private:
+  void AddHeader(const base::AttrSet& description);
+
+  std::string _text;
+  std::string _codec;
+  std::vector<std::string> _texts;    // what const char* parameters show
+  std::vector<std::uint8_t> _header;  // what void* parameters show
+};
+
+}  // namespace quill::stream

@@ -1,0 +1,98 @@
+// The Linux side of one stream of frames: the ring's consumer, the packets made of it, and who is
+// told when the stream ends.
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "quill/Packet.h"
+#include "SessionConsumer.h"
+#include "Window.h"
+
+namespace quill::stream {
+
+class FarSide;
+class Session;
+
+// Memory and bells of a session. The real-time side may write there until it has let go or died,
+// and frames lie there until their holders let go: whoever may still touch it holds this.
+struct SessionMemory {
+  WindowArea area;
+  tessel::link::Bell frame_bell;  // the real-time side rings: a frame is there
+  tessel::link::Bell room_bell;   // Linux rings: a slot is free
+};
+
+// A frame in place. There is one for each slot, so delivering allocates nothing.
+class SessionPacket : public Packet {
+ public:
+  SessionPacket() = default;
+
+ protected:
+  void LastReleased() override;
+
+ private:
+  friend class Session;
+  void Show(const tessel::link::FrameDescriptor& frame, const std::uint8_t* data,
+            std::shared_ptr<Session> session);
+
+  std::uint16_t _slot = 0;
+  std::shared_ptr<Session> _session;  // set while held: a frame outlives its stream's closing
+};
+
+// Any thread, except where said otherwise.
+class Session : public std::enable_shared_from_this<Session> {
+ public:
+  // Null, and logged, when the window or the system has no room.
+  static std::shared_ptr<Session> Create(const std::string& name);
+  ~Session();
+
+  const std::string& Name() const { return _name; }
+  const std::shared_ptr<SessionMemory>& Memory() const { return _memory; }
+
+  // The next packet, held for the caller; null when none is there, the stream is stopped, or (with
+  // `blocking`) when none will come any more. Callers queue up behind one another.
+  Packet* Pull(bool blocking);
+
+  // Lets Pull() wait again; frames that were left over from before are given back.
+  void Play();
+  // Ends every Pull() at once, until Play().
+  void Halt();
+  // No frame will follow those in the ring: they are pulled, then Pull() returns null for good.
+  void End();
+  bool HasEnded() const { return _ended.load(std::memory_order_acquire); }
+
+  // Texts from the real-time side about this stream, and its loss. `listener` runs on the message
+  // thread; empty removes it. When this returns, the former one does not run any more, unless this
+  // was called from inside it.
+  void Listen(std::function<void(const std::string& text)> listener);
+  void Tell(const std::string& text);  // message thread
+
+  tessel::link::SessionCounters Counters() const { return _consumer->Counters(); }
+  // All sessions whose memory is in use, open ones first.
+  static std::vector<std::shared_ptr<Session>> All();
+
+ private:
+  friend class SessionPacket;
+  Session(std::string name, std::shared_ptr<SessionMemory> memory,
+          std::unique_ptr<tessel::link::SessionConsumer> consumer);
+  Packet* TakeNext();
+
+  const std::string _name;
+  const std::shared_ptr<SessionMemory> _memory;
+  const std::unique_ptr<tessel::link::SessionConsumer> _consumer;
+  std::array<SessionPacket, tessel::link::kMostSlots> _packets;
+  std::atomic<bool> _halted{false};
+  std::atomic<bool> _ended{false};
+
+  std::mutex _pull_mutex;  // one reader of the ring at a time
+
+  // Recursive: a listener may close its stream, which removes the listener.
+  std::recursive_mutex _listener_mutex;
+  std::function<void(const std::string&)> _listener;  // guarded by _listener_mutex
+};
+
+}  // namespace quill::stream

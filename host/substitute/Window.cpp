@@ -1,0 +1,133 @@
+#include "Window.h"
+
+#include <atomic>
+#include <string>
+
+#include <pthread.h>
+
+#include "quill/Debug.h"
+#include "quill/Host.h"
+#include "quill/SharedMemory.h"
+
+namespace quill::stream {
+namespace {
+
+using tessel::link::SharedWindow;
+
+constexpr std::size_t kPage = 4096;  // areas of their own pages can be cleared and given back
+
+std::atomic<Window*> g_window{nullptr};
+std::atomic<bool> g_is_forked_child{false};
+const int g_at_fork = pthread_atfork(nullptr, nullptr, [] { g_is_forked_child.store(true); });
+
+}  // namespace
+
+bool IsForkedChild() { return g_is_forked_child.load(std::memory_order_relaxed); }
+
+WindowArea::WindowArea(WindowArea&& other) noexcept
+    : _offset(other._offset), _bytes(std::exchange(other._bytes, {})) {}
+
+WindowArea& WindowArea::operator=(WindowArea&& other) noexcept {
+  std::swap(_offset, other._offset);
+  std::swap(_bytes, other._bytes);
+  return *this;
+}
+
+WindowArea::~WindowArea() {
+  if (!_bytes.empty() && !IsForkedChild()) g_window.load()->Free(_offset, _bytes);
+}
+
+Window* Window::Globle() {
+  if (Failed(IsForkedChild(), "IsForkedChild()", "the shared window is the parent process's")) {
+    return nullptr;
+  }
+  static std::mutex mutex;
+  const std::lock_guard lock(mutex);
+  if (g_window.load() == nullptr) {
+    std::string error;
+    auto memory = SharedWindow::Create(host::GetOptions().window_bytes, error);
+    if (Failed(memory == nullptr, "!memory", error)) return nullptr;
+    g_window.store(new Window(std::move(memory)));
+  }
+  return g_window.load();
+}
+
+Window::Window(std::unique_ptr<tessel::link::SharedWindow> memory) : _memory(std::move(memory)) {
+  // The first page stays unused, so that no part of the window has the offset 0.
+  _free[kPage] = _memory->Size() / kPage * kPage - kPage;
+}
+
+WindowArea Window::Allocate(std::size_t size_bytes) {
+  const std::uint64_t wanted = (size_bytes + kPage - 1) / kPage * kPage;
+  {
+    const std::lock_guard lock(_mutex);
+    for (auto place = _free.begin(); wanted > 0 && place != _free.end(); ++place) {
+      const auto [offset, free_bytes] = *place;
+      if (free_bytes < wanted) continue;
+      _free.erase(place);
+      if (free_bytes > wanted) _free[offset + wanted] = free_bytes - wanted;
+      return {offset, _memory->Area(offset, wanted)};
+    }
+  }
+  Fail("!area", "the shared window has no room for ", std::to_string(size_bytes), " bytes");
+  return {};
+}
+
+void Window::Free(std::uint64_t offset, std::span<std::byte> bytes) {
+  _memory->Clear(bytes);  // whoever gets it next finds it zeroed
+  const std::lock_guard lock(_mutex);
+  auto place = _free.emplace(offset, bytes.size()).first;
+  const auto after = std::next(place);
+  if (after != _free.end() && offset + place->second == after->first) {
+    place->second += after->second;
+    _free.erase(after);
+  }
+  if (place == _free.begin()) return;
+  const auto before = std::prev(place);
+  if (before->first + before->second == offset) {
+    before->second += place->second;
+    _free.erase(place);
+  }
+}
+
+void* Window::AllocateBlock(std::size_t size_bytes, const void* owner) {
+  WindowArea area = Allocate(size_bytes);
+  if (!area) return nullptr;
+  void* block = area.Bytes().data();
+  const std::lock_guard lock(_mutex);
+  _blocks.emplace(owner, Block{std::move(area), size_bytes});
+  return block;
+}
+
+void Window::FreeBlocksOf(const void* owner) {
+  Window* window = g_window.load();
+  if (window == nullptr || IsForkedChild()) return;
+  std::vector<Block> gone;  // freed after the lock, which freeing takes again
+  const std::lock_guard lock(window->_mutex);
+  const auto [first, last] = window->_blocks.equal_range(owner);
+  for (auto place = first; place != last; ++place) gone.push_back(std::move(place->second));
+  window->_blocks.erase(first, last);
+}
+
+std::vector<Window::Extent> Window::Blocks() const {
+  const std::lock_guard lock(_mutex);
+  std::vector<Extent> blocks;
+  for (const auto& [owner, block] : _blocks) {
+    blocks.push_back({block.area.Offset(), block.asked_bytes});
+  }
+  return blocks;
+}
+
+std::size_t Window::UsedBytes() const {
+  const std::lock_guard lock(_mutex);
+  std::size_t used = _memory->Size() / kPage * kPage - kPage;
+  for (const auto& [offset, free_bytes] : _free) used -= free_bytes;
+  return used;
+}
+
+std::size_t Window::FreePieces() const {
+  const std::lock_guard lock(_mutex);
+  return _free.size();
+}
+
+}  // namespace quill::stream
