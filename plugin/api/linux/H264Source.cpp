@@ -1,0 +1,102 @@
+#include "H264Source.h"
+
+#include "quill/Debug.h"
+
+namespace tessel::dualos {
+
+using quill::stream::Failed;
+using quill::stream::Trace;
+
+namespace {
+
+constexpr auto kRelaxed = std::memory_order_relaxed;
+constexpr int kStartCodeBytes = 4;  // ITU-T H.264 annex B, the long form
+
+}  // namespace
+
+H264Source::H264Source(bool pullMode) : StreamAppOutput(pullMode), StreamVbrc(0) {
+  _h264.width = 1920;
+  _h264.height = 1080;
+  _h264.gop = 15;
+  _h264.goptype = "IPPP";
+  _h264.spsOffset = 4;
+  _h264.startCodeSize = kStartCodeBytes;
+  _brcList = {kConstant, kFixedQp};
+}
+
+void H264Source::SelectSensor(int index) { _sensor = index; }
+void H264Source::SetWidth(int pixels) { _h264.width = pixels; }
+void H264Source::SetHeight(int pixels) { _h264.height = pixels; }
+void H264Source::SetGop(int frames) { _h264.gop = frames; }
+void H264Source::SetGopType(const char* pattern) { _h264.goptype = pattern; }
+H264Source::H264MediaInfo H264Source::GetH264MediaInfo() const { return _h264; }
+
+void H264Source::ForceKeyFrame() {
+  Trace("");
+  _vbrc->keyframe_req.fetch_add(1, kRelaxed);
+}
+
+bool H264Source::IsSupportSingleFrameTrigger() const { return false; }
+
+void H264Source::Trigger() {}
+
+std::string H264Source::AppStringCreate0() {
+  const std::string vbrc = quill::base::ToString<const void*>(_vbrc);
+  quill::base::ostream_string layout;
+  layout << "type=pipeline,layout={pv-yuv-src-adv:w=" << _h264.width << ",h=" << _h264.height;
+  layout << "+h264-encoder-dma:name=h264,goptype=" << _h264.goptype << ",gop=" << _h264.gop
+         << ",qp=" << _vbrc->qp.load(kRelaxed) << ",vbrc=" << vbrc
+         << ",fr=" << _vbrc->framerate_max.load(kRelaxed);
+  layout << ",clk=400000+ShmSink:name=shmsink,session_name=" << _session_name << ",init=true}";
+  Trace("", layout.str());
+  return layout.str();
+}
+
+bool H264Source::CbOpen(quill::base::object* sink, quill::stream::IMedia* media) {
+  Trace("CbOpen");
+  int spsOffset = 0;
+  int spsLength = 0;
+  int ppsOffset = 0;
+  int ppsLength = 0;
+  if (Failed(!media->Get("w", _h264.width), "!media->Get(\"w\",_h264.width)")) return false;
+  if (Failed(!media->Get("h", _h264.height), "!media->Get(\"h\",_h264.height)")) return false;
+  if (Failed(!media->Get("sps", _h264.sps), "!media->Get(\"sps\",_h264.sps)")) return false;
+  if (Failed(!media->Get("spsoffset", spsOffset), "!media->Get(\"spsoffset\",spsOffset)")) {
+    return false;
+  }
+  Trace("spsOffset=", spsOffset);
+  if (Failed(!media->Get("isps", spsLength), "!media->Get(\"isps\",spsLength)")) return false;
+  Trace("spsLength=", spsLength);
+  if (Failed(!media->Get("pps", _h264.pps), "!media->Get(\"pps\",_h264.pps)")) return false;
+  if (Failed(!media->Get("ppsoffset", ppsOffset), "!media->Get(\"ppsoffset\",ppsOffset)")) {
+    return false;
+  }
+  Trace("ppsOffset=", ppsOffset);
+  if (Failed(!media->Get("ipps", ppsLength), "!media->Get(\"ipps\",ppsLength)")) return false;
+  Trace("ppsLength=", ppsLength);
+  if (Failed(!media->Get("pack", _h264.pack), "!media->Get(\"pack\",_h264.pack)")) return false;
+  Trace("_h264.pack=", _h264.pack);
+  if (Failed(!media->Get("jump", _h264.cbJumpToData), "!media->Get(\"jump\",_h264.cbJumpToData)")) {
+    return false;
+  }
+  if (Failed(!media->Get("jump_bs", _h264.cbJumpToDataBs),
+             "!media->Get(\"jump_bs\",_h264.cbJumpToDataBs)")) {
+    return false;
+  }
+  if (Failed(!media->Get("jump_avc", _h264.cbJumpToDataAvc),
+             "!media->Get(\"jump_avc\",_h264.cbJumpToDataAvc)")) {
+    return false;
+  }
+  Trace("(void*)_h264.cbJumpToData=", reinterpret_cast<const void*>(_h264.cbJumpToData));
+  Trace("(void*)_h264.cbJumpToDataBs=", reinterpret_cast<const void*>(_h264.cbJumpToDataBs));
+  Trace("(void*)_h264.cbJumpToDataAvc=", reinterpret_cast<const void*>(_h264.cbJumpToDataAvc));
+  _h264.spsOffset = spsOffset;
+  _h264.spsSize = _h264.spsLength = spsLength;
+  _h264.ppsOffset = ppsOffset;
+  _h264.ppsSize = _h264.ppsLength = ppsLength;
+  _h264.headerSize = ppsOffset + ppsLength + kStartCodeBytes;
+  _h264.startCodeSize = kStartCodeBytes;
+  return StreamAppOutput::CbOpen(sink, media);
+}
+
+}  // namespace tessel::dualos

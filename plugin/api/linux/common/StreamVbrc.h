@@ -1,0 +1,49 @@
+// Rate control over a block of shared memory that the encoder on the real-time side reads.
+#pragma once
+
+#include <vector>
+
+#include "quill/VbrcBlock.h"
+#include "tessel/IBitRateControl.h"
+
+namespace tessel::dualos {
+
+// Owns one block from construction to destruction. Client's thread. Except for the two operations
+// that say otherwise, everything needs the block: an object whose block could not be made, which
+// the log tells, must not be steered.
+class StreamVbrc : public virtual api::streaming::common::IBitRateControl {
+ public:
+  // `extra_size`: bytes of the extra area beyond the fixed part.
+  explicit StreamVbrc(int extra_size);
+  ~StreamVbrc() override;
+  StreamVbrc(const StreamVbrc&) = delete;
+  StreamVbrc& operator=(const StreamVbrc&) = delete;
+
+  void SetBitRate(int bits_per_second) override;
+  std::vector<BitRateControl> BitRateControlSupportedList() const override;
+  bool IsSupport(BitRateControl brc) const override;
+  bool SelectBitRateControl(BitRateControl brc) override;
+  void SetFrameRate(int frames_per_second) override;
+  void SetFrameRateMinimum(int frames_per_second) override;
+  void SetFrameRateMaximum(int frames_per_second) override;
+  void SetBitRateMinimum(int bits_per_second) override;
+  void SetBitRateMaximum(int bits_per_second) override;
+  void SetQP(int qp) override;
+  void SetQPMinimum(int qp) override;
+  void SetQPMaximum(int qp) override;
+  int GetCurrentFrameRate() const override;
+  int GetCurrentBitRate() const override;
+  int GetCurrentQP() const override;
+
+ protected:
+  // True at once when there is a block already. No block is needed.
+  bool CreateVbrc(int extra_size);
+  // Always true; no block is needed.
+  bool FreeVbrc();
+
+  quill::stream::VbrcBlock* _vbrc = nullptr;
+  BitRateControl _brc = static_cast<BitRateControl>(0);  // none selected
+  std::vector<BitRateControl> _brcList;                  // filled by the source's constructor
+};
+
+}  // namespace tessel::dualos
