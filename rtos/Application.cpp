@@ -1,0 +1,210 @@
+#include "Application.h"
+
+#include <chrono>
+#include <cstdlib>
+
+#include <pthread.h>
+
+#include "SessionProducer.h"
+#include "ShmSink.h"
+
+namespace tessel::rtos {
+namespace {
+
+using quill::base::LayoutElement;
+
+// The chain inside an application that holds a pipeline.
+bool ReadChain(const AttrSet& description, std::vector<LayoutElement>& chain, std::string& error) {
+  const char* pipeline_text = description.Get("layout");
+  AttrSet pipeline;
+  if (pipeline_text == nullptr || !pipeline.Parse(pipeline_text)) {
+    error = pipeline_text == nullptr ? "an application without layout=" : pipeline.Error();
+    return false;
+  }
+  const char* type = pipeline.Get("type");
+  const char* layout = pipeline.Get("layout");
+  if (type == nullptr || std::string(type) != "pipeline" || layout == nullptr) {
+    error = "an application that holds no pipeline";
+    return false;
+  }
+  return quill::base::ParseLayout(layout, chain, error);
+}
+
+const ElementRow* FindRow(std::span<const ElementRow> elements, const std::string& name) {
+  for (const ElementRow& row : elements) {
+    if (name == row.name) return &row;
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+std::unique_ptr<Application> Application::Create(const AttrSet& description,
+                                                 std::span<const ElementRow> elements,
+                                                 const link::SharedWindow& window,
+                                                 std::uint64_t linux_base, Grants grants,
+                                                 Board board, Report report, std::string& error) {
+  std::unique_ptr<Application> application(
+      new Application(window, linux_base, std::move(grants), std::move(board), std::move(report)));
+  if (!application->Build(description, elements, error)) return nullptr;
+  return application;
+}
+
+Application::Application(const link::SharedWindow& window, std::uint64_t linux_base, Grants grants,
+                         Board board, Report report)
+    : _window(window),
+      _linux_base(linux_base),
+      _grants(std::move(grants)),
+      _board(std::move(board)),
+      _report(std::move(report)) {}
+
+Application::~Application() { StopThread(); }
+
+bool Application::Build(const AttrSet& description, std::span<const ElementRow> elements,
+                        std::string& error) {
+  std::vector<LayoutElement> chain;
+  if (!ReadChain(description, chain, error)) return false;
+  for (const LayoutElement& wanted : chain) {
+    const ElementRow* row = FindRow(elements, wanted.class_name);
+    if (row == nullptr) {
+      error = "no element \"" + wanted.class_name + "\"";
+      return false;
+    }
+    _chain.push_back({wanted.class_name, row->make(), row->is_encoder});
+    _has_encoder = _has_encoder || row->is_encoder;
+    // The rate asked of the encoder is the rate at which the source captures.
+    if (row->is_encoder) wanted.params.Get("fr", _frames_per_second);
+    if (_block == nullptr && wanted.params.Get("vbrc") != nullptr) {
+      _block = Block(wanted.params.Get("vbrc"), error);
+      if (_block == nullptr) {
+        error = "element \"" + wanted.class_name + "\": " + error;
+        return false;
+      }
+    }
+  }
+  _source = dynamic_cast<Source*>(_chain.front().element.get());
+  _sink = dynamic_cast<ShmSink*>(_chain.back().element.get());
+  if (_source == nullptr || _sink == nullptr) {
+    error = "a chain that does not begin with a source and end with a sink";
+    return false;
+  }
+  for (std::size_t i = 0; i < _chain.size(); ++i) {
+    if (_chain[i].element->Open(*this, chain[i].params, _media, error)) continue;
+    error = "element \"" + _chain[i].class_name + "\": " + error;
+    return false;
+  }
+  return true;
+}
+
+VbrcBlock* Application::Block(const char* text, std::string& error) const {
+  const std::uint64_t address = std::strtoull(text, nullptr, 16);
+  const std::uint64_t offset = address - _linux_base;  // a wrapped one lies in no block
+  auto place = _grants.blocks.upper_bound(offset);
+  if (place != _grants.blocks.begin()) {
+    const auto [begin, size_bytes] = *--place;
+    const std::uint64_t inside = offset - begin;
+    const bool fits = inside <= size_bytes && sizeof(VbrcBlock) <= size_bytes - inside;
+    const auto memory = _window.Area(offset, sizeof(VbrcBlock));
+    if (fits && inside % alignof(VbrcBlock) == 0 && !memory.empty()) {
+      return reinterpret_cast<VbrcBlock*>(memory.data());
+    }
+  }
+  error = std::string("vbrc=") + text + " lies in no block handed out";
+  return nullptr;
+}
+
+std::unique_ptr<link::SessionProducer> Application::Session(const char* name,
+                                                            std::string& error) const {
+  auto grant = _grants.sessions.extract(name);
+  if (!grant.empty()) {
+    Grants::Session& session = grant.mapped();
+    auto producer =
+        link::SessionProducer::Create(session.area, link::Bell(std::move(session.frame_bell)),
+                                      link::Bell(std::move(session.room_bell)));
+    if (producer != nullptr) return producer;
+  }
+  error = std::string("session_name=") + name + " is no session handed out";
+  return nullptr;
+}
+
+bool Application::SleepUntil(std::int64_t due_ns) {
+  const std::chrono::steady_clock::time_point due{std::chrono::nanoseconds(due_ns)};
+  std::unique_lock lock(_mutex);
+  return !_stopped.wait_until(lock, due, [this] { return _is_stopping.load(); });
+}
+
+bool Application::SetStatus(const std::string& status, std::string& error) {
+  if (status == "ready") {
+    StopThread();
+    return true;
+  }
+  if (status != "play") {
+    error = "status=" + status + " is neither ready nor play";
+    return false;
+  }
+  if (_thread.joinable()) return true;
+  _is_stopping = false;  // no thread is there to see it
+  _thread = std::thread([this] {
+    pthread_setname_np(pthread_self(), "tessel-chain");
+    Run();
+  });
+  return true;
+}
+
+void Application::StopThread() {
+  if (!_thread.joinable()) return;
+  {
+    const std::lock_guard lock(_mutex);
+    _is_stopping = true;
+    _stopped.notify_all();
+  }
+  _sink->Interrupt();
+  _thread.join();
+}
+
+void Application::ReadControl(Unit& unit) const {
+  if (_block != nullptr) unit.control = ReadRateControl(*_block);
+}
+
+// One unit from the source to the sink.
+Verdict Application::MoveOne(Unit& unit) {
+  Verdict verdict = _source->Await(unit, *this);
+  if (verdict != Verdict::kPass) return verdict;
+  unit.room = _sink->Reserve();
+  if (unit.room.empty() && _source->IsLive()) {
+    _sink->CountDropped();
+    return _source->Skip(unit);
+  }
+  while (unit.room.empty()) {
+    if (!_sink->WaitForRoom()) return Verdict::kDrop;  // told to stop
+    unit.room = _sink->Reserve();
+  }
+  // Once for a frame, as late as can be: requests made while it was awaited are served by it.
+  ReadControl(unit);
+  for (const Link& link : _chain) {
+    verdict = link.element->Process(unit);
+    if (verdict == Verdict::kPass) continue;
+    if (verdict != Verdict::kFail) return verdict;
+    _report("failed", "element \"" + link.class_name + "\": " + link.element->LastError());
+    return verdict;
+  }
+  return Verdict::kPass;
+}
+
+void Application::Run() {
+  for (const Link& link : _chain) link.element->Start();
+  Unit unit;
+  ReadControl(unit);
+  while (!_is_stopping) {
+    unit.is_key = false;
+    unit.size_bytes = 0;
+    const Verdict verdict = MoveOne(unit);
+    if (verdict == Verdict::kFail) break;
+    if (verdict != Verdict::kEnd) continue;
+    if (!_is_stopping) _report("end", "end of input");
+    break;
+  }
+  for (const Link& link : _chain) link.element->Stop();
+}
+
+}  // namespace tessel::rtos

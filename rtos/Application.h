@@ -1,0 +1,102 @@
+// One application on the real-time side: a chain of elements built from its description, and the
+// thread that moves units through it.
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Descriptors.h"
+#include "Element.h"
+#include "SharedWindow.h"
+
+namespace tessel::rtos {
+
+class ShmSink;
+
+// What the Linux side has handed out to one application, checked against the window.
+struct Grants {
+  struct Session {
+    std::span<std::byte> area;
+    link::UniqueFd frame_bell;
+    link::UniqueFd room_bell;
+  };
+  std::map<std::uint64_t, std::uint64_t> blocks;  // offset in the window -> bytes
+  std::map<std::string, Session> sessions;
+};
+
+// Command thread, one at a time.
+class Application : private Context, private StopSignal {
+ public:
+  // Tells the Linux side something unasked; `kind` is "end" or "failed". Chain's thread.
+  using Report = std::function<void(const char* kind, const std::string& text)>;
+
+  // Builds the chain that `description` ("type=Application,layout={type=pipeline,layout={…}}")
+  // asks for, at "ready". Null, with `error` naming element and value, when it cannot be had.
+  // `window` and `elements` have to outlive it; `linux_base` is the window's address over there.
+  static std::unique_ptr<Application> Create(const AttrSet& description,
+                                             std::span<const ElementRow> elements,
+                                             const link::SharedWindow& window,
+                                             std::uint64_t linux_base, Grants grants, Board board,
+                                             Report report, std::string& error);
+  ~Application() override;
+
+  // "ready" or "play". When it returns from going down, no unit moves any more.
+  bool SetStatus(const std::string& status, std::string& error);
+  // What the chain delivers.
+  const AttrSet& Description() const { return _media.description; }
+
+ private:
+  struct Link {
+    std::string class_name;
+    std::unique_ptr<Element> element;
+    bool is_encoder;
+  };
+
+  Application(const link::SharedWindow& window, std::uint64_t linux_base, Grants grants,
+              Board board, Report report);
+  bool Build(const AttrSet& description, std::span<const ElementRow> elements, std::string& error);
+
+  // Context
+  const Board& GetBoard() const override { return _board; }
+  VbrcBlock* Block(const char* text, std::string& error) const override;
+  std::unique_ptr<link::SessionProducer> Session(const char* name,
+                                                 std::string& error) const override;
+  int FramesPerSecond() const override { return _frames_per_second; }
+  bool HasEncoder() const override { return _has_encoder; }
+  // StopSignal
+  bool SleepUntil(std::int64_t due_ns) override;
+
+  void Run();
+  Verdict MoveOne(Unit& unit);
+  void ReadControl(Unit& unit) const;
+  void StopThread();
+
+  const link::SharedWindow& _window;
+  const std::uint64_t _linux_base;
+  mutable Grants _grants;  // a session is taken out by the element that asks for it
+  const Board _board;
+  const Report _report;
+
+  // Constant after Build.
+  std::vector<Link> _chain;
+  Source* _source = nullptr;    // the first of _chain
+  ShmSink* _sink = nullptr;     // the last of _chain
+  VbrcBlock* _block = nullptr;  // of the first element that names one
+  Media _media;
+  int _frames_per_second = 30;
+  bool _has_encoder = false;
+
+  std::thread _thread;
+  std::mutex _mutex;
+  std::condition_variable _stopped;
+  std::atomic<bool> _is_stopping{false};  // written under _mutex, for whoever sleeps on _stopped
+};
+
+}  // namespace tessel::rtos

@@ -1,0 +1,188 @@
+#include "Connection.h"
+
+#include <cstdlib>
+
+#include <unistd.h>
+
+#include "quill/ostream_string.h"
+#include "SessionLayout.h"
+
+namespace tessel::rtos {
+namespace {
+
+using link::WireMessage;
+using quill::base::ToString;
+
+std::string HandleText(std::uint64_t handle) {
+  return ToString<const void*>(reinterpret_cast<const void*>(handle));
+}
+
+Board ReadBoard(const char* text) {
+  AttrSet set;
+  Board board;
+  if (text == nullptr || !set.Parse(text)) return board;
+  set.Get("sensor", board.sensor);
+  set.Get("loop", board.loop);
+  set.Get("paced", board.paced);
+  set.Get("slots", board.slots);
+  return board;
+}
+
+}  // namespace
+
+Connection::Connection(link::UniqueFd socket, std::span<const ElementRow> elements)
+    : _socket(std::move(socket)), _elements(elements) {}
+
+void Connection::Serve() {
+  WireMessage message;
+  Fds fds;
+  while (ReceiveMessage(_socket.Get(), message, fds)) {
+    if (message.kind != WireMessage::kRequest) continue;
+    AttrSet request;
+    AttrSet answer;
+    std::string error;
+    const bool is_read = request.Parse(message.text.c_str());
+    if (!is_read) error = request.Error();
+    if (!is_read || !Handle(request, fds, answer, error)) {
+      answer = AttrSet();
+      // What an error quotes comes from the request, and need not be fit for an attribute set.
+      if (!answer.Add("error", error)) answer.Add("error", "refused; the reason cannot be written");
+    }
+    Send(WireMessage::kAnswer, message.number, answer);
+  }
+  _applications.clear();
+}
+
+void Connection::Send(WireMessage::Kind kind, std::uint32_t number, const AttrSet& body) const {
+  // Goes on: a Linux side that is gone is noticed by the next receive.
+  link::SendMessage(_socket.Get(), {kind, number, body.ToString(false)});
+}
+
+bool Connection::Handle(const AttrSet& request, Fds& fds, AttrSet& answer, std::string& error) {
+  const char* name = request.Get("cmd");
+  const std::string command = name == nullptr ? "" : name;
+  if (command == "hello") return Hello(request, fds, answer, error);
+  if (_window == nullptr) {
+    error = "a command before hello";
+    return false;
+  }
+  if (command == "tesselCreate") return Create(request, fds, answer, error);
+  if (command == "tesselMedia") return Describe(request, answer, error);
+  if (command == "tesselStatus") return SetStatus(request, error);
+  if (command == "tesselDestroy") return Destroy(request, error);
+  error = "no command \"" + command + "\"";
+  return false;
+}
+
+bool Connection::Hello(const AttrSet& request, Fds& fds, AttrSet& answer, std::string& error) {
+  int version = 0;
+  if (!request.Get("version", version) || version != link::kSessionVersion) {
+    error = "this side speaks version " + std::to_string(link::kSessionVersion);
+    return false;
+  }
+  const char* base = request.Get("base");
+  if (_window != nullptr || fds.size() != 1 || base == nullptr) {
+    error = "hello takes one window, once";
+    return false;
+  }
+  _linux_base = std::strtoull(base, nullptr, 16);
+  _window = link::SharedWindow::Attach(std::move(fds[0]), error);
+  return _window != nullptr && answer.Add("pid", static_cast<int>(getpid()));
+}
+
+bool Connection::ReadGrants(const AttrSet& request, Fds& fds, Grants& grants,
+                            std::string& error) const {
+  AttrSet blocks;
+  AttrSet sessions;
+  const char* block_text = request.Get("blocks");
+  const char* session_text = request.Get("sessions");
+  if (block_text == nullptr || !blocks.Parse(block_text) || session_text == nullptr ||
+      !sessions.Parse(session_text) || fds.size() != 2 * sessions.Pairs().size()) {
+    error = "blocks= or sessions= cannot be read";
+    return false;
+  }
+  for (const AttrSet::Pair& pair : blocks.Pairs()) {
+    unsigned long long offset = 0;
+    unsigned long long size_bytes = 0;
+    if (!quill::base::ConvertToImpl(pair.key.c_str(), offset) ||
+        !quill::base::ConvertToImpl(pair.value.c_str(), size_bytes) ||
+        _window->Area(offset, size_bytes).empty()) {
+      error = "blocks: " + pair.key + "=" + pair.value + " lies outside the window";
+      return false;
+    }
+    grants.blocks[offset] = size_bytes;
+  }
+  std::size_t next_fd = 0;
+  for (const AttrSet::Pair& pair : sessions.Pairs()) {
+    AttrSet area;
+    unsigned long long offset = 0;
+    unsigned long long size_bytes = 0;
+    Grants::Session session;
+    if (area.Parse(pair.value.c_str()) && area.Get("offset", offset) &&
+        area.Get("size", size_bytes) && offset % alignof(link::SessionHeader) == 0) {
+      session.area = _window->Area(offset, size_bytes);
+    }
+    if (session.area.empty()) {
+      error = "sessions: " + pair.key + "={" + pair.value + "} lies outside the window";
+      return false;
+    }
+    session.frame_bell = std::move(fds[next_fd++]);
+    session.room_bell = std::move(fds[next_fd++]);
+    grants.sessions[pair.key] = std::move(session);
+  }
+  return true;
+}
+
+bool Connection::Create(const AttrSet& request, Fds& fds, AttrSet& answer, std::string& error) {
+  Grants grants;
+  if (!ReadGrants(request, fds, grants, error)) return false;
+  const std::uint64_t handle = ++_last_handle;
+  const auto report = [this, handle](const char* kind, const std::string& text) {
+    AttrSet event;
+    event.Add("event", kind);
+    event.Add("object_base", HandleText(handle));
+    event.Add("text", text);
+    Send(WireMessage::kEvent, 0, event);
+  };
+  auto application =
+      Application::Create(request, _elements, *_window, _linux_base, std::move(grants),
+                          ReadBoard(request.Get("board")), report, error);
+  if (application == nullptr) return false;
+  const char* wanted = request.Get("status");
+  if (wanted != nullptr && !application->SetStatus(wanted, error)) return false;
+  _applications[handle] = std::move(application);
+  return answer.Add("object_base", HandleText(handle));
+}
+
+Application* Connection::Find(const AttrSet& request, std::uint64_t& handle,
+                              std::string& error) const {
+  const char* text = request.Get("object_base");
+  handle = text == nullptr ? 0 : std::strtoull(text, nullptr, 16);
+  const auto place = _applications.find(handle);
+  if (place != _applications.end()) return place->second.get();
+  error = "no application object_base=" + std::string(text == nullptr ? "" : text);
+  return nullptr;
+}
+
+bool Connection::Describe(const AttrSet& request, AttrSet& answer, std::string& error) {
+  std::uint64_t handle = 0;
+  const Application* application = Find(request, handle, error);
+  return application != nullptr && answer.Add("media", application->Description().ToString(false));
+}
+
+bool Connection::SetStatus(const AttrSet& request, std::string& error) {
+  std::uint64_t handle = 0;
+  Application* application = Find(request, handle, error);
+  const char* status = request.Get("status");
+  if (application == nullptr) return false;
+  return application->SetStatus(status == nullptr ? "" : status, error);
+}
+
+bool Connection::Destroy(const AttrSet& request, std::string& error) {
+  std::uint64_t handle = 0;
+  if (Find(request, handle, error) == nullptr) return false;
+  _applications.erase(handle);
+  return true;
+}
+
+}  // namespace tessel::rtos

@@ -1,0 +1,50 @@
+// One connection from the Linux side: its window and its applications. All of it goes when the
+// connection goes.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <mutex>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "Application.h"
+#include "Descriptors.h"
+#include "SharedWindow.h"
+#include "Wire.h"
+
+namespace tessel::rtos {
+
+// One thread, but for what chains report.
+class Connection {
+ public:
+  // `elements` has to outlive it.
+  Connection(link::UniqueFd socket, std::span<const ElementRow> elements);
+
+  // Serves commands until the other side is gone; ends its applications before it returns.
+  void Serve();
+
+ private:
+  using Fds = std::vector<link::UniqueFd>;
+  // Fill `answer`, or return false with `error` set.
+  bool Handle(const AttrSet& request, Fds& fds, AttrSet& answer, std::string& error);
+  bool Hello(const AttrSet& request, Fds& fds, AttrSet& answer, std::string& error);
+  bool Create(const AttrSet& request, Fds& fds, AttrSet& answer, std::string& error);
+  bool Describe(const AttrSet& request, AttrSet& answer, std::string& error);
+  bool SetStatus(const AttrSet& request, std::string& error);
+  bool Destroy(const AttrSet& request, std::string& error);
+
+  bool ReadGrants(const AttrSet& request, Fds& fds, Grants& grants, std::string& error) const;
+  Application* Find(const AttrSet& request, std::uint64_t& handle, std::string& error) const;
+  void Send(link::WireMessage::Kind kind, std::uint32_t number, const AttrSet& body) const;
+
+  const link::UniqueFd _socket;
+  const std::span<const ElementRow> _elements;
+  std::unique_ptr<link::SharedWindow> _window;  // null before "hello"
+  std::uint64_t _linux_base = 0;                // the window's address on the Linux side
+  std::uint64_t _last_handle = 0;
+  std::map<std::uint64_t, std::unique_ptr<Application>> _applications;  // by handle
+};
+
+}  // namespace tessel::rtos

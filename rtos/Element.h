@@ -1,0 +1,174 @@
+// What a chain on the real-time side is made of. One chain runs on one thread, frame by frame, from
+// the source to the sink:
+//
+//   source.Await ─> sink.Reserve ─> source.Process ─> … ─> encoder.Process ─> sink.Commit
+//
+// A slot for the result is reserved before a picture is captured, so that a stream that has to drop
+// drops whole captured pictures and never one that others refer to. Whichever element writes the
+// final bytes writes them into that slot.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "quill/AttrSet.h"
+#include "quill/VbrcBlock.h"
+
+namespace tessel::link {
+class SessionProducer;
+}
+
+namespace tessel::rtos {
+
+using quill::base::AttrSet;
+using quill::stream::VbrcBlock;
+
+// Where the board's inputs come from.
+struct Board {
+  // "test": the test pattern. "/dev/video*": a V4L2 camera. Anything else: a media file.
+  std::string sensor = "test";
+  bool loop = true;   // a media file starts anew at its end; else the stream ends there
+  bool paced = true;  // live, at the asked rate; else as fast as the consumer takes frames
+  int slots = 24;     // most frames in flight of one stream
+};
+
+// A raw picture, planar YUV 4:2:0, 8 bits, BT.709 limited range. `planes` point into memory of the
+// element that made it, or into the slot, and hold until the next picture is made.
+struct Picture {
+  int width = 0;                 // luma samples
+  int height = 0;                // luma lines
+  std::uint8_t* planes[3] = {};  // Y, U, V
+  int strides[3] = {};           // bytes from line to line
+};
+
+// The rate-control block as read once for a frame; every element acts on the same values.
+struct RateControl {
+  int bitrate_max = 0;     // bits/s
+  int bitrate_min = 0;     // bits/s
+  int bitrate_target = 0;  // bits/s
+  int framerate = 0;       // frames/s
+  int framerate_max = 0;   // frames/s
+  int framerate_min = 0;   // frames/s
+  int qp = 0;              // 0: rate control decides
+  int qp_max = 0;
+  int qp_min = 0;
+  std::uint32_t keyframe_req = 0;  // running counts of requests
+  std::uint32_t trigger_req = 0;
+};
+RateControl ReadRateControl(const VbrcBlock& block);
+
+// One media unit on its way through the chain.
+struct Unit {
+  std::uint32_t sequence = 0;  // counts captured units, dropped ones included
+  std::int64_t time_ns = 0;    // CLOCK_MONOTONIC at capture
+  bool is_key = false;
+  Picture picture;               // raw video, made by the source
+  std::span<std::uint8_t> room;  // the reserved slot; the last writing element fills it
+  std::size_t size_bytes = 0;    // of the result, at the front of `room`
+  RateControl control;           // zero in a chain without a block
+};
+
+// What is known of the media between two elements once the chain is ready.
+struct Media {
+  int width = 0;               // pixels
+  int height = 0;              // pixels
+  int frames_per_second = 0;   // nominal
+  std::size_t unit_bytes = 0;  // an upper bound on one unit
+  // What the Linux side is told: "codec", "w", "h" and what the codec adds. Bytes go as lower-case
+  // hexadecimal digits.
+  AttrSet description;
+};
+
+// What an element finds when its chain is built.
+class Context {
+ public:
+  virtual ~Context() = default;
+  virtual const Board& GetBoard() const = 0;
+  // The rate-control block whose Linux address is `text`, or null, with `error` set, when it does
+  // not lie in a block handed out.
+  virtual VbrcBlock* Block(const char* text, std::string& error) const = 0;
+  // The producer's end of the session `name`, at most once; null, with `error` set, when the Linux
+  // side has handed out no such session.
+  virtual std::unique_ptr<link::SessionProducer> Session(const char* name,
+                                                         std::string& error) const = 0;
+  // The rate asked of this chain in frames/s: the encoder's "fr", or 30.
+  virtual int FramesPerSecond() const = 0;
+  // Whether a later element turns the source's picture into the final bytes. Otherwise the source
+  // writes its picture into the slot itself.
+  virtual bool HasEncoder() const = 0;
+};
+
+enum class Verdict {
+  kPass,  // on to the next element
+  kDrop,  // this unit ends here, on purpose
+  kEnd,   // the input has ended
+  kFail,  // the chain cannot go on; LastError() says why
+};
+
+// Built and opened on the command thread; Start, Process and Stop run on the chain's thread.
+class Element {
+ public:
+  virtual ~Element() = default;
+
+  // Checks the parameters and gets everything ready: `media` is what the element in front delivers
+  // and becomes what this one does. False with `error` naming parameter and value ("qp=99 outside
+  // 0..51"); the caller adds the element's name.
+  [[nodiscard]] virtual bool Open(const Context& context, const AttrSet& params, Media& media,
+                                  std::string& error) = 0;
+  // The chain begins, or begins again, to move units.
+  virtual void Start() {}
+  virtual Verdict Process(Unit& unit) = 0;
+  virtual void Stop() {}
+
+  const std::string& LastError() const { return _last_error; }
+
+ protected:
+  Verdict FailWith(std::string reason) {
+    _last_error = std::move(reason);
+    return Verdict::kFail;
+  }
+
+ private:
+  std::string _last_error;
+};
+
+// Told when the chain has to stop waiting.
+class StopSignal {
+ public:
+  virtual ~StopSignal() = default;
+  // Sleeps until `due_ns` (CLOCK_MONOTONIC); false when the chain is told to stop.
+  virtual bool SleepUntil(std::int64_t due_ns) = 0;
+};
+
+// The first element of a chain. Process() makes the picture of the moment that Await() announced.
+class Source : public Element {
+ public:
+  // Waits until the next unit is due and fills in `sequence` and `time_ns`. Verdict::kEnd when the
+  // chain is told to stop. With `unit.control.framerate_max` above 0 that is the rate to hold.
+  virtual Verdict Await(Unit& unit, StopSignal& stop) = 0;
+  // Passes over the unit that Await() announced.
+  virtual Verdict Skip(Unit& unit) = 0;
+  // Live sources drop when there is no slot; the others wait for one.
+  virtual bool IsLive() const = 0;
+};
+
+// Reads an integer parameter in `least`..`most` into `value`; an absent one keeps `value`. False
+// with `error` naming parameter, value and range.
+bool ReadInt(const AttrSet& params, const char* key, int least, int most, int& value,
+             std::string& error);
+// Hexadecimal digits of `bytes`.
+std::string Hex(std::span<const std::uint8_t> bytes);
+
+// A row of the table of elements: the name in layout strings and what makes one.
+struct ElementRow {
+  const char* name;
+  std::unique_ptr<Element> (*make)();
+  bool is_encoder;  // makes the final bytes out of a picture
+};
+// The board's elements; names are unique.
+std::span<const ElementRow> BoardElements();
+
+}  // namespace tessel::rtos

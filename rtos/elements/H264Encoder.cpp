@@ -1,0 +1,276 @@
+#include "H264Encoder.h"
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+#include <x264.h>
+
+#include "KnownParams.h"
+
+namespace tessel::rtos {
+namespace {
+
+constexpr std::int64_t kSecondNs = 1'000'000'000;
+constexpr int kMostQp = 51;
+constexpr int kDefaultTargetBps = 1'000'000;
+constexpr int kDefaultLeastBps = 50'000;
+constexpr int kDefaultMostBps = 2'000'000;
+constexpr int kDefaultLeastQp = 10;
+constexpr int kDefaultMostQp = 50;
+// Full-range white noise, the worst there is, was measured at 1.4 times the raw picture at QP 0.
+constexpr std::size_t kWorstNumerator = 2;
+constexpr std::size_t kHeaderBytes = 4096;
+constexpr std::size_t kStartCodeBytes = 4;
+
+// What the block asks for, with sense made of zeroes and of limits in the wrong order.
+RateController::Wish WishOf(const RateControl& control, int frames_per_second) {
+  const bool asks_for_nothing = control.bitrate_target <= 0;
+  int target = asks_for_nothing ? kDefaultTargetBps : control.bitrate_target;
+  const int least =
+      control.bitrate_min > 0 || !asks_for_nothing ? control.bitrate_min : kDefaultLeastBps;
+  const int most = control.bitrate_max > 0 ? control.bitrate_max
+                   : asks_for_nothing      ? kDefaultMostBps
+                                           : target;
+  // The ceiling is what a network behind can carry: it wins over the floor.
+  target = std::min(std::max(target, least), most);
+
+  int qp_min = std::clamp(control.qp_min, 0, kMostQp);
+  int qp_max = std::clamp(control.qp_max, 0, kMostQp);
+  if (qp_max == 0) qp_max = kDefaultMostQp;
+  if (control.qp_min <= 0 && control.qp_max <= 0) qp_min = kDefaultLeastQp;
+  return {
+      .target_bps = std::max(target, 1),
+      .qp_min = std::min(qp_min, qp_max),
+      .qp_max = std::max(qp_min, qp_max),
+      .frames_per_second = control.framerate_max > 0 ? control.framerate_max : frames_per_second};
+}
+
+bool CheckGopType(const std::string& text, std::string& error) {
+  error = "goptype=" + text;
+  if (text.find('B') != std::string::npos) {
+    error += ": B pictures are coded out of order, which would delay frames";
+  } else if (text.empty() || text.front() != 'I') {
+    error += " does not begin with I";
+  } else if (text.find_first_not_of("IP") != std::string::npos) {
+    error += " has letters other than I and P";
+  } else {
+    error.clear();
+  }
+  return error.empty();
+}
+
+std::span<const std::uint8_t> BytesOf(const x264_nal_t& unit) {
+  return {unit.p_payload, static_cast<std::size_t>(unit.i_payload)};
+}
+
+}  // namespace
+
+int BitRateMeter::Add(std::int64_t time_ns, std::size_t bytes) {
+  if (_entries.empty()) _first_ns = time_ns;
+  _entries.push_back({time_ns, bytes});
+  _bytes += bytes;
+  while (time_ns - _entries.front().time_ns >= kSecondNs) {
+    _bytes -= _entries.front().bytes;
+    _entries.pop_front();
+  }
+  if (time_ns - _first_ns < kSecondNs) return 0;
+  return static_cast<int>(std::min<std::size_t>(_bytes * 8, INT32_MAX));
+}
+
+void BitRateMeter::Reset() {
+  _entries.clear();
+  _bytes = 0;
+}
+
+void H264Encoder::Close::operator()(x264_t* encoder) const { x264_encoder_close(encoder); }
+
+bool H264Encoder::Open(const Context& context, const AttrSet& params, Media& media,
+                       std::string& error) {
+  if (!ReadParams(context, params, error)) return false;
+  if (!OpenLibrary(media, error)) return false;
+  const bool all_intra = _gop_type.find_first_not_of('I') == std::string::npos;
+  _rate = std::make_unique<RateController>(_gop, all_intra);
+  media.frames_per_second = _frames_per_second;
+  const auto blocks_across = static_cast<std::size_t>(media.width + 15) / 16;
+  const auto blocks_down = static_cast<std::size_t>(media.height + 15) / 16;
+  media.unit_bytes = blocks_across * blocks_down * 384 * kWorstNumerator + kHeaderBytes;
+  return Describe(media, error);
+}
+
+bool H264Encoder::ReadParams(const Context& context, const AttrSet& params, std::string& error) {
+  constexpr int kMostClock = 1'000'000'000;
+  int clock = 0;
+  _frames_per_second = context.FramesPerSecond();
+  if (!CheckKnown(params, {"name", "goptype", "gop", "qp", "vbrc", "fr", "clk"}, error) ||
+      !ReadInt(params, "gop", 1, 65535, _gop, error) ||
+      !ReadInt(params, "qp", 0, kMostQp, _fixed_qp, error) ||
+      !ReadInt(params, "fr", 1, 1000, _frames_per_second, error) ||
+      !ReadInt(params, "clk", 0, kMostClock, clock, error)) {
+    return false;
+  }
+  params.Get("goptype", _gop_type);
+  if (!CheckGopType(_gop_type, error)) return false;
+  const char* block = params.Get("vbrc");
+  if (block == nullptr) return true;
+  _block = context.Block(block, error);
+  return _block != nullptr;
+}
+
+bool H264Encoder::OpenLibrary(const Media& media, std::string& error) {
+  x264_param_t param;
+  // A picture at 1080 lines has to be done in well under 33 ms on one core.
+  x264_param_default_preset(&param, "superfast", "zerolatency");
+  param.i_log_level = X264_LOG_NONE;
+  param.i_threads = 1;  // the chain's
+  param.b_sliced_threads = 0;
+  param.i_width = media.width;
+  param.i_height = media.height;
+  param.i_csp = X264_CSP_I420;
+  param.b_annexb = 1;
+  param.b_repeat_headers = 1;
+
+  // Types are told picture by picture. An intra picture further than the least interval from the
+  // last IDR picture would be made one, hence "infinite" for that too.
+  param.i_keyint_max = X264_KEYINT_MAX_INFINITE;
+  param.i_keyint_min = X264_KEYINT_MAX_INFINITE;
+  param.i_scenecut_threshold = 0;
+  param.i_bframe = 0;
+
+  // QPs are told picture by picture too. In this mode the library takes any of them, and with what
+  // would vary it inside a picture switched off, all blocks have it.
+  param.rc.i_rc_method = X264_RC_CRF;
+  param.rc.i_qp_min = 0;
+  param.rc.i_qp_max = kMostQp;
+  param.rc.i_aq_mode = X264_AQ_NONE;
+  param.rc.b_mb_tree = 0;
+
+  // The stream states the nominal rate, also after live changes. The library can mark a rate as
+  // variable, but then holds each picture back until it knows the next one's time.
+  param.b_vfr_input = 0;
+  param.i_fps_num = static_cast<std::uint32_t>(_frames_per_second);
+  param.i_fps_den = 1;
+  constexpr int kBt709 = 1;
+  param.vui.b_fullrange = 0;
+  param.vui.i_colorprim = kBt709;
+  param.vui.i_transfer = kBt709;
+  param.vui.i_colmatrix = kBt709;
+
+  _encoder.reset(x264_encoder_open(&param));
+  if (_encoder != nullptr) return true;
+  error = "no encoder for " + std::to_string(media.width) + "x" + std::to_string(media.height);
+  return false;
+}
+
+// The parameter sets go to Linux before the first picture; they are the same throughout.
+bool H264Encoder::Describe(Media& media, std::string& error) const {
+  x264_nal_t* units = nullptr;
+  int count = 0;
+  std::string sps;
+  std::string pps;
+  if (x264_encoder_headers(_encoder.get(), &units, &count) < 0) count = 0;
+  for (int i = 0; i < count; ++i) {
+    if (units[i].i_type == NAL_SPS) sps = Hex(BytesOf(units[i]).subspan(kStartCodeBytes));
+    if (units[i].i_type == NAL_PPS) pps = Hex(BytesOf(units[i]).subspan(kStartCodeBytes));
+  }
+  if (sps.empty() || pps.empty()) {
+    error = "no stream headers";
+    return false;
+  }
+  constexpr char kStartCode[] = "00000001";
+  const std::size_t sps_bytes = sps.size() / 2;
+  AttrSet description;
+  description.Add("codec", "h264");
+  description.Add("w", media.width);
+  description.Add("h", media.height);
+  description.Add("fr", _frames_per_second);
+  description.Add("gop", _gop);
+  description.Add("goptype", _gop_type);
+  description.Add("pack", "byte-stream");
+  description.Add("header", kStartCode + sps + kStartCode + pps);
+  description.Add("spsoffset", kStartCodeBytes);
+  description.Add("isps", sps_bytes);
+  description.Add("ppsoffset", kStartCodeBytes + sps_bytes + kStartCodeBytes);
+  description.Add("ipps", pps.size() / 2);
+  media.description = std::move(description);
+  return true;
+}
+
+void H264Encoder::Start() {
+  _wants_idr = true;
+  _meter.Reset();
+  _rate->Forgive();
+}
+
+Verdict H264Encoder::Process(Unit& unit) {
+  const Kind kind = NextKind(unit.control);
+  return Encode(unit, kind, ChooseQp(unit.control, kind, unit));
+}
+
+H264Encoder::Kind H264Encoder::NextKind(const RateControl& control) {
+  const bool is_asked = std::exchange(_requests, control.keyframe_req) != control.keyframe_req;
+  const bool was_known = std::exchange(_knows_requests, true);
+  const bool is_forced = std::exchange(_wants_idr, false) || (is_asked && was_known);
+  if (is_forced || _since_idr >= _gop) _since_idr = 0;
+  const int place = _since_idr++;
+  if (place == 0) return Kind::kIdr;
+  const std::size_t letter = std::min(static_cast<std::size_t>(place), _gop_type.size() - 1);
+  return _gop_type[letter] == 'I' ? Kind::kIntra : Kind::kInter;
+}
+
+int H264Encoder::ChooseQp(const RateControl& control, Kind kind, const Unit& unit) {
+  const Complexity complexity = _complexity.Measure(unit.picture);
+  const int chosen = _rate->ChooseQp(WishOf(control, _frames_per_second), kind != Kind::kInter,
+                                     unit.time_ns, complexity);
+  const int fixed = _block == nullptr ? _fixed_qp : control.qp;
+  if (fixed == 0) return chosen;
+  _rate->Forgive();  // a QP that was told to owes nothing
+  return std::clamp(fixed, 1, kMostQp);
+}
+
+Verdict H264Encoder::Encode(Unit& unit, Kind kind, int qp) {
+  x264_picture_t in;
+  x264_picture_t out;
+  x264_picture_init(&in);
+  in.i_type = kind == Kind::kIdr ? X264_TYPE_IDR : kind == Kind::kIntra ? X264_TYPE_I : X264_TYPE_P;
+  in.i_qpplus1 = qp + 1;
+  in.i_pts = _pictures++;
+  in.img.i_csp = X264_CSP_I420;
+  in.img.i_plane = 3;
+  for (int plane = 0; plane < 3; ++plane) {
+    in.img.plane[plane] = unit.picture.planes[plane];
+    in.img.i_stride[plane] = unit.picture.strides[plane];
+  }
+  x264_nal_t* units = nullptr;
+  int count = 0;
+  if (x264_encoder_encode(_encoder.get(), &units, &count, &in, &out) <= 0) {
+    return FailWith("a picture was not encoded");
+  }
+  unit.size_bytes = 0;
+  for (int i = 0; i < count; ++i) {
+    if (units[i].i_type == NAL_SEI) continue;  // the library's settings, of no use to a decoder
+    const auto bytes = BytesOf(units[i]);
+    if (bytes.size() > unit.room.size() - unit.size_bytes) {
+      return FailWith("a picture does not fit into " + std::to_string(unit.room.size()) + " bytes");
+    }
+    std::memcpy(unit.room.data() + unit.size_bytes, bytes.data(), bytes.size());
+    unit.size_bytes += bytes.size();
+  }
+  unit.is_key = out.b_keyframe != 0;
+  const int used_qp = out.i_qpplus1 - 1;
+  _rate->Account(used_qp, unit.size_bytes);
+  Report(unit, used_qp);
+  return Verdict::kPass;
+}
+
+void H264Encoder::Report(const Unit& unit, int qp) {
+  const int bit_rate_bps = _meter.Add(unit.time_ns, unit.size_bytes);
+  if (_block == nullptr) return;
+  _block->bitrate.store(bit_rate_bps, std::memory_order_relaxed);
+  _block->qp_reported.store(qp, std::memory_order_relaxed);
+  // The one writer of the count: no locked instruction needed. Runs over like every running count.
+  const auto done = static_cast<std::uint32_t>(_block->frame_count.load(std::memory_order_relaxed));
+  _block->frame_count.store(static_cast<std::int32_t>(done + 1), std::memory_order_relaxed);
+}
+
+}  // namespace tessel::rtos

@@ -1,0 +1,86 @@
+// The board's H.264 encoder: a byte stream with start codes, one access unit a picture, no delay.
+//
+//   h264-encoder-dma   name     any text; only for people
+//                      goptype  picture types from the IDR picture on, "I" and "P"; the last letter
+//                      holds
+//                               until the GOP ends. "IPPP" unless given; "I": intra pictures only
+//                      gop      pictures from one IDR picture to the next, 1..65535; 30 unless
+//                      given qp       0..51; 0, the default, leaves it to the rate control vbrc
+//                      address of the rate-control block, which then counts instead of qp fr
+//                      nominal frames/s, 1..1000 clk      clock of the hardware in MHz; without
+//                      meaning here
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <string>
+
+#include "Element.h"
+#include "RateController.h"
+
+struct x264_t;
+
+namespace tessel::rtos {
+
+// Bits over the last second of captured time. One thread.
+class BitRateMeter {
+ public:
+  // Counts a unit in and returns bits/s, 0 until a whole second was seen.
+  int Add(std::int64_t time_ns, std::size_t bytes);
+  void Reset();
+
+ private:
+  struct Entry {
+    std::int64_t time_ns;
+    std::size_t bytes;
+  };
+  std::deque<Entry> _entries;  // of the last second
+  std::int64_t _first_ns = 0;
+  std::size_t _bytes = 0;  // sum of _entries
+};
+
+// Where the block says 0, the encoder's own values hold: 1 Mbit/s, 50 kbit/s to 2 Mbit/s, QP 10
+// to 50.
+class H264Encoder : public Element {
+ public:
+  [[nodiscard]] bool Open(const Context& context, const AttrSet& params, Media& media,
+                          std::string& error) override;
+  // The next picture is an IDR picture.
+  void Start() override;
+  Verdict Process(Unit& unit) override;
+
+ private:
+  enum class Kind { kIdr, kIntra, kInter };
+  struct Close {
+    void operator()(x264_t* encoder) const;
+  };
+
+  bool ReadParams(const Context& context, const AttrSet& params, std::string& error);
+  bool OpenLibrary(const Media& media, std::string& error);
+  bool Describe(Media& media, std::string& error) const;
+  Kind NextKind(const RateControl& control);
+  int ChooseQp(const RateControl& control, Kind kind, const Unit& unit);
+  Verdict Encode(Unit& unit, Kind kind, int qp);
+  void Report(const Unit& unit, int qp);
+
+  // Constant after Open.
+  std::string _gop_type = "IPPP";
+  int _gop = 30;
+  int _fixed_qp = 0;
+  int _frames_per_second = 0;
+  VbrcBlock* _block = nullptr;  // borrows for its lifetime; null: steered by the parameters
+  std::unique_ptr<x264_t, Close> _encoder;
+  std::unique_ptr<RateController> _rate;
+
+  // Chain's thread only.
+  ComplexityMeter _complexity;
+  BitRateMeter _meter;
+  bool _wants_idr = true;
+  bool _knows_requests = false;
+  std::uint32_t _requests = 0;  // key-frame requests seen
+  int _since_idr = 0;           // place of the next picture in its GOP
+  std::int64_t _pictures = 0;
+};
+
+}  // namespace tessel::rtos

@@ -1,0 +1,316 @@
+#include "MediaInput.h"
+
+#include <algorithm>
+#include <cstring>
+#include <mutex>
+#include <utility>
+
+#include <time.h>
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavdevice/avdevice.h>
+#include <libavformat/avformat.h>
+#include <libavutil/imgutils.h>
+#include <libavutil/opt.h>
+#include <libswscale/swscale.h>
+}
+
+namespace tessel::rtos {
+namespace {
+
+constexpr AVRational kNanoseconds = {1, 1'000'000'000};
+// Containers round time stamps to a millisecond at the coarsest; a picture that is due within this
+// is due now.
+constexpr std::int64_t kRoundingNs = 1'000'000;
+constexpr std::int64_t kDefaultFrameNs = 40'000'000;  // 25 frames/s, where a file does not say
+constexpr std::int64_t kFirstPictureNs = 3'000'000'000;
+constexpr std::int64_t kLookNs = 5'000'000;  // between two looks for a camera's first picture
+// Broken packets are passed over, but a whole stretch of them means that nothing will come.
+constexpr int kMostBrokenPackets = 10'000;
+
+std::string Reason(int failure) {
+  char text[AV_ERROR_MAX_STRING_SIZE] = {};
+  av_strerror(failure, text, sizeof text);
+  return text;
+}
+
+// What the library thinks of a file would go to the user's terminal, from any thread.
+void Silence() {
+  static std::once_flag once;
+  std::call_once(once, [] { av_log_set_level(AV_LOG_QUIET); });
+}
+
+void Sleep(std::int64_t ns) {
+  const timespec time = {.tv_sec = ns / 1'000'000'000, .tv_nsec = ns % 1'000'000'000};
+  nanosleep(&time, nullptr);
+}
+
+// The coefficients that a picture was made with; where it does not say, the convention by size.
+const int* CoefficientsOf(const AVFrame& frame) {
+  int space = frame.colorspace;
+  if (space == AVCOL_SPC_UNSPECIFIED) {
+    space = frame.height >= 720 ? AVCOL_SPC_BT709 : AVCOL_SPC_SMPTE170M;
+  }
+  return sws_getCoefficients(space);
+}
+
+bool IsFullRange(const AVFrame& frame) {
+  return frame.color_range == AVCOL_RANGE_JPEG || frame.format == AV_PIX_FMT_YUVJ420P ||
+         frame.format == AV_PIX_FMT_YUVJ422P || frame.format == AV_PIX_FMT_YUVJ444P;
+}
+
+}  // namespace
+
+void MediaInput::Free::operator()(AVFormatContext* format) const { avformat_close_input(&format); }
+void MediaInput::Free::operator()(AVCodecContext* codec) const { avcodec_free_context(&codec); }
+void MediaInput::Free::operator()(AVFrame* frame) const { av_frame_free(&frame); }
+void MediaInput::Free::operator()(AVPacket* packet) const { av_packet_free(&packet); }
+void MediaInput::Free::operator()(SwsContext* scaler) const { sws_freeContext(scaler); }
+
+MediaInput::MediaInput(std::string name)
+    : _name(std::move(name)),
+      _packet(av_packet_alloc()),
+      _current(av_frame_alloc()),
+      _next(av_frame_alloc()) {
+  Silence();
+}
+
+MediaInput::~MediaInput() = default;
+
+std::unique_ptr<MediaInput> MediaInput::OpenFile(const std::string& path, bool loop,
+                                                 std::string& error) {
+  std::unique_ptr<MediaInput> input(new MediaInput(path));
+  input->_loop = loop;
+  if (input->OpenContainer() && input->OpenDecoder() && input->DecodeFirst()) return input;
+  error = input->Error();
+  return nullptr;
+}
+
+std::unique_ptr<MediaInput> MediaInput::OpenCamera(const std::string& device, int width, int height,
+                                                   int frames_per_second, std::string& error) {
+  std::unique_ptr<MediaInput> input(new MediaInput(device));
+  input->_is_camera = true;
+  if (input->OpenDevice(width, height, frames_per_second) && input->OpenDecoder() &&
+      input->WaitForFirst()) {
+    return input;
+  }
+  error = input->Error();
+  return nullptr;
+}
+
+bool MediaInput::OpenContainer() {
+  AVFormatContext* format = nullptr;
+  // The prefix keeps a colon in a name from being read as the scheme of a URL.
+  const int opened = avformat_open_input(&format, ("file:" + _name).c_str(), nullptr, nullptr);
+  _format.reset(format);
+  if (opened < 0) {
+    return FailWith(opened == AVERROR_INVALIDDATA ? "no video in it" : Reason(opened));
+  }
+  // Text would be drawn as on a terminal.
+  const bool is_text = std::strcmp(format->iformat->name, "tty") == 0;
+  if (is_text || avformat_find_stream_info(format, nullptr) < 0) return FailWith("no video in it");
+  return true;
+}
+
+bool MediaInput::OpenDevice(int width, int height, int frames_per_second) {
+  avdevice_register_all();
+  const AVInputFormat* v4l2 = av_find_input_format("video4linux2,v4l2");
+  AVFormatContext* format = avformat_alloc_context();
+  if (v4l2 == nullptr || format == nullptr) {
+    avformat_free_context(format);
+    return FailWith("no support for cameras in this build of the libraries");
+  }
+  format->flags |= AVFMT_FLAG_NONBLOCK;  // the chain waits by its schedule, not in the driver
+  AVDictionary* options = nullptr;
+  const std::string size = std::to_string(width) + "x" + std::to_string(height);
+  av_dict_set(&options, "video_size", size.c_str(), 0);
+  av_dict_set_int(&options, "framerate", frames_per_second, 0);
+  const int opened = avformat_open_input(&format, _name.c_str(), v4l2, &options);
+  av_dict_free(&options);
+  _format.reset(format);
+  return opened >= 0 || FailWith(Reason(opened));
+}
+
+bool MediaInput::OpenDecoder() {
+  for (unsigned i = 0; i < _format->nb_streams && _stream < 0; ++i) {
+    const AVStream& stream = *_format->streams[i];
+    const bool is_cover = (stream.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
+    if (stream.codecpar->codec_type == AVMEDIA_TYPE_VIDEO && !is_cover) {
+      _stream = static_cast<int>(i);
+    }
+  }
+  if (_stream < 0) return FailWith("no video in it");
+  AVStream* stream = _format->streams[_stream];
+  const AVCodec* codec = avcodec_find_decoder(stream->codecpar->codec_id);
+  if (codec == nullptr)
+    return FailWith(std::string("no decoder for ") + avcodec_get_name(stream->codecpar->codec_id));
+  _codec.reset(avcodec_alloc_context3(codec));
+  if (_codec == nullptr) return FailWith("out of memory");
+  int failure = avcodec_parameters_to_context(_codec.get(), stream->codecpar);
+  if (failure >= 0) {
+    _codec->pkt_timebase = stream->time_base;
+    failure = avcodec_open2(_codec.get(), codec, nullptr);
+  }
+  if (failure < 0) return FailWith(Reason(failure));
+  const AVRational rate = av_guess_frame_rate(_format.get(), stream, nullptr);
+  _nominal_frame_ns = rate.num > 0 && rate.den > 0
+                          ? av_rescale(kNanoseconds.den, rate.den, rate.num)
+                          : kDefaultFrameNs;
+  return true;
+}
+
+bool MediaInput::DecodeFirst() {
+  if (DecodeNext() != Decoded::kPicture) return FailWith("no picture in its video");
+  std::swap(_current, _next);
+  _has_next = DecodeNext() == Decoded::kPicture;
+  return true;
+}
+
+bool MediaInput::WaitForFirst() {
+  for (std::int64_t waited_ns = 0; waited_ns < kFirstPictureNs; waited_ns += kLookNs) {
+    const Step step = AdvanceCamera();
+    if (step == Step::kNew) return true;
+    if (step != Step::kSame) return false;
+    Sleep(kLookNs);
+  }
+  return FailWith("no picture within 3 s");
+}
+
+MediaInput::Step MediaInput::AdvanceTo(std::int64_t time_ns) {
+  return _is_camera ? AdvanceCamera() : AdvanceFile(time_ns);
+}
+
+MediaInput::Step MediaInput::AdvanceFile(std::int64_t time_ns) {
+  Step step = Step::kSame;
+  while (_has_next && _next_start_ns <= time_ns + kRoundingNs) {
+    std::swap(_current, _next);
+    step = Step::kNew;
+    const Decoded decoded = DecodeNext();
+    if (decoded == Decoded::kFailed) return Step::kFailed;
+    _has_next = decoded == Decoded::kPicture;
+  }
+  const bool is_over = !_has_next && time_ns + kRoundingNs >= _decoded_end_ns;
+  return is_over ? Step::kEnd : step;
+}
+
+MediaInput::Step MediaInput::AdvanceCamera() {
+  // A camera that is faster than the schedule leaves several pictures; the newest one counts. It
+  // cannot outrun this loop, but the bound is ours.
+  constexpr int kMostPictures = 64;
+  Step step = Step::kSame;
+  for (int i = 0; i < kMostPictures; ++i) {
+    const Decoded decoded = DecodeInto(*_next);
+    if (decoded == Decoded::kFailed) return Step::kFailed;
+    if (decoded != Decoded::kPicture) break;
+    std::swap(_current, _next);
+    step = Step::kNew;
+  }
+  return step;
+}
+
+// Decodes the picture after the last one into _next, from the start of the file when it loops.
+MediaInput::Decoded MediaInput::DecodeNext() {
+  Decoded decoded = DecodeInto(*_next);
+  if (decoded == Decoded::kEnd && _loop && _pass_has_picture) {
+    _pass_start_ns = _decoded_end_ns;
+    _pass_has_picture = false;
+    if (!Rewind()) return Decoded::kFailed;
+    decoded = DecodeInto(*_next);
+    // A pass without a picture would be followed by another one, for ever.
+    if (decoded == Decoded::kEnd) {
+      FailWith("no picture in its video any more");
+      return Decoded::kFailed;
+    }
+  }
+  if (decoded != Decoded::kPicture) return decoded;
+  _pass_has_picture = true;
+  _next_start_ns = StartOf(*_next);
+  const AVRational time_base = _format->streams[_stream]->time_base;
+  const std::int64_t said_ns = av_rescale_q(_next->pkt_duration, time_base, kNanoseconds);
+  _decoded_end_ns = _next_start_ns + (said_ns > 0 ? said_ns : _nominal_frame_ns);
+  return Decoded::kPicture;
+}
+
+// When the picture is due, counted from the start of the first pass. Never before the last one's
+// time: streams without time stamps, or with broken ones, go on at their nominal rate.
+std::int64_t MediaInput::StartOf(const AVFrame& frame) {
+  const std::int64_t pts = frame.best_effort_timestamp;
+  if (pts == AV_NOPTS_VALUE) return _decoded_end_ns;
+  const std::int64_t pts_ns = av_rescale_q(pts, _format->streams[_stream]->time_base, kNanoseconds);
+  if (!std::exchange(_knows_first_pts, true)) _first_pts_ns = pts_ns;
+  const std::int64_t start_ns = _pass_start_ns + (pts_ns - _first_pts_ns);
+  return start_ns > _next_start_ns || _decoded_end_ns == 0 ? start_ns : _decoded_end_ns;
+}
+
+MediaInput::Decoded MediaInput::DecodeInto(AVFrame& frame) {
+  for (int broken = 0; broken < kMostBrokenPackets;) {
+    const int received = avcodec_receive_frame(_codec.get(), &frame);
+    if (received >= 0) return Decoded::kPicture;
+    if (received == AVERROR_EOF) return Decoded::kEnd;
+    if (received != AVERROR(EAGAIN)) {
+      ++broken;
+      continue;
+    }
+    const Decoded fed = Feed();
+    if (fed == Decoded::kNothingYet || fed == Decoded::kFailed) return fed;
+    if (fed == Decoded::kEnd) ++broken;
+  }
+  FailWith("its video cannot be decoded");
+  return Decoded::kFailed;
+}
+
+// Gives the decoder one packet, or tells it that no more come. kPicture: taken; kEnd: it refused
+// the packet, which is passed over.
+MediaInput::Decoded MediaInput::Feed() {
+  int failure = 0;
+  do {
+    av_packet_unref(_packet.get());
+    failure = av_read_frame(_format.get(), _packet.get());
+  } while (failure >= 0 && _packet->stream_index != _stream);
+  if (failure == AVERROR(EAGAIN)) return Decoded::kNothingYet;
+  if (failure < 0 && _is_camera) {
+    FailWith(Reason(failure));
+    return Decoded::kFailed;
+  }
+  // A file that breaks off ends there.
+  const AVPacket* packet = failure < 0 ? nullptr : _packet.get();
+  const int sent = avcodec_send_packet(_codec.get(), packet);
+  av_packet_unref(_packet.get());
+  return sent < 0 ? Decoded::kEnd : Decoded::kPicture;
+}
+
+bool MediaInput::Rewind() {
+  AVFormatContext* format = _format.get();
+  const std::int64_t start = format->streams[_stream]->start_time;
+  int failure = avformat_seek_file(format, _stream, INT64_MIN, start == AV_NOPTS_VALUE ? 0 : start,
+                                   start == AV_NOPTS_VALUE ? 0 : start, 0);
+  // Elementary streams know no times, only places.
+  if (failure < 0) failure = av_seek_frame(format, _stream, 0, AVSEEK_FLAG_BYTE);
+  if (failure < 0) return FailWith("cannot go back to its start: " + Reason(failure));
+  avcodec_flush_buffers(_codec.get());
+  return true;
+}
+
+bool MediaInput::Render(const Picture& into) {
+  AVFrame& from = *_current;
+  const auto format = static_cast<AVPixelFormat>(from.format);
+  SwsContext* scaler = sws_getCachedContext(_scaler.release(), from.width, from.height, format,
+                                            into.width, into.height, AV_PIX_FMT_YUV420P,
+                                            SWS_BILINEAR, nullptr, nullptr, nullptr);
+  _scaler.reset(scaler);
+  if (scaler == nullptr) return FailWith("cannot convert its pictures");
+  constexpr int kUnchanged = 1 << 16;  // contrast and saturation, 16.16 fixed point
+  sws_setColorspaceDetails(scaler, CoefficientsOf(from), IsFullRange(from) ? 1 : 0,
+                           sws_getCoefficients(SWS_CS_ITU709), 0, 0, kUnchanged, kUnchanged);
+  const int lines =
+      sws_scale(scaler, from.data, from.linesize, 0, from.height, into.planes, into.strides);
+  return lines == into.height || FailWith("cannot scale its pictures");
+}
+
+bool MediaInput::FailWith(const std::string& reason) {
+  _error = "sensor \"" + _name + "\": " + reason;
+  return false;
+}
+
+}  // namespace tessel::rtos

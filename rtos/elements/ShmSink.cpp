@@ -1,0 +1,25 @@
+#include "ShmSink.h"
+
+namespace tessel::rtos {
+
+bool ShmSink::Open(const Context& context, const AttrSet& params, Media& media,
+                   std::string& error) {
+  const char* name = params.Get("session_name");
+  if (name == nullptr) {
+    error = "no session_name=";
+    return false;
+  }
+  _producer = context.Session(name, error);
+  if (_producer == nullptr) return false;
+  if (_producer->Divide(media.unit_bytes, context.GetBoard().slots)) return true;
+  error = std::string("session_name=") + name + " has no room for two units of " +
+          std::to_string(media.unit_bytes) + " bytes";
+  return false;
+}
+
+Verdict ShmSink::Process(Unit& unit) {
+  _producer->Publish(unit.size_bytes, unit.sequence, unit.time_ns, unit.is_key);
+  return Verdict::kPass;
+}
+
+}  // namespace tessel::rtos

@@ -1,0 +1,28 @@
+// The end of a chain: hands units to Linux through a session of the shared window.
+#pragma once
+
+#include "Element.h"
+#include "SessionProducer.h"
+
+namespace tessel::rtos {
+
+// "ShmSink": session_name (required), name, init. Chain's thread, but for Open() and Interrupt().
+class ShmSink : public Element {
+ public:
+  bool Open(const Context& context, const AttrSet& params, Media& media,
+            std::string& error) override;
+  void Start() override { _producer->Resume(); }
+  // Publishes what the last writing element left in the reserved slot.
+  Verdict Process(Unit& unit) override;
+
+  // As of SessionProducer.
+  std::span<std::uint8_t> Reserve() { return _producer->Reserve(); }
+  bool WaitForRoom() { return _producer->WaitForRoom(); }
+  void CountDropped() { _producer->CountDropped(); }
+  void Interrupt() { _producer->Interrupt(); }
+
+ private:
+  std::unique_ptr<link::SessionProducer> _producer;
+};
+
+}  // namespace tessel::rtos

@@ -1,0 +1,289 @@
+#include "TestPattern.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <random>
+
+namespace tessel::rtos {
+namespace {
+
+constexpr int kBits = 32;
+// A cell of known colour stands at either end, white left and black right, so that a level edge in
+// an ordinary picture, such as the border of a letter box, is no number.
+constexpr int kColumns = kBits + 2;
+// A row of cells is this part of the picture's height. Two rows stay ten lines high at 240 lines.
+constexpr int kCellRowsPerPicture = 24;
+// Below these a cell has fewer than four samples a side, and does not survive coding.
+constexpr int kLeastCellsWidth = 4 * kColumns;
+constexpr int kLeastCellsHeight = 4 * kCellRowsPerPicture;
+
+constexpr std::uint8_t kBlack = 16;
+constexpr std::uint8_t kWhite = 235;
+constexpr std::uint8_t kGrey = 128;
+// A cell and its twin lie 219 apart when drawn. Coding and scaling leave more than this; two parts
+// of an ordinary picture seldom differ by as much, and never 34 times in a row.
+constexpr int kLeastContrast = 64;
+
+// Luma levels, from the upper to the lower edge: whatever the QP, some of the noise is worth coding
+// and some is not, so that the bit rate follows the QP smoothly.
+constexpr int kLeastNoise = 3;
+constexpr int kMostNoise = 28;
+// How far the noise may be shifted. Enough places that a picture's noise is new to the encoder.
+constexpr int kNoisePlacesX = 256;
+constexpr int kNoisePlacesY = 64;
+constexpr int kTextureSpeed = 4;  // luma samples a picture
+
+// 75 % bars in BT.709, limited range.
+constexpr std::uint8_t kBars[8][3] = {
+    {180, 128, 128}, {168, 44, 136}, {145, 147, 44}, {133, 63, 52},
+    {63, 193, 204},  {51, 109, 212}, {28, 212, 120}, {16, 128, 128},
+};
+
+// Five columns by seven rows; the highest of five bits is the leftmost column.
+constexpr std::uint8_t kDigits[10][7] = {
+    {14, 17, 19, 21, 25, 17, 14}, {4, 12, 4, 4, 4, 4, 14},  {14, 17, 1, 2, 4, 8, 31},
+    {31, 2, 4, 2, 1, 17, 14},     {2, 6, 10, 18, 31, 2, 2}, {31, 16, 30, 1, 1, 17, 14},
+    {6, 8, 16, 30, 17, 17, 14},   {31, 1, 2, 4, 8, 8, 8},   {14, 17, 17, 14, 17, 17, 14},
+    {14, 17, 17, 15, 1, 2, 12},
+};
+
+int EvenPart(int whole, int numerator, int denominator) {
+  return static_cast<int>(std::int64_t{whole} * numerator / denominator) & ~1;
+}
+
+// To and fro between 0 and `span`, in steps of `speed`.
+int Bounce(std::uint32_t number, int speed, int span) {
+  if (span <= 0) return 0;
+  const auto period = static_cast<std::uint64_t>(span) * 2;
+  const auto at = static_cast<int>(std::uint64_t{number} * static_cast<unsigned>(speed) % period);
+  return at <= span ? at : 2 * span - at;
+}
+
+std::uint32_t Scatter(std::uint32_t number) {
+  number = (number ^ (number >> 16)) * 0x7feb352dU;
+  number = (number ^ (number >> 15)) * 0x846ca68bU;
+  return number ^ (number >> 16);
+}
+
+// Smooth hills of several sizes that join at the left and right edge.
+std::vector<std::uint8_t> MakeTexture(int width, int height) {
+  std::vector<std::uint8_t> texture(static_cast<std::size_t>(width) * height);
+  constexpr double kTurn = 6.283185307179586;
+  for (int y = 0; y < height; ++y) {
+    for (int x = 0; x < width; ++x) {
+      const double across = kTurn * x / width;
+      const double down = kTurn * y / height;
+      const double level = 40 * std::sin(across * 3 + 2 * std::sin(down)) +
+                           24 * std::sin(across * 17 + down * 5) +
+                           16 * std::sin(across * 41 - down * 13);
+      texture[static_cast<std::size_t>(y) * width + x] =
+          static_cast<std::uint8_t>(std::lround(126 + level));
+    }
+  }
+  return texture;
+}
+
+// What the upper row shows from left to right, the rightmost cell in the lowest bit.
+std::uint64_t CellsOf(std::uint32_t number) {
+  return std::uint64_t{1} << (kColumns - 1) | std::uint64_t{number} << 1;
+}
+
+// The mean over the inner half of the cell in `column` and `row`, where neighbours do not bleed in.
+int CellLevel(const std::uint8_t* luma, int stride, int width, int height, int column, int row) {
+  const int left = (4 * column + 1) * width / (4 * kColumns);
+  const int right = std::max(left + 1, (4 * column + 3) * width / (4 * kColumns));
+  const int top = (4 * row + 1) * height / (4 * kCellRowsPerPicture);
+  const int bottom = std::max(top + 1, (4 * row + 3) * height / (4 * kCellRowsPerPicture));
+  std::int64_t sum = 0;
+  for (int y = top; y < bottom; ++y) {
+    const std::uint8_t* line = luma + std::ptrdiff_t{y} * stride;
+    for (int x = left; x < right; ++x) sum += line[x];
+  }
+  return static_cast<int>(sum / (std::int64_t{right - left} * (bottom - top)));
+}
+
+void CopyPlane(const std::uint8_t* from, int width, int height, std::uint8_t* to, int stride) {
+  if (stride == width) {
+    std::memcpy(to, from, static_cast<std::size_t>(width) * height);
+    return;
+  }
+  for (int y = 0; y < height; ++y, from += width, to += stride) {
+    std::memcpy(to, from, static_cast<std::size_t>(width));
+  }
+}
+
+}  // namespace
+
+TestPattern::TestPattern(int width, int height)
+    : _width(width),
+      _height(height),
+      _bars_top(EvenPart(height, 2, kCellRowsPerPicture) + 2),
+      _bars_bottom(EvenPart(height, 2, 3)) {
+  DrawBackground();
+  const int lower = _height - _bars_bottom;
+  _texture = MakeTexture(_width / 2, lower);
+  _noise_stride = _width - _width / 2 + kNoisePlacesX;
+  _noise.resize(static_cast<std::size_t>(_noise_stride) * (lower + kNoisePlacesY));
+  std::minstd_rand random(1);  // the same noise on every board
+  const int lines = lower + kNoisePlacesY;
+  for (int y = 0; y < lines; ++y) {
+    const int amplitude = kLeastNoise + (kMostNoise - kLeastNoise) * y / lines;
+    for (int x = 0; x < _noise_stride; ++x) {
+      const auto step =
+          static_cast<int>((random() >> 8) % (2U * static_cast<unsigned>(amplitude) + 1));
+      _noise[static_cast<std::size_t>(y) * static_cast<unsigned>(_noise_stride) +
+             static_cast<unsigned>(x)] = static_cast<std::uint8_t>(kGrey - amplitude + step);
+    }
+  }
+}
+
+void TestPattern::DrawBackground() {
+  const int sizes[3] = {_width * _height, _width / 2 * (_height / 2), _width / 2 * (_height / 2)};
+  Picture background{.width = _width, .height = _height};
+  for (int plane = 0; plane < 3; ++plane) {
+    _planes[plane].assign(static_cast<std::size_t>(sizes[plane]), plane == 0 ? kBlack : kGrey);
+    background.planes[plane] = _planes[plane].data();
+    background.strides[plane] = plane == 0 ? _width : _width / 2;
+  }
+  for (int bar = 0; bar < 8; ++bar) {
+    const int left = EvenPart(_width, bar, 8);
+    const auto& [y, u, v] = kBars[bar];
+    Fill(background,
+         {left, _bars_top, EvenPart(_width, bar + 1, 8) - left, _bars_bottom - _bars_top},
+         {y, u, v});
+  }
+}
+
+void TestPattern::Draw(std::uint32_t number, const Picture& picture) const {
+  // Whatever lies in the planes is written over whole. Only mending what moved would save a copy
+  // that costs a fraction of a millisecond, at the price of trusting slots that others had in hand.
+  for (int plane = 1; plane < 3; ++plane) {
+    CopyPlane(_planes[plane].data(), _width / 2, _height / 2, picture.planes[plane],
+              picture.strides[plane]);
+  }
+  CopyPlane(_planes[0].data(), _width, _bars_bottom, picture.planes[0], picture.strides[0]);
+  DrawCells(number, picture);
+  DrawTexture(number, picture);
+  DrawNoise(number, picture);
+  DrawMovers(number, picture);
+  DrawDigits(number, picture);
+}
+
+void TestPattern::Fill(const Picture& picture, Box box, Colour colour) const {
+  const int left = std::clamp(box.left & ~1, 0, _width);
+  const int right = std::clamp((box.left + box.width) & ~1, left, _width);
+  const int top = std::clamp(box.top & ~1, 0, _height);
+  const int bottom = std::clamp((box.top + box.height) & ~1, top, _height);
+  const std::uint8_t levels[3] = {colour.y, colour.u, colour.v};
+  for (int plane = 0; plane < 3; ++plane) {
+    const int shift = plane == 0 ? 0 : 1;
+    for (int y = top >> shift; y < bottom >> shift; ++y) {
+      std::uint8_t* line = picture.planes[plane] + std::ptrdiff_t{y} * picture.strides[plane];
+      std::memset(line + (left >> shift), levels[plane],
+                  static_cast<std::size_t>((right - left) >> shift));
+    }
+  }
+}
+
+void TestPattern::DrawCells(std::uint32_t number, const Picture& picture) const {
+  if (_width < kLeastCellsWidth || _height < kLeastCellsHeight) return;
+  for (int row = 0; row < 2; ++row) {
+    const std::uint64_t cells = row == 0 ? CellsOf(number) : ~CellsOf(number);
+    const int top = row * _height / kCellRowsPerPicture;
+    const int bottom = (row + 1) * _height / kCellRowsPerPicture;
+    std::uint8_t* first = picture.planes[0] + std::ptrdiff_t{top} * picture.strides[0];
+    for (int column = 0; column < kColumns; ++column) {
+      const bool is_white = (cells >> (kColumns - 1 - column) & 1U) != 0;
+      const int left = column * _width / kColumns;
+      const int right = (column + 1) * _width / kColumns;
+      std::memset(first + left, is_white ? kWhite : kBlack, static_cast<std::size_t>(right - left));
+    }
+    for (int y = top + 1; y < bottom; ++y) {
+      std::memcpy(first + std::ptrdiff_t{y - top} * picture.strides[0], first,
+                  static_cast<std::size_t>(_width));
+    }
+  }
+}
+
+void TestPattern::DrawTexture(std::uint32_t number, const Picture& picture) const {
+  const int width = _width / 2;
+  const int shift =
+      static_cast<int>(std::uint64_t{number} * kTextureSpeed % static_cast<unsigned>(width));
+  for (int y = _bars_bottom; y < _height; ++y) {
+    const std::uint8_t* from = _texture.data() + std::ptrdiff_t{y - _bars_bottom} * width;
+    std::uint8_t* to = picture.planes[0] + std::ptrdiff_t{y} * picture.strides[0];
+    std::memcpy(to, from + shift, static_cast<std::size_t>(width - shift));
+    std::memcpy(to + (width - shift), from, static_cast<std::size_t>(shift));
+  }
+}
+
+void TestPattern::DrawNoise(std::uint32_t number, const Picture& picture) const {
+  // A window on a larger field, elsewhere in each picture: new noise at the cost of a copy.
+  const std::uint32_t place = Scatter(number);
+  const auto x = static_cast<int>(place % kNoisePlacesX);
+  const auto y = static_cast<int>((place >> 16) % kNoisePlacesY);
+  const int left = _width / 2;
+  for (int line = _bars_bottom; line < _height; ++line) {
+    const std::uint8_t* from =
+        _noise.data() + std::ptrdiff_t{line - _bars_bottom + y} * _noise_stride + x;
+    std::memcpy(picture.planes[0] + std::ptrdiff_t{line} * picture.strides[0] + left, from,
+                static_cast<std::size_t>(_width - left));
+  }
+}
+
+void TestPattern::DrawMovers(std::uint32_t number, const Picture& picture) const {
+  const int bars_height = _bars_bottom - _bars_top;
+  const int side = std::max(2, EvenPart(_height, 1, 8));
+  const int x = Bounce(number, std::max(2, _width / 160), _width - side);
+  const int y = Bounce(number, std::max(2, _height / 120), bars_height - side);
+  Fill(picture, {x, _bars_top + y, side, side}, {kWhite, kGrey, kGrey});
+  Fill(picture, {x + side / 4, _bars_top + y + side / 4, side / 2, side / 2}, {82, 90, 240});
+
+  const int line_width = std::max(2, EvenPart(_width, 1, 160));
+  const auto sweep = static_cast<int>(std::uint64_t{number} * static_cast<unsigned>(line_width) %
+                                      static_cast<unsigned>(_width));
+  Fill(picture, {sweep, _bars_top, line_width, bars_height}, {kBlack, kGrey, kGrey});
+}
+
+void TestPattern::DrawDigits(std::uint32_t number, const Picture& picture) const {
+  const std::string text = std::to_string(number);
+  const int digits = std::max(6, static_cast<int>(text.size()));
+  const int columns = 6 * digits + 1;  // a blank one around each digit
+  // Dots are whole chroma samples; the plate takes half the width at most.
+  const int dot = std::min(_width / 2 / columns, (_bars_bottom - _bars_top) / 2 / 9) & ~1;
+  if (dot < 2) return;
+  const int left = (_width - columns * dot) / 2 & ~1;
+  const int top = (_bars_top + (_bars_bottom - _bars_top - 9 * dot) / 2) & ~1;
+  Fill(picture, {left, top, columns * dot, 9 * dot}, {kBlack, kGrey, kGrey});
+  const int leading = digits - static_cast<int>(text.size());
+  for (int place = 0; place < digits; ++place) {
+    const int digit = place < leading ? 0 : text[static_cast<std::size_t>(place - leading)] - '0';
+    for (int row = 0; row < 7; ++row) {
+      for (int column = 0; column < 5; ++column) {
+        if ((kDigits[digit][row] >> (4 - column) & 1) == 0) continue;
+        Fill(picture, {left + (6 * place + 1 + column) * dot, top + (row + 1) * dot, dot, dot},
+             {kWhite, kGrey, kGrey});
+      }
+    }
+  }
+}
+
+bool ReadFrameNumber(const std::uint8_t* luma, int stride, int width, int height,
+                     std::uint32_t& number) {
+  if (width < kLeastCellsWidth || height < kLeastCellsHeight) return false;
+  std::uint64_t cells = 0;
+  for (int column = 0; column < kColumns; ++column) {
+    const int contrast = CellLevel(luma, stride, width, height, column, 0) -
+                         CellLevel(luma, stride, width, height, column, 1);
+    if (std::abs(contrast) < kLeastContrast) return false;
+    cells = cells << 1 | (contrast > 0 ? 1U : 0U);
+  }
+  const auto shown = static_cast<std::uint32_t>(cells >> 1);
+  if (cells != CellsOf(shown)) return false;
+  number = shown;
+  return true;
+}
+
+}  // namespace tessel::rtos

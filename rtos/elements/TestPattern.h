@@ -1,0 +1,62 @@
+// The picture of a board without a camera. It moves, it is cheap to make, it gives an encoder
+// something to do, and each picture tells its number to the eye and to a program:
+//
+//   ┌─┬─┬─┬─┬─ … ─┬─┐  34 cells: a white one, 32 bits with the highest first (1 is white), a black
+//   one ├─┼─┼─┼─┼─ … ─┼─┤  the same cells inverted, so that a reader compares and needs no
+//   threshold │  colour bars  │  a plate with the number in digits, a box that bounces, a line that
+//   sweeps ├───────┬───────┤ │texture│ noise │  the texture pans; the noise is new in each picture
+//   └───────┴───────┘
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "Element.h"
+
+namespace tessel::rtos {
+
+// One thread at a time.
+class TestPattern {
+ public:
+  // `width` x `height` luma samples, even, at least 16 x 16.
+  TestPattern(int width, int height);
+
+  // Draws picture `number` into the planes of `picture`, every sample of them. The same number
+  // always gives the same picture. REQUIRES: `picture` has the size given at construction.
+  void Draw(std::uint32_t number, const Picture& picture) const;
+
+ private:
+  // A rectangle in luma samples; Fill() rounds it to whole chroma samples.
+  struct Box {
+    int left, top, width, height;
+  };
+  struct Colour {
+    std::uint8_t y, u, v;
+  };
+
+  void DrawBackground();
+  void Fill(const Picture& picture, Box box, Colour colour) const;
+  void DrawCells(std::uint32_t number, const Picture& picture) const;
+  void DrawTexture(std::uint32_t number, const Picture& picture) const;
+  void DrawNoise(std::uint32_t number, const Picture& picture) const;
+  void DrawMovers(std::uint32_t number, const Picture& picture) const;
+  void DrawDigits(std::uint32_t number, const Picture& picture) const;
+
+  // Constant after construction.
+  int _width;
+  int _height;
+  int _bars_top;
+  int _bars_bottom;
+  std::vector<std::uint8_t> _planes[3];  // what does not move, tightly packed
+  std::vector<std::uint8_t> _texture;    // luma, the left half of the lower part, repeats sideways
+  std::vector<std::uint8_t> _noise;      // luma, larger than where it shows, see DrawNoise()
+  int _noise_stride = 0;                 // samples
+};
+
+// Reads the number that the cells of a picture show. The picture may have been coded and scaled
+// since it was drawn. False, with `number` untouched, when the cells do not agree with their
+// inverted twins or the picture is too small to hold them. `stride` in bytes. Any thread.
+bool ReadFrameNumber(const std::uint8_t* luma, int stride, int width, int height,
+                     std::uint32_t& number);
+
+}  // namespace tessel::rtos
