@@ -1,0 +1,26 @@
+// What the tool says and how it ends. Results go to stdout, everything else to stderr.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace tessel::tool {
+
+enum Exit : int {
+  kDone = 0,
+  kFailed = 1,
+  kWrongUsage = 2,
+};
+
+// One line to stderr, headed by the program's name. Any thread.
+void Say(const std::string& text);
+
+// In quotation marks.
+std::string Quoted(std::string_view text);
+
+// As std::printf does it.
+[[gnu::format(printf, 1, 2)]] std::string Format(const char* format, ...);
+
+bool IsTerminal(int fd);
+
+}  // namespace tessel::tool

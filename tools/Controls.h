@@ -1,0 +1,39 @@
+// What can be asked of an encoder, before it runs and while it runs: one row a value.
+#pragma once
+
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "tessel/IBitRateControl.h"
+
+namespace tessel::tool {
+
+struct ControlRow {
+  const char* name;  // the option "--name", and the key in "--set name=value@frame"
+  const char* unit;
+  bool is_scaled;  // takes "2M", "500k"
+  int least;
+  int most;
+  // No pointer to a member: SetBitRate() belongs to a virtual base, whose members do not convert.
+  void (*set)(api::streaming::common::IBitRateControl& control, int value);
+  const char* help;
+};
+
+std::span<const ControlRow> ControlRows();
+const ControlRow* FindControl(std::string_view name);
+
+// False with `error` when `text` is no value of that row.
+[[nodiscard]] bool ParseControl(const ControlRow& row, std::string_view text, int& value,
+                                std::string& error);
+
+// A value, and the frame from which on it is wanted.
+struct ControlChange {
+  const ControlRow* row;
+  int value;
+  int frame;
+};
+// Reads "key=value@frame". False with `error` naming the part that is wrong.
+[[nodiscard]] bool ParseChange(std::string_view text, ControlChange& change, std::string& error);
+
+}  // namespace tessel::tool

@@ -1,0 +1,125 @@
+#include "Inspect.h"
+
+#include <cstdio>
+#include <utility>
+
+#include "quill/Factory.h"
+#include "quill/Host.h"
+#include "tessel/IH264Source.h"
+
+#include "Classes.h"
+#include "Console.h"
+#include "ErrorLog.h"
+
+namespace tessel::tool {
+namespace {
+
+using api::streaming::common::H264MediaInfo;
+using api::streaming::common::IBitRateControl;
+using api::streaming::common::IH264;
+using api::streaming::common::IStreamOutput;
+using quill::base::AttrSet;
+using quill::base::Factory;
+using quill::base::object;
+
+struct ModeRow {
+  IBitRateControl::BitRateControl mode;
+  const char* name;
+};
+constexpr ModeRow kModes[] = {
+    {IBitRateControl::kConstant, "constant"},
+    {IBitRateControl::kVariable, "variable"},
+    {IBitRateControl::kConstrainedVariable, "constrained variable"},
+    {IBitRateControl::kAverage, "average"},
+    {IBitRateControl::kFixedQp, "fixed QP"},
+};
+
+void Row(const char* label, const std::string& value) {
+  if (!value.empty()) std::printf("%-16s%s\n", label, value.c_str());
+}
+
+std::string ModesText(const IBitRateControl& control) {
+  std::string text;
+  for (const auto mode : control.BitRateControlSupportedList()) {
+    std::string name = std::to_string(mode);
+    for (const ModeRow& row : kModes) {
+      if (row.mode == mode) name = row.name;
+    }
+    text += (text.empty() ? "" : ", ") + name;
+  }
+  return text;
+}
+
+void PrintClass(const IClass& record) {
+  Row("name", record.Name());
+  Row("constructor", ConstructorText(record));
+  if (record.Base() != nullptr) Row("alias of", record.Base()->Name());
+  for (const std::string& alias : AliasesOf(record)) Row("alias", alias);
+  Row("module", record.Module());
+  Row("version", VersionText(record));
+  Row("vendor", record.Vendor());
+  Row("author", record.Author());
+}
+
+void PrintDefaults(object& made) {
+  if (const auto* video = dynamic_cast<IH264*>(&made)) {
+    const H264MediaInfo info = video->GetH264MediaInfo();
+    Row("size", Format("%dx%d", info.width, info.height));
+    Row("gop", std::to_string(info.gop));
+    Row("goptype", info.goptype);
+  }
+  if (const auto* control = dynamic_cast<IBitRateControl*>(&made)) {
+    Row("frame rate", std::to_string(control->GetCurrentFrameRate()) + " frames/s");
+    Row("bit rate", std::to_string(control->GetCurrentBitRate()) + " bit/s measured");
+    const int qp = control->GetCurrentQP();
+    Row("QP", qp == 0 ? "0, left to rate control" : std::to_string(qp));
+    Row("rate control", ModesText(*control));
+  }
+}
+
+// The description that Open() sends to the real-time side. Empty when it sends none.
+std::string RecordDescription(IStreamOutput& output) {
+  std::string description;
+  const auto record = [&description](AttrSet& request) {
+    if (description.empty()) description = request.ToString(false);
+    return false;  // nothing is there to open
+  };
+  Factory& factory = Factory::Globle();
+  Factory::Command before = factory.ReplaceCommand("shm0_cmd", record);
+  {
+    const ErrorsMuted muted;
+    output.Open();
+    output.Close();
+  }
+  factory.ReplaceCommand("shm0_cmd", std::move(before));
+  return description;
+}
+
+}  // namespace
+
+int Inspect(const InspectOptions& options) {
+  std::string error;
+  const IClass* record = FindClass(options.name, error);
+  if (record == nullptr) {
+    Say(error);
+    return kFailed;
+  }
+  PrintClass(*record);
+  if (!IsCreatable(*record)) return kDone;
+
+  const ClassTraits traits = TraitsOf(*record);
+  Row("kind", traits.kind);
+  Row("delivery", traits.delivery);
+  const quill::host::Handle<object> made(quill::host::CreateObject(record->Name().c_str(), ""));
+  if (!made) {
+    Say("cannot create " + record->Name() + ": " + ErrorLog::LastReason());
+    return kFailed;
+  }
+  PrintDefaults(*made);
+  if (auto* output = dynamic_cast<IStreamOutput*>(made.get())) {
+    Row("description", RecordDescription(*output));
+  }
+  return kDone;
+}
+
+}  // namespace tessel::tool

@@ -1,0 +1,55 @@
+#include "Interrupts.h"
+
+#include <system_error>
+#include <thread>
+#include <utility>
+
+#include <pthread.h>
+#include <signal.h>
+#include <unistd.h>
+
+namespace tessel::tool {
+namespace {
+
+constexpr int kSignalExit = 128;  // plus the signal's number, as shells report it
+
+// Under nohup a hang-up is to be ignored.
+bool IsIgnored(int number) {
+  struct sigaction action = {};
+  return sigaction(number, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+}
+
+sigset_t Signals() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGINT);
+  sigaddset(&signals, SIGTERM);
+  if (!IsIgnored(SIGHUP)) sigaddset(&signals, SIGHUP);
+  return signals;
+}
+
+}  // namespace
+
+void HoldInterrupts() {
+  const sigset_t signals = Signals();
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+}
+
+bool WatchInterrupts(std::function<void()> on_interrupt) {
+  try {
+    std::thread([signals = Signals(), on_interrupt = std::move(on_interrupt)] {
+      int number = 0;
+      while (sigwait(&signals, &number) != 0) {
+      }
+      on_interrupt();
+      while (sigwait(&signals, &number) != 0) {
+      }
+      _exit(kSignalExit + number);  // whatever the first one started does not come to its end
+    }).detach();                    // it waits until the process ends
+  } catch (const std::system_error&) {
+    return false;
+  }
+  return true;
+}
+
+}  // namespace tessel::tool

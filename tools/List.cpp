@@ -1,0 +1,56 @@
+#include "List.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include <unistd.h>
+
+#include "quill/Host.h"
+
+#include "Classes.h"
+#include "Console.h"
+
+namespace tessel::tool {
+namespace {
+
+struct Line {
+  std::string name;
+  std::string delivery;
+  std::string kind;
+};
+
+Line Describe(const IClass& record) {
+  if (IsOfHost(record)) return {record.Name(), "-", "element of the host"};
+  if (!IsCreatable(record)) return {record.Name(), "-", "base class " + ConstructorText(record)};
+  const ClassTraits traits = TraitsOf(record);
+  return {record.Name(), traits.delivery, traits.kind};
+}
+
+}  // namespace
+
+int List(const ListOptions& options) {
+  std::vector<Line> lines;
+  for (const IClass* record : quill::host::Classes()) {
+    if (options.all || IsCreatable(*record)) lines.push_back(Describe(*record));
+  }
+  if (lines.empty()) {
+    Say("the plug-in offers no classes");
+    return kFailed;
+  }
+  std::size_t width = 0;
+  for (const Line& line : lines) width = std::max(width, line.name.size());
+  const bool in_columns = IsTerminal(STDOUT_FILENO);
+  for (const auto& [name, delivery, kind] : lines) {
+    if (in_columns) {
+      std::printf("%-*s  %-4s  %s\n", static_cast<int>(width), name.c_str(), delivery.c_str(),
+                  kind.c_str());
+    } else {
+      std::printf("%s\t%s\t%s\n", name.c_str(), delivery.c_str(), kind.c_str());
+    }
+  }
+  return kDone;
+}
+
+}  // namespace tessel::tool

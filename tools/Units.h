@@ -1,0 +1,24 @@
+// Numbers as they are typed and shown.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace tessel::tool {
+
+// A whole number in `least`..`most`, the whole text. False with `error` saying what is wrong with
+// it.
+[[nodiscard]] bool ParseWhole(std::string_view text, int least, int most, int& value,
+                              std::string& error);
+
+// The same, but it may carry a decimal factor and then a fraction: "500k", "2M", "2.5M", "1G".
+[[nodiscard]] bool ParseScaled(std::string_view text, int least, int most, int& value,
+                               std::string& error);
+
+// Seconds above 0, with a fraction or not.
+[[nodiscard]] bool ParseSeconds(std::string_view text, double& seconds, std::string& error);
+
+// "2M", "500k", "1234567": the shortest text that ParseScaled() reads back.
+std::string ScaledText(int value);
+
+}  // namespace tessel::tool
