@@ -95,13 +95,17 @@ bool StreamApp::Stop() {
   Trace("");
   // Nothing runs, so it is stopped: a success.
   if (Failed(!_app, "!_app")) return true;
-  if (Failed(!AppStatusDown("ready"), "!AppStatusDown(\"ready\")")) return false;
-  return Service::Stop();
+  const bool done = AppStatusDown("ready");
+  // An application may stop on this side and miss the other side's word; then it plays no more.
+  if (!IsStart()) Service::Stop();
+  return !Failed(!done, "!AppStatusDown(\"ready\")");
 }
 
 bool StreamApp::Close() {
   Trace("");
-  if (Failed(!AppStatusDown("null"), "!AppStatusDown(\"null\")")) return false;
+  const bool done = AppStatusDown("null");
+  if (_app != nullptr && !IsStart()) Service::Stop();  // as far as it went
+  if (Failed(!done, "!AppStatusDown(\"null\")")) return false;
   // Goes on: the stream is down, whatever becomes of its application.
   static_cast<void>(Failed(_app != nullptr && !AppDestroy(), "!AppDestroy()"));
   return Service::Close();
