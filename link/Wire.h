@@ -15,7 +15,7 @@
 
 namespace tessel::link {
 
-inline constexpr std::size_t kMaxMessageBytes = 128 * 1024;  // below the kernel's default buffer
+inline constexpr std::size_t kMaxMessageBytes = std::size_t{128} * 1024;  // below the kernel's default buffer
 inline constexpr std::size_t kMaxMessageFds = 8;
 
 struct WireMessage {

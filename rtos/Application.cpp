@@ -30,6 +30,10 @@ bool ReadChain(const AttrSet& description, std::vector<LayoutElement>& chain, st
   return quill::base::ParseLayout(layout, chain, error);
 }
 
+std::string OfElement(const std::string& class_name, const std::string& reason) {
+  return std::string("element \"").append(class_name).append("\": ").append(reason);
+}
+
 const ElementRow* FindRow(std::span<const ElementRow> elements, const std::string& name) {
   for (const ElementRow& row : elements) {
     if (name == row.name) return &row;
@@ -77,7 +81,7 @@ bool Application::Build(const AttrSet& description, std::span<const ElementRow> 
     if (_block == nullptr && wanted.params.Get("vbrc") != nullptr) {
       _block = Block(wanted.params.Get("vbrc"), error);
       if (_block == nullptr) {
-        error = "element \"" + wanted.class_name + "\": " + error;
+        error = OfElement(wanted.class_name, error);
         return false;
       }
     }
@@ -90,7 +94,7 @@ bool Application::Build(const AttrSet& description, std::span<const ElementRow> 
   }
   for (std::size_t i = 0; i < _chain.size(); ++i) {
     if (_chain[i].element->Open(*this, chain[i].params, _media, error)) continue;
-    error = "element \"" + _chain[i].class_name + "\": " + error;
+    error = OfElement(_chain[i].class_name, error);
     return false;
   }
   return true;
@@ -185,7 +189,7 @@ Verdict Application::MoveOne(Unit& unit) {
     verdict = link.element->Process(unit);
     if (verdict == Verdict::kPass) continue;
     if (verdict != Verdict::kFail) return verdict;
-    _report("failed", "element \"" + link.class_name + "\": " + link.element->LastError());
+    _report("failed", OfElement(link.class_name, link.element->LastError()));
     return verdict;
   }
   return Verdict::kPass;

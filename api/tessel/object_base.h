@@ -13,7 +13,6 @@ namespace tessel {
 class TESSEL_PUBLIC object_base {
  public:
   static void* operator new(std::size_t size_bytes) { return ::operator new(size_bytes); }
-  static void* operator new(std::size_t, void* place) noexcept { return place; }
   static void operator delete(void* memory, std::size_t) { ::operator delete(memory); }
 
   virtual ~object_base() = default;

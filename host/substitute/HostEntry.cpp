@@ -1,6 +1,7 @@
 // The client's way in, the host's own classes, and the commands that it serves.
 #include <cstdint>
 #include <mutex>
+#include <set>
 
 #include <dlfcn.h>
 
@@ -33,6 +34,7 @@ struct Entry {
   host::Options options;             // guarded by mutex
   std::vector<Announced> announced;  // guarded by mutex; those not called yet
   int announcements = 0;             // guarded by mutex
+  std::set<void*> plugins;           // guarded by mutex; libraries that have announced themselves
 };
 
 Entry& TheEntry() {
@@ -124,28 +126,23 @@ bool LoadPlugin(const char* path, std::string* error) {
                   error);
   }
   Entry& entry = TheEntry();
-  int before = 0;
-  {
-    const std::lock_guard lock(entry.mutex);
-    before = entry.announcements;
-  }
   // Never closed: its code makes the objects of its classes for as long as the process lives.
   dlerror();
-  const bool is_loaded_already = dlopen(file.c_str(), RTLD_NOW | RTLD_NOLOAD) != nullptr;
-  if (!is_loaded_already && dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL) == nullptr) {
+  void* library = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (library == nullptr) {
     const char* reason = dlerror();
     return Refuse(reason == nullptr ? file : reason, error);
   }
   std::vector<Announced> fresh;
-  int after = 0;
+  bool is_plugin = false;
   {
     const std::lock_guard lock(entry.mutex);
     fresh.swap(entry.announced);
-    after = entry.announcements;
+    if (!fresh.empty()) entry.plugins.insert(library);
+    is_plugin = entry.plugins.count(library) > 0;
   }
   for (const Announced& plugin : fresh) plugin.announce(nullptr);
-  if (is_loaded_already || after > before) return true;
-  return Refuse(file + " announces no plug-in", error);
+  return is_plugin || Refuse(file + " announces no plug-in", error);
 }
 
 std::vector<const IClass*> Classes() { return {IClass::Globle().begin(), IClass::Globle().end()}; }

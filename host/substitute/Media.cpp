@@ -50,7 +50,7 @@ Media::Media(const base::AttrSet& description) : _text(description.ToString(fals
       AddValue<int>(key.c_str(), number);
     }
   }
-  if (!IsCodec("h264")) return;
+  if (strcasecmp(_codec.c_str(), "h264") != 0) return;
   using tessel::api::streaming::common::JumpToData;
   AddValue<JumpToData>("jump", &JumpToSlice);
   AddValue<JumpToData>("jump_bs", &JumpToSliceByteStream);

@@ -94,9 +94,11 @@ Packet* Session::TakeNext() {
 }
 
 Packet* Session::Pull(bool blocking) {
+  // Without the mutex, which Play() takes.
+  if (blocking) _mode.wait(Mode::kNew);
   const std::lock_guard lock(_pull_mutex);
   for (;;) {
-    if (_halted.load(std::memory_order_acquire)) return nullptr;
+    if (_mode.load(std::memory_order_acquire) != Mode::kPlaying || IsForkedChild()) return nullptr;
     // Read before the ring: what was published before the end is then seen below.
     const bool is_last_look = HasEnded() || !blocking;
     if (Packet* packet = TakeNext()) return packet;
@@ -108,18 +110,25 @@ Packet* Session::Pull(bool blocking) {
 void Session::Play() {
   const std::lock_guard lock(_pull_mutex);
   while (Packet* stale = TakeNext()) stale->Release();
-  _halted.store(false, std::memory_order_release);
   if (!HasEnded()) _consumer->Resume();
+  SetMode(Mode::kPlaying);
 }
 
 void Session::Halt() {
-  _halted.store(true, std::memory_order_release);
+  SetMode(Mode::kHalted);
   _consumer->Interrupt();
 }
 
 void Session::End() {
   _ended.store(true, std::memory_order_release);
+  Mode before = Mode::kNew;  // nobody needs to wait for it to play any more
+  if (_mode.compare_exchange_strong(before, Mode::kHalted)) _mode.notify_all();
   _consumer->Interrupt();
+}
+
+void Session::SetMode(Mode mode) {
+  _mode.store(mode, std::memory_order_release);
+  _mode.notify_all();
 }
 
 void Session::Listen(std::function<void(const std::string&)> listener) {

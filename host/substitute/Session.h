@@ -54,7 +54,8 @@ class Session : public std::enable_shared_from_this<Session> {
   const std::shared_ptr<SessionMemory>& Memory() const { return _memory; }
 
   // The next packet, held for the caller; null when none is there, the stream is stopped, or (with
-  // `blocking`) when none will come any more. Callers queue up behind one another.
+  // `blocking`) when none will come any more. Before the first Play() it waits for that, if
+  // `blocking`. Callers queue up behind one another.
   Packet* Pull(bool blocking);
 
   // Lets Pull() wait again; frames that were left over from before are given back.
@@ -79,13 +80,15 @@ class Session : public std::enable_shared_from_this<Session> {
   friend class SessionPacket;
   Session(std::string name, std::shared_ptr<SessionMemory> memory,
           std::unique_ptr<tessel::link::SessionConsumer> consumer);
+  enum class Mode { kNew, kPlaying, kHalted };
   Packet* TakeNext();
+  void SetMode(Mode mode);
 
   const std::string _name;
   const std::shared_ptr<SessionMemory> _memory;
   const std::unique_ptr<tessel::link::SessionConsumer> _consumer;
   std::array<SessionPacket, tessel::link::kMostSlots> _packets;
-  std::atomic<bool> _halted{false};
+  std::atomic<Mode> _mode{Mode::kNew};
   std::atomic<bool> _ended{false};
 
   std::mutex _pull_mutex;  // one reader of the ring at a time

@@ -91,8 +91,7 @@ void CaptureSchedule::MoveTo(std::int64_t now_ns) {
 
 PictureBuffer::PictureBuffer(int width, int height) {
   const int luma_stride = (width + 63) / 64 * 64;  // so that half of it is a multiple of 32
-  // A plane that starts on a multiple of 64 bytes: both parts of the product are even enough for
-  // the luma, and an odd number of chroma lines is rounded up.
+  // The luma plane is a multiple of 64 bytes; a chroma plane may be an odd number of 32s.
   const std::size_t luma_bytes =
       static_cast<std::size_t>(luma_stride) * static_cast<unsigned>(height);
   const std::size_t chroma_bytes = (luma_bytes / 4 + kAlignment - 1) / kAlignment * kAlignment;

@@ -11,8 +11,6 @@ extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavdevice/avdevice.h>
 #include <libavformat/avformat.h>
-#include <libavutil/imgutils.h>
-#include <libavutil/opt.h>
 #include <libswscale/swscale.h>
 }
 
@@ -163,8 +161,9 @@ bool MediaInput::OpenDecoder() {
 bool MediaInput::DecodeFirst() {
   if (DecodeNext() != Decoded::kPicture) return FailWith("no picture in its video");
   std::swap(_current, _next);
-  _has_next = DecodeNext() == Decoded::kPicture;
-  return true;
+  const Decoded second = DecodeNext();
+  _has_next = second == Decoded::kPicture;
+  return second != Decoded::kFailed;
 }
 
 bool MediaInput::WaitForFirst() {
@@ -212,22 +211,10 @@ MediaInput::Step MediaInput::AdvanceCamera() {
 // Decodes the picture after the last one into _next, from the start of the file when it loops.
 MediaInput::Decoded MediaInput::DecodeNext() {
   Decoded decoded = DecodeInto(*_next);
-  if (decoded == Decoded::kEnd && _loop && _pass_has_picture) {
-    _pass_start_ns = _decoded_end_ns;
-    _pass_has_picture = false;
-    if (!Rewind()) return Decoded::kFailed;
-    decoded = DecodeInto(*_next);
-    // A pass without a picture would be followed by another one, for ever.
-    if (decoded == Decoded::kEnd) {
-      FailWith("no picture in its video any more");
-      return Decoded::kFailed;
-    }
-  }
+  if (decoded == Decoded::kEnd && _loop) decoded = StartAnew();
   if (decoded != Decoded::kPicture) return decoded;
-  _pass_has_picture = true;
   _next_start_ns = StartOf(*_next);
-  const AVRational time_base = _format->streams[_stream]->time_base;
-  const std::int64_t said_ns = av_rescale_q(_next->pkt_duration, time_base, kNanoseconds);
+  const std::int64_t said_ns = ToNs(_next->pkt_duration);
   _decoded_end_ns = _next_start_ns + (said_ns > 0 ? said_ns : _nominal_frame_ns);
   return Decoded::kPicture;
 }
@@ -237,7 +224,7 @@ MediaInput::Decoded MediaInput::DecodeNext() {
 std::int64_t MediaInput::StartOf(const AVFrame& frame) {
   const std::int64_t pts = frame.best_effort_timestamp;
   if (pts == AV_NOPTS_VALUE) return _decoded_end_ns;
-  const std::int64_t pts_ns = av_rescale_q(pts, _format->streams[_stream]->time_base, kNanoseconds);
+  const std::int64_t pts_ns = ToNs(pts);
   if (!std::exchange(_knows_first_pts, true)) _first_pts_ns = pts_ns;
   const std::int64_t start_ns = _pass_start_ns + (pts_ns - _first_pts_ns);
   return start_ns > _next_start_ns || _decoded_end_ns == 0 ? start_ns : _decoded_end_ns;
@@ -280,16 +267,43 @@ MediaInput::Decoded MediaInput::Feed() {
   return sent < 0 ? Decoded::kEnd : Decoded::kPicture;
 }
 
-bool MediaInput::Rewind() {
-  AVFormatContext* format = _format.get();
-  const std::int64_t start = format->streams[_stream]->start_time;
-  int failure = avformat_seek_file(format, _stream, INT64_MIN, start == AV_NOPTS_VALUE ? 0 : start,
-                                   start == AV_NOPTS_VALUE ? 0 : start, 0);
-  // Elementary streams know no times, only places.
-  if (failure < 0) failure = av_seek_frame(format, _stream, 0, AVSEEK_FLAG_BYTE);
-  if (failure < 0) return FailWith("cannot go back to its start: " + Reason(failure));
+// Goes back to the start and decodes the first picture there. Files differ in what they can do, and
+// some claim to have gone where they have not, so the picture counts. A file without one ends the
+// attempts.
+MediaInput::Decoded MediaInput::StartAnew() {
+  _pass_start_ns = _decoded_end_ns;
+  for (const auto rewind : {&MediaInput::SeekTime, &MediaInput::SeekPlace, &MediaInput::Reopen}) {
+    if (!(this->*rewind)() || DecodeInto(*_next) != Decoded::kPicture) continue;
+    const std::int64_t pts = _next->best_effort_timestamp;
+    if (pts == AV_NOPTS_VALUE || ToNs(pts) <= _first_pts_ns) return Decoded::kPicture;
+  }
+  FailWith("cannot be played again from its start");
+  return Decoded::kFailed;
+}
+
+bool MediaInput::SeekTime() {
+  const std::int64_t known = _format->streams[_stream]->start_time;
+  const std::int64_t start = known == AV_NOPTS_VALUE ? 0 : known;
+  if (avformat_seek_file(_format.get(), _stream, INT64_MIN, start, start, 0) < 0) return false;
   avcodec_flush_buffers(_codec.get());
   return true;
+}
+
+// Elementary streams know no times, only places.
+bool MediaInput::SeekPlace() {
+  if (av_seek_frame(_format.get(), _stream, 0, AVSEEK_FLAG_BYTE) < 0) return false;
+  avcodec_flush_buffers(_codec.get());
+  return true;
+}
+
+bool MediaInput::Reopen() {
+  _codec.reset();
+  _stream = -1;
+  return OpenContainer() && OpenDecoder();
+}
+
+std::int64_t MediaInput::ToNs(std::int64_t time) const {
+  return av_rescale_q(time, _format->streams[_stream]->time_base, kNanoseconds);
 }
 
 bool MediaInput::Render(const Picture& into) {

@@ -65,7 +65,11 @@ class MediaInput {
   Decoded DecodeInto(AVFrame& frame);
   Decoded Feed();
   Decoded DecodeNext();
-  bool Rewind();
+  Decoded StartAnew();
+  bool SeekTime();
+  bool SeekPlace();
+  bool Reopen();
+  std::int64_t ToNs(std::int64_t time) const;
   Step AdvanceFile(std::int64_t time_ns);
   Step AdvanceCamera();
   std::int64_t StartOf(const AVFrame& frame);
@@ -85,7 +89,6 @@ class MediaInput {
   std::unique_ptr<AVFrame, Free> _next;     // decoded ahead, shown from _next_start_ns on
   std::unique_ptr<SwsContext, Free> _scaler;
   bool _has_next = false;
-  bool _pass_has_picture = false;  // since the last (re)start of the file
   std::int64_t _first_pts_ns = 0;  // time stamp of the first picture in the file
   bool _knows_first_pts = false;
   std::int64_t _pass_start_ns = 0;  // where the current pass through the file begins

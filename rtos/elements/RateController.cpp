@@ -7,22 +7,24 @@
 namespace tessel::rtos {
 namespace {
 
-constexpr double kWindowS = 2.0;       // the rate is judged over windows of this length
-constexpr double kPaybackS = 0.5;      // a debt is paid back in about this time
-constexpr double kMemoryS = 0.4;       // what a picture costs is learnt over this time
-constexpr double kMostDebtS = 1.0;     // bounds of the debt, as time at the target rate: after more
-constexpr double kMostCreditS = 0.15;  // than this the past counts no longer, credit even less
-constexpr double kMostPeriodS = 1.0;   // a longer gap, as behind a trigger, earns no more bits
-constexpr double kLeastShare = 0.15;   // of the even share, however much has to be paid back
-constexpr double kCutRatio = 3.0;      // a picture that changed by so much more is a cut
+constexpr double kWindowS = 2.0;   // the rate is judged over windows of this length
+constexpr double kPaybackS = 0.5;  // a debt is paid back in about this time
+constexpr double kMemoryS = 0.4;   // what a picture costs is learnt over this time
+// Bounds of debt and credit, as time at the target rate; what goes beyond is forgotten. Credit is
+// kept small, or a still scene would earn the next one a burst.
+constexpr double kMostDebtS = 1.0;
+constexpr double kMostCreditS = 0.15;
+constexpr double kMostPeriodS = 1.0;  // a longer gap, as behind a trigger, earns no more bits
+constexpr double kLeastShare = 0.15;  // of the even share, however much has to be paid back
+constexpr double kCutRatio = 3.0;     // a picture that changed by so much more is a cut
 constexpr int kMostQpStep = 4;  // from one inter picture to the next, so that errors do not swing
 constexpr double kIntraQpBonus = 2;  // intra pictures are referred to, which is worth finer steps
-// Bits of an intra picture at QP 0 for each level of detail, before any was seen.
+// Bits of an intra picture at QP 0 for each level of detail, before any was seen. Measured were 3.5
+// to 5.
 constexpr double kFirstIntraCost = 5;
 constexpr double kMostIntraPart = 0.35;  // of a GOP's bits, at most, for the picture that begins it
-// Where the windows do not all hold the same number of intra pictures, one of them may put a window
-// out by this much.
-constexpr double kMostUnevenness = 0.08;
+// By how much of a window's bits one intra picture may put that window out.
+constexpr double kMostUnevenness = 0.06;
 
 constexpr double kFastWeight = 0.3;   // of a picture that is worth learning from at once
 constexpr double kRareWeight = 0.5;   // of an intra picture among others

@@ -93,7 +93,7 @@ class RateController {
   double _weight = 1;             // of the next inter picture in the means
   double _usual_change = 0;       // the most that recent pictures changed, fading
   double _inter_qp = 0;           // mean of recent pictures
-  int _last_qp = 0;               // of the last picture but cuts and, among others, intra ones
+  int _last_qp = 0;               // of the last picture that others are to stay near
 
   // Owed, in bits.
   double _debt = 0;          // taken beyond the plan

@@ -149,8 +149,6 @@ bool object::InitObject(AttrSet& set) {
 }
 
 bool object::initConfigure(AttrSet& set) {
-  if (const char* name = set.Get("name")) object_name::Name(name);
-  if (const char* keyword = set.Get("keyword")) object_keywords::Name(keyword);
   bool enabled = Enable();
   const char* enable = set.Get("enable");
   if (stream::Failed(enable != nullptr && !ConvertToImpl(enable, enabled),
@@ -158,6 +156,8 @@ bool object::initConfigure(AttrSet& set) {
     return false;
   }
   Enable(enabled);
+  if (const char* name = set.Get("name")) object_name::Name(name);
+  if (const char* keyword = set.Get("keyword")) object_keywords::Name(keyword);
   for (const char* key : {"name", "keyword", "enable"}) set.Remove(key);
   return true;
 }

@@ -25,7 +25,8 @@ class Scanner {
   }
 
   // Moves on to the first character outside braces that stands in `stops`, or to the end.
-  bool SkipTo(const char* stops) {
+  // `spare` levels of nesting are kept for braces to come.
+  bool SkipTo(const char* stops, int spare = 0) {
     int depth = 0;
     std::size_t opened = 0;  // the last "{" of the outermost level
     for (; !AtEnd(); Skip()) {
@@ -33,7 +34,7 @@ class Scanner {
       if (depth == 0 && std::strchr(stops, c) != nullptr) return true;
       if (c == '{') {
         if (depth == 0) opened = _at;
-        if (++depth > kMaxNesting) return Refuse(_at, "nested deeper than 64");
+        if (++depth > kMaxNesting - spare) return Refuse(_at, "nested deeper than 64");
       } else if (c == '}' && --depth < 0) {
         return Refuse(_at, "\"}\" without \"{\"");
       }
@@ -61,10 +62,12 @@ bool ScanPair(Scanner& scan, AttrSet::Pair& pair) {
   }
   scan.Skip();
   const std::size_t value_at = scan.At();
-  if (!scan.SkipTo(",")) return false;
+  // Text with braces inside, but not around it, gets some around it when it is written.
+  const bool is_braced = !scan.AtEnd() && scan.Peek() == '{';
+  if (!scan.SkipTo(",", is_braced ? 0 : 1)) return false;
   std::string_view value = scan.From(value_at);
   // A value in braces is told from one that only contains them by where the first brace closes.
-  if (!value.empty() && value.front() == '{') {
+  if (is_braced) {
     int depth = 0;
     std::size_t closes = 0;
     for (; closes < value.size(); ++closes) {
@@ -107,7 +110,7 @@ bool CheckLength(const char* text, std::string& error) {
 template <typename Number>
 bool ConvertNumber(const char* text, Number& out) {
   if (text == nullptr) return false;
-  if (*text == '+') ++text;
+  if (text[0] == '+' && text[1] != '-') ++text;
   Number number = 0;
   const char* end = text + std::strlen(text);
   const auto [stop, failure] = std::from_chars(text, end, number);
@@ -144,7 +147,7 @@ bool AttrSet::Add(const char* key, const char* value) {
   }
   if (value == nullptr) value = "";
   Scanner scan(value);
-  if (!scan.SkipTo("")) {
+  if (!scan.SkipTo("", 1)) {
     _error = std::string(key) + ": " + scan.error;
     return false;
   }

@@ -65,7 +65,7 @@ template <typename... Details>
   if (__dbg_couts[kError]->IsEnabled()) {
     base::ostream_string message;
     message << text.text;
-    if constexpr (sizeof...(details) > 0) (message << "," << ... << details);
+    if constexpr (sizeof...(details) > 0) ((message << ",") << ... << details);
     WriteLine(kError, kRed, text, message.str());
   }
   return true;

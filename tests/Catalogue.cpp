@@ -1,0 +1,170 @@
+// What the plug-in offers: names, records, exported symbols, and the order of the slots that
+// programs built long ago rely on.
+#include <cstring>
+#include <set>
+
+#include <dlfcn.h>
+#include <link.h>
+
+#include "common/StreamAppOutput.h"
+#include "common/StreamVbrc.h"
+#include "Fixture.h"
+#include "quill/IClass.h"
+
+namespace tessel::tests {
+namespace {
+
+using api::streaming::common::IBitRateControl;
+using api::streaming::common::IEncoder;
+using api::streaming::common::IStreamControl;
+using dualos::StreamApp;
+using dualos::StreamAppOutput;
+using dualos::StreamVbrc;
+using quill::base::IClass;
+
+// Loaded already: this only finds it.
+void* Plugin() { return dlopen(TESSEL_PLUGIN, RTLD_NOW | RTLD_NOLOAD); }
+
+template <typename T>
+T* Symbol(const char* name) {
+  return reinterpret_cast<T*>(dlsym(Plugin(), name));
+}
+
+class Catalogue : public StreamTest {
+ protected:
+  static Lines PluginNames() {
+    Lines names;
+    for (const IClass* record : quill::host::Classes()) {
+      if (record->Module() == "pluginapistreaming") names.push_back(record->Name());
+    }
+    return names;
+  }
+};
+
+const Lines kNames = {"ApiH264SourceCbrc1", kPush, kPull};
+
+TEST_F(Catalogue, HoldsTheClassesInOrder) {
+  EXPECT_EQ(PluginNames(), kNames);
+  for (const std::string& name : kNames) {
+    const IClass* record = IClass::Find(name.c_str(), true);
+    ASSERT_NE(record, nullptr) << name;
+    EXPECT_EQ(record->Version(), 65793U);
+    EXPECT_EQ(record->Vendor(), "Harvelon");
+    const bool is_base = name == kNames[0];
+    EXPECT_EQ(*record->ConstructorType(), is_base ? typeid(void(bool)) : typeid(void())) << name;
+    EXPECT_EQ(record->Base(), is_base ? nullptr : IClass::Find("ApiH264SourceCbrc1", true));
+    EXPECT_TRUE(record->Properties().empty());
+  }
+  EXPECT_EQ(IClass::Find("apih264sourcecbrc1", true), nullptr);
+  EXPECT_NE(IClass::Find("apih264sourcecbrc1", false), nullptr);
+}
+
+TEST_F(Catalogue, AliasesBindTheDelivery) {
+  for (const bool pull : {false, true}) {
+    const Camera camera = Make(pull ? kPull : kPush);
+    EXPECT_EQ(camera->IsSupportedPullFrame(), pull);
+    EXPECT_EQ(camera->IsSupportedOutputFrameCallback(), !pull);
+    EXPECT_FALSE(camera->IsSupportSingleFrameTrigger());
+  }
+  EXPECT_EQ(quill::host::CreateObject("ApiH264SourceCbrc1", ""), nullptr);
+  EXPECT_EQ(quill::host::CreateObject("ApiH264Source", ""), nullptr);
+  EXPECT_EQ(LogLines(), (Lines{"host/substitute/HostEntry.cpp/#/CreateObject:\t!constructor,create "
+                               "one of its aliases: ApiH264SourceCbrc1",
+                               "host/substitute/HostEntry.cpp/#/CreateObject:\t!record,no class: "
+                               "ApiH264Source"}));
+}
+
+TEST_F(Catalogue, RegisteringTwiceLeavesOneRecordAName) {
+  auto* record = IClass::Find("ApiH264SourceCbrc1", true);
+  record->Init("pluginapistreaming", 1, "somebody", nullptr, nullptr);
+  Symbol<void(const char*)>("RegisterPluginApiStreaming")(nullptr);
+  EXPECT_EQ(PluginNames(), kNames);
+  EXPECT_EQ(record->Version(), 65793U) << "the metadata is refreshed";
+  Lines lines;
+  for (const std::string& name : kNames) {
+    lines.push_back("base/reflect/TClass/#/Register:\t!cl,class existed:" + name);
+  }
+  EXPECT_EQ(LogLines(), lines);
+  Symbol<void(const char*)>("RegisterApiH264Source")("ignored");
+  EXPECT_EQ(LogLines(), lines);
+}
+
+TEST_F(Catalogue, ThePluginExportsItsEntry) {
+  EXPECT_STREQ(*Symbol<const char*>("__MODULE_string"),
+               "corvalis/pluginapistreaming@version:1.1.1.6627");
+  ASSERT_NE(Symbol<int>("__cb_register_PluginApiStreaming"), nullptr);
+  EXPECT_GT(*Symbol<int>("__cb_register_PluginApiStreaming"), 0);
+  std::string error;
+  EXPECT_TRUE(quill::host::LoadPlugin(TESSEL_PLUGIN)) << "again";
+  EXPECT_EQ(PluginNames(), kNames);
+  EXPECT_FALSE(quill::host::LoadPlugin("/nowhere/libno.so", &error));
+  EXPECT_NE(error.find("/nowhere/libno.so"), std::string::npos) << error;
+  EXPECT_FALSE(quill::host::LoadPlugin("libm.so.6", &error));
+}
+
+TEST_F(Catalogue, ThePluginNeedsTheStandardLibraryOnly) {
+  link_map* map = nullptr;
+  ASSERT_EQ(dlinfo(Plugin(), RTLD_DI_LINKMAP, &map), 0);
+  const char* strings = nullptr;
+  for (const auto* entry = map->l_ld; entry->d_tag != DT_NULL; ++entry) {
+    if (entry->d_tag == DT_STRTAB) strings = reinterpret_cast<const char*>(entry->d_un.d_ptr);
+  }
+  ASSERT_NE(strings, nullptr);
+  for (const auto* entry = map->l_ld; entry->d_tag != DT_NULL; ++entry) {
+    if (entry->d_tag != DT_NEEDED) continue;
+    const std::string name = strings + entry->d_un.d_val;
+    const std::string stem = name.substr(0, name.find(".so"));
+    const std::set<std::string> allowed = {"libstdc++", "libgcc_s", "libm", "libc",
+                                           // of builds with sanitizers
+                                           "libasan", "libubsan", "libtsan"};
+    EXPECT_TRUE(allowed.contains(stem)) << name;
+  }
+}
+
+// Itanium C++ ABI: a pointer to a virtual member is 1 plus the offset of its slot; a virtual
+// destructor takes two slots.
+template <typename Member>
+std::size_t Slot(Member member) {
+  std::size_t word = 0;
+  std::memcpy(&word, &member, sizeof word);
+  return word % 2 == 1 ? (word - 1) / sizeof(void*) : 999;
+}
+
+// The members stand in slots that follow one another, from `first` on.
+template <typename... Members>
+void ExpectSlots(std::size_t first, Members... members) {
+  std::vector<std::size_t> expected;
+  while (expected.size() < sizeof...(members)) expected.push_back(first + expected.size());
+  EXPECT_EQ((std::vector{Slot(members)...}), expected);
+}
+
+TEST(Slots, StandInTheOrderThatClientsWereBuiltWith) {
+  using Control = IStreamControl;
+  ExpectSlots(2, &Control::Set, &Control::ChangeUp, &Control::ChangeDown, &Control::ChangeState,
+              &Control::CurrentState, &Control::RegisterMessageCallback, &Control::SendMessage);
+  using App = StreamApp;
+  ExpectSlots(2, &App::Set, &App::ChangeUp, &App::ChangeDown, &App::ChangeState, &App::CurrentState,
+              &App::RegisterMessageCallback, &App::SendMessage, &App::configure,
+              &App::AppStringCreate0, &App::AppStringCreate1, &App::Open, &App::Close, &App::Start,
+              &App::Stop, &App::IsStart);
+  using Output = StreamAppOutput;
+  ExpectSlots(7, &Output::RegisterMessageCallback, &Output::SendMessage, &Output::configure,
+              &Output::AppStringCreate0, &Output::AppStringCreate1, &Output::Open, &Output::Close,
+              &Output::Start, &Output::Stop, &Output::IsStart, &Output::IsSupportedPullFrame,
+              &Output::IsSupportedOutputFrameCallback, &Output::PullFrame,
+              &Output::RegisterOutputCallback, &Output::GetMediaInfo, &Output::CbOpen,
+              &Output::CbClose, &Output::CbOutput);
+  using Rate = IBitRateControl;
+  ExpectSlots(0, &IEncoder::SetBitRate);
+  ExpectSlots(3, &Rate::BitRateControlSupportedList, &Rate::IsSupport, &Rate::SelectBitRateControl,
+              &Rate::SetFrameRate, &Rate::SetFrameRateMinimum, &Rate::SetFrameRateMaximum,
+              &Rate::SetBitRateMinimum, &Rate::SetBitRateMaximum, &Rate::SetQP, &Rate::SetQPMinimum,
+              &Rate::SetQPMaximum, &Rate::GetCurrentFrameRate, &Rate::GetCurrentBitRate,
+              &Rate::GetCurrentQP);
+  ExpectSlots(0, &StreamVbrc::SetBitRate);
+  ExpectSlots(3, &StreamVbrc::BitRateControlSupportedList, &StreamVbrc::IsSupport,
+              &StreamVbrc::SelectBitRateControl);
+}
+
+}  // namespace
+}  // namespace tessel::tests

@@ -1,0 +1,325 @@
+// Messages between the two sides: their borders, what each side makes of nonsense, and of silence.
+#include <algorithm>
+#include <thread>
+
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "Connection.h"
+#include "Fixture.h"
+#include "OddFarSide.h"
+#include "quill/SharedMemory.h"
+#include "Wire.h"
+
+namespace tessel::tests {
+namespace {
+
+using link::ReceiveMessage;
+using link::SendMessage;
+using link::SendResult;
+using link::UniqueFd;
+using link::WireMessage;
+
+struct Ends {
+  Ends() {
+    int fds[2];
+    EXPECT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, fds), 0);
+    near = UniqueFd(fds[0]);
+    far = UniqueFd(fds[1]);
+  }
+  UniqueFd near;
+  UniqueFd far;
+};
+
+TEST(Wire, KeepsMessagesApartAndWhole) {
+  const Ends ends;
+  const std::size_t most = link::kMaxMessageBytes - 8;
+  for (const std::size_t size : {std::size_t{0}, std::size_t{1}, std::size_t{5000}, most}) {
+    const WireMessage sent = {WireMessage::kRequest, static_cast<std::uint32_t>(size) + 7,
+                              std::string(size, 'x')};
+    ASSERT_EQ(SendMessage(ends.near.Get(), sent), SendResult::kSent);
+    ASSERT_EQ(SendMessage(ends.near.Get(), {WireMessage::kEvent, 0, "behind"}), SendResult::kSent);
+    for (const WireMessage& expected : {sent, WireMessage{WireMessage::kEvent, 0, "behind"}}) {
+      WireMessage got;
+      std::vector<UniqueFd> fds;
+      ASSERT_TRUE(ReceiveMessage(ends.far.Get(), got, fds));
+      EXPECT_EQ(std::tie(got.kind, got.number, got.text),
+                std::tie(expected.kind, expected.number, expected.text));
+    }
+  }
+  const WireMessage too_long = {WireMessage::kRequest, 1, std::string(most + 1, 'x')};
+  EXPECT_EQ(SendMessage(ends.near.Get(), too_long), SendResult::kTooLong);
+  EXPECT_EQ(SendMessage(ends.near.Get(), {}, std::vector<int>(9, 0)), SendResult::kTooLong);
+}
+
+TEST(Wire, PassesDescriptors) {
+  const Ends ends;
+  int pipe_fds[2];
+  ASSERT_EQ(pipe(pipe_fds), 0);
+  const UniqueFd read_end(pipe_fds[0]);
+  {
+    const UniqueFd write_end(pipe_fds[1]);
+    const std::vector<int> many(8, write_end.Get());
+    ASSERT_EQ(SendMessage(ends.near.Get(), {WireMessage::kRequest, 1, "take"}, many),
+              SendResult::kSent);
+  }
+  WireMessage got;
+  std::vector<UniqueFd> fds;
+  ASSERT_TRUE(ReceiveMessage(ends.far.Get(), got, fds));
+  ASSERT_EQ(fds.size(), 8U);
+  char letter = 0;
+  EXPECT_EQ(write(fds[7].Get(), "z", 1), 1);
+  EXPECT_EQ(read(read_end.Get(), &letter, 1), 1);
+  fds.clear();
+  EXPECT_EQ(read(read_end.Get(), &letter, 1), 0) << "nobody else has them";
+}
+
+TEST(Wire, ReadsNonsenseAsAnEventWithoutText) {
+  Ends ends;
+  WireMessage got;
+  std::vector<UniqueFd> fds;
+  const std::string huge(link::kMaxMessageBytes + 100, 'x');
+  for (const std::string& raw :
+       {std::string("abc"), huge, std::string("\3\0\0\0\0\0\0\0a\0b", 11)}) {
+    ASSERT_EQ(send(ends.near.Get(), raw.data(), raw.size(), 0), static_cast<ssize_t>(raw.size()));
+    got.text = "old";
+    ASSERT_TRUE(ReceiveMessage(ends.far.Get(), got, fds));
+    EXPECT_TRUE(got.kind == WireMessage::kEvent && got.number == 0 && got.text.empty());
+  }
+  ends.near = UniqueFd();
+  EXPECT_FALSE(ReceiveMessage(ends.far.Get(), got, fds));
+  EXPECT_EQ(SendMessage(ends.far.Get(), {}), SendResult::kGone) << "and no signal";
+}
+
+// The real-time side's end of the wire, served by a thread of this process.
+class Served : public ::testing::Test {
+ protected:
+  ~Served() override {
+    _ends.near = UniqueFd();
+    _thread.join();
+  }
+  std::string Ask(const std::string& text, const std::vector<int>& fds = {}) {
+    SendMessage(_ends.near.Get(), {WireMessage::kRequest, ++_number, text}, fds);
+    WireMessage answer;
+    std::vector<UniqueFd> none;
+    EXPECT_TRUE(ReceiveMessage(_ends.near.Get(), answer, none));
+    EXPECT_EQ(answer.number, _number);
+    return answer.text;
+  }
+  std::string error;
+  const std::unique_ptr<link::SharedWindow> window = link::SharedWindow::Create(1 << 20, error);
+  const std::string hello = "cmd=hello,version=1,base=0x100000";
+
+ private:
+  Ends _ends;
+  std::uint32_t _number = 0;
+  std::thread _thread{[connection = std::make_unique<rtos::Connection>(
+                           std::move(_ends.far), OddElements())] { connection->Serve(); }};
+};
+
+TEST_F(Served, HelloComesFirstAndOnce) {
+  const UniqueFd loose(memfd_create("loose", 0));
+  EXPECT_EQ(Ask("cmd=tesselMedia,object_base=0x1"), "error=a command before hello");
+  EXPECT_EQ(Ask(hello), "error={hello takes one window, once}");
+  EXPECT_EQ(Ask("cmd=hello,version=2,base=0x100000", {window->Fd()}),
+            "error=this side speaks version 1");
+  EXPECT_EQ(Ask(hello, {loose.Get()}),
+            "error=the shared window is not sealed: its size could change while it is mapped");
+  EXPECT_EQ(Ask(hello, {window->Fd()}), "pid=" + std::to_string(getpid()));
+  EXPECT_EQ(Ask(hello, {window->Fd()}), "error={hello takes one window, once}");
+}
+
+TEST_F(Served, AnswersEveryBadRequestWithItsReason) {
+  ASSERT_TRUE(Ask(hello, {window->Fd()}).starts_with("pid="));
+  const std::string create = "cmd=tesselCreate,blocks={4096=744},sessions=";
+  const std::string sink = "ShmSink:session_name=s";
+  const auto chain = [&](const std::string& elements) {
+    return create + ",layout={type=pipeline,layout={" + elements + "}}";
+  };
+  const std::pair<std::string, std::string> rows[] = {
+      {"}{", "error=refused; the reason cannot be written"},
+      {"a", "error={position 1: expected \"=\" after the key}"},
+      {"", "error=no command \"\""},
+      {"cmd=fly", "error=no command \"fly\""},
+      {"cmd=tesselMedia", "error={no application object_base=}"},
+      {"cmd=tesselStatus,object_base=0x9,status=play", "error={no application object_base=0x9}"},
+      {"cmd=tesselDestroy,object_base=zz", "error={no application object_base=zz}"},
+      {"cmd=tesselCreate", "error={blocks= or sessions= cannot be read}"},
+      {"cmd=tesselCreate,blocks=,sessions={s={offset=4096,size=8192}}",
+       "error={blocks= or sessions= cannot be read}"},  // no bells came with it
+      {"cmd=tesselCreate,blocks={1048576=744},sessions=",
+       "error={blocks: 1048576=744 lies outside the window}"},
+      {"cmd=tesselCreate,blocks={18446744073709551615=744},sessions=",
+       "error={blocks: 18446744073709551615=744 lies outside the window}"},
+      {"cmd=tesselCreate,blocks={-1=744},sessions=",
+       "error={blocks: -1=744 lies outside the window}"},
+      {create, "error={an application without layout=}"},
+      {create + ",layout={type=Application,layout={A}}",
+       "error=an application that holds no pipeline"},
+      {chain("A+"), "error=position 2: expected an element"},
+      {chain("lens"), "error=no element \"lens\""},
+      {chain(sink), "error=a chain that does not begin with a source and end with a sink"},
+      {chain("pv-yuv-src-adv"),
+       "error=a chain that does not begin with a source and end with a sink"},
+      {chain("pv-yuv-src-adv+" + sink),
+       "error={element \"ShmSink\": session_name=s is no session handed out}"},
+      {chain("pv-yuv-src-adv+ShmSink"), "error={element \"ShmSink\": no session_name=}"},
+      {chain("pv-yuv-src-adv:vbrc=0x100000+" + sink),
+       "error={element \"pv-yuv-src-adv\": vbrc=0x100000 lies in no block handed out}"},
+      {chain("pv-yuv-src-adv:vbrc=0x101004+" + sink),  // its end lies outside
+       "error={element \"pv-yuv-src-adv\": vbrc=0x101004 lies in no block handed out}"},
+      {chain("pv-yuv-src-adv:vbrc=0x100fff+" + sink),
+       "error={element \"pv-yuv-src-adv\": vbrc=0x100fff lies in no block handed out}"},
+      {chain("pv-yuv-src-adv:vbrc=0x0+" + sink),
+       "error={element \"pv-yuv-src-adv\": vbrc=0x0 lies in no block handed out}"},
+      {chain("pv-yuv-src-adv:vbrc=0x101000+" + sink),  // this one is right
+       "error={element \"ShmSink\": session_name=s is no session handed out}"},
+  };
+  for (const auto& [request, answer] : rows) EXPECT_EQ(Ask(request), answer) << request;
+}
+
+TEST_F(Served, RefusesSessionAreasThatDoNotFit) {
+  ASSERT_TRUE(Ask(hello, {window->Fd()}).starts_with("pid="));
+  const link::Bell bell = link::Bell::Create();
+  const auto create = [&](const std::string& area) {
+    return Ask("cmd=tesselCreate,blocks=,sessions={s={" + area +
+                   "}},layout={type=pipeline,layout={pv-yuv-src-adv+ShmSink:session_name=s}}",
+               {bell.Fd(), bell.Fd()});
+  };
+  for (const char* area : {"offset=1048576,size=4096", "offset=4096,size=1048576", "offset=4096",
+                           "offset=4097,size=65536", "offset=18446744073709551552,size=65536"}) {
+    EXPECT_EQ(create(area),
+              std::string("error={sessions: s={") + area + "} lies outside the window}");
+  }
+  EXPECT_EQ(create("offset=4096,size=4095"),
+            "error={element \"ShmSink\": session_name=s is no session handed out}");
+  EXPECT_EQ(create("offset=4096,size=8192"),
+            "error={element \"ShmSink\": session_name=s has no room for two units of 1000 bytes}");
+  EXPECT_TRUE(create("offset=4096,size=65536").starts_with("object_base=0x"));
+}
+
+class CommandWire : public StreamTest {
+ protected:
+  static std::string Refusal(const std::string& reason) {
+    return "host/substitute/HostEntry.cpp/#/RunShm0Command:\t!far_side->Run(args)," + reason;
+  }
+};
+
+TEST_F(CommandWire, UnknownAndIncompleteCommandsAreRefused) {
+  AttrSet args;
+  EXPECT_FALSE(RunFarSide("fly", args));
+  AttrSet none;
+  EXPECT_FALSE(Factory::Globle().Run("shm0_cmd", none));
+  AttrSet no_handle;
+  EXPECT_FALSE(RunFarSide("tesselDestroy", no_handle));
+  EXPECT_EQ(LogLines(),
+            (Lines{Refusal("no command \"fly\""), Refusal("no cmd="), Refusal("no object_base=")}));
+}
+
+TEST_F(CommandWire, ADescriptionThatIsTooLongIsRefused) {
+  const Camera camera = Make();
+  camera->SetGopType(std::string(link::kMaxMessageBytes, 'P').c_str());
+  EXPECT_FALSE(camera->Open());
+  EXPECT_EQ(LogLines()[0], Refusal("tesselCreate: the description is too long"));
+  camera->SetGopType("IPPP");
+  EXPECT_TRUE(camera->Open());
+}
+
+TEST_F(CommandWire, AnswersThatAreNoneFailTheRequestAlone) {
+  UseOddFarSide("garbles");
+  for (int round = 0; round < 3; ++round) {
+    AttrSet args;
+    EXPECT_FALSE(RunFarSide("anything", args));
+    EXPECT_EQ(LogLines(), Lines{Refusal("an answer that cannot be read")});
+    EXPECT_EQ(args.Get("object_base"), nullptr);
+  }
+  EXPECT_NE(quill::host::FarSideProcess(), 0);
+}
+
+TEST_F(CommandWire, ALateAnswerIsDropped) {
+  UseOddFarSide("delays");
+  AttrSet slow("timeout=20000000");
+  EXPECT_FALSE(RunFarSide("slow", slow));
+  EXPECT_EQ(LogLines(), Lines{Refusal("slow: no answer within 20 ms")});
+  AttrSet next;
+  EXPECT_TRUE(RunFarSide("next", next));
+  EXPECT_STREQ(next.Get("who"), "prompt");
+  EXPECT_EQ(slow.Get("who"), nullptr);
+}
+
+TEST_F(CommandWire, AnApplicationThatComesTooLateIsDestroyed) {
+  UseOddFarSide("delays");
+  AttrSet create("layout={type=pipeline,layout={ShmSink:session_name=s}},timeout=20000000");
+  const auto used_before = quill::host::GetWindowUse().used_bytes;
+  EXPECT_FALSE(RunFarSide("tesselCreate", create));
+  EXPECT_GT(quill::host::GetWindowUse().used_bytes, used_before) << "it may be written to";
+  AttrSet next;
+  EXPECT_TRUE(RunFarSide("next", next));
+  EXPECT_STREQ(next.Get("tesselDestroy"), "0x7");
+  EXPECT_EQ(quill::host::GetWindowUse().used_bytes, used_before);
+}
+
+TEST_F(CommandWire, AProgramThatEndsAtOnceOrIsMissingFailsTheOpening) {
+  const Camera camera = Make();
+  UseOddFarSide("exits");
+  EXPECT_FALSE(camera->Open());
+  EXPECT_EQ(LogLines()[0], Refusal("the real-time side is gone"));
+  auto options = quill::host::GetOptions();
+  options.far_side_program = "/nowhere/tessel-rtos";
+  quill::host::SetOptions(options);
+  EXPECT_FALSE(camera->Open());
+  EXPECT_EQ(LogLines()[0], Refusal("cannot start /nowhere/tessel-rtos: No such file or directory"));
+  options.far_side_program.clear();
+  options.far_side_arguments.clear();
+  quill::host::SetOptions(options);
+  EXPECT_TRUE(camera->Open()) << "the next command starts afresh";
+}
+
+TEST_F(CommandWire, AStoppedProgramFailsTheCommandInTime) {
+  AttrSet args;
+  RunFarSide("start it", args);
+  kill(quill::host::FarSideProcess(), SIGSTOP);
+  LogLines();
+  EXPECT_FALSE(Make()->Open());
+  EXPECT_EQ(LogLines()[0], Refusal("tesselCreate: no answer within 1000 ms"));
+}
+
+// Runs `child` after a fork; 0 when it returned true.
+int InChild(const std::function<bool()>& child) {
+  const pid_t process = fork();
+  if (process == 0) _exit(child() ? 0 : 1);
+  int status = -1;
+  waitpid(process, &status, 0);
+  return status;
+}
+
+TEST_F(CommandWire, AForkedChildGetsAnError) {
+  const Camera camera = Make();
+  const Camera playing = OpenPull();
+  EXPECT_EQ(InChild([&] {
+              LogLines();
+              return !camera->Open() &&
+                     LogLines()[0] == Refusal("the connection is the parent process's");
+            }),
+            0);
+  EXPECT_EQ(InChild([&] { return quill::stream::VBRC(nullptr).Data() == nullptr; }), 0);
+  EXPECT_NE(NextFrame(playing), nullptr) << "the parent's stream goes on";
+}
+
+TEST_F(CommandWire, AForkedChildTakesNoFramesFromItsParent) {
+  const Camera playing = OpenPull();
+  ASSERT_NE(NextFrame(playing), nullptr);
+  ASSERT_TRUE(Eventually([] { return Counters().made > Counters().delivered; }));
+  EXPECT_EQ(InChild([&] {
+              Frame frame;
+              return !playing->PullFrame(frame, false);
+            }),
+            0);
+  EXPECT_EQ(Counters().held, 0U) << "the child has counted in the parent's ring";
+}
+
+}  // namespace
+}  // namespace tessel::tests

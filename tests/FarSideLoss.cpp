@@ -1,0 +1,102 @@
+// The real-time side ends, fails or lies while streams run: an event to survive.
+#include "Fixture.h"
+#include "OddFarSide.h"
+
+namespace tessel::tests {
+namespace {
+
+class FarSideLoss : public StreamTest {
+ protected:
+  // A camera whose message callback keeps what it is told.
+  Camera MakeListening(const char* name) {
+    Camera camera = Make(name);
+    camera->RegisterMessageCallback([this](const char* text) {
+      _texts.push_back(text);  // guarded by the event
+      _told.Set();
+      return true;
+    });
+    return camera;
+  }
+  Lines Told() { return _told.Wait() ? _texts : Lines{"nothing"}; }
+
+ private:
+  Lines _texts;
+  Event _told;
+};
+
+TEST_F(FarSideLoss, IsToldOnceAndOpenWorksAgainAfterClose) {
+  const Camera camera = MakeListening(kPull);
+  ASSERT_TRUE(camera->ChangeState(State::kPlay));
+  ASSERT_NE(NextFrame(camera), nullptr);
+  KillFarSide();
+  while (NextFrame(camera) != nullptr) {  // what was in the ring may still come
+  }
+  EXPECT_EQ(Told(), Lines{"the real-time side is gone"});
+  EXPECT_TRUE(camera->Stop());
+  EXPECT_FALSE(camera->Start()) << "there is nothing to start";
+  EXPECT_TRUE(camera->Close());
+  EXPECT_EQ(quill::host::FarSideProcess(), 0);
+  ASSERT_TRUE(camera->Open() && camera->Start());
+  const Frame frame = NextFrame(camera);
+  ASSERT_NE(frame, nullptr);
+  EXPECT_TRUE(frame->isKey);
+}
+
+TEST_F(FarSideLoss, EndsAPushedStreamThatMayBeReopenedFromItsMessage) {
+  std::atomic<bool> is_reopened{false};
+  Event again;
+  const Camera camera = Make(kPush);
+  camera->RegisterOutputCallback([&](Frame&) {
+    if (is_reopened) again.Set();
+    return true;
+  });
+  Event reopened;
+  camera->RegisterMessageCallback([&](const char*) {
+    EXPECT_TRUE(camera->Close());
+    is_reopened = true;
+    EXPECT_TRUE(camera->Open() && camera->Start());
+    reopened.Set();
+    return true;
+  });
+  ASSERT_TRUE(camera->ChangeState(State::kPlay));
+  KillFarSide();
+  EXPECT_TRUE(reopened.Wait());
+  EXPECT_TRUE(again.Wait());
+  EXPECT_TRUE(camera->Close());
+}
+
+class EndOfInput : public FarSideLoss, public ::testing::WithParamInterface<const char*> {};
+
+INSTANTIATE_TEST_SUITE_P(Of, EndOfInput, ::testing::Values("ends", "fails"),
+                         [](const auto& instance) { return std::string(instance.param); });
+
+TEST_P(EndOfInput, IsToldAndDeliversWhatCameBefore) {
+  UseOddFarSide(GetParam());
+  const Camera camera = MakeListening(kPull);
+  ASSERT_TRUE(camera->ChangeState(State::kPlay));
+  for (std::uint32_t i = 0; i < 3; ++i) {
+    const Frame frame = NextFrame(camera);
+    ASSERT_NE(frame, nullptr);
+    EXPECT_EQ(frame->seq, i);
+  }
+  EXPECT_EQ(NextFrame(camera), nullptr);
+  const bool ends = std::string(GetParam()) == "ends";
+  EXPECT_EQ(Told(), Lines{ends ? "end of input" : "element \"pv-yuv-src-adv\": lens=gone"});
+  EXPECT_NE(quill::host::FarSideProcess(), 0) << "it serves on";
+}
+
+TEST_F(FarSideLoss, NoiseInTheRingIsCountedAndHarmsNobody) {
+  UseOddFarSide("scribbles");
+  const Camera camera = MakeListening(kPull);
+  ASSERT_TRUE(camera->ChangeState(State::kPlay));
+  volatile std::uint64_t sum = 0;  // touched, whatever it says
+  while (const Frame frame = NextFrame(camera)) {
+    for (std::uint32_t i = 0; i < frame->size; ++i) sum = sum + frame->data[i];
+  }
+  EXPECT_EQ(Told(), Lines{"end of input"});
+  EXPECT_GT(Counters().refused, 0U);
+  EXPECT_EQ(Counters().held, 0U);
+}
+
+}  // namespace
+}  // namespace tessel::tests

@@ -1,0 +1,99 @@
+// What the tests share: the real plug-in in the real host, with a real-time side in a process of
+// its own, and verbs for what a client does with them.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <future>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "quill/Debug.h"
+#include "quill/Factory.h"
+#include "quill/Host.h"
+#include "tessel/IH264Source.h"
+
+namespace tessel::tests {
+
+using api::streaming::common::frame_t;
+using api::streaming::common::State;
+using quill::base::AttrSet;
+using quill::base::Factory;
+
+using Camera = quill::host::Handle<api::streaming::IH264Source>;
+using Frame = std::shared_ptr<frame_t>;
+using Lines = std::vector<std::string>;
+
+inline constexpr char kPush[] = "ApiH264Source-dualos-cbrc-push";
+inline constexpr char kPull[] = "ApiH264Source-dualos-cbrc-pull";
+inline constexpr std::chrono::seconds kDeadline(20);  // far above what any event here takes
+
+// Keeps lines instead of printing them. `colour`: as on a terminal.
+class LogStream : public quill::stream::DebugStream {
+ public:
+  explicit LogStream(bool colour = false) : _colour(colour) {}
+  void Write(std::string_view text) override;
+  bool IsEnabled() const override { return true; }
+  bool WantsColour() const override { return _colour; }
+  Lines Take();
+
+ private:
+  const bool _colour;
+  std::mutex _mutex;
+  Lines _lines;  // guarded by _mutex
+};
+
+// All levels are kept from here on; called once, before anything logs.
+void KeepLogs();
+// The lines of a level since the last call, the number of the source line as "#".
+Lines LogLines(quill::stream::DebugLevel level = quill::stream::kError);
+
+// Happens once; waited for with the deadline.
+class Event {
+ public:
+  void Set() {
+    if (!_is_set.exchange(true)) _promise.set_value();
+  }
+  [[nodiscard]] bool Wait() { return _future.wait_for(kDeadline) == std::future_status::ready; }
+
+ private:
+  std::atomic<bool> _is_set{false};
+  std::promise<void> _promise;
+  std::future<void> _future = _promise.get_future();
+};
+
+// Looks until `is_so` is true, for what tells nobody. False at the deadline.
+[[nodiscard]] bool Eventually(const std::function<bool()>& is_so);
+
+// Each test begins with no real-time side running and ends with all memory given back.
+class StreamTest : public ::testing::Test {
+ protected:
+  StreamTest();
+  ~StreamTest() override;
+
+  // The next connection is to this program, which then behaves as told; see OddFarSide.h.
+  static void UseOddFarSide(const std::string& behaviour);
+  // Replaces a command until the test ends; `command` may call the one that stood there.
+  using Command = Factory::Command;
+  void Replace(const char* name, const std::function<bool(AttrSet&, const Command& real)>& command);
+  // Lets `edit` change what the real-time side says of a stream's media.
+  void EditMedia(const std::function<void(AttrSet&)>& edit);
+
+  static Camera Make(const char* name = kPull);  // of 160 x 120 pixels
+  static Camera OpenPull();                      // playing
+  static Camera OpenPush(const std::function<bool(Frame&)>& callback);
+  static Frame NextFrame(const Camera& camera);   // null when none comes any more
+  static quill::host::StreamCounters Counters();  // of the only stream
+  static bool RunFarSide(const char* command, AttrSet& args);
+  static void KillFarSide();  // and waits until the host knows
+
+ private:
+  std::size_t _used_bytes = 0;
+  std::map<std::string, Command> _replaced;
+};
+
+}  // namespace tessel::tests

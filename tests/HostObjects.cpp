@@ -1,0 +1,361 @@
+// What every object of the plug-in inherits from the host: properties, children, messages, status,
+// class records, commands.
+#include "Fixture.h"
+#include "quill/IClass.h"
+#include "quill/Service.h"
+
+namespace tessel::tests {
+namespace {
+
+using namespace quill::base;
+using quill::stream::Service;
+using Status = quill::stream::IStatus::Status;
+
+const std::string kFile = "host/contract/quill/object.cpp/#/";
+
+// A whole host object: a property of each kind, and a memory of the messages it got.
+class Lamp : public Object {
+ public:
+  Lamp() {
+    AddValue<int>("power", 40);
+    AddValue<bool>("lit", false);
+    AddValue<std::string>("text", "");
+    AddProperty(std::make_unique<TProperty<int>>("hours", [](const object*, int& out) {
+      out = 1000;
+      return true;
+    }));
+    AddProperty(std::make_unique<TProperty<int>>(
+        "level", [this](const object*, int& out) { return out = _level, true; },
+        [this](object*, const int& in) { return in <= 10 && (_level = in, true); }));
+  }
+  bool processMessage(Message& message) override {
+    got += message.Text();
+    return Object::processMessage(message) || takes;
+  }
+  std::string got;
+  bool takes = false;
+
+ private:
+  int _level = 1;
+};
+
+class HostObjects : public ::testing::Test {
+ protected:
+  HostObjects() { LogLines(); }
+  ~HostObjects() override { lamp->Release(); }
+  Lamp* Child(Lamp* owner, const char* name) const {
+    AttrSet description("type=Lamp");
+    description.Add("name", name);
+    return dynamic_cast<Lamp*>(owner->create(description));
+  }
+  const IClass* const record = IClass::Find("Lamp", true) != nullptr
+                                   ? IClass::Find("Lamp", true)
+                                   : TClass<>::Enter<Lamp>("Lamp");
+  Lamp* const lamp = dynamic_cast<Lamp*>(quill::host::CreateObject("Lamp", "power=60"));
+};
+
+TEST_F(HostObjects, PropertiesAreReachedByNameAndNumber) {
+  std::vector<std::string> names;
+  EXPECT_TRUE(lamp->getPropertyNameList(names));
+  EXPECT_EQ(names, (Lines{"power", "lit", "text", "hours", "level"}));
+  for (int id = 0; id < 5; ++id) {
+    EXPECT_EQ(lamp->hasProperty(names[static_cast<std::size_t>(id)].c_str()), id);
+    EXPECT_EQ(lamp->getPropertyInfo(id)->Name(), names[static_cast<std::size_t>(id)]);
+  }
+  EXPECT_EQ(lamp->hasProperty("Power"), -1);
+  EXPECT_TRUE(lamp->getPropertyInfo(5) == nullptr && lamp->getPropertyInfo(-1) == nullptr);
+  int power = 0;
+  EXPECT_TRUE(lamp->get(0, &power, &typeid(int)) && power == 60);
+  power = 25;
+  EXPECT_TRUE(lamp->set(0, &power, &typeid(int)) && lamp->setString(1, "on"));
+  const char* text = nullptr;
+  EXPECT_TRUE(lamp->GetStr("power", text));
+  EXPECT_STREQ(text, "25");
+  EXPECT_EQ(lamp->setoradd("colour", "red"), 5);
+  EXPECT_EQ(lamp->setoradd("colour", "blue"), 5);
+  EXPECT_EQ(lamp->setoradd("power", "bright"), -1);
+  std::string colour;
+  EXPECT_TRUE(lamp->getString(5, colour) && colour == "blue");
+}
+
+TEST_F(HostObjects, AWrongTypeIsRefusedAndNothingTouched) {
+  long number = 7;
+  EXPECT_FALSE(lamp->Get("power", number) || lamp->Get("nosuch", number));
+  EXPECT_FALSE(lamp->Set("power", &number, &typeid(long)));
+  EXPECT_FALSE(lamp->SetStr("power", "60W") || lamp->SetStr("hours", "1") ||
+               lamp->SetStr("nosuch", "1") || lamp->SetStr("level", "11"));
+  EXPECT_EQ(number, 7);
+  int power = 0;
+  EXPECT_TRUE(lamp->GetWithType("power", [&](const std::type_info& type) -> void* {
+    return type == typeid(int) ? &power : nullptr;
+  }));
+  EXPECT_EQ(power, 60);
+  EXPECT_FALSE(lamp->GetWithType("lit", [](const std::type_info&) { return nullptr; }));
+}
+
+TEST_F(HostObjects, TextGoesInAndOutTheSame) {
+  ASSERT_TRUE(lamp->fromString("name=desk,text={a=1,b={2}},lit=on,level=3"));
+  EXPECT_EQ(lamp->ToString(), "name=desk,power=60,lit=true,text={a=1,b={2}},level=3");
+  EXPECT_FALSE(lamp->fromString("power=5,level=11")) << "all or nothing";
+  EXPECT_FALSE(lamp->fromString("hours=5"));
+  EXPECT_EQ(lamp->ToString(), "name=desk,power=60,lit=true,text={a=1,b={2}},level=3");
+  EXPECT_EQ(LogLines(), (Lines{kFile + "fromAttrSet:\t!setString(id,value),level=11",
+                               kFile + "fromAttrSet:\t!property,no such property: hours"}));
+  object* copy = lamp->Clone();
+  ASSERT_NE(copy, nullptr);
+  EXPECT_EQ(copy->ToString(), lamp->ToString());
+  EXPECT_NE(copy->ID(), lamp->ID());
+  copy->Release();
+}
+
+TEST_F(HostObjects, AProxyReachesItsTarget) {
+  auto* proxy = new object_proxy(*lamp);
+  EXPECT_TRUE(proxy->SetStr("power", "5"));
+  int power = 0;
+  EXPECT_TRUE(proxy->Get("power", power) && power == 5);
+  EXPECT_EQ(proxy->hasProperty("level"), 4);
+  EXPECT_EQ(proxy->setoradd("more", "x"), 5);
+  EXPECT_EQ(lamp->hasProperty("more"), 5);
+  proxy->Release();
+}
+
+TEST_F(HostObjects, ChildrenStandInOrderAndGoWithTheirOwner) {
+  Lamp* children[] = {Child(lamp, "a"), Child(lamp, "b"), Child(lamp, "c")};
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(children[i]->Order(), i);
+    EXPECT_EQ(lamp->getChild(i), children[i]);
+    EXPECT_EQ(children[i]->Parent(), lamp);
+  }
+  EXPECT_FALSE(lamp->addChild(children[0])) << "twice";
+  EXPECT_TRUE(lamp->removeChild(children[1]));
+  EXPECT_FALSE(lamp->removeChild(children[1]) || lamp->addChild(nullptr));
+  EXPECT_EQ(children[2]->Order(), 1);
+  EXPECT_EQ(children[1]->Order(), -1);
+  EXPECT_EQ(children[1]->Parent(), nullptr);
+  std::string names;
+  EXPECT_FALSE(lamp->foreach ([&](object& child) {
+    names += child.Name();
+    return names != "a";  // ends the walk
+  }));
+  EXPECT_EQ(names, "a");
+  EXPECT_TRUE(children[1]->Initialize("d", "spare", nullptr, lamp));
+  EXPECT_TRUE(children[1]->HasKeyword("spare"));
+  EXPECT_EQ(children[1]->Order(), 2);
+}
+
+TEST_F(HostObjects, CreateSaysWhatIsWrong) {
+  for (const char* text : {"", "type=Chandelier", "type=FuncSink", "type=Lamp,power=x"}) {
+    AttrSet description(text);
+    EXPECT_EQ(lamp->create(description), nullptr) << text;
+  }
+  EXPECT_EQ(lamp->getChild(0), nullptr);
+  const Lines lines = LogLines();
+  ASSERT_EQ(lines.size(), 4U);
+  EXPECT_EQ(lines[0], kFile + "create:\t!type,a description without type=");
+  EXPECT_EQ(lines[1], kFile + "create:\t!record,no class: Chandelier");
+  EXPECT_EQ(lines[2], kFile + "create:\t!constructor,needs constructor arguments: FuncSink");
+  EXPECT_EQ(lines[3], kFile + "fromAttrSet:\t!setString(id,value),power=x");
+}
+
+TEST_F(HostObjects, ChildrenAreAdjustedByName) {
+  Lamp* left = Child(lamp, "left");
+  Lamp* right = Child(lamp, "right");
+  AttrSet good("right={power=1},left={power=2,lit=on}");
+  EXPECT_TRUE(lamp->layoutAdjust(good));
+  EXPECT_EQ(left->ToString() + ";" + right->ToString(),
+            "name=left,power=2,lit=true,text=,level=1;name=right,power=1,lit=false,text=,level=1");
+  for (const char* text : {"middle={power=3}", "left={power=x}", "left=power"}) {
+    AttrSet bad(text);
+    EXPECT_FALSE(lamp->layoutAdjust(bad)) << text;
+  }
+}
+
+TEST_F(HostObjects, MessagesGoTheirWayUntilSomebodyTakesThem) {
+  Lamp* all[] = {lamp, Child(lamp, "a"), Child(lamp, "b"), Child(lamp, "c"), nullptr};
+  all[4] = Child(all[2], "under b");
+  const struct {
+    Orient::EOrient way;
+    int from;
+    int taker;        // -1: nobody
+    const char* got;  // which of `all` saw it
+  } rows[] = {
+      {Orient::kSink, 1, -1, "abc"},      {Orient::kSink, 2, -1, "bc"},
+      {Orient::kSink, 1, 2, "ab"},        {Orient::kSource, 3, -1, "ab"},
+      {Orient::kSource, 3, 2, "b"},       {Orient::kSource, 1, -1, ""},
+      {Orient::kChildren, 0, -1, "abcu"}, {Orient::kChildren, 0, 4, "abu"},
+      {Orient::kParent, 4, -1, "lb"},     {Orient::kParent, 4, 2, "b"},
+      {Orient::kParent, 0, -1, ""},
+  };
+  for (const auto& row : rows) {
+    for (Lamp* each : all) {
+      each->got.clear();
+      each->takes = row.taker >= 0 && each == all[row.taker];
+    }
+    EXPECT_EQ(all[row.from]->SendMessage("!", row.way, nullptr), row.taker >= 0);
+    std::string got;
+    for (int i = 0; i < 5; ++i) {
+      if (!all[i]->got.empty()) got += "labcu"[i];
+    }
+    EXPECT_EQ(got, row.got) << "row " << &row - rows;
+  }
+}
+
+TEST_F(HostObjects, TheLastCallbackReadsTheMessage) {
+  std::string read;
+  lamp->RegisterMessageProcessCallback([&](Message&) { return read += "first", true; });
+  lamp->RegisterMessageProcessCallback([&](Message& message) {
+    std::string text;
+    const char* extra = nullptr;
+    EXPECT_TRUE(message.Get("text", text));
+    if (message.GetStr("extra", extra)) text += extra;
+    read += text;
+    return true;
+  });
+  EXPECT_TRUE(lamp->SendMessage("hello", Orient::kSink, "!"));
+  EXPECT_TRUE(lamp->SendMessage(nullptr, Orient::kSink, nullptr));
+  lamp->RegisterMessageProcessCallback(nullptr);
+  EXPECT_FALSE(lamp->SendMessage("nobody", Orient::kSink, nullptr));
+  EXPECT_EQ(read, "hello!");
+}
+
+// Tells which transitions were called; the one named in `fails` fails.
+class Steps : public Service {
+ public:
+  bool Open() override { return Do("Open", Service::Open()); }
+  bool Start() override { return Do("Start", Service::Start()); }
+  bool Pause() override { return Do("Pause", Service::Pause()); }
+  bool Resume() override { return Do("Resume", Service::Resume()); }
+  bool Stop() override { return Do("Stop", Service::Stop()); }
+  bool Close() override { return Do("Close", Service::Close()); }
+  bool StartToPause() override { return Do("StartToPause", true); }
+  bool StopFromPause() override { return Do("StopFromPause", true); }
+  void afterStatusUp(Status) override { done += "+"; }
+  void afterStatusDown(Status) override { done += "-"; }
+  std::string done;
+  std::string fails;
+
+ private:
+  bool Do(const char* step, bool) {
+    done += step;
+    return fails != step;
+  }
+};
+
+TEST(StatusMachine, GoesStepByStepAndStopsAtAFailure) {
+  const struct {
+    Status from;
+    Status to;
+    const char* fails;
+    bool ok;
+    const char* done;
+  } rows[] = {
+      {Status::kNull, Status::kPlay, "", true, "Open+Start+"},
+      {Status::kNull, Status::kPause, "", true, "Open+Start+Pause+"},
+      {Status::kReady, Status::kPause, "", true, "StartToPause+"},
+      {Status::kReady, Status::kPause, "StartToPause", false, "StartToPause"},
+      {Status::kPause, Status::kPlay, "", true, "Resume-"},
+      {Status::kPause, Status::kReady, "", true, "StopFromPause-"},
+      {Status::kPause, Status::kNull, "", true, "StopFromPause-Close-"},
+      {Status::kPlay, Status::kNull, "", true, "Stop-Close-"},
+      {Status::kPlay, Status::kNull, "Stop", false, "Stop"},
+      {Status::kNull, Status::kPlay, "Open", false, "Open"},
+      {Status::kPlay, Status::kPlay, "", true, ""},
+  };
+  for (const auto& row : rows) {
+    auto* steps = new Steps;
+    ASSERT_TRUE(steps->StatusChange(row.from));
+    steps->done.clear();
+    steps->fails = row.fails;
+    EXPECT_EQ(steps->StatusChange(row.to), row.ok);
+    EXPECT_EQ(steps->done, row.done);
+    EXPECT_EQ(steps->CurrStatus() == row.to, row.ok) << row.done;
+    steps->fails.clear();
+    steps->Release();
+  }
+}
+
+TEST(StatusMachine, EndsAreEnds) {
+  auto* steps = new Steps;
+  EXPECT_TRUE(steps->CanStatusUp() && !steps->CanStatusDown() && !steps->StatusDown());
+  while (steps->StatusUp()) {
+  }
+  EXPECT_EQ(steps->CurrStatus(), Status::kPause);
+  EXPECT_TRUE(!steps->CanStatusUp() && steps->CanStatusDown());
+  EXPECT_FALSE(steps->StatusUp(Status::kPlay) || steps->StatusDown(static_cast<Status>(4)));
+  steps->Release();
+  for (int i = 0; i < 4; ++i) {
+    Status status = Status::kNull;
+    EXPECT_TRUE(
+        quill::stream::StatusFromName(quill::stream::StatusName(static_cast<Status>(i)), status));
+    EXPECT_EQ(static_cast<int>(status), i);
+  }
+}
+
+// A class whose constructor takes an argument.
+class Switch : public Object {
+ public:
+  explicit Switch(bool on) { AddValue<bool>("on", on); }
+};
+
+TEST(ClassRecords, FreeTheirTagOnceAndLendItToAliases) {
+  int freed = 0;
+  int tags[] = {1, 10};
+  const auto free = [&freed](void* tag) { freed += *static_cast<int*>(tag); };
+  IClass* record = TClass<bool>::Enter<Switch>("TestSwitch");
+  record->Tags(&tags[0], &typeid(int), free).Tags(&tags[1], &typeid(int), free);
+  EXPECT_EQ(freed, 1) << "replaced";
+  const IClass* alias = TClass<>::Register<bool>("TestSwitchOn", "TestSwitch", true);
+  ASSERT_NE(alias, nullptr);
+  EXPECT_EQ(alias->Tag<int>(), &tags[1]);
+  EXPECT_EQ(alias->Tag<long>(), nullptr);
+  object* made = alias->CreateObject(nullptr);
+  EXPECT_EQ(made->ToString(), "on=true");
+  made->Release();
+  EXPECT_TRUE(IClass::UnRegister("TestSwitchOn"));
+  EXPECT_EQ(freed, 1);
+  EXPECT_TRUE(IClass::UnRegister("TestSwitch"));
+  EXPECT_EQ(freed, 11);
+  EXPECT_FALSE(IClass::UnRegister("TestSwitch"));
+}
+
+TEST(ClassRecords, AnAliasNeedsANameAndAFittingClass) {
+  LogLines();
+  EXPECT_EQ(TClass<>::Register<bool>(nullptr, "TestSwitch", true), nullptr);
+  EXPECT_EQ(TClass<>::Register<bool>("TestAlias", "TestNothing", true), nullptr);
+  TClass<>::Enter<Lamp>("TestPlain");
+  EXPECT_EQ(TClass<>::Register<bool>("TestAlias", "TestPlain", true), nullptr);
+  EXPECT_EQ(IClass::Find("TestAlias", true), nullptr);
+  EXPECT_EQ(LogLines(),
+            (Lines{"base/reflect/TClass/#/Register:\t!name", "base/reflect/TClass/#/init:\t!cl",
+                   "base/reflect/TClass/#/init:\t!cl"}));
+  EXPECT_TRUE(IClass::UnRegister("TestPlain"));
+  EXPECT_EQ(IClass::Register(nullptr), nullptr);
+}
+
+TEST(Commands, AreReplacedAndPutBackAsFunctionsAre) {
+  Factory& factory = Factory::Globle();
+  const auto none = factory.ReplaceCommand("test", [](AttrSet& set) { return set.Add("by", "1"); });
+  EXPECT_FALSE(none);
+  const auto first = factory.ReplaceCommand("test", [](AttrSet&) { return false; });
+  AttrSet set;
+  EXPECT_FALSE(factory.Run("test", set));
+  factory.ReplaceCommand("test", first);
+  EXPECT_TRUE(factory.Run("test", set));
+  EXPECT_STREQ(set.Get("by"), "1");
+  factory.ReplaceCommand("test", nullptr);
+  LogLines();
+  EXPECT_FALSE(factory.Run("test", set));
+  EXPECT_EQ(LogLines(), Lines{"host/contract/quill/Factory.cpp/#/Run:\t!command,no command: test"});
+
+  factory.ReplaceFunction<int(int)>("twice", [](int x) { return 2 * x; });
+  int result = 0;
+  long other = 5;
+  EXPECT_TRUE(factory.Call("twice", result, 21) && result == 42);
+  EXPECT_FALSE(factory.Call("twice", other, 21) || factory.Call("twice", result)) << "other types";
+  EXPECT_EQ(other, 5);
+  EXPECT_EQ(factory.ReplaceFunction<int(int)>("twice", nullptr)(4), 8);
+  EXPECT_FALSE(factory.Call("twice", result, 1));
+}
+
+}  // namespace
+}  // namespace tessel::tests

@@ -1,0 +1,307 @@
+// A stream from creation to destruction: states, failures, and the lines that tell of them.
+#include <random>
+#include <set>
+
+#include "common/StreamAppOutput.h"
+#include "Fixture.h"
+
+namespace tessel::tests {
+namespace {
+
+using api::streaming::IH264Source;
+using Move = bool (*)(IH264Source&);
+
+const std::string kApp = "plugin/api/linux/common/StreamApp.cpp/#/";
+const std::string kOutput = "plugin/api/linux/common/StreamAppOutput.cpp/#/";
+const std::string kUpFails = kApp + "AppStatusUp:\t!_app->Set(\"statusup\",sts)";
+const std::string kDownFails = kApp + "AppStatusDown:\t!_app->Set(\"statusdown\",sts)";
+const std::string kCreateFails = kApp + "Open:\t!AppCreate()";
+const std::string kRunFails = kApp + "AppCreate:\t!Factory::Globle().Run(\"shm0_cmd\",ap)";
+
+bool Open(IH264Source& camera) { return camera.Open(); }
+bool Start(IH264Source& camera) { return camera.Start(); }
+bool Stop(IH264Source& camera) { return camera.Stop(); }
+bool Close(IH264Source& camera) { return camera.Close(); }
+template <State state>
+bool Up(IH264Source& camera) {
+  return camera.ChangeUp(state);
+}
+template <State state>
+bool Down(IH264Source& camera) {
+  return camera.ChangeDown(state);
+}
+template <State state>
+bool To(IH264Source& camera) {
+  return camera.ChangeState(state);
+}
+
+class Lifecycle : public StreamTest {};
+
+TEST_F(Lifecycle, EachMoveLeadsWhereItShould) {
+  const struct {
+    State from;
+    Move move;
+    bool done;
+    State to;
+  } rows[] = {
+      {State::kNull, &Open, true, State::kReady},
+      {State::kNull, &Start, false, State::kNull},
+      {State::kNull, &Stop, true, State::kNull},
+      {State::kNull, &Close, false, State::kNull},
+      {State::kReady, &Open, true, State::kReady},
+      {State::kReady, &Start, true, State::kPlay},
+      {State::kReady, &Stop, true, State::kReady},
+      {State::kReady, &Close, true, State::kNull},
+      {State::kPlay, &Open, true, State::kPlay},
+      {State::kPlay, &Start, true, State::kPlay},
+      {State::kPlay, &Stop, true, State::kReady},
+      {State::kPlay, &Close, true, State::kNull},
+      {State::kNull, &Up<State::kPlay>, true, State::kPlay},
+      {State::kNull, &Up<State::kPause>, true, State::kPause},
+      {State::kNull, &Down<State::kReady>, false, State::kNull},
+      {State::kNull, &Down<State::kNull>, true, State::kNull},
+      {State::kNull, &To<State::kReady>, true, State::kReady},
+      {State::kReady, &Up<State::kReady>, true, State::kReady},
+      {State::kReady, &Down<State::kPlay>, false, State::kReady},
+      {State::kPlay, &Up<State::kReady>, false, State::kPlay},
+      {State::kPlay, &Down<State::kNull>, true, State::kNull},
+      {State::kPlay, &To<State::kReady>, true, State::kReady},
+      {State::kPause, &To<State::kPlay>, true, State::kPlay},
+      {State::kPause, &Stop, true, State::kReady},
+      {State::kPause, &Down<State::kNull>, true, State::kNull},
+  };
+  for (const auto& row : rows) {
+    const Camera camera = Make();
+    EXPECT_EQ(camera->CurrentState(), State::kNull);
+    ASSERT_TRUE(camera->ChangeState(row.from));
+    const auto index = &row - rows;
+    EXPECT_EQ(row.move(*camera), row.done) << "row " << index;
+    EXPECT_EQ(camera->CurrentState(), row.to) << "row " << index;
+  }
+}
+
+TEST_F(Lifecycle, FailedChecksAreLoggedWhole) {
+  const struct {
+    Move move;
+    Lines lines;
+  } rows[] = {
+      {&Start, {kUpFails, kApp + "Start:\t!AppStatusUp(\"play\")"}},
+      {&Stop, {kApp + "Stop:\t!_app"}},
+      {&Close, {kDownFails, kApp + "Close:\t!AppStatusDown(\"null\")"}},
+  };
+  for (const auto& row : rows) {
+    row.move(*Make());
+    EXPECT_EQ(LogLines(), row.lines);
+  }
+}
+
+TEST_F(Lifecycle, LinesAreColouredOnATerminal) {
+  LogStream terminal(true);
+  auto*& errors = quill::stream::__dbg_couts[quill::stream::kError];
+  auto* const before = std::exchange(errors, &terminal);
+  Make()->Stop();
+  errors = before;
+  const Lines lines = terminal.Take();
+  ASSERT_EQ(lines.size(), 1U);
+  const std::string begin = "\033[31mplugin/api/linux/common/StreamApp.cpp/";
+  const std::string end = "/Stop:\t!_app\n\033[0m";
+  ASSERT_TRUE(lines[0].starts_with(begin) && lines[0].ends_with(end)) << lines[0];
+  const std::string number =
+      lines[0].substr(begin.size(), lines[0].size() - begin.size() - end.size());
+  EXPECT_TRUE(!number.empty() && number.find_first_not_of("0123456789") == std::string::npos);
+}
+
+TEST_F(Lifecycle, OpeningTwiceCreatesOnce) {
+  std::multiset<std::string> commands;
+  std::string timeout;
+  Replace("shm0_cmd", [&](AttrSet& args, const Command& real) {
+    commands.insert(args.Get("cmd"));
+    if (commands.size() == 1) timeout = args.Get("timeout");
+    return real(args);
+  });
+  const Camera camera = Make();
+  EXPECT_TRUE(camera->Open() && camera->Open());
+  EXPECT_EQ(commands.count("tesselCreate"), 1U);
+  EXPECT_EQ(timeout, "1000000000");
+  EXPECT_TRUE(camera->Close());
+  EXPECT_EQ(commands.count("tesselDestroy"), 1U);
+  EXPECT_TRUE(camera->Open());
+  EXPECT_EQ(commands.count("tesselCreate"), 2U);
+}
+
+TEST_F(Lifecycle, AFailedCreationIsToldAndLeavesNothing) {
+  const std::string source = "host/substitute/Elements.cpp/#/";
+  const struct {
+    bool done;
+    const char* handle;
+    Lines lines;
+  } rows[] = {
+      {false, "5", {kRunFails, kCreateFails}},
+      {true, nullptr, {kApp + "AppCreate:\t!app0", kCreateFails}},
+      {true, "0x0", {kApp + "AppCreate:\t!app0", kCreateFails}},
+      {true, "handle", {kApp + "AppCreate:\t!app0", kCreateFails}},
+  };
+  const Camera camera = Make();
+  for (const auto& row : rows) {
+    Replace("shm0_cmd", [&row](AttrSet& args, const Command&) {
+      if (row.handle != nullptr) args.Add("object_base", row.handle);
+      return row.done;
+    });
+    LogLines();
+    EXPECT_FALSE(camera->Open());
+    EXPECT_EQ(LogLines(), row.lines);
+    EXPECT_TRUE(camera->Stop());
+    EXPECT_EQ(LogLines(), Lines{kApp + "Stop:\t!_app"}) << "no application is left";
+    EXPECT_EQ(camera->CurrentState(), State::kNull);
+  }
+}
+
+TEST_F(Lifecycle, ARefusedLayoutIsToldByElementAndValue) {
+  const Camera camera = Make();
+  camera->SetQP(99);
+  EXPECT_FALSE(camera->Open());
+  EXPECT_EQ(LogLines(), (Lines{"host/substitute/HostEntry.cpp/#/RunShm0Command:\t!far_side->Run("
+                               "args),element \"h264-encoder-dma\": qp=99 outside 0..51",
+                               kRunFails, kCreateFails}));
+  camera->SetQP(0);
+  EXPECT_TRUE(camera->Open()) << "the next one is judged anew";
+}
+
+TEST_F(Lifecycle, ALayoutThatCannotBeReadIsToldBeforeAnythingIsSent) {
+  Replace("shm0_cmd", [](AttrSet&, const Command&) -> bool { throw "never called"; });
+  const Camera camera = Make();
+  camera->SetGopType("I}P");
+  EXPECT_FALSE(camera->Open());
+  EXPECT_EQ(LogLines(), (Lines{kApp + "AppCreate:\t!ap.Parse(appstr0.c_str())", kCreateFails}));
+}
+
+TEST_F(Lifecycle, SourcesMayBeDestroyedInAnyStateAndOrder) {
+  constexpr unsigned kSeed = 99;
+  std::mt19937 random(kSeed);
+  std::vector<Camera> cameras(3);
+  for (int round = 0; round < 40; ++round) {
+    Camera& camera = cameras[random() % cameras.size()];
+    camera = Make(random() % 2 == 0 ? kPull : kPush);
+    ASSERT_TRUE(camera->ChangeState(static_cast<State>(random() % 4))) << "seed " << kSeed;
+  }
+  cameras.clear();
+  EXPECT_TRUE(quill::host::Streams().empty());
+  EXPECT_NE(quill::host::FarSideProcess(), 0) << "it serves on";
+}
+
+TEST_F(Lifecycle, SetTakesAllOrNothing) {
+  const Camera camera = Make();
+  EXPECT_TRUE(camera->Set(""));
+  EXPECT_TRUE(camera->Set("name=front,enable=true"));
+  EXPECT_STREQ(camera.Object()->Name(), "front");
+  EXPECT_EQ(LogLines(), Lines());
+  for (const char* text : {"name=rear,colour=red", "name=rear,enable=perhaps", "name=rear,"}) {
+    EXPECT_FALSE(camera->Set(text)) << text;
+    EXPECT_STREQ(camera.Object()->Name(), "front") << text;
+  }
+  EXPECT_EQ(
+      LogLines(),
+      (Lines{"host/contract/quill/object.cpp/#/fromAttrSet:\t!property,no such property: colour",
+             "host/contract/quill/object.cpp/#/initConfigure:\t!ConvertToImpl(enable,enabled),"
+             "enable=perhaps",
+             "host/contract/quill/object.cpp/#/fromString:\t!set.Parse(text),position 10: "
+             "expected a pair after \",\""}));
+}
+
+TEST_F(Lifecycle, ADisabledStreamDoesNotGoUp) {
+  const Camera camera = Make();
+  EXPECT_TRUE(camera->Set("enable=off"));
+  EXPECT_FALSE(camera->ChangeUp(State::kReady));
+  EXPECT_TRUE(camera->Set("enable=on"));
+  EXPECT_TRUE(camera->ChangeUp(State::kPlay));
+  EXPECT_TRUE(camera->Set("enable=off"));
+  EXPECT_TRUE(camera->ChangeDown(State::kNull));
+}
+
+TEST_F(Lifecycle, MessagesReachTheLastCallbackWhileOpen) {
+  const Camera camera = Make();
+  std::string first;
+  std::string second;
+  camera->RegisterMessageCallback([&](const char* text) { return first += text, true; });
+  camera->RegisterMessageCallback([&](const char* text) {
+    second += text;
+    return second != "no";
+  });
+  EXPECT_FALSE(camera->SendMessage("early"));
+  ASSERT_TRUE(camera->Open());
+  EXPECT_FALSE(camera->SendMessage("no"));
+  EXPECT_TRUE(camera->SendMessage(",yes"));
+  camera->RegisterMessageCallback(nullptr);
+  EXPECT_FALSE(camera->SendMessage("nobody"));
+  EXPECT_TRUE(camera->Close());
+  camera->RegisterMessageCallback([&](const char* text) { return first += text, true; });
+  EXPECT_FALSE(camera->SendMessage("late"));
+  EXPECT_EQ(first + "/" + second, "/no,yes");
+}
+
+// A source whose chain the tests write.
+class OwnSource : public dualos::StreamAppOutput {
+ public:
+  using StreamAppOutput::StreamAppOutput;
+  std::string AppStringCreate0() override { return "type=pipeline"; }
+  const std::string& Session() const { return _session_name; }
+  std::size_t Applications() const { return Children().Size(); }
+};
+
+TEST_F(Lifecycle, EachConfigurationTakesANewSessionName) {
+  auto* source = new OwnSource(true);
+  EXPECT_EQ(source->Session(), "");
+  std::set<std::string> names;
+  for (int i = 0; i < 100; ++i) {
+    AttrSet set("nosuch=1");  // is not read
+    EXPECT_TRUE(source->configure(set));
+    names.insert(source->Session());
+  }
+  EXPECT_EQ(names.size(), 100U);
+  EXPECT_FALSE(source->IsStart()) << "never opened";
+  source->Release();
+}
+
+TEST_F(Lifecycle, IsStartedWhileTheApplicationPlays) {
+  class Playing : public OwnSource {
+   public:
+    using OwnSource::OwnSource;
+    std::string AppStringCreate0() override {
+      return "type=pipeline,layout={pv-yuv-src-adv:w=160,h=120+h264-encoder-dma:name=h264+"
+             "ShmSink:session_name=" +
+             _session_name + "}";
+    }
+  };
+  UseOddFarSide("counts");
+  auto* source = new Playing(true);
+  AttrSet set;
+  ASSERT_TRUE(source->InitObject(set));
+  EXPECT_TRUE(source->Open() && !source->IsStart());
+  EXPECT_EQ(source->Applications(), 1U);
+  EXPECT_TRUE(source->Start() && source->IsStart());
+  EXPECT_TRUE(source->Stop() && !source->IsStart());
+  EXPECT_TRUE(source->Close() && !source->IsStart());
+  EXPECT_EQ(source->Applications(), 0U) << "closing destroys the application";
+  EXPECT_TRUE(source->Open() && source->Start());
+  source->Release();  // playing
+}
+
+TEST_F(Lifecycle, CallbacksOfTheSinkAreJudged) {
+  auto* source = new OwnSource(true);
+  EXPECT_FALSE(source->CbOpen(nullptr, nullptr));
+  EXPECT_FALSE(source->CbOutput(nullptr));
+  auto* sink = new quill::base::Object("sink");
+  EXPECT_FALSE(source->CbOpen(sink, nullptr));
+  using Pull = std::function<quill::stream::Packet*(bool)>;
+  sink->AddValue<Pull>("funcPullBlocking", nullptr);
+  EXPECT_FALSE(source->CbOpen(sink, nullptr));
+  EXPECT_EQ(LogLines(), (Lines{kOutput + "CbOpen:\t!_sink", kOutput + "CbOutput:\t!pkt",
+                               kOutput + "CbOpen:\t!_sink->Get(\"funcPullBlocking\",_funcPull)",
+                               kOutput + "CbOpen:\t!_funcPull"}));
+  EXPECT_TRUE(source->CbClose());
+  source->Release();
+  sink->Release();
+}
+
+}  // namespace
+}  // namespace tessel::tests

@@ -1,0 +1,157 @@
+#include "OddFarSide.h"
+
+#include <cstring>
+#include <random>
+
+#include <sys/socket.h>
+
+#include "Connection.h"
+#include "SessionLayout.h"
+#include "ShmSink.h"
+
+namespace tessel::tests {
+
+using link::SendMessage;
+using link::WireMessage;
+using quill::base::AttrSet;
+using namespace rtos;
+
+namespace {
+
+std::string g_behaviour = "counts";  // constant once elements are made
+
+class OddSource : public Source {
+ public:
+  bool Open(const Context&, const AttrSet&, Media& media, std::string&) override {
+    media.unit_bytes = 1000;
+    return true;
+  }
+  Verdict Await(Unit& unit, StopSignal&) override {
+    const bool never_ends = g_behaviour == "floods" || g_behaviour == "fails";
+    if (!never_ends && _next == (g_behaviour == "ends" ? 3 : kManyUnits)) return Verdict::kEnd;
+    unit.sequence = _next;
+    unit.is_key = _next % 10 == 0;
+    return Verdict::kPass;
+  }
+  Verdict Process(Unit& unit) override {
+    if (g_behaviour == "fails" && _next == 3) return FailWith("lens=gone");
+    std::memset(unit.room.data(), static_cast<int>(_next & 0xff), 1000);
+    unit.size_bytes = 1000;
+    if (g_behaviour == "scribbles") Scribble(unit.room.data());
+    ++_next;
+    return Verdict::kPass;
+  }
+  Verdict Skip(Unit&) override {
+    ++_next;
+    return Verdict::kPass;
+  }
+  // Refused units never come back: a source that scribbles would wait for them for ever.
+  bool IsLive() const override { return g_behaviour == "scribbles"; }
+
+ private:
+  void Scribble(std::uint8_t* slot) {
+    if (_area == nullptr) _area = slot - link::kSessionHeaderBytes;  // slot 0 is the first one
+    auto* header = reinterpret_cast<link::SessionHeader*>(_area);
+    if (_next % 7 == 3) header->head.store(Noise());
+    for (link::FrameDescriptor& descriptor : header->ring) {
+      descriptor.offset = Noise() % 3 == 0 ? Noise() : 8192;
+      descriptor.size = Noise() % 3 == 0 ? Noise() : 100;
+      descriptor.slot = static_cast<std::uint16_t>(Noise() % 70);
+    }
+  }
+
+  std::uint32_t Noise() { return static_cast<std::uint32_t>(_random() * 2654435761U); }
+
+  std::uint32_t _next = 0;
+  std::uint8_t* _area = nullptr;
+  std::minstd_rand _random{7};
+};
+
+// Only describes the media, so that the H.264 source opens.
+class OddEncoder : public Element {
+ public:
+  bool Open(const Context&, const AttrSet&, Media& media, std::string&) override {
+    media.description = AttrSet(
+        "codec=h264,w=160,h=120,header=0000000167000000000168,spsoffset=4,isps=1,ppsoffset=10,"
+        "ipps=1,pack=byte-stream");
+    return true;
+  }
+  Verdict Process(Unit&) override { return Verdict::kPass; }
+};
+
+template <typename Class>
+std::unique_ptr<Element> Make() {
+  return std::make_unique<Class>();
+}
+constexpr ElementRow kElements[] = {{"pv-yuv-src-adv", &Make<OddSource>, false},
+                                    {"h264-encoder-dma", &Make<OddEncoder>, false},
+                                    {"ShmSink", &Make<ShmSink>, false}};
+
+void Answer(int socket, std::uint32_t number, const std::string& text) {
+  SendMessage(socket, {WireMessage::kAnswer, number, text});
+}
+
+bool Receive(int socket, WireMessage& message, AttrSet& request) {
+  std::vector<link::UniqueFd> fds;
+  return ReceiveMessage(socket, message, fds) && request.Parse(message.text.c_str());
+}
+
+void Garble(int socket) {
+  WireMessage message;
+  AttrSet request;
+  while (Receive(socket, message, request)) {
+    if (std::string(request.Get("cmd")) == "hello") {
+      Answer(socket, message.number, "");
+      continue;
+    }
+    Answer(socket, message.number + 1000, "object_base=0x1");  // to a question nobody asked
+    SendMessage(socket, {99, message.number, "object_base=0x1"});
+    SendMessage(socket, {WireMessage::kEvent, 0, "event=end,object_base=0x77"});
+    send(socket, "abc", 3, MSG_NOSIGNAL);
+    Answer(socket, message.number, "}{");
+  }
+}
+
+void Delay(int socket) {
+  WireMessage message;
+  WireMessage withheld;
+  AttrSet request;
+  while (Receive(socket, message, request)) {
+    const std::string command = request.Get("cmd");
+    if (command == "slow" || command == "tesselCreate") {
+      withheld = message;
+      continue;
+    }
+    std::string answer = "who=prompt";
+    if (withheld.number != 0) {
+      const bool is_create = withheld.text.find("cmd=tesselCreate") != std::string::npos;
+      Answer(socket, withheld.number, is_create ? "object_base=0x7" : "who=late");
+      withheld.number = 0;
+      WireMessage next;
+      if (is_create && Receive(socket, next, request)) {
+        Answer(socket, next.number, "");
+        answer += std::string(",") + request.Get("cmd") + "=" + request.Get("object_base");
+      }
+    }
+    Answer(socket, message.number, answer);
+  }
+}
+
+}  // namespace
+
+std::span<const ElementRow> OddElements() { return kElements; }
+
+int RunOddFarSide(const std::string& behaviour, link::UniqueFd connection) {
+  g_behaviour = behaviour;
+  if (behaviour == "exits") return 0;
+  if (behaviour == "garbles") {
+    Garble(connection.Get());
+  } else if (behaviour == "delays") {
+    Delay(connection.Get());
+  } else {
+    Connection(std::move(connection), OddElements()).Serve();
+  }
+  return 0;
+}
+
+}  // namespace tessel::tests

@@ -1,0 +1,30 @@
+// A real-time side that does what the real one never should, or not on request.
+#pragma once
+
+#include <span>
+#include <string>
+
+#include "Descriptors.h"
+#include "Element.h"
+
+namespace tessel::tests {
+
+// Elements under the names of the H.264 chain. The source writes units of 1000 bytes, each byte the
+// unit's number, as fast as they are taken.
+//   counts:    kManyUnits of them, then the input ends
+//   floods:    no end of them
+//   ends:      3 of them, then the input ends
+//   fails:     3 of them, then the element fails
+//   scribbles: each overwrites what the session's header says with noise
+std::span<const rtos::ElementRow> OddElements();
+
+inline constexpr std::uint32_t kManyUnits = 500;
+
+// Serves `connection` with OddElements() as the behaviour says, or
+//   exits:   ends at once
+//   garbles: answers all but "hello" with what is no answer
+//   delays:  answers "slow" and "tesselCreate" when the next command has come; answers that one
+//            with "who=prompt" and, after a tesselCreate, with the handle that was destroyed
+int RunOddFarSide(const std::string& behaviour, link::UniqueFd connection);
+
+}  // namespace tessel::tests

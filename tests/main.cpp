@@ -1,0 +1,21 @@
+// The tests; started by the host with a connection, the real-time side of some of them.
+#include <cstdlib>
+
+#include "Fixture.h"
+#include "OddFarSide.h"
+
+int main(int argc, char** argv) {
+  int connection = -1;
+  std::string behaviour;
+  for (int i = 1; i < argc; ++i) {
+    const std::string word = argv[i];
+    if (word.starts_with("--connection=")) connection = std::atoi(word.c_str() + 13);
+    if (word.starts_with("--behaviour=")) behaviour = word.substr(12);
+  }
+  if (connection >= 0) {
+    return tessel::tests::RunOddFarSide(behaviour, tessel::link::UniqueFd(connection));
+  }
+  ::testing::InitGoogleTest(&argc, argv);
+  tessel::tests::KeepLogs();
+  return RUN_ALL_TESTS();
+}
