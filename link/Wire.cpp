@@ -39,7 +39,8 @@ SendResult SendMessage(int socket_fd, const WireMessage& message, const std::vec
   do {
     sent = sendmsg(socket_fd, &packet, MSG_NOSIGNAL);
   } while (sent < 0 && errno == EINTR);
-  return sent < 0 ? SendResult::kGone : SendResult::kSent;
+  if (sent >= 0) return SendResult::kSent;
+  return errno == EAGAIN ? SendResult::kBusy : SendResult::kGone;
 }
 
 bool ReceiveMessage(int socket_fd, WireMessage& message, std::vector<UniqueFd>& fds) {

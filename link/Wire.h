@@ -15,7 +15,8 @@
 
 namespace tessel::link {
 
-inline constexpr std::size_t kMaxMessageBytes = std::size_t{128} * 1024;  // below the kernel's default buffer
+inline constexpr std::size_t kMaxMessageBytes =
+    std::size_t{128} * 1024;  // below the kernel's default buffer
 inline constexpr std::size_t kMaxMessageFds = 8;
 
 struct WireMessage {
@@ -25,10 +26,10 @@ struct WireMessage {
   std::string text;
 };
 
-enum class SendResult { kSent, kTooLong, kGone };
+enum class SendResult { kSent, kTooLong, kBusy, kGone };
 
 // Any thread; blocks while the receiver's buffer is full, but not longer than the socket's
-// SO_SNDTIMEO. `fds` are duplicated on the way and stay with the caller.
+// SO_SNDTIMEO; then it is kBusy. `fds` are duplicated on the way and stay with the caller.
 SendResult SendMessage(int socket_fd, const WireMessage& message, const std::vector<int>& fds = {});
 
 // Waits for the next message. False when the other side is gone. A message that is malformed

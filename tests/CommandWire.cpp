@@ -77,6 +77,18 @@ TEST(Wire, PassesDescriptors) {
   EXPECT_EQ(read(read_end.Get(), &letter, 1), 0) << "nobody else has them";
 }
 
+TEST(Wire, AReceiverThatDoesNotReadIsBusyNotGone) {
+  const Ends ends;
+  const timeval timeout = {.tv_sec = 0, .tv_usec = 1000};
+  ASSERT_EQ(setsockopt(ends.near.Get(), SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof timeout), 0);
+  const WireMessage large = {WireMessage::kRequest, 1, std::string(100000, 'x')};
+  SendResult result = SendResult::kSent;
+  for (int i = 0; i < 1000 && result == SendResult::kSent; ++i) {
+    result = SendMessage(ends.near.Get(), large);
+  }
+  EXPECT_EQ(result, SendResult::kBusy);
+}
+
 TEST(Wire, ReadsNonsenseAsAnEventWithoutText) {
   Ends ends;
   WireMessage got;

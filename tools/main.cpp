@@ -3,8 +3,6 @@
 #include <functional>
 #include <string>
 
-#include <CLI/CLI.hpp>
-
 #include "quill/Host.h"
 
 #include "Capture.h"
@@ -15,6 +13,8 @@
 #include "Interrupts.h"
 #include "List.h"
 #include "Units.h"
+
+#include <CLI/CLI.hpp>
 
 namespace tessel::tool {
 namespace {

@@ -22,9 +22,9 @@ class TESSEL_PUBLIC IStreamOutput : public virtual IStreamControl {
   virtual bool PullFrame(std::shared_ptr<frame_t>& frame, bool blocking) = 0;
 
   // Push mode; register before Open(). `cb` is copied and runs on the stream thread, which it
-  // should not keep for longer than a frame time. Stream thread. May call Stop() and Close(), may
-  // keep the frame; must not destroy the source. False in pull mode, where the callback is stored
-  // but never called.
+  // should not keep for longer than a frame time. Stream thread. May keep the frame, may call
+  // Stop(), and Close() once Start() has returned; must not destroy the source. False in pull mode,
+  // where the callback is stored but never called.
   virtual bool RegisterOutputCallback(const std::function<bool(std::shared_ptr<frame_t>&)>& cb) = 0;
 
   virtual std::string GetMediaInfo() const = 0;

@@ -1,8 +1,12 @@
 // The Linux-side elements: what a pipeline is made of.
 #pragma once
 
+#include <condition_variable>
 #include <functional>
 #include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
 
 #include "Media.h"
 #include "quill/Service.h"
@@ -21,6 +25,8 @@ class Element : public virtual Service {
   // What it delivers, once open; null before and for elements at the end.
   virtual std::shared_ptr<Session> Output() const { return nullptr; }
   virtual std::shared_ptr<Media> OutputMedia() const { return nullptr; }
+  // All elements of the pipeline play now.
+  virtual void Playing() {}
 
  protected:
   Element* Upstream() const { return _upstream; }
@@ -74,6 +80,7 @@ class FuncSink : public Element {
   bool Start() override;
   bool Stop() override;
   bool Close() override;
+  void Playing() override;  // only now callbacks begin: they may stop the stream
   bool processMessage(base::Message& message) override;
 
  protected:
@@ -105,6 +112,7 @@ class Pipeline : public virtual Service {
   bool Resume() override;
   bool Stop() override;
   bool Close() override;
+  void afterStatusUp(Status target) override;
 
  private:
   using Step = bool (*)(Service&);
@@ -116,11 +124,22 @@ class Pipeline : public virtual Service {
 
 // "Application": holds one description, given as layout=, and is driven by texts: writing
 // "statusup" or "statusdown" moves it at least up or down to the status named; "status" reads where
-// it is.
+// it is. Any thread may move it: a client's callback does so on the stream thread.
 class Application : public virtual Pipeline {
  public:
   Application();
   bool configure(base::AttrSet& set) override;
+
+ private:
+  bool Move(bool up, Status target);
+  bool BeginMove(bool up, Status target, bool& is_done);
+  void EndMove();
+
+  std::mutex _move_mutex;
+  std::condition_variable _moved;
+  std::thread::id _mover;            // guarded by _move_mutex; none while it rests
+  bool _is_going_down = false;       // guarded by _move_mutex
+  Status _going_to = Status::kNull;  // guarded by _move_mutex
 };
 
 }  // namespace quill::stream

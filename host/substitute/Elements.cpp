@@ -60,7 +60,6 @@ bool ShmSource::Start() {
   if (Failed(!_far_side->IsAlive(), "!_far_side->IsAlive()", "Close() and Open() again")) {
     return false;
   }
-  _session->Play();
   AttrSet answer;
   return Command("tesselStatus", "play", answer) && Service::Start();
 }
@@ -160,6 +159,15 @@ bool Pipeline::Open() { return Up(InFlow(), &UpToReady, &ToNull) && Service::Ope
 // The sink first: what the source sends has somewhere to go.
 bool Pipeline::Start() { return Up(AgainstFlow(), &UpToPlay, &ToReady) && Service::Start(); }
 
+void Pipeline::afterStatusUp(Status target) {
+  if (target != Status::kPlay) return;
+  foreach ([](base::object& child) {
+    if (auto* element = dynamic_cast<Element*>(&child)) element->Playing();
+    return true;
+  })
+    ;
+}
+
 bool Pipeline::Pause() { return Up(InFlow(), &UpToPause, &DownToPlay) && Service::Pause(); }
 
 bool Pipeline::Resume() { return Down(AgainstFlow(), &DownToPlay) && Service::Resume(); }
@@ -180,8 +188,7 @@ Application::Application() {
       Status target = Status::kNull;
       if (Failed(!StatusFromName(word.c_str(), target), "!StatusFromName(word)", word))
         return false;
-      if (up ? CurrStatus() >= target : CurrStatus() <= target) return true;
-      return up ? StatusUp(target) : StatusDown(target);
+      return Move(up, target);
     };
     AddProperty(std::make_unique<base::TProperty<std::string>>(name, nullptr, move));
   };
@@ -192,6 +199,38 @@ Application::Application() {
         name = StatusName(CurrStatus());
         return true;
       }));
+}
+
+bool Application::Move(bool up, Status target) {
+  bool is_done = false;
+  if (!BeginMove(up, target, is_done)) return is_done;
+  const bool is_there = up ? CurrStatus() >= target : CurrStatus() <= target;
+  const bool done = is_there || (up ? StatusUp(target) : StatusDown(target));
+  EndMove();
+  return done;
+}
+
+// Waits its turn. False when there is nothing left to do but to return `is_done`: somebody is going
+// down already, and may be waiting for the very callback that we are in.
+bool Application::BeginMove(bool up, Status target, bool& is_done) {
+  std::unique_lock lock(_move_mutex);
+  while (_mover != std::thread::id() && _mover != std::this_thread::get_id()) {
+    if (!up && _is_going_down) {
+      is_done = _going_to <= target;
+      return false;
+    }
+    _moved.wait(lock);
+  }
+  _mover = std::this_thread::get_id();
+  _is_going_down = !up;
+  _going_to = target;
+  return true;
+}
+
+void Application::EndMove() {
+  const std::lock_guard lock(_move_mutex);
+  _mover = std::thread::id();
+  _moved.notify_all();
 }
 
 bool Application::configure(AttrSet& set) {

@@ -22,6 +22,7 @@ namespace {
 
 using base::AttrSet;
 using std::chrono::nanoseconds;
+using tessel::link::SendResult;
 using tessel::link::UniqueFd;
 using tessel::link::WireMessage;
 
@@ -318,12 +319,14 @@ std::uint32_t FarSide::Send(const AttrSet& body, const std::vector<int>& fds,
   }
   const auto sent = tessel::link::SendMessage(
       _socket.Get(), {WireMessage::kRequest, number, body.ToString(false)}, fds);
-  if (sent == tessel::link::SendResult::kSent) return number;
+  if (sent == SendResult::kSent) return number;
   const std::lock_guard lock(_mutex);
   _pending.erase(number);
-  error = std::string(body.Get("cmd")) + (sent == tessel::link::SendResult::kTooLong
-                                              ? ": the description is too long"
-                                              : ": the real-time side takes no commands");
+  error = sent == SendResult::kGone
+              ? kLoss
+              : std::string(body.Get("cmd")) + (sent == SendResult::kTooLong
+                                                    ? ": the description is too long"
+                                                    : ": the real-time side takes no commands");
   return 0;
 }
 

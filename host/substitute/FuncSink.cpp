@@ -27,6 +27,7 @@ struct FuncSink::Delivery {
       : session(std::move(from)), output(std::move(to)) {}
 
   void Run() {
+    may_run.wait(false);
     while (!is_over.load(std::memory_order_acquire)) {
       Packet* packet = session->Pull(true);
       if (packet == nullptr) return;
@@ -39,8 +40,15 @@ struct FuncSink::Delivery {
 
   const std::shared_ptr<Session> session;
   const OutputFunction output;
+  // No callback before the whole pipeline plays: one that stops the stream would cross its start.
+  std::atomic<bool> may_run{false};
   std::atomic<bool> is_over{false};
   std::thread thread;
+
+  void Release() {
+    may_run.store(true, std::memory_order_release);
+    may_run.notify_all();
+  }
 };
 
 FuncSink::FuncSink(OpenFunction open, CloseFunction close, OutputFunction output,
@@ -96,6 +104,7 @@ bool FuncSink::Open() {
 }
 
 bool FuncSink::Start() {
+  _session->Play();
   if (!_pull_mode) {
     _delivery = std::make_shared<Delivery>(_session, _output);
     // A stream that was stopped from inside its own callback may still be on its way out; its
@@ -109,10 +118,15 @@ bool FuncSink::Start() {
   return Element::Start();
 }
 
+void FuncSink::Playing() {
+  if (_delivery != nullptr) _delivery->Release();
+}
+
 bool FuncSink::Stop() {
+  if (_session != nullptr) _session->Halt();
   if (const std::shared_ptr<Delivery> ending = std::move(_delivery)) {
     ending->is_over.store(true, std::memory_order_release);
-    _session->Halt();
+    ending->Release();
     if (ending->thread.get_id() == std::this_thread::get_id()) {
       ending->thread.detach();  // we are inside its callback: it ends when that returns
     } else {
@@ -126,7 +140,6 @@ bool FuncSink::Close() {
   if (!_is_open) return Element::Close();
   _is_open = false;
   Stop();
-  _session->Halt();  // in pull mode nobody has told the pullers yet
   _session->Listen(nullptr);
   {
     const std::lock_guard lock(_port->mutex);

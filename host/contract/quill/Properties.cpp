@@ -72,6 +72,8 @@ int Object::setoradd(const char* name, const char* text) {
 }
 
 bool Object::GetStr(const char* key, const char*& out) const {
+  // What is a lasting text already needs no copy, and any thread may read it.
+  if (Get(key, &out, &typeid(const char*))) return true;
   std::string text;
   if (!getString(hasProperty(key), text)) return false;
   for (auto& [name, lent] : _texts) {

@@ -88,7 +88,10 @@ bool StreamApp::Open() {
 bool StreamApp::Start() {
   Trace("");
   if (Failed(!AppStatusUp("play"), "!AppStatusUp(\"play\")")) return false;
-  return Service::Start();
+  Service::Start();
+  // The first frame's callback may have stopped the application by now.
+  if (!IsStart()) Service::Stop();
+  return true;
 }
 
 bool StreamApp::Stop() {
