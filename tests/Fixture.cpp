@@ -10,7 +10,9 @@ using quill::stream::DebugLevel;
 
 namespace {
 
-LogStream* g_logs[quill::stream::kDebugLevels];  // never destroyed: other threads may log at exit
+// Never destroyed: other threads may log at exit.
+LogStream* g_logs[quill::stream::kDebugLevels];
+quill::stream::DebugStream* g_replaced[quill::stream::kDebugLevels];
 
 }  // namespace
 
@@ -26,7 +28,8 @@ Lines LogStream::Take() {
 
 void KeepLogs() {
   for (int level = 0; level < quill::stream::kDebugLevels; ++level) {
-    quill::stream::__dbg_couts[level] = g_logs[level] = new LogStream;
+    g_logs[level] = new LogStream;
+    g_replaced[level] = std::exchange(quill::stream::__dbg_couts[level], g_logs[level]);
   }
 }
 

@@ -42,13 +42,14 @@ class StderrStream : public DebugStream {
   const bool _is_terminal = isatty(STDERR_FILENO) == 1;
 };
 
-// Never destroyed: objects that log may outlive any order of static destruction.
-DebugStream* MakeStderr(DebugLevel level) { return new StderrStream(level); }
+// Never destroyed: objects that log may outlive any order of static destruction. Kept here as well,
+// so that one which is redirected is still somebody's.
+StderrStream* const g_stderr[kDebugLevels] = {new StderrStream(kError), new StderrStream(kNotice),
+                                              new StderrStream(kTrace)};
 
 }  // namespace
 
-DebugStream* __dbg_couts[kDebugLevels] = {MakeStderr(kError), MakeStderr(kNotice),
-                                          MakeStderr(kTrace)};
+DebugStream* __dbg_couts[kDebugLevels] = {g_stderr[kError], g_stderr[kNotice], g_stderr[kTrace]};
 
 int __root_path_offset = 0;  // paths are relative to the project already, by a compiler option
 
