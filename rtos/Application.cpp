@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <system_error>
 
 #include <pthread.h>
 
@@ -148,10 +149,16 @@ bool Application::SetStatus(const std::string& status, std::string& error) {
   }
   if (_thread.joinable()) return true;
   _is_stopping = false;  // no thread is there to see it
-  _thread = std::thread([this] {
-    pthread_setname_np(pthread_self(), "tessel-chain");
-    Run();
-  });
+  _sink->Resume();
+  try {
+    _thread = std::thread([this] {
+      pthread_setname_np(pthread_self(), "tessel-chain");
+      Run();
+    });
+  } catch (const std::system_error& failure) {
+    error = std::string("no thread for the chain: ") + failure.what();
+    return false;
+  }
   return true;
 }
 

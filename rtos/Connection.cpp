@@ -31,7 +31,10 @@ Board ReadBoard(const char* text) {
 }  // namespace
 
 Connection::Connection(link::UniqueFd socket, std::span<const ElementRow> elements)
-    : _socket(std::move(socket)), _elements(elements) {}
+    : _socket(std::move(socket)),
+      _elements(elements),
+      // No handle of one process is a handle of the next.
+      _last_handle(static_cast<std::uint64_t>(getpid()) << 24) {}
 
 void Connection::Serve() {
   WireMessage message;

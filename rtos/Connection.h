@@ -41,9 +41,9 @@ class Connection {
 
   const link::UniqueFd _socket;
   const std::span<const ElementRow> _elements;
+  std::uint64_t _last_handle;
   std::unique_ptr<link::SharedWindow> _window;  // null before "hello"
   std::uint64_t _linux_base = 0;                // the window's address on the Linux side
-  std::uint64_t _last_handle = 0;
   std::map<std::uint64_t, std::unique_ptr<Application>> _applications;  // by handle
 };
 

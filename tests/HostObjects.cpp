@@ -233,10 +233,12 @@ class Steps : public Service {
   void afterStatusDown(Status) override { done += "-"; }
   std::string done;
   std::string fails;
+  static inline std::string last;  // what was done, for when the object is gone
 
  private:
   bool Do(const char* step, bool) {
     done += step;
+    last = done;
     return fails != step;
   }
 };
@@ -282,7 +284,9 @@ TEST(StatusMachine, EndsAreEnds) {
   EXPECT_EQ(steps->CurrStatus(), Status::kPause);
   EXPECT_TRUE(!steps->CanStatusUp() && steps->CanStatusDown());
   EXPECT_FALSE(steps->StatusUp(Status::kPlay) || steps->StatusDown(static_cast<Status>(4)));
+  steps->done.clear();
   steps->Release();
+  EXPECT_EQ(Steps::last, "StopFromPause-Close") << "closed while it is whole";
   for (int i = 0; i < 4; ++i) {
     Status status = Status::kNull;
     EXPECT_TRUE(

@@ -202,7 +202,7 @@ TEST_F(Lifecycle, SetTakesAllOrNothing) {
   EXPECT_EQ(
       LogLines(),
       (Lines{"host/contract/quill/object.cpp/#/fromAttrSet:\t!property,no such property: colour",
-             "host/contract/quill/object.cpp/#/initConfigure:\t!ConvertToImpl(enable,enabled),"
+             "host/contract/quill/object.cpp/#/ReadEnable:\t!ConvertToImpl(enable,enabled),"
              "enable=perhaps",
              "host/contract/quill/object.cpp/#/fromString:\t!set.Parse(text),position 10: "
              "expected a pair after \",\""}));

@@ -30,8 +30,6 @@ class ErrorLog : public quill::stream::DebugStream {
   static void Forget();
 
  private:
-  // Not written to, only held: the host never frees it, and nobody else has it any more.
-  quill::stream::DebugStream* const _before = quill::stream::__dbg_couts[quill::stream::kError];
   mutable std::mutex _mutex;
   std::vector<std::string> _lines;  // guarded by _mutex
 };

@@ -1,38 +1,34 @@
 #include "Construction.h"
 
-#include <algorithm>
-#include <vector>
-
 #include "Window.h"
 
 namespace quill::base {
 namespace {
 
-std::vector<object*>& UnderConstruction() {
-  thread_local std::vector<object*> objects;
-  return objects;
-}
+thread_local object* t_current = nullptr;
+thread_local bool t_is_inside = false;
 
 }  // namespace
 
-void Construction::Begin(object& built) { UnderConstruction().push_back(&built); }
+void Construction::Begin(object& built) {
+  if (t_is_inside && t_current == nullptr) t_current = &built;
+}
 
 void Construction::Gone(object& built) {
-  auto& objects = UnderConstruction();
-  objects.erase(std::remove(objects.begin(), objects.end(), &built), objects.end());
+  if (t_current == &built) t_current = nullptr;  // its constructor has thrown
   stream::Window::FreeBlocksOf(&built);
 }
 
-object* Construction::Current() {
-  const auto& objects = UnderConstruction();
-  return objects.empty() ? nullptr : objects.back();
+object* Construction::Current() { return t_current; }
+
+Construction::Scope::Scope() : _outer(t_current), _was_inside(t_is_inside) {
+  t_current = nullptr;
+  t_is_inside = true;
 }
 
-Construction::Scope::Scope() : _depth(UnderConstruction().size()) {}
-
 Construction::Scope::~Scope() {
-  auto& objects = UnderConstruction();
-  if (objects.size() > _depth) objects.resize(_depth);
+  t_current = _outer;
+  t_is_inside = _was_inside;
 }
 
 }  // namespace quill::base

@@ -7,16 +7,18 @@ namespace quill::base {
 
 class object;
 
-// Each thread has its own; nothing here locks.
+// Each thread has its own; nothing here locks, and nothing of it needs destroying at a thread's
+// end.
 class Construction {
  public:
+  // Called by the constructor and by the destructor of `object`.
   static void Begin(object& built);
-  // The object is gone but for its storage: what belongs to it goes back.
   static void Gone(object& built);
-  // The innermost object under construction on this thread, or null.
+  // The object under construction on this thread, or null.
   static object* Current();
 
-  // Around one call of a creation function: what was begun inside is finished at its end.
+  // Around one call of a creation function: the first object begun inside is the one under
+  // construction until the end. Scopes nest.
   class Scope {
    public:
     Scope();
@@ -25,7 +27,8 @@ class Construction {
     Scope& operator=(const Scope&) = delete;
 
    private:
-    unsigned long _depth;
+    object* _outer;
+    bool _was_inside;
   };
 };
 

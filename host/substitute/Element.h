@@ -1,11 +1,8 @@
 // The Linux-side elements: what a pipeline is made of.
 #pragma once
 
-#include <condition_variable>
 #include <functional>
 #include <memory>
-#include <mutex>
-#include <thread>
 #include <vector>
 
 #include "Media.h"
@@ -17,11 +14,8 @@ namespace quill::stream {
 // Client's thread. A pipeline opens its elements in data-flow order and starts them against it.
 class Element : public virtual Service {
  public:
-  // The element in front of this one; borrows for its life. False when the two do not fit.
-  virtual bool Attach(Element& upstream) {
-    _upstream = &upstream;
-    return true;
-  }
+  // The element in front of this one; borrows for its life.
+  void Attach(Element& upstream) { _upstream = &upstream; }
   // What it delivers, once open; null before and for elements at the end.
   virtual std::shared_ptr<Session> Output() const { return nullptr; }
   virtual std::shared_ptr<Media> OutputMedia() const { return nullptr; }
@@ -78,6 +72,8 @@ class FuncSink : public Element {
   bool configure(base::AttrSet& set) override;
   bool Open() override;
   bool Start() override;
+  bool Pause() override;
+  bool Resume() override;
   bool Stop() override;
   bool Close() override;
   void Playing() override;  // only now callbacks begin: they may stop the stream
@@ -89,6 +85,8 @@ class FuncSink : public Element {
  private:
   struct Port;
   struct Delivery;
+  std::shared_ptr<Callbacks> OwnerCallbacks() const;
+  void JoinDelivery();
 
   const OpenFunction _open;
   const CloseFunction _close;
@@ -98,8 +96,9 @@ class FuncSink : public Element {
   bool _is_open = false;
   std::shared_ptr<Media> _media;
   std::shared_ptr<Session> _session;
-  const std::shared_ptr<Port> _port;    // what the pull function reaches
-  std::shared_ptr<Delivery> _delivery;  // in push mode, while playing
+  const std::shared_ptr<Port> _port;  // what the pull function reaches
+  // In push mode, from Start() on; a stream that was stopped by its own callback is joined later.
+  std::shared_ptr<Delivery> _delivery;
 };
 
 // "pipeline": a chain of elements, given as layout=.
@@ -108,8 +107,6 @@ class Pipeline : public virtual Service {
   bool configure(base::AttrSet& set) override;
   bool Open() override;
   bool Start() override;
-  bool Pause() override;
-  bool Resume() override;
   bool Stop() override;
   bool Close() override;
   void afterStatusUp(Status target) override;
@@ -124,22 +121,11 @@ class Pipeline : public virtual Service {
 
 // "Application": holds one description, given as layout=, and is driven by texts: writing
 // "statusup" or "statusdown" moves it at least up or down to the status named; "status" reads where
-// it is. Any thread may move it: a client's callback does so on the stream thread.
+// it is.
 class Application : public virtual Pipeline {
  public:
   Application();
   bool configure(base::AttrSet& set) override;
-
- private:
-  bool Move(bool up, Status target);
-  bool BeginMove(bool up, Status target, bool& is_done);
-  void EndMove();
-
-  std::mutex _move_mutex;
-  std::condition_variable _moved;
-  std::thread::id _mover;            // guarded by _move_mutex; none while it rests
-  bool _is_going_down = false;       // guarded by _move_mutex
-  Status _going_to = Status::kNull;  // guarded by _move_mutex
 };
 
 }  // namespace quill::stream

@@ -101,7 +101,7 @@ bool Pipeline::configure(AttrSet& set) {
     description.params.Add("type", description.class_name);
     auto* element = dynamic_cast<Element*>(create(description.params));
     if (Failed(element == nullptr, "!element", description.class_name)) return false;
-    if (upstream != nullptr && !element->Attach(*upstream)) return false;
+    if (upstream != nullptr) element->Attach(*upstream);
     upstream = element;
   }
   set.Remove("layout");
@@ -149,8 +149,6 @@ bool ToReady(Service& service) {
 }
 bool UpToReady(Service& service) { return service.StatusUp(Status::kReady); }
 bool UpToPlay(Service& service) { return service.StatusUp(Status::kPlay); }
-bool UpToPause(Service& service) { return service.StatusUp(Status::kPause); }
-bool DownToPlay(Service& service) { return service.StatusDown(Status::kPlay); }
 
 }  // namespace
 
@@ -168,10 +166,6 @@ void Pipeline::afterStatusUp(Status target) {
     ;
 }
 
-bool Pipeline::Pause() { return Up(InFlow(), &UpToPause, &DownToPlay) && Service::Pause(); }
-
-bool Pipeline::Resume() { return Down(AgainstFlow(), &DownToPlay) && Service::Resume(); }
-
 bool Pipeline::Stop() {
   Service::Stop();
   return Down(InFlow(), &ToReady);
@@ -188,7 +182,8 @@ Application::Application() {
       Status target = Status::kNull;
       if (Failed(!StatusFromName(word.c_str(), target), "!StatusFromName(word)", word))
         return false;
-      return Move(up, target);
+      if (up ? CurrStatus() >= target : CurrStatus() <= target) return true;
+      return up ? StatusUp(target) : StatusDown(target);
     };
     AddProperty(std::make_unique<base::TProperty<std::string>>(name, nullptr, move));
   };
@@ -199,38 +194,6 @@ Application::Application() {
         name = StatusName(CurrStatus());
         return true;
       }));
-}
-
-bool Application::Move(bool up, Status target) {
-  bool is_done = false;
-  if (!BeginMove(up, target, is_done)) return is_done;
-  const bool is_there = up ? CurrStatus() >= target : CurrStatus() <= target;
-  const bool done = is_there || (up ? StatusUp(target) : StatusDown(target));
-  EndMove();
-  return done;
-}
-
-// Waits its turn. False when there is nothing left to do but to return `is_done`: somebody is going
-// down already, and may be waiting for the very callback that we are in.
-bool Application::BeginMove(bool up, Status target, bool& is_done) {
-  std::unique_lock lock(_move_mutex);
-  while (_mover != std::thread::id() && _mover != std::this_thread::get_id()) {
-    if (!up && _is_going_down) {
-      is_done = _going_to <= target;
-      return false;
-    }
-    _moved.wait(lock);
-  }
-  _mover = std::this_thread::get_id();
-  _is_going_down = !up;
-  _going_to = target;
-  return true;
-}
-
-void Application::EndMove() {
-  const std::lock_guard lock(_move_mutex);
-  _mover = std::thread::id();
-  _moved.notify_all();
 }
 
 bool Application::configure(AttrSet& set) {

@@ -1,5 +1,6 @@
 #include "FarSide.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -9,6 +10,7 @@
 #include <spawn.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include "Places.h"
 #include "quill/Debug.h"
@@ -60,13 +62,12 @@ AttrSet DescribeArea(std::uint64_t offset, std::size_t size_bytes) {
   return area;
 }
 
-AttrSet DescribeBoard(const host::Options& options) {
-  AttrSet board;
-  board.Add("sensor", AbsoluteInput(options.sensor));
+// False when the sensor's name cannot be written as text.
+bool DescribeBoard(const host::Options& options, AttrSet& board) {
+  if (!board.Add("sensor", AbsoluteInput(options.sensor))) return false;
   board.Add("loop", options.loop);
   board.Add("paced", options.paced);
-  board.Add("slots", options.session_slots);
-  return board;
+  return board.Add("slots", options.session_slots);
 }
 
 }  // namespace
@@ -109,12 +110,18 @@ bool FarSide::Start(std::string& error) {
   // A stopped reader fills its buffer; then a send must fail like any other command.
   const timeval send_timeout = {.tv_sec = 1, .tv_usec = 0};
   setsockopt(_socket.Get(), SOL_SOCKET, SO_SNDTIMEO, &send_timeout, sizeof send_timeout);
-  if (!Spawn(UniqueFd(ends[1]), error)) return false;
+  // Above the descriptors that the new program gets its own under.
+  UniqueFd their_end(fcntl(ends[1], F_DUPFD_CLOEXEC, kTheirSocket + 1));
+  close(ends[1]);
+  if (!Spawn(std::move(their_end), error)) return false;
+  CloseInForkedChild(_socket.Get());
 
   _is_alive = true;
   std::thread listener =
       StartThread("tessel-wire", [self = shared_from_this()] { self->Listen(); });
   if (!listener.joinable()) {
+    kill(_child, SIGKILL);
+    waitpid(_child, nullptr, 0);
     error = "no thread for the real-time side";
     return false;
   }
@@ -172,7 +179,6 @@ bool FarSide::Spawn(UniqueFd their_end, std::string& error) {
     error = "cannot start " + program + ": " + std::strerror(failure);
     return false;
   }
-  _process = _child;
   return true;
 }
 
@@ -185,7 +191,7 @@ std::shared_ptr<Session> FarSide::FindSession(std::uint64_t handle, const std::s
   const std::lock_guard lock(_mutex);
   const auto place = _applications.find(handle);
   if (place == _applications.end()) return nullptr;
-  for (const auto& session : place->second) {
+  for (const auto& session : place->second.sessions) {
     if (session->Name() == name) return session;
   }
   return nullptr;
@@ -199,7 +205,8 @@ bool FarSide::Run(AttrSet& args, std::string& error) {
   }
   long long timeout_ns = host::GetOptions().command_timeout.count();
   args.Get("timeout", timeout_ns);
-  const nanoseconds timeout(timeout_ns);
+  constexpr long long kDay_ns = 86'400'000'000'000;  // a deadline must not overflow the clock
+  const nanoseconds timeout(std::min(timeout_ns, kDay_ns));
   AttrSet body = args;
   body.Remove("timeout");
   AttrSet answer;
@@ -216,9 +223,16 @@ bool FarSide::Run(AttrSet& args, std::string& error) {
 }
 
 bool FarSide::Create(AttrSet& body, nanoseconds timeout, AttrSet& answer, std::string& error) {
+  const host::Options options = host::GetOptions();
+  AttrSet board;
+  if (!DescribeBoard(options, board)) {
+    error = "sensor \"" + options.sensor + "\" has a name with unbalanced braces";
+    return false;
+  }
+  body.Add("board", board.ToString(false));
   std::vector<std::string> names;
   FindSessions(body.ToString(false).c_str(), names);
-  std::vector<std::shared_ptr<Session>> sessions;
+  Application application;
   std::vector<int> fds;
   AttrSet areas;
   for (const std::string& name : names) {
@@ -232,17 +246,17 @@ bool FarSide::Create(AttrSet& body, nanoseconds timeout, AttrSet& answer, std::s
     areas.Add(name.c_str(), area.ToString(false));
     fds.push_back(memory.frame_bell.Fd());
     fds.push_back(memory.room_bell.Fd());
-    sessions.push_back(std::move(session));
+    application.sessions.push_back(std::move(session));
   }
   AttrSet blocks;
-  if (Window* window = Window::Globle()) {
-    for (const Window::Extent& block : window->Blocks()) {
-      blocks.Add(std::to_string(block.offset).c_str(), block.size_bytes);
+  if (const Window* window = Window::Globle()) {
+    application.blocks = window->BlocksNamedIn(body.ToString(false));
+    for (const auto& block : application.blocks) {
+      blocks.Add(std::to_string(block->area.Offset()).c_str(), block->asked_bytes);
     }
   }
   body.Add("sessions", areas.ToString(false));
   body.Add("blocks", blocks.ToString(false));
-  body.Add("board", DescribeBoard(host::GetOptions()).ToString(false));
 
   // On the wire thread, in the order of answers: no event of the application can come before it is
   // known here. One that comes into being after its creator gave up is ended at once.
@@ -251,12 +265,12 @@ bool FarSide::Create(AttrSet& body, nanoseconds timeout, AttrSet& answer, std::s
     std::uint64_t handle = 0;
   };
   auto outcome = std::make_shared<Outcome>();  // guarded by _mutex
-  const Answer adopt = [this, sessions, outcome](const AttrSet& created) {
+  const Answer adopt = [this, application, outcome](const AttrSet& created) {
     const std::uint64_t handle = ApplicationHandle(created.Get("object_base"));
     if (handle == 0) return;
     {
       const std::lock_guard lock(_mutex);
-      _applications[handle] = sessions;
+      _applications[handle] = application;
       outcome->handle = handle;
       if (outcome->is_wanted) return;
     }
@@ -276,7 +290,7 @@ bool FarSide::Create(AttrSet& body, nanoseconds timeout, AttrSet& answer, std::s
 // it stays taken.
 FarSide::Answer FarSide::Forget(std::uint64_t handle) {
   return [this, handle](const AttrSet&) {
-    std::vector<std::shared_ptr<Session>> gone;  // destroyed after the lock
+    Application gone;  // destroyed after the lock
     const std::lock_guard lock(_mutex);
     const auto place = _applications.find(handle);
     if (place == _applications.end()) return;
@@ -397,7 +411,7 @@ void FarSide::TakeEvent(const std::string& text) {
     const std::lock_guard lock(_mutex);
     const auto place = _applications.find(handle);
     if (place == _applications.end()) return;  // gone meanwhile
-    sessions = place->second;
+    sessions = place->second.sessions;
   }
   const std::string words = event.Get("text") == nullptr ? kind : event.Get("text");
   for (const auto& session : sessions) {
@@ -416,13 +430,12 @@ void FarSide::Lose() {
     pending.swap(_pending);
     _answered.notify_all();
   }
-  for (const auto& [handle, sessions] : applications) {
-    for (const auto& session : sessions) {
+  for (const auto& [handle, application] : applications) {
+    for (const auto& session : application.sessions) {
       session->End();
       PostMessage([session] { session->Tell(kLoss); });
     }
   }
-  if (_child == 0) return;
   // It has closed its socket, so it is ending; if it is only misbehaving, it ends now. A number
   // that is no child any more may be somebody else's by now.
   if (waitpid(_child, nullptr, WNOHANG) == 0) {

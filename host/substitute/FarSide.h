@@ -39,7 +39,7 @@ class FarSide : public std::enable_shared_from_this<FarSide> {
   bool Run(base::AttrSet& args, std::string& error);
 
   bool IsAlive() const;
-  pid_t Process() const { return _process; }
+  pid_t Process() const { return _child; }
 
   // The session `name` of the application `handle`, or null.
   std::shared_ptr<Session> FindSession(std::uint64_t handle, const std::string& name) const;
@@ -52,7 +52,12 @@ class FarSide : public std::enable_shared_from_this<FarSide> {
     // Runs on the wire thread when the answer comes, even too late for whoever asked.
     Answer on_answer;
   };
-  using Applications = std::map<std::uint64_t, std::vector<std::shared_ptr<Session>>>;
+  // What an application over there may touch stays handed out until it is gone.
+  struct Application {
+    std::vector<std::shared_ptr<Session>> sessions;
+    std::vector<std::shared_ptr<const Window::Block>> blocks;
+  };
+  using Applications = std::map<std::uint64_t, Application>;
 
   FarSide() = default;
   bool Start(std::string& error);
@@ -75,8 +80,7 @@ class FarSide : public std::enable_shared_from_this<FarSide> {
   void Lose();
 
   tessel::link::UniqueFd _socket;  // constant after Start
-  pid_t _process = 0;              // constant after Start
-  pid_t _child = 0;                // constant after Start; 0 when it is nobody's child here
+  pid_t _child = 0;                // constant after Start
 
   mutable std::mutex _mutex;
   std::condition_variable _answered;

@@ -23,8 +23,8 @@ struct FuncSink::Port {
 // One run of the stream thread. It holds all it needs, as a callback may stop or close the stream
 // under its feet.
 struct FuncSink::Delivery {
-  Delivery(std::shared_ptr<Session> from, OutputFunction to)
-      : session(std::move(from)), output(std::move(to)) {}
+  Delivery(std::shared_ptr<Session> from, OutputFunction to, std::shared_ptr<Callbacks> counted)
+      : session(std::move(from)), output(std::move(to)), callbacks(std::move(counted)) {}
 
   void Run() {
     may_run.wait(false);
@@ -40,6 +40,7 @@ struct FuncSink::Delivery {
 
   const std::shared_ptr<Session> session;
   const OutputFunction output;
+  const std::shared_ptr<Callbacks> callbacks;
   // No callback before the whole pipeline plays: one that stops the stream would cross its start.
   std::atomic<bool> may_run{false};
   std::atomic<bool> is_over{false};
@@ -59,7 +60,12 @@ FuncSink::FuncSink(OpenFunction open, CloseFunction close, OutputFunction output
       _message(std::move(message)),
       _port(std::make_shared<Port>()) {}
 
-FuncSink::~FuncSink() { Close(); }
+FuncSink::~FuncSink() {
+  Close();
+  // Destroyed by its own callback, which closed the stream: the thread ends by itself, and the
+  // stream object waits for that.
+  if (_delivery != nullptr) _delivery->thread.detach();
+}
 
 bool FuncSink::configure(base::AttrSet& set) {
   if (const char* mode = set.Get("pullMode")) {
@@ -103,14 +109,26 @@ bool FuncSink::Open() {
   return false;
 }
 
+// Of the stream object that owns the pipeline: it must outlive what its callbacks do.
+std::shared_ptr<Service::Callbacks> FuncSink::OwnerCallbacks() const {
+  const base::object* owner = this;
+  while (owner->Parent() != nullptr) owner = owner->Parent();
+  const auto* service = dynamic_cast<const Service*>(owner);
+  return service == nullptr ? GetCallbacks() : service->GetCallbacks();
+}
+
 bool FuncSink::Start() {
+  JoinDelivery();
   _session->Play();
   if (!_pull_mode) {
-    _delivery = std::make_shared<Delivery>(_session, _output);
-    // A stream that was stopped from inside its own callback may still be on its way out; its
-    // thread is detached and takes nothing any more.
-    _delivery->thread = StartThread("tessel-stream", [run = _delivery] { run->Run(); });
+    _delivery = std::make_shared<Delivery>(_session, _output, OwnerCallbacks());
+    _delivery->callbacks->Begin();
+    _delivery->thread = StartThread("tessel-stream", [run = _delivery] {
+      run->Run();
+      run->callbacks->End();
+    });
     if (!_delivery->thread.joinable()) {
+      _delivery->callbacks->End();
       _delivery.reset();
       return false;
     }
@@ -122,18 +140,30 @@ void FuncSink::Playing() {
   if (_delivery != nullptr) _delivery->Release();
 }
 
+bool FuncSink::Pause() {
+  _session->Pause();
+  return Element::Pause();
+}
+
+bool FuncSink::Resume() {
+  _session->Resume();
+  return Element::Resume();
+}
+
 bool FuncSink::Stop() {
   if (_session != nullptr) _session->Halt();
-  if (const std::shared_ptr<Delivery> ending = std::move(_delivery)) {
-    ending->is_over.store(true, std::memory_order_release);
-    ending->Release();
-    if (ending->thread.get_id() == std::this_thread::get_id()) {
-      ending->thread.detach();  // we are inside its callback: it ends when that returns
-    } else {
-      ending->thread.join();
-    }
-  }
+  JoinDelivery();
   return Element::Stop();
+}
+
+// Waits for the stream thread, unless this is it: then whoever comes next does.
+void FuncSink::JoinDelivery() {
+  if (_delivery == nullptr) return;
+  _delivery->is_over.store(true, std::memory_order_release);
+  _delivery->Release();
+  if (_delivery->thread.get_id() == std::this_thread::get_id()) return;
+  _delivery->thread.join();
+  _delivery.reset();
 }
 
 bool FuncSink::Close() {

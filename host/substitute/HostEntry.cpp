@@ -145,7 +145,7 @@ bool LoadPlugin(const char* path, std::string* error) {
   return is_plugin || Refuse(file + " announces no plug-in", error);
 }
 
-std::vector<const IClass*> Classes() { return {IClass::Globle().begin(), IClass::Globle().end()}; }
+std::vector<const IClass*> Classes() { return IClass::All(); }
 
 base::object* CreateObject(const char* name, const char* attributes) {
   const IClass* record = IClass::Find(name, true);

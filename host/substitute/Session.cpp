@@ -94,11 +94,20 @@ Packet* Session::TakeNext() {
 }
 
 Packet* Session::Pull(bool blocking) {
-  // Without the mutex, which Play() takes.
-  if (blocking) _mode.wait(Mode::kNew);
-  const std::lock_guard lock(_pull_mutex);
+  std::unique_lock lock(_pull_mutex, std::defer_lock);
+  if (blocking) {
+    lock.lock();
+  } else if (!lock.try_lock()) {
+    return nullptr;  // somebody waits for a frame already
+  }
   for (;;) {
-    if (_mode.load(std::memory_order_acquire) != Mode::kPlaying || IsForkedChild()) return nullptr;
+    const Mode mode = _mode.load(std::memory_order_acquire);
+    if (mode == Mode::kHalted || IsForkedChild()) return nullptr;
+    if (mode == Mode::kPaused) {
+      if (!blocking) return nullptr;
+      _mode.wait(Mode::kPaused);
+      continue;
+    }
     // Read before the ring: what was published before the end is then seen below.
     const bool is_last_look = HasEnded() || !blocking;
     if (Packet* packet = TakeNext()) return packet;
@@ -109,7 +118,18 @@ Packet* Session::Pull(bool blocking) {
 
 void Session::Play() {
   const std::lock_guard lock(_pull_mutex);
+  if (IsForkedChild()) return;
   while (Packet* stale = TakeNext()) stale->Release();
+  if (!HasEnded()) _consumer->Resume();
+  SetMode(Mode::kPlaying);
+}
+
+void Session::Pause() {
+  SetMode(Mode::kPaused);
+  _consumer->Interrupt();  // who sleeps there comes to sleep on the mode instead
+}
+
+void Session::Resume() {
   if (!HasEnded()) _consumer->Resume();
   SetMode(Mode::kPlaying);
 }
@@ -121,8 +141,8 @@ void Session::Halt() {
 
 void Session::End() {
   _ended.store(true, std::memory_order_release);
-  Mode before = Mode::kNew;  // nobody needs to wait for it to play any more
-  if (_mode.compare_exchange_strong(before, Mode::kHalted)) _mode.notify_all();
+  Mode paused = Mode::kPaused;  // nothing is left to be held back for long
+  if (_mode.compare_exchange_strong(paused, Mode::kPlaying)) _mode.notify_all();
   _consumer->Interrupt();
 }
 

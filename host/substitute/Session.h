@@ -54,12 +54,15 @@ class Session : public std::enable_shared_from_this<Session> {
   const std::shared_ptr<SessionMemory>& Memory() const { return _memory; }
 
   // The next packet, held for the caller; null when none is there, the stream is stopped, or (with
-  // `blocking`) when none will come any more. Before the first Play() it waits for that, if
-  // `blocking`. Callers queue up behind one another.
+  // `blocking`) when none will come any more. While paused none comes. Callers that block queue up
+  // behind one another.
   Packet* Pull(bool blocking);
 
   // Lets Pull() wait again; frames that were left over from before are given back.
   void Play();
+  // Holds delivery back, and lets it go on.
+  void Pause();
+  void Resume();
   // Ends every Pull() at once, until Play().
   void Halt();
   // No frame will follow those in the ring: they are pulled, then Pull() returns null for good.
@@ -80,7 +83,7 @@ class Session : public std::enable_shared_from_this<Session> {
   friend class SessionPacket;
   Session(std::string name, std::shared_ptr<SessionMemory> memory,
           std::unique_ptr<tessel::link::SessionConsumer> consumer);
-  enum class Mode { kNew, kPlaying, kHalted };
+  enum class Mode { kHalted, kPlaying, kPaused };
   Packet* TakeNext();
   void SetMode(Mode mode);
 
@@ -88,7 +91,7 @@ class Session : public std::enable_shared_from_this<Session> {
   const std::shared_ptr<SessionMemory> _memory;
   const std::unique_ptr<tessel::link::SessionConsumer> _consumer;
   std::array<SessionPacket, tessel::link::kMostSlots> _packets;
-  std::atomic<Mode> _mode{Mode::kNew};
+  std::atomic<Mode> _mode{Mode::kHalted};
   std::atomic<bool> _ended{false};
 
   std::mutex _pull_mutex;  // one reader of the ring at a time

@@ -1,8 +1,6 @@
 #include "Threads.h"
 
-#include <condition_variable>
 #include <deque>
-#include <mutex>
 #include <system_error>
 
 #include <pthread.h>
@@ -12,6 +10,8 @@
 
 namespace quill::stream {
 namespace {
+
+thread_local bool t_is_host_thread = false;
 
 class MessageThread {
  public:
@@ -54,6 +54,7 @@ std::thread StartThread(const char* name, std::function<void()> run) {
   try {
     thread = std::thread([name, run = std::move(run)] {
       pthread_setname_np(pthread_self(), name);
+      t_is_host_thread = true;
       run();
     });
   } catch (const std::system_error& error) {
@@ -62,6 +63,8 @@ std::thread StartThread(const char* name, std::function<void()> run) {
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
   return thread;
 }
+
+bool IsHostThread() { return t_is_host_thread; }
 
 void PostMessage(std::function<void()> work) {
   static auto* thread = new MessageThread;  // never destroyed: nobody waits for it at exit

@@ -4,6 +4,7 @@
 #include <string>
 
 #include <pthread.h>
+#include <unistd.h>
 
 #include "quill/Debug.h"
 #include "quill/Host.h"
@@ -18,11 +19,17 @@ constexpr std::size_t kPage = 4096;  // areas of their own pages can be cleared 
 
 std::atomic<Window*> g_window{nullptr};
 std::atomic<bool> g_is_forked_child{false};
-const int g_at_fork = pthread_atfork(nullptr, nullptr, [] { g_is_forked_child.store(true); });
+std::atomic<int> g_fd_to_close{-1};
+const int g_at_fork = pthread_atfork(nullptr, nullptr, [] {
+  g_is_forked_child.store(true);
+  if (g_fd_to_close.load() >= 0) close(g_fd_to_close.load());
+});
 
 }  // namespace
 
 bool IsForkedChild() { return g_is_forked_child.load(std::memory_order_relaxed); }
+
+void CloseInForkedChild(int fd) { g_fd_to_close.store(fd); }
 
 WindowArea::WindowArea(WindowArea&& other) noexcept
     : _offset(other._offset), _bytes(std::exchange(other._bytes, {})) {}
@@ -95,27 +102,30 @@ void* Window::AllocateBlock(std::size_t size_bytes, const void* owner) {
   if (!area) return nullptr;
   void* block = area.Bytes().data();
   const std::lock_guard lock(_mutex);
-  _blocks.emplace(owner, Block{std::move(area), size_bytes});
+  _blocks.emplace(owner, std::make_shared<const Block>(Block{std::move(area), size_bytes}));
   return block;
 }
 
 void Window::FreeBlocksOf(const void* owner) {
   Window* window = g_window.load();
   if (window == nullptr || IsForkedChild()) return;
-  std::vector<Block> gone;  // freed after the lock, which freeing takes again
+  std::vector<std::shared_ptr<const Block>>
+      gone;  // freed after the lock, which freeing takes again
   const std::lock_guard lock(window->_mutex);
   const auto [first, last] = window->_blocks.equal_range(owner);
   for (auto place = first; place != last; ++place) gone.push_back(std::move(place->second));
   window->_blocks.erase(first, last);
 }
 
-std::vector<Window::Extent> Window::Blocks() const {
+std::vector<std::shared_ptr<const Window::Block>> Window::BlocksNamedIn(
+    const std::string& text) const {
   const std::lock_guard lock(_mutex);
-  std::vector<Extent> blocks;
+  std::vector<std::shared_ptr<const Block>> named;
   for (const auto& [owner, block] : _blocks) {
-    blocks.push_back({block.area.Offset(), block.asked_bytes});
+    const void* address = block->area.Bytes().data();
+    if (text.find(base::ToString(address)) != std::string::npos) named.push_back(block);
   }
-  return blocks;
+  return named;
 }
 
 std::size_t Window::UsedBytes() const {

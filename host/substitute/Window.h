@@ -6,6 +6,7 @@
 #include <memory>
 #include <mutex>
 #include <span>
+#include <string>
 #include <vector>
 
 #include "SharedWindow.h"
@@ -47,12 +48,13 @@ class Window {
   void* AllocateBlock(std::size_t size_bytes, const void* owner);
   static void FreeBlocksOf(const void* owner);
 
-  struct Extent {
-    std::uint64_t offset;
-    std::uint64_t size_bytes;
+  struct Block {
+    WindowArea area;
+    std::size_t asked_bytes;
   };
-  // Blocks handed out, by their asked size.
-  std::vector<Extent> Blocks() const;
+  // The blocks whose address stands in `text`. Whoever holds one keeps it from being handed out
+  // again.
+  std::vector<std::shared_ptr<const Block>> BlocksNamedIn(const std::string& text) const;
 
   std::size_t UsedBytes() const;
   std::size_t FreePieces() const;
@@ -64,15 +66,15 @@ class Window {
 
   std::unique_ptr<tessel::link::SharedWindow> _memory;
   mutable std::mutex _mutex;
-  struct Block {
-    WindowArea area;
-    std::size_t asked_bytes;
-  };
   std::map<std::uint64_t, std::uint64_t> _free;  // guarded by _mutex; offset -> bytes
-  std::multimap<const void*, Block> _blocks;     // guarded by _mutex; by owner
+  // Guarded by _mutex; by owner.
+  std::multimap<const void*, std::shared_ptr<const Block>> _blocks;
 };
 
 // True in a child after fork: what this library shares with the other side is the parent's.
 bool IsForkedChild();
+// Makes a child after fork give up its copy of the command wire's end: the real-time side has to
+// notice when the parent is gone.
+void CloseInForkedChild(int fd);
 
 }  // namespace quill::stream

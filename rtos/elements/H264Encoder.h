@@ -1,14 +1,16 @@
-// The board's H.264 encoder: a byte stream with start codes, one access unit a picture, no delay.
+// The board's H.264 encoder, "h264-encoder-dma": a byte stream with start codes, one access unit a
+// picture, no delay. Its parameters:
 //
-//   h264-encoder-dma   name     any text; only for people
-//                      goptype  picture types from the IDR picture on, "I" and "P"; the last letter
-//                      holds
-//                               until the GOP ends. "IPPP" unless given; "I": intra pictures only
-//                      gop      pictures from one IDR picture to the next, 1..65535; 30 unless
-//                      given qp       0..51; 0, the default, leaves it to the rate control vbrc
-//                      address of the rate-control block, which then counts instead of qp fr
-//                      nominal frames/s, 1..1000 clk      clock of the hardware in MHz; without
-//                      meaning here
+// clang-format off
+//   name     any text; only for people
+//   goptype  picture types from the IDR picture on, "I" and "P"; the last letter holds until the GOP
+//            ends. "IPPP" unless given; "I": intra pictures only
+//   gop      pictures from one IDR picture to the next, 1..65535; 30 unless given
+//   qp       0..51; 0, the default, leaves it to the rate control
+//   vbrc     address of the rate-control block, whose words then count instead of qp
+//   fr       nominal frames/s, 1..1000
+//   clk      clock of the hardware in kHz; without meaning here
+// clang-format on
 #pragma once
 
 #include <cstdint>

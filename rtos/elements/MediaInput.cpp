@@ -5,6 +5,7 @@
 #include <mutex>
 #include <utility>
 
+#include <sys/stat.h>
 #include <time.h>
 
 extern "C" {
@@ -22,7 +23,10 @@ constexpr AVRational kNanoseconds = {1, 1'000'000'000};
 // is due now.
 constexpr std::int64_t kRoundingNs = 1'000'000;
 constexpr std::int64_t kDefaultFrameNs = 40'000'000;  // 25 frames/s, where a file does not say
-constexpr std::int64_t kFirstPictureNs = 3'000'000'000;
+// The client's command gives up after a second, and other commands wait meanwhile: a sensor that
+// takes longer to open is refused before that, with its own reason.
+constexpr std::int64_t kOpenNs = 800'000'000;
+constexpr std::int64_t kFirstPictureNs = 500'000'000;
 constexpr std::int64_t kLookNs = 5'000'000;  // between two looks for a camera's first picture
 // Broken packets are passed over, but a whole stretch of them means that nothing will come.
 constexpr int kMostBrokenPackets = 10'000;
@@ -37,6 +41,23 @@ std::string Reason(int failure) {
 void Silence() {
   static std::once_flag once;
   std::call_once(once, [] { av_log_set_level(AV_LOG_QUIET); });
+}
+
+std::int64_t Now() {
+  timespec now = {};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return now.tv_sec * std::int64_t{1'000'000'000} + now.tv_nsec;
+}
+
+// The library asks this while it waits; `deadline_ns` points to an int64_t.
+int IsTooLate(void* deadline_ns) {
+  return Now() > *static_cast<const std::int64_t*>(deadline_ns) ? 1 : 0;
+}
+
+// A pipe or a socket could keep the command thread waiting for its other end.
+bool IsRegularFile(const std::string& name) {
+  struct stat status = {};
+  return stat(name.c_str(), &status) != 0 || S_ISREG(status.st_mode);
 }
 
 void Sleep(std::int64_t ns) {
@@ -98,16 +119,22 @@ std::unique_ptr<MediaInput> MediaInput::OpenCamera(const std::string& device, in
 }
 
 bool MediaInput::OpenContainer() {
-  AVFormatContext* format = nullptr;
+  if (!IsRegularFile(_name)) return FailWith("neither a file nor a camera");
+  AVFormatContext* format = avformat_alloc_context();
+  if (format == nullptr) return FailWith("out of memory");
+  std::int64_t deadline_ns = Now() + kOpenNs;
+  format->interrupt_callback = {&IsTooLate, &deadline_ns};
   // The prefix keeps a colon in a name from being read as the scheme of a URL.
   const int opened = avformat_open_input(&format, ("file:" + _name).c_str(), nullptr, nullptr);
   _format.reset(format);
+  if (opened == AVERROR_EXIT) return FailWith("takes too long to open");
   if (opened < 0) {
     return FailWith(opened == AVERROR_INVALIDDATA ? "no video in it" : Reason(opened));
   }
   // Text would be drawn as on a terminal.
   const bool is_text = std::strcmp(format->iformat->name, "tty") == 0;
   if (is_text || avformat_find_stream_info(format, nullptr) < 0) return FailWith("no video in it");
+  format->interrupt_callback = {};
   return true;
 }
 
@@ -173,7 +200,7 @@ bool MediaInput::WaitForFirst() {
     if (step != Step::kSame) return false;
     Sleep(kLookNs);
   }
-  return FailWith("no picture within 3 s");
+  return FailWith("no picture within 0.5 s");
 }
 
 MediaInput::Step MediaInput::AdvanceTo(std::int64_t time_ns) {

@@ -1,9 +1,12 @@
 #include "ShmSink.h"
 
+#include "KnownParams.h"
+
 namespace tessel::rtos {
 
 bool ShmSink::Open(const Context& context, const AttrSet& params, Media& media,
                    std::string& error) {
+  if (!CheckKnown(params, {"name", "session_name", "init"}, error)) return false;
   const char* name = params.Get("session_name");
   if (name == nullptr) {
     error = "no session_name=";

@@ -6,12 +6,12 @@
 
 namespace tessel::rtos {
 
-// "ShmSink": session_name (required), name, init. Chain's thread, but for Open() and Interrupt().
+// "ShmSink": session_name (required), name, init. Chain's thread, but for Open(), Interrupt() and
+// Resume().
 class ShmSink : public Element {
  public:
   bool Open(const Context& context, const AttrSet& params, Media& media,
             std::string& error) override;
-  void Start() override { _producer->Resume(); }
   // Publishes what the last writing element left in the reserved slot.
   Verdict Process(Unit& unit) override;
 
@@ -20,6 +20,7 @@ class ShmSink : public Element {
   bool WaitForRoom() { return _producer->WaitForRoom(); }
   void CountDropped() { _producer->CountDropped(); }
   void Interrupt() { _producer->Interrupt(); }
+  void Resume() { _producer->Resume(); }
 
  private:
   std::unique_ptr<link::SessionProducer> _producer;

@@ -1,11 +1,14 @@
 // The picture of a board without a camera. It moves, it is cheap to make, it gives an encoder
 // something to do, and each picture tells its number to the eye and to a program:
 //
-//   ┌─┬─┬─┬─┬─ … ─┬─┐  34 cells: a white one, 32 bits with the highest first (1 is white), a black
-//   one ├─┼─┼─┼─┼─ … ─┼─┤  the same cells inverted, so that a reader compares and needs no
-//   threshold │  colour bars  │  a plate with the number in digits, a box that bounces, a line that
-//   sweeps ├───────┬───────┤ │texture│ noise │  the texture pans; the noise is new in each picture
+// clang-format off
+//   ┌─┬─┬─┬─┬─ … ─┬─┐  34 cells: a white one, 32 bits with the highest first (1 is white), a black one
+//   ├─┼─┼─┼─┼─ … ─┼─┤  the same cells inverted: a reader compares and needs no threshold
+//   │  colour bars  │  a plate with the number in digits, a box that bounces, a line that sweeps
+//   ├───────┬───────┤
+//   │texture│ noise │  the texture pans; the noise is new in each picture
 //   └───────┴───────┘
+// clang-format on
 #pragma once
 
 #include <cstdint>

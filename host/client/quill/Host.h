@@ -30,9 +30,9 @@ struct Options {
   bool paced = true;            // live; else as fast as frames are taken, and none is dropped
 
   // Memory costs nothing before it is touched. `window_bytes` is read once, at first use.
-  std::size_t window_bytes = std::size_t{1} << 30;
-  std::size_t session_bytes = std::size_t{64} << 20;  // one stream's room for frames in flight
-  int session_slots = 24;                             // most frames in flight of one stream
+  std::size_t window_bytes = std::size_t{4} << 30;
+  std::size_t session_bytes = std::size_t{256} << 20;  // one stream's room for frames in flight
+  int session_slots = 24;                              // most frames in flight of one stream
 
   // For commands that bring no time-out of their own.
   std::chrono::nanoseconds command_timeout = std::chrono::seconds(1);

@@ -77,6 +77,11 @@ IClass* IClass::Find(const char* name, std::list<IClass*>::iterator& place) {
 
 std::list<IClass*>& IClass::Globle() { return Registry(); }
 
+std::vector<const IClass*> IClass::All() {
+  const std::lock_guard lock(RegistryMutex());
+  return {Registry().begin(), Registry().end()};
+}
+
 IClass* IClass::Register(IClass* record) {
   if (record == nullptr) return nullptr;
   const std::lock_guard lock(RegistryMutex());

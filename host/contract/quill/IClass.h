@@ -45,8 +45,9 @@ class QUILL_PUBLIC IClass : public IFactoryHelper {
   // The first record of that exact name behind `place`, where the list's end stands for its start;
   // `place` becomes its position, or the end.
   static IClass* Find(const char* name, std::list<IClass*>::iterator& place);
-  // The registry itself, for walking while nothing registers.
+  // The registry itself, for walking while nothing registers; and a copy of it, for any time.
   static std::list<IClass*>& Globle();
+  static std::vector<const IClass*> All();
   // Enters a record, which the registry then owns. Null stays null.
   static IClass* Register(IClass* record);
   // Removes and destroys the first record of that name. False when there is none.

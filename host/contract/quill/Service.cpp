@@ -1,8 +1,13 @@
 #include "quill/Service.h"
 
+#include <chrono>
+#include <condition_variable>
 #include <cstring>
+#include <mutex>
+#include <thread>
 
 #include "quill/Debug.h"
+#include "Threads.h"
 
 namespace quill::stream {
 namespace {
@@ -55,7 +60,7 @@ bool IStatus::StatusDown() {
 
 bool IStatus::StatusUp(Status target) {
   if (target < CurrStatus()) return false;
-  // Straight to pause is one transition, so that no frame moves between two.
+  // Straight to pause is one transition for the hooks.
   if (CurrStatus() == Status::kReady && target == Status::kPause) {
     if (!beforeStatusUp(target) || !StartToPause()) return false;
     Raise(target);
@@ -85,14 +90,87 @@ bool IStatus::StatusChange(Status target) {
   return target >= CurrStatus() ? StatusUp(target) : StatusDown(target);
 }
 
+struct Service::Traffic {
+  std::mutex mutex;
+  std::condition_variable is_free;
+  std::thread::id mover;            // guarded by mutex; none while nobody moves
+  int depth = 0;                    // guarded by mutex; nested turns of the mover
+  bool is_going_down = false;       // guarded by mutex
+  Status going_to = Status::kNull;  // guarded by mutex
+};
+
+Service::Turn::Turn(Service& service, Status target) : _service(service) {
+  // Longer than any command takes: a host thread waits for one that goes up, but not for ever.
+  constexpr std::chrono::seconds kPatience(3);
+  Traffic& traffic = *service._traffic;
+  const std::thread::id self = std::this_thread::get_id();
+  const bool is_down = target <= service.CurrStatus();
+  const auto is_free = [&] { return traffic.depth == 0 || traffic.mover == self; };
+  std::unique_lock lock(traffic.mutex);
+  if (!IsHostThread()) {
+    traffic.is_free.wait(lock, is_free);
+  } else {
+    traffic.is_free.wait_for(lock, kPatience, [&] { return is_free() || traffic.is_going_down; });
+  }
+  if (!is_free()) {
+    _is_done_by_other = traffic.is_going_down && traffic.going_to <= target;
+    return;
+  }
+  _is_ours = true;
+  if (traffic.depth++ > 0) return;
+  traffic.mover = self;
+  traffic.is_going_down = is_down;
+  traffic.going_to = target;
+}
+
+Service::Turn::~Turn() {
+  if (!_is_ours) return;
+  Traffic& traffic = *_service._traffic;
+  const std::lock_guard lock(traffic.mutex);
+  if (--traffic.depth > 0) return;
+  traffic.is_going_down = false;
+  traffic.is_free.notify_all();
+}
+
+Service::Service()
+    : _traffic(std::make_unique<Traffic>()), _callbacks(std::make_shared<Callbacks>()) {}
+
+Service::~Service() = default;
+
 bool Service::beforeStatusUp(Status target) {
   return !Failed(!Enable(), "!Enable()", Name(), " does not go up to ", StatusName(target));
 }
 
-bool Service::beforeStatusDown(Status) { return true; }
+bool Service::Pause() {
+  const bool done = foreach ([](base::object& child) {
+    auto* service = dynamic_cast<Service*>(&child);
+    return service == nullptr || service->StatusUp(Status::kPause);
+  });
+  return done && IStatus::Pause();
+}
+
+bool Service::Resume() {
+  const bool done = foreach ([](base::object& child) {
+    auto* service = dynamic_cast<Service*>(&child);
+    return service == nullptr || service->StatusDown(Status::kPlay);
+  });
+  return done && IStatus::Resume();
+}
+
+// A callback that stopped its own stream may still be on its way out.
+bool Service::Stop() {
+  if (!IsHostThread()) _callbacks->WaitUntilNoneRuns();
+  return IStatus::Stop();
+}
+
+bool Service::Close() {
+  if (!IsHostThread()) _callbacks->WaitUntilNoneRuns();
+  return IStatus::Close();
+}
 
 void Service::LastReleased() {
   if (CanStatusDown()) StatusDown(Status::kNull);
+  if (!IsHostThread()) _callbacks->WaitUntilNoneRuns();
   Object::LastReleased();
 }
 

@@ -9,6 +9,7 @@
 #pragma once
 
 #include <atomic>
+#include <memory>
 
 #include "quill/object.h"
 #include "tessel/State.h"
@@ -58,15 +59,52 @@ class QUILL_PUBLIC IStatus {
   std::atomic<Status> _status{Status::kNull};
 };
 
-// A host object with a status. Disabled ones do not go up. One that is still above null when its
-// last holder lets go is closed while it is whole.
+// A host object with a status. The machine does not take disabled ones up. One that is still above
+// null when its last holder lets go is closed while it is whole, and destroyed when the callbacks
+// that it had running have returned.
 class QUILL_PUBLIC Service : public virtual base::Object, public virtual IStatus {
  public:
+  // One thread's turn to move a service. A thread of the client waits until nobody else moves it. A
+  // host thread, which runs callbacks, does not wait for one that goes down, since that one may be
+  // waiting for the very callback: it gets no turn. Turns of one thread may nest.
+  class QUILL_PUBLIC Turn {
+   public:
+    Turn(Service& service, Status target);
+    ~Turn();
+    Turn(const Turn&) = delete;
+    Turn& operator=(const Turn&) = delete;
+
+    explicit operator bool() const { return _is_ours; }
+    // Without a turn: whether somebody else is on the way down to the target, or below.
+    bool IsDoneByOther() const { return _is_done_by_other; }
+
+   private:
+    Service& _service;
+    bool _is_ours = false;
+    bool _is_done_by_other = false;
+  };
+
+  // Pausing reaches all services under this one: frames are held back, none is lost that has room.
+  bool Pause() override;
+  bool Resume() override;
+  // When these have returned on a thread of the client, no callback of this object runs any more.
+  bool Stop() override;
+  bool Close() override;
   bool beforeStatusUp(Status target) override;
-  bool beforeStatusDown(Status target) override;
+
+  // Callbacks that run on threads of their own, counted by whoever runs them.
+  class Callbacks;
+  const std::shared_ptr<Callbacks>& GetCallbacks() const { return _callbacks; }
 
  protected:
+  Service();
+  ~Service() override;
   void LastReleased() override;
+
+ private:
+  struct Traffic;
+  const std::unique_ptr<Traffic> _traffic;
+  const std::shared_ptr<Callbacks> _callbacks;
 };
 
 // "null", "ready", "play", "pause".

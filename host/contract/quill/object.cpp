@@ -1,6 +1,7 @@
 #include "quill/object.h"
 
 #include <algorithm>
+#include <sstream>
 
 #include "Construction.h"
 #include "quill/Debug.h"
@@ -11,6 +12,21 @@ namespace {
 
 std::atomic<unsigned> g_last_id{0};
 std::atomic<unsigned> g_last_unique{0};
+
+// "enable" of a set, if it has one; false, and logged, when it is no bool.
+bool ReadEnable(const AttrSet& set, bool& enabled) {
+  const char* enable = set.Get("enable");
+  return !stream::Failed(enable != nullptr && !ConvertToImpl(enable, enabled),
+                         "!ConvertToImpl(enable,enabled)", "enable=", enable);
+}
+
+void GiveBack(const Reference* held) { held->Release(); }
+using Held = std::unique_ptr<object, decltype(&GiveBack)>;
+
+Held Keep(object& held) {
+  held.Hold();
+  return {&held, &GiveBack};
+}
 
 }  // namespace
 
@@ -44,11 +60,10 @@ std::string IAttributes::ToString() const {
 }
 
 bool IMessageProcesser::SendMessage(const char* text, const Orient& orient, const char* extra) {
-  // Counted objects do not live on the stack: a receiver may keep the message.
-  auto* message = new Message(text, extra);
-  const bool taken = Dispatch(*message, orient);
-  message->Release();
-  return taken;
+  // Counted objects do not live on the stack: a receiver may keep the message. A callback may
+  // throw.
+  const std::unique_ptr<Message, decltype(&GiveBack)> message(new Message(text, extra), &GiveBack);
+  return Dispatch(*message, orient);
 }
 
 void IMessageProcesser::RegisterMessageProcessCallback(
@@ -78,12 +93,16 @@ bool ObjectList::Delete(object*& child, bool must_be_listed) {
   if (doomed == nullptr) return false;
   const bool was_listed = Remove(doomed);
   if (!was_listed && must_be_listed) return false;
+  doomed->_parent = nullptr;  // somebody else may hold it for longer
   doomed->Release();
   return true;
 }
 
 void ObjectList::DeleteAll() {
-  while (object* child = TakeLast()) child->Release();
+  while (object* child = TakeLast()) {
+    child->_parent = nullptr;
+    child->Release();
+  }
 }
 
 bool ObjectList::ForEach(const std::function<bool(object&)>& visit) const {
@@ -150,14 +169,11 @@ bool object::InitObject(AttrSet& set) {
 
 bool object::initConfigure(AttrSet& set) {
   bool enabled = Enable();
-  const char* enable = set.Get("enable");
-  if (stream::Failed(enable != nullptr && !ConvertToImpl(enable, enabled),
-                     "!ConvertToImpl(enable,enabled)", "enable=", enable)) {
-    return false;
-  }
+  if (!ReadEnable(set, enabled)) return false;
   Enable(enabled);
   if (const char* name = set.Get("name")) object_name::Name(name);
-  if (const char* keyword = set.Get("keyword")) object_keywords::Name(keyword);
+  std::istringstream keywords(set.Get("keyword") == nullptr ? "" : set.Get("keyword"));
+  for (std::string keyword; keywords >> keyword;) object_keywords::Name(keyword.c_str());
   for (const char* key : {"name", "keyword", "enable"}) set.Remove(key);
   return true;
 }
@@ -241,11 +257,12 @@ bool object::fromAttrSet(const AttrSet& set) {
                           (id >= 0 && getPropertyInfo(id)->IsWritable());
     if (stream::Failed(!is_known, "!property", "no such property: ", pair.key)) return false;
   }
-  AttrSet rest = set;
-  if (!initConfigure(rest)) return false;
+  bool enabled = true;
+  if (!ReadEnable(set, enabled)) return false;
   std::vector<AttrSet::Pair> undo;
-  for (const AttrSet::Pair& pair : rest.Pairs()) {
+  for (const AttrSet::Pair& pair : set.Pairs()) {
     const int id = hasProperty(pair.key.c_str());
+    if (id < 0) continue;
     std::string before;
     const bool can_undo = getString(id, before);
     if (stream::Failed(!setString(id, pair.value.c_str()), "!setString(id,value)", pair.key, "=",
@@ -257,12 +274,15 @@ bool object::fromAttrSet(const AttrSet& set) {
     }
     if (can_undo) undo.push_back({pair.key, before});
   }
-  return true;
+  AttrSet rest = set;
+  return initConfigure(rest);  // cannot refuse any more
 }
 
 bool object::toAttrSet(AttrSet& set) const {
   if (*Name() != '\0') set.Add("name", Name());
-  for (const std::string& keyword : Keywords()) set.Add("keyword", keyword);
+  std::string keywords;
+  for (const std::string& keyword : Keywords()) keywords += (keywords.empty() ? "" : " ") + keyword;
+  if (!keywords.empty()) set.Add("keyword", keywords);
   if (!Enable()) set.Add("enable", false);
   std::vector<std::string> names;
   getPropertyNameList(names);
@@ -284,6 +304,13 @@ object* object::Clone() const {
   if (copy == nullptr || (toAttrSet(set) && copy->InitObject(set))) return copy;
   copy->Release();
   return nullptr;
+}
+
+bool object::Dispatch(Message& message, const Orient& orient) {
+  // A receiver may close what this object belongs to.
+  std::vector<Held> kept;
+  for (object* each = this; each != nullptr; each = each->_parent) kept.push_back(Keep(*each));
+  return sendMessage(message, orient);
 }
 
 bool object::sendMessage(Message& message, const Orient& orient) {
@@ -319,8 +346,16 @@ bool object::Forward(Message& message, const Orient& orient) {
       return VisitSiblings(true, process);
     case Orient::kSource:
       return VisitSiblings(false, process);
-    case Orient::kChildren:
-      return !foreach ([&](object& child) { return !child.receiveMessage(message, orient); });
+    case Orient::kChildren: {
+      std::vector<Held> children;  // a receiver may change the list
+      foreach ([&](object& child) {
+        children.push_back(Keep(child));
+        return true;
+      })
+        ;
+      return std::any_of(children.begin(), children.end(),
+                         [&](const Held& child) { return child->receiveMessage(message, orient); });
+    }
     case Orient::kParent:
       for (object* owner = _parent; owner != nullptr; owner = owner->_parent) {
         if (process(*owner)) return true;
@@ -343,6 +378,9 @@ std::string UniqueString() { return UniqueString("unique", '_'); }
 
 std::string UniqueString(const char* prefix, char separator) {
   std::string name = prefix == nullptr ? "" : prefix;
+  // "x1" and 2 must not look like "x" and 12.
+  const bool is_ambiguous = !name.empty() && name.back() >= '0' && name.back() <= '9';
+  if (separator == '\0' && is_ambiguous) separator = '_';
   if (separator != '\0') name += separator;
   return name + std::to_string(g_last_unique.fetch_add(1, std::memory_order_relaxed) + 1);
 }

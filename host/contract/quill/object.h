@@ -166,13 +166,12 @@ class QUILL_PUBLIC object : public Reference,
 
  protected:
   ~object() override;
-  bool Dispatch(Message& message, const Orient& orient) override {
-    return sendMessage(message, orient);
-  }
+  bool Dispatch(Message& message, const Orient& orient) override;
   ObjectList& Children() const { return *_children; }
 
  private:
   friend class IClass;
+  friend class ObjectList;
   bool Forward(Message& message, const Orient& orient);
   bool VisitSiblings(bool behind, const std::function<bool(object&)>& visit) const;
 

@@ -4,6 +4,7 @@
 
 namespace tessel::dualos {
 
+using quill::stream::At;
 using quill::stream::Failed;
 using quill::stream::Trace;
 
@@ -33,6 +34,7 @@ H264Source::H264MediaInfo H264Source::GetH264MediaInfo() const { return _h264; }
 
 void H264Source::ForceKeyFrame() {
   Trace("");
+  if (Failed(!_vbrc, "!_vbrc")) return;
   _vbrc->keyframe_req.fetch_add(1, kRelaxed);
 }
 
@@ -41,6 +43,8 @@ bool H264Source::IsSupportSingleFrameTrigger() const { return false; }
 void H264Source::Trigger() {}
 
 std::string H264Source::AppStringCreate0() {
+  // Without its block there is nothing to describe; the empty chain makes the opening fail.
+  if (Failed(!_vbrc, "!_vbrc")) return "";
   const std::string vbrc = quill::base::ToString<const void*>(_vbrc);
   quill::base::ostream_string layout;
   layout << "type=pipeline,layout={pv-yuv-src-adv:w=" << _h264.width << ",h=" << _h264.height;
@@ -58,33 +62,28 @@ bool H264Source::CbOpen(quill::base::object* sink, quill::stream::IMedia* media)
   int spsLength = 0;
   int ppsOffset = 0;
   int ppsLength = 0;
-  if (Failed(!media->Get("w", _h264.width), "!media->Get(\"w\",_h264.width)")) return false;
-  if (Failed(!media->Get("h", _h264.height), "!media->Get(\"h\",_h264.height)")) return false;
-  if (Failed(!media->Get("sps", _h264.sps), "!media->Get(\"sps\",_h264.sps)")) return false;
-  if (Failed(!media->Get("spsoffset", spsOffset), "!media->Get(\"spsoffset\",spsOffset)")) {
-    return false;
-  }
+  const auto get = [media](const char* key, auto& out, const At& text) {
+    return !Failed(!media->Get(key, out), text);
+  };
+  if (!get("w", _h264.width, "!media->Get(\"w\",_h264.width)")) return false;
+  if (!get("h", _h264.height, "!media->Get(\"h\",_h264.height)")) return false;
+  if (!get("sps", _h264.sps, "!media->Get(\"sps\",_h264.sps)")) return false;
+  if (!get("spsoffset", spsOffset, "!media->Get(\"spsoffset\",spsOffset)")) return false;
   Trace("spsOffset=", spsOffset);
-  if (Failed(!media->Get("isps", spsLength), "!media->Get(\"isps\",spsLength)")) return false;
+  if (!get("isps", spsLength, "!media->Get(\"isps\",spsLength)")) return false;
   Trace("spsLength=", spsLength);
-  if (Failed(!media->Get("pps", _h264.pps), "!media->Get(\"pps\",_h264.pps)")) return false;
-  if (Failed(!media->Get("ppsoffset", ppsOffset), "!media->Get(\"ppsoffset\",ppsOffset)")) {
-    return false;
-  }
+  if (!get("pps", _h264.pps, "!media->Get(\"pps\",_h264.pps)")) return false;
+  if (!get("ppsoffset", ppsOffset, "!media->Get(\"ppsoffset\",ppsOffset)")) return false;
   Trace("ppsOffset=", ppsOffset);
-  if (Failed(!media->Get("ipps", ppsLength), "!media->Get(\"ipps\",ppsLength)")) return false;
+  if (!get("ipps", ppsLength, "!media->Get(\"ipps\",ppsLength)")) return false;
   Trace("ppsLength=", ppsLength);
-  if (Failed(!media->Get("pack", _h264.pack), "!media->Get(\"pack\",_h264.pack)")) return false;
+  if (!get("pack", _h264.pack, "!media->Get(\"pack\",_h264.pack)")) return false;
   Trace("_h264.pack=", _h264.pack);
-  if (Failed(!media->Get("jump", _h264.cbJumpToData), "!media->Get(\"jump\",_h264.cbJumpToData)")) {
+  if (!get("jump", _h264.cbJumpToData, "!media->Get(\"jump\",_h264.cbJumpToData)")) return false;
+  if (!get("jump_bs", _h264.cbJumpToDataBs, "!media->Get(\"jump_bs\",_h264.cbJumpToDataBs)")) {
     return false;
   }
-  if (Failed(!media->Get("jump_bs", _h264.cbJumpToDataBs),
-             "!media->Get(\"jump_bs\",_h264.cbJumpToDataBs)")) {
-    return false;
-  }
-  if (Failed(!media->Get("jump_avc", _h264.cbJumpToDataAvc),
-             "!media->Get(\"jump_avc\",_h264.cbJumpToDataAvc)")) {
+  if (!get("jump_avc", _h264.cbJumpToDataAvc, "!media->Get(\"jump_avc\",_h264.cbJumpToDataAvc)")) {
     return false;
   }
   Trace("(void*)_h264.cbJumpToData=", reinterpret_cast<const void*>(_h264.cbJumpToData));

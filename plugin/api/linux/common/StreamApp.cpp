@@ -80,6 +80,8 @@ bool StreamApp::AppDestroy() {
 
 bool StreamApp::Open() {
   Trace("");
+  const Turn turn(*this, Status::kReady);
+  if (Failed(!turn, "!turn")) return false;
   if (Failed(_app == nullptr && !AppCreate(), "!AppCreate()")) return false;
   if (Failed(!AppStatusUp("ready"), "!AppStatusUp(\"ready\")")) return false;
   return Service::Open();
@@ -87,15 +89,16 @@ bool StreamApp::Open() {
 
 bool StreamApp::Start() {
   Trace("");
+  const Turn turn(*this, Status::kPlay);
+  if (Failed(!turn, "!turn")) return false;
   if (Failed(!AppStatusUp("play"), "!AppStatusUp(\"play\")")) return false;
-  Service::Start();
-  // The first frame's callback may have stopped the application by now.
-  if (!IsStart()) Service::Stop();
-  return true;
+  return Service::Start();
 }
 
 bool StreamApp::Stop() {
   Trace("");
+  const Turn turn(*this, Status::kReady);
+  if (!turn) return turn.IsDoneByOther();
   // Nothing runs, so it is stopped: a success.
   if (Failed(!_app, "!_app")) return true;
   const bool done = AppStatusDown("ready");
@@ -106,6 +109,8 @@ bool StreamApp::Stop() {
 
 bool StreamApp::Close() {
   Trace("");
+  const Turn turn(*this, Status::kNull);
+  if (!turn) return turn.IsDoneByOther();
   const bool done = AppStatusDown("null");
   if (_app != nullptr && !IsStart()) Service::Stop();  // as far as it went
   if (Failed(!done, "!AppStatusDown(\"null\")")) return false;

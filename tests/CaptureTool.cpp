@@ -1,0 +1,167 @@
+// The programs as a user runs them: exit codes, what they say, and the files they leave.
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <sstream>
+
+#include <signal.h>
+#include <unistd.h>
+
+#include "Fixture.h"
+#include "TestPattern.h"
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+}
+
+namespace tessel::tests {
+namespace {
+
+// The programs run in a folder of the test's own; what they say is in "out" and "err".
+class CaptureTool : public ::testing::Test {
+ protected:
+  CaptureTool() { std::filesystem::create_directories(_folder); }
+  ~CaptureTool() override {
+    if (_program != nullptr) kill(std::stoi(Text("pid")), SIGKILL);
+    if (_program != nullptr) End();
+    std::filesystem::remove_all(_folder);
+  }
+  void Begin(const std::string& line) {
+    _program =
+        popen(("cd " + _folder + "; echo $$ >pid; exec " + line + " >out 2>err").c_str(), "r");
+  }
+  int End() {
+    const int status = pclose(std::exchange(_program, nullptr));
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+  int Run(const std::string& words) { return Begin(TESSEL_TOOL " " + words), End(); }
+  std::string Text(const std::string& name) const {
+    std::ostringstream text;
+    text << std::ifstream(_folder + name).rdbuf();
+    return text.str();
+  }
+  long LogLength() const {
+    const std::string text = Text("log");
+    return std::count(text.begin(), text.end(), '\n');
+  }
+  // How many pictures are in the file, which are to be those from the first on.
+  std::uint32_t Decode(const std::string& name) const {
+    AVFormatContext* file = nullptr;
+    if (avformat_open_input(&file, (_folder + name).c_str(), nullptr, nullptr) < 0) return 0;
+    avformat_find_stream_info(file, nullptr);
+    AVCodecContext* codec = avcodec_alloc_context3(avcodec_find_decoder(AV_CODEC_ID_H264));
+    avcodec_parameters_to_context(codec, file->streams[0]->codecpar);
+    avcodec_open2(codec, nullptr, nullptr);
+    AVPacket* packet = av_packet_alloc();
+    AVFrame* picture = av_frame_alloc();
+    std::uint32_t count = 0;
+    for (bool has_more = true; has_more;) {
+      has_more = av_read_frame(file, packet) >= 0;
+      EXPECT_EQ(avcodec_send_packet(codec, has_more ? packet : nullptr), 0);
+      av_packet_unref(packet);
+      for (std::uint32_t number = 0; avcodec_receive_frame(codec, picture) >= 0; ++count) {
+        rtos::ReadFrameNumber(picture->data[0], picture->linesize[0], 160, 120, number);
+        EXPECT_EQ(number, count);
+      }
+    }
+    av_frame_free(&picture);
+    av_packet_free(&packet);
+    avcodec_free_context(&codec);
+    avformat_close_input(&file);
+    return count;
+  }
+
+  const std::string _folder = ::testing::TempDir() + "tool-" + std::to_string(getpid()) + "/";
+  std::FILE* _program = nullptr;
+};
+
+TEST_F(CaptureTool, TellsTheCulpritAndExitsAccordingly) {
+  const struct {
+    std::string words;
+    int exit_code;
+    std::string text;
+  } rows[] = {
+      {"--help", 0, "Exit codes: 0 done, 1 failed, 2 wrong usage"},
+      {"list", 0, "ApiH264Source-dualos-cbrc-push\tpush\tH.264"},
+      {"inspect h264", 0, "pv-yuv-src-adv:w=1920,h=1080"},
+      {"inspect h266", 1, "no class \"h266\""},
+      {"capture h264 --sensor b.mov", 1, "b.mov\": No such file or directory"},
+      {"capture h264 --sensor err", 1,
+       "element \"pv-yuv-src-adv\": sensor \"" + _folder + "err\": no video"},
+      {"capture h264 --width 65", 1, "element \"pv-yuv-src-adv\": w=65 is not an even number"},
+      {"capture h264 --goptype IB", 1, "element \"h264-encoder-dma\": goptype=IB: B pictures"},
+      {"capture h264 -o b/a.mp4", 1, "cannot write b/a.mp4: No such file"},
+      {"", 2, "a command is missing"},
+      {"capture h264 --qp 52", 2, "--qp: 52 is outside 0..51"},
+      {"capture h264 --bitrate 1.5x", 2, "--bitrate: \"1.5x\" is no number such as"},
+      {"capture h264 --set gop=4@9", 2, "--set: no key \"gop\"; there are fps, bitrate"},
+      {"capture h264 --qp-min 9 --qp-max 8", 2, "--qp-min 9 is above --qp-max 8"},
+      {"capture h264 -o a.avi", 2, "\"a.avi\" ends in none of .mp4, .mkv, .h264"},
+  };
+  for (const auto& row : rows) {
+    const bool needs_output =
+        row.words.starts_with("capture") && row.words.find("-o") == row.words.npos;
+    EXPECT_EQ(Run(row.words + (needs_output ? " -o a.mp4" : "")), row.exit_code) << row.words;
+    const std::string said = Text("out") + Text("err");
+    EXPECT_NE(said.find(row.text), said.npos) << row.words << "\n" << said;
+    EXPECT_FALSE(std::filesystem::exists(_folder + "a.mp4")) << row.words;
+  }
+}
+
+TEST_F(CaptureTool, WritesEveryFrameIntoEachContainer) {
+  const std::string size = " --width 160 --height 120 --frames 40 --unpaced --frame-log log -o ";
+  for (const std::string name : {"a.mp4", "a.mkv", "a.h264", "-"}) {
+    EXPECT_EQ(Run((name == "a.mkv" ? "capture h264-push" : "capture h264") + size + name), 0);
+    EXPECT_EQ(Decode(name == "-" ? "out" : name), 40U) << name;
+    const std::regex summary(".*: 40 frames, 1\\.3. s, .* 3 key frames, 0 dropped\n");
+    EXPECT_TRUE(std::regex_match(Text("err"), summary)) << Text("err");
+  }
+  std::ifstream log(_folder + "log");
+  const std::regex form(
+      "\\{\"seq\":(\\d+),\"timestamp\":\\d{9,},\"size\":(\\d+),\"key\":(\\w+),\"bit_rate\":\\d+\\}");
+  std::size_t bytes = 0;
+  int lines = 0;
+  for (std::string line; std::getline(log, line); ++lines) {
+    std::smatch fields;
+    ASSERT_TRUE(std::regex_match(line, fields, form)) << line;
+    EXPECT_EQ(fields[1], std::to_string(lines));
+    EXPECT_EQ(fields[3], lines % 15 == 0 ? "true" : "false");
+    bytes += std::stoul(fields[2]);
+  }
+  EXPECT_EQ(std::pair(lines, bytes), std::pair(40, Text("out").size()));
+}
+
+TEST_F(CaptureTool, LeavesAWholeFileWhenInterruptedOrCutOff) {
+  for (const std::string kind : {"h264", "h264-push"}) {
+    for (const bool is_cut_off : {false, true}) {
+      Begin(TESSEL_TOOL " capture " + kind + " --width 160 --height 120 --frame-log log -o a.mp4");
+      ASSERT_TRUE(Eventually([this] { return LogLength() > 5; }));
+      const std::string pid = Text("pid").substr(0, Text("pid").find('\n'));
+      pid_t victim = std::stoi(pid);
+      for (const auto& task : std::filesystem::directory_iterator("/proc/" + pid + "/task")) {
+        pid_t child = 0;
+        if (is_cut_off && std::ifstream(task.path() / "children") >> child) victim = child;
+      }
+      ASSERT_EQ(kill(victim, is_cut_off ? SIGKILL : SIGINT), 0);
+      EXPECT_EQ(End(), is_cut_off ? 1 : 0) << kind;
+      EXPECT_EQ(Decode("a.mp4"), LogLength());
+      const std::string loss = is_cut_off ? "tessel: the real-time side is gone\n" : "";
+      const std::string summary = "tessel: a.mp4: " + std::to_string(LogLength()) + " frames, ";
+      EXPECT_TRUE(Text("err").starts_with(loss + summary)) << Text("err");
+      std::filesystem::remove(_folder + "log");
+    }
+  }
+}
+
+TEST_F(CaptureTool, TheExamplePrintsFiveFrames) {
+  Begin(TESSEL_EXAMPLE);
+  EXPECT_EQ(End(), 0);
+  const std::regex form(
+      "frame 0: \\d+ bytes at \\d{9,} ns, key\n(frame [1-4]: \\d+ bytes at \\d{9,} ns\n){4}");
+  EXPECT_TRUE(std::regex_match(Text("out"), form)) << Text("out") << Text("err");
+}
+
+}  // namespace
+}  // namespace tessel::tests

@@ -1,0 +1,100 @@
+// Several threads at one stream: its callbacks, its client, and who waits for whom.
+#include <thread>
+
+#include "Fixture.h"
+
+namespace tessel::tests {
+namespace {
+
+class Concurrency : public StreamTest {};
+
+// Both ends of a pushed stream close it at the same moment, again and again.
+TEST_F(Concurrency, CallbackAndClientMayCloseAtTheSameTime) {
+  for (int round = 0; round < 10; ++round) {
+    Event first;
+    Camera camera = Make(kPush);
+    camera->RegisterOutputCallback([&](Frame&) {
+      first.Set();
+      camera->Close();
+      return true;
+    });
+    ASSERT_TRUE(camera->Open() && camera->Start());
+    ASSERT_TRUE(first.Wait());
+    camera->Close();  // false when the callback was first: there is nothing left to close
+    EXPECT_EQ(camera->CurrentState(), State::kNull);
+  }
+}
+
+TEST_F(Concurrency, MessageAndClientMayBothReactToTheLoss) {
+  for (int round = 0; round < 5; ++round) {
+    Camera camera = Make(kPull);
+    camera->RegisterMessageCallback([&](const char*) { return camera->Close(); });
+    ASSERT_TRUE(camera->Open() && camera->Start());
+    ASSERT_NE(NextFrame(camera), nullptr);
+    KillFarSide();
+    while (NextFrame(camera) != nullptr) {
+    }
+    camera->Close();  // whoever comes second finds it closed
+    EXPECT_EQ(camera->CurrentState(), State::kNull);
+    EXPECT_TRUE(camera->Open() && camera->Start() && NextFrame(camera) != nullptr);
+  }
+}
+
+// A callback that has stopped its stream may still be at work when somebody else stops or destroys
+// it.
+TEST_F(Concurrency, StopWaitsForACallbackThatStoppedTheStreamItself) {
+  for (const bool destroy : {false, true}) {
+    Event stopped;
+    std::promise<void> go_on;
+    std::atomic<bool> is_running{false};
+    Camera camera = Make(kPush);
+    camera->RegisterOutputCallback([&](Frame&) {
+      is_running = true;
+      camera->Stop();
+      stopped.Set();
+      go_on.get_future().wait();
+      is_running = false;
+      return true;
+    });
+    ASSERT_TRUE(camera->Open() && camera->Start());
+    ASSERT_TRUE(stopped.Wait());
+    auto end = std::async(std::launch::async, [&] {
+      destroy ? camera.reset() : static_cast<void>(camera->Stop());
+      return is_running.load();
+    });
+    EXPECT_EQ(end.wait_for(std::chrono::milliseconds(20)), std::future_status::timeout);
+    go_on.set_value();
+    EXPECT_FALSE(end.get());
+  }
+}
+
+TEST_F(Concurrency, APullThatDoesNotBlockDoesNotWaitForOneThatDoes) {
+  const Camera camera = OpenPull();
+  ASSERT_TRUE(camera->Stop() && camera->Start());
+  std::vector<Frame> kept;  // with every slot held no frame comes
+  while (static_cast<int>(kept.size()) < quill::host::GetOptions().session_slots) {
+    kept.push_back(NextFrame(camera));
+  }
+  auto blocked = std::async(std::launch::async, [&] { return NextFrame(camera) != nullptr; });
+  Frame frame;
+  EXPECT_FALSE(camera->PullFrame(frame, false));
+  EXPECT_TRUE(camera->Stop());
+  EXPECT_FALSE(blocked.get());
+  EXPECT_FALSE(camera->PullFrame(frame, true)) << "nothing comes from a stream that is stopped";
+}
+
+TEST_F(Concurrency, APauseHoldsDeliveryBack) {
+  std::atomic<int> frames{0};
+  const Camera camera = Make(kPush);
+  camera->RegisterOutputCallback([&](Frame&) { return ++frames > 0; });
+  ASSERT_TRUE(camera->ChangeUp(State::kPause));
+  const int before = frames;  // those of the moment between start and pause
+  ASSERT_TRUE(Eventually([] { return Counters().dropped > 0; })) << "no frame finds room";
+  EXPECT_LE(frames, before + 1) << "but for the one that was under way";
+  ASSERT_TRUE(camera->ChangeDown(State::kPlay));
+  EXPECT_TRUE(Eventually([&] { return frames > before + 5; }));
+  EXPECT_TRUE(camera->ChangeUp(State::kPause) && camera->ChangeDown(State::kNull));
+}
+
+}  // namespace
+}  // namespace tessel::tests

@@ -1,0 +1,289 @@
+// What the encoder delivers, judged by decoding it. Unpaced and with room for two frames, the
+// real-time side is never more than one frame ahead, so that it is known which one a change meets.
+#include <array>
+#include <cstring>
+#include <filesystem>
+#include <numeric>
+#include <tuple>
+
+#include "Fixture.h"
+#include "TestPattern.h"
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavutil/video_enc_params.h>
+}
+
+namespace tessel::tests {
+namespace {
+
+int g_complaints = 0;  // of the decoder, which conceals what it can
+
+// Decodes one frame after the other and tells of the picture in the last one.
+struct Decoder {
+  Decoder() {
+    av_log_set_callback([](void*, int level, auto...) { g_complaints += level <= AV_LOG_ERROR; });
+    codec->thread_count = 1;  // no picture is held back
+    codec->export_side_data = AV_CODEC_EXPORT_DATA_VIDEO_ENC_PARAMS;
+    EXPECT_EQ(avcodec_open2(codec, nullptr, nullptr), 0);
+  }
+  ~Decoder() {
+    avcodec_free_context(&codec);
+    av_packet_free(&packet);
+    av_frame_free(&picture);
+  }
+  // False unless the picture comes at once and without a complaint.
+  bool Decode(const frame_t& frame) {
+    g_complaints = 0;
+    EXPECT_EQ(av_new_packet(packet, static_cast<int>(frame.size)), 0);
+    std::memcpy(packet->data, frame.data, frame.size);
+    const bool is_sent = avcodec_send_packet(codec, packet) == 0;
+    av_packet_unref(packet);
+    if (!is_sent || avcodec_receive_frame(codec, picture) != 0 || g_complaints > 0) return false;
+    number = UINT32_MAX;
+    rtos::ReadFrameNumber(picture->data[0], picture->linesize[0], picture->width, picture->height,
+                          number);
+    auto* side = av_frame_get_side_data(picture, AV_FRAME_DATA_VIDEO_ENC_PARAMS)->data;
+    auto* params = reinterpret_cast<AVVideoEncParams*>(side);
+    qp = params->qp + av_video_enc_params_block(params, 0)->delta_qp;
+    for (unsigned i = 0; i < params->nb_blocks; ++i) {
+      EXPECT_EQ(params->qp + av_video_enc_params_block(params, i)->delta_qp, qp) << "block " << i;
+    }
+    type = picture->key_frame != 0 ? 'K' : av_get_picture_type_char(picture->pict_type);
+    return true;
+  }
+
+  AVCodecContext* codec = avcodec_alloc_context3(avcodec_find_decoder(AV_CODEC_ID_H264));
+  AVPacket* packet = av_packet_alloc();
+  AVFrame* picture = av_frame_alloc();
+  std::uint32_t number = 0;  // that the sensor drew
+  int qp = 0;                // of all its blocks
+  char type = 0;             // K: IDR, I: intra, P: inter
+};
+
+class EncodedPictures : public StreamTest {
+ protected:
+  EncodedPictures() {
+    Set([](auto& board) { board.paced = false, board.session_slots = 2; });
+    Replace("shm_alloc", [this](AttrSet& args, const Command& real) {
+      const bool done = real(args);
+      _block = reinterpret_cast<char*>(std::strtoul(args.Get("ptr"), nullptr, 16));
+      return done;
+    });
+  }
+  static void Set(const std::function<void(quill::host::Options&)>& edit) {
+    auto options = quill::host::GetOptions();
+    edit(options);
+    SetOptions(options);
+  }
+  void Create(int width = 160, int height = 120, int gop = 30, const char* pattern = "IP") {
+    _frame.reset();
+    avcodec_flush_buffers(_decoder.codec);
+    _camera = Make();
+    _camera->SetWidth(width);
+    _camera->SetHeight(height);
+    _camera->SetGop(gop);
+    _camera->SetGopType(pattern);
+  }
+  void Play() { ASSERT_TRUE(_camera->ChangeState(State::kPlay)); }
+  // Takes the next frame and decodes it; false at the end.
+  bool Next() {
+    const std::int64_t seq = _frame ? std::int64_t{_frame->seq} : -1;
+    const std::int64_t time_ns = _frame ? _frame->timestamp : 0;
+    if (!_camera->PullFrame(_frame, true)) return false;
+    EXPECT_TRUE(_frame->seq > seq && _frame->timestamp > time_ns);
+    const bool is_decoded = _decoder.Decode(*_frame);
+    EXPECT_TRUE(is_decoded && _frame->isKey == (_decoder.type == 'K')) << _frame->seq;
+    return is_decoded;
+  }
+  // Until the real-time side waits for room: a change now is for the frame after the next.
+  void Settle() {
+    ASSERT_TRUE(Eventually([this] { return Counters().made == _frame->seq + 2; }));
+  }
+  void RequestKeys() {
+    for (int i = 0; i < 3; ++i) _camera->ForceKeyFrame();
+  }
+  std::string Types(std::size_t count) {
+    std::string types;
+    while (types.size() < count && Next()) types += _decoder.type;
+    return types;
+  }
+  int Word(std::size_t offset) const { return reinterpret_cast<std::atomic<int>&>(_block[offset]); }
+
+  Decoder _decoder;
+  Camera _camera;
+  Frame _frame;            // the last one
+  char* _block = nullptr;  // rate control
+};
+
+TEST_F(EncodedPictures, HaveTheSizeAndBringTheParameterSetsThatTheMediaInfoTold) {
+  using Size = std::pair<int, int>;
+  for (const auto& [width, height] : {Size(16, 16), {322, 242}, {640, 360}, {854, 480}}) {
+    Create(width, height, 4);
+    Play();
+    const auto info = _camera->GetH264MediaInfo();
+    const auto unit = [](const void* bytes, int size) {
+      return std::string("\0\0\0\1", 4) + std::string(static_cast<const char*>(bytes), 0U + size);
+    };
+    const std::string header = unit(info.sps, info.spsSize) + unit(info.pps, info.ppsSize);
+    const int size = static_cast<int>(header.size());
+    EXPECT_EQ(std::tie(info.width, info.height, info.gop), std::tuple(width, height, 4));
+    EXPECT_EQ(std::tie(info.spsOffset, info.spsLength), std::tuple(4, info.spsSize));
+    EXPECT_EQ(std::tie(info.ppsOffset, info.ppsLength), std::tuple(8 + info.spsSize, info.ppsSize));
+    EXPECT_EQ(info.headerSize, size + 4);
+    for (std::uint32_t i = 0; i < 9; ++i) {
+      ASSERT_TRUE(Next() && _frame->seq == i);
+      EXPECT_EQ(Size(_decoder.picture->width, _decoder.picture->height), Size(width, height));
+      EXPECT_EQ(_decoder.number, width == 16 ? UINT32_MAX : i) << "too small for it, or shown";
+      const bool is_idr = i % 4 == 0;
+      const std::string bytes = unit(_frame->data, static_cast<int>(_frame->size)).substr(4);
+      ASSERT_EQ(bytes.starts_with(header), is_idr);
+      for (const auto jump : {info.cbJumpToData, info.cbJumpToDataBs}) {
+        std::uint32_t left = 0;
+        const auto* slice = jump(_frame->data, _frame->size, &left);
+        ASSERT_EQ(slice - _frame->data, is_idr ? size : 0);
+        EXPECT_EQ(slice + left, _frame->data + _frame->size);
+        EXPECT_EQ(slice[slice[2] == 1 ? 3 : 4] & 0x1f, is_idr ? 5 : 1);
+      }
+    }
+  }
+}
+
+TEST_F(EncodedPictures, KeepToTheirQpsInEveryBlock) {
+  Create();
+  _camera->SetBitRateMinimum(0);
+  _camera->SetBitRateMaximum(100'000'000);
+  Play();
+  ASSERT_TRUE(Next());
+  // Expected are `least` to `most` throughout, and rate control at `last` in the end.
+  for (const auto& [qp, qp_min, qp_max, target_bps, least, most, last] :
+       std::vector<std::array<int, 7>>{{26, 10, 50, 1'000'000, 26, 26, 26},
+                                       {1, 10, 50, 1'000'000, 1, 1, 1},
+                                       {51, 10, 50, 1'000'000, 51, 51, 51},
+                                       {0, 24, 30, 90'000'000, 24, 30, 24},
+                                       {0, 34, 40, 1'000, 34, 40, 40},
+                                       {0, 30, 20, 90'000'000, 20, 30, 20}}) {
+    Settle();
+    _camera->SetQP(qp);
+    _camera->SetQPMinimum(qp_min);
+    _camera->SetQPMaximum(qp_max);
+    _camera->SetBitRate(target_bps);
+    ASSERT_TRUE(Next());  // was there already
+    for (int i = 0; i < 25 && Next(); ++i) {
+      ASSERT_TRUE(_decoder.qp >= least && _decoder.qp <= most) << _decoder.qp << ", " << last;
+    }
+    EXPECT_EQ(_decoder.qp, last);
+  }
+}
+
+// A second to get there, and no IDR for it; the block tells of the frame that comes next.
+TEST_F(EncodedPictures, MeetAChangedBitRateAndTheBlockMeasuresIt) {
+  Create(640, 360);
+  _camera->SetBitRateMaximum(10'000'000);
+  Play();
+  ASSERT_TRUE(Next());
+  std::vector<int> bits = {static_cast<int>(_frame->size * 8)};
+  for (const int target_bps : {1'000'000, 3'000'000, 700'000, 1'500'000}) {
+    _camera->SetBitRate(target_bps);
+    for (int i = 0; i < 91; ++i) {
+      Settle();
+      const auto [measured_bps, qp, count] = std::tuple(Word(4), Word(48), Word(220));
+      EXPECT_EQ(_camera->GetCurrentBitRate(), measured_bps);
+      ASSERT_TRUE(Next());
+      EXPECT_EQ(std::pair(count - 1, qp), std::pair(static_cast<int>(_frame->seq), _decoder.qp));
+      EXPECT_EQ(_frame->isKey, _frame->seq % 30 == 0);
+      bits.push_back(static_cast<int>(_frame->size * 8));
+      EXPECT_EQ(measured_bps, count < 31 ? 0 : std::accumulate(bits.end() - 30, bits.end(), 0));
+    }
+    const double seen_bps = std::accumulate(bits.end() - 60, bits.end(), 0) / 2.0;
+    EXPECT_NEAR(seen_bps, target_bps, 0.1 * target_bps);
+  }
+}
+
+TEST_F(EncodedPictures, KeyRequestsMakeOneIdrAndBeginAGop) {
+  Create(160, 120, 6);
+  RequestKeys();  // the first picture is one anyway
+  Play();
+  EXPECT_EQ(Types(3), "KPP");
+  Settle();
+  RequestKeys();
+  EXPECT_EQ(Types(9), "PKPPPPPKP") << "one frame was there already";
+  ASSERT_TRUE(_camera->Stop());
+  RequestKeys();
+  Play();
+  EXPECT_EQ(Types(8), "KPPPPPKP");
+}
+
+TEST_F(EncodedPictures, GoOnAfterDropsAsIfNothingHadBeenLost) {
+  Set([](auto& board) { board.paced = true; });
+  Create(160, 120, 1000);
+  Play();
+  for (const bool is_key_asked : {false, false, true}) {
+    ASSERT_TRUE(Next());
+    Frame kept = _frame;
+    ASSERT_TRUE(Next());  // no room is left
+    const std::uint64_t dropped = Counters().dropped;
+    ASSERT_TRUE(Eventually([&] { return Counters().dropped > dropped + 1; }));
+    if (is_key_asked) RequestKeys();
+    ASSERT_TRUE(Eventually([&] { return Counters().dropped > dropped + 3; }));
+    kept.reset();
+    const std::uint32_t seq = std::exchange(_frame, nullptr)->seq;
+    EXPECT_EQ(Types(3), is_key_asked ? "KPP" : "PPP") << "a dropped picture serves no request";
+    EXPECT_GT(_frame->seq, seq + 6);
+    EXPECT_EQ(_decoder.number, _frame->seq);
+  }
+}
+
+TEST_F(EncodedPictures, FollowTheGopPattern) {
+  using Row = std::tuple<int, const char*, std::string>;
+  for (const auto& [gop, pattern, types] :
+       {Row(1, "IPPP", "KKKK"), Row(3, "IPPP", "KPPKPPK"), Row(4, "I", "KIIIKIII"),
+        Row(5, "IPI", "KPIIIKPIIIKP"), Row(2, "IPPPPP", "KPKPKPK")}) {
+    Create(160, 120, gop, pattern);
+    Play();
+    EXPECT_EQ(Types(types.size()), types) << gop;
+  }
+}
+
+TEST_F(EncodedPictures, AreSpacedByTheFrameRateAskedForLast) {
+  Create();
+  Play();
+  ASSERT_TRUE(Next());
+  for (const int rate : {10, 60, 25, 1}) {
+    Settle();
+    _camera->SetFrameRateMaximum(rate);
+    EXPECT_EQ(Types(2).size(), 2U) << "one was there already, one waiting for room";
+    for (int i = 0; i < 4; ++i) {
+      const std::int64_t time_ns = _frame->timestamp;
+      ASSERT_TRUE(Next());
+      EXPECT_LE(std::abs(_frame->timestamp - time_ns - 1'000'000'000 / rate), 1) << rate;
+    }
+  }
+}
+
+TEST_F(EncodedPictures, OfAMediaFileComeOncePerPass) {
+  for (const std::string extension : {"mp4", "mkv", "h264"}) {
+    const std::string file = ::testing::TempDir() + std::to_string(getpid()) + "." + extension;
+    const std::string make = TESSEL_TOOL " capture h264 -q --unpaced --frames 25 -o " + file;
+    ASSERT_EQ(std::system((make + " --width 320 --height 240 --gop 10").c_str()), 0);
+    for (const std::uint32_t passes : {1, 3}) {
+      Set([&](auto& board) { board.sensor = file, board.loop = passes > 1; });
+      Create(320, 240);
+      Event end;
+      _camera->RegisterMessageCallback([&](const char* text) {
+        if (text == std::string("end of input")) end.Set();
+        return true;
+      });
+      Play();
+      std::uint32_t count = 0;
+      for (; count < 75 && Next(); ++count) EXPECT_EQ(_decoder.number, count % 25) << file;
+      EXPECT_EQ(count, 25 * passes) << file;
+      EXPECT_TRUE(passes > 1 || end.Wait());
+      _camera.reset();  // nothing is told any more
+    }
+    std::filesystem::remove(file);
+  }
+}
+
+}  // namespace
+}  // namespace tessel::tests
