@@ -95,6 +95,7 @@ TEST(AttrSet, AddRefusesWhatCannotBeWritten) {
   EXPECT_EQ(set.ToString(true), "{timeout=1000000000,loop=true,w=-1,z={{1},2}}");
   EXPECT_TRUE(set.Remove("loop"));
   EXPECT_FALSE(set.Remove("loop"));
+  EXPECT_STREQ(set.Get("w"), "-1");
   EXPECT_STREQ(set.Get("z"), "{1},2");
 }
 

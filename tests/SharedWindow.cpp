@@ -140,12 +140,15 @@ TEST_P(Ring, WithAllSlotsHeldNoneIsFreeUntilAnyThreadGivesOneBack) {
 TEST_P(Ring, InterruptEndsTheWaitOfEitherSideUntilItResumes) {
   ASSERT_TRUE(producer->Divide(4096, 2));
   while (!producer->Reserve().empty()) producer->Publish(1, 0, 0, false);
+  const auto* header = reinterpret_cast<const SessionHeader*>(window->Base());
   std::thread waiting([this] { EXPECT_FALSE(producer->WaitForRoom()); });
+  while ((header->given_back & kProducerSleeps) == 0) std::this_thread::yield();
   producer->Interrupt();
   waiting.join();
   FrameDescriptor frame = {};
   while (consumer->Next(frame)) consumer->GiveBack(frame.slot);
   waiting = std::thread([this] { EXPECT_FALSE(consumer->Wait()); });
+  while ((header->head & kConsumerSleeps) == 0) std::this_thread::yield();
   consumer->Interrupt();
   waiting.join();
   EXPECT_FALSE(consumer->Wait()) << "until Resume()";
