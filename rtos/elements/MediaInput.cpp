@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <limits>
 #include <mutex>
 #include <utility>
 
@@ -122,8 +123,10 @@ bool MediaInput::OpenContainer() {
   if (!IsRegularFile(_name)) return FailWith("neither a file nor a camera");
   AVFormatContext* format = avformat_alloc_context();
   if (format == nullptr) return FailWith("out of memory");
-  std::int64_t deadline_ns = Now() + kOpenNs;
-  format->interrupt_callback = {&IsTooLate, &deadline_ns};
+  // What is opened here keeps the callback for its life, so the deadline is taken back, not the
+  // callback.
+  _deadline_ns = Now() + kOpenNs;
+  format->interrupt_callback = {&IsTooLate, &_deadline_ns};
   // The prefix keeps a colon in a name from being read as the scheme of a URL.
   const int opened = avformat_open_input(&format, ("file:" + _name).c_str(), nullptr, nullptr);
   _format.reset(format);
@@ -134,7 +137,7 @@ bool MediaInput::OpenContainer() {
   // Text would be drawn as on a terminal.
   const bool is_text = std::strcmp(format->iformat->name, "tty") == 0;
   if (is_text || avformat_find_stream_info(format, nullptr) < 0) return FailWith("no video in it");
-  format->interrupt_callback = {};
+  _deadline_ns = std::numeric_limits<std::int64_t>::max();
   return true;
 }
 

@@ -82,6 +82,7 @@ class MediaInput {
   int _stream = -1;                    // index of the video stream
   std::int64_t _nominal_frame_ns = 0;  // for pictures that do not say how long they last
 
+  std::int64_t _deadline_ns = 0;  // CLOCK_MONOTONIC; reading after it fails. `_format` points to it
   std::unique_ptr<AVFormatContext, Free> _format;
   std::unique_ptr<AVCodecContext, Free> _codec;
   std::unique_ptr<AVPacket, Free> _packet;
