@@ -220,17 +220,6 @@ class CommandWire : public StreamTest {
   }
 };
 
-TEST_F(CommandWire, UnknownAndIncompleteCommandsAreRefused) {
-  AttrSet args;
-  EXPECT_FALSE(RunFarSide("fly", args));
-  AttrSet none;
-  EXPECT_FALSE(Factory::Globle().Run("shm0_cmd", none));
-  AttrSet no_handle;
-  EXPECT_FALSE(RunFarSide("tesselDestroy", no_handle));
-  EXPECT_EQ(LogLines(),
-            (Lines{Refusal("no command \"fly\""), Refusal("no cmd="), Refusal("no object_base=")}));
-}
-
 TEST_F(CommandWire, ADescriptionThatIsTooLongIsRefused) {
   const Camera camera = Make();
   camera->SetGopType(std::string(link::kMaxMessageBytes, 'P').c_str());

@@ -133,29 +133,6 @@ TEST_F(FrameDelivery, KeptFramesStayReadableBeyondTheNextAndBeyondClose) {
   EXPECT_TRUE(quill::host::Streams().empty()) << "the last frame ends the session";
 }
 
-TEST_F(FrameDelivery, UnpacedStreamsLoseAndReorderNothing) {
-  UseOddFarSide("counts");
-  for (const bool pull : {true, false}) {
-    std::uint32_t next = 0;
-    const auto take = [&](const Frame& frame) {
-      const std::uint32_t number = next++;
-      EXPECT_EQ(frame->seq, number);
-      EXPECT_EQ(frame->isKey, number % 10 == 0);
-      EXPECT_EQ(Bytes(frame), std::string(1000, static_cast<char>(number & 0xff)));
-    };
-    Event done;
-    const Camera camera = pull ? OpenPull() : OpenPush([&](Frame& frame) {
-      take(frame);
-      if (next == kManyUnits) done.Set();
-      return true;
-    });
-    while (const Frame frame = pull ? NextFrame(camera) : nullptr) take(frame);
-    EXPECT_TRUE(pull || done.Wait());
-    EXPECT_EQ(next, kManyUnits);
-    EXPECT_EQ(Counters().dropped + Counters().refused, 0U);
-  }
-}
-
 TEST_F(FrameDelivery, AFullSessionDropsNewFramesAndGoesOnWhenRoomIsThere) {
   const Camera camera = OpenPull();
   std::vector<Frame> kept;
@@ -190,24 +167,6 @@ TEST_F(FrameDelivery, PullReturnsFalseWhileNothingPlays) {
   EXPECT_TRUE(camera->Close());
   EXPECT_FALSE(camera->PullFrame(frame, true));
   EXPECT_NE(frame, nullptr) << "untouched";
-}
-
-// Somebody who pulls too early must not keep the client from starting the stream.
-TEST_F(FrameDelivery, StartSucceedsWhileAnotherThreadPullsAlready) {
-  const Camera camera = Make();
-  ASSERT_TRUE(camera->Open());
-  std::atomic<bool> is_pulling{false};
-  auto early = std::async(std::launch::async, [&] {
-    Frame frame;
-    is_pulling = true;
-    return camera->PullFrame(frame, true);
-  });
-  ASSERT_TRUE(Eventually([&] { return is_pulling.load(); }));
-  early.wait_for(std::chrono::milliseconds(50));  // it gives up, or waits for the first frame
-  auto start = std::async(std::launch::async, [&] { return camera->Start(); });
-  EXPECT_EQ(start.wait_for(std::chrono::seconds(3)), std::future_status::ready) << "it hangs";
-  KillFarSide();  // which ends the pull in any case
-  start.wait();
 }
 
 TEST_F(FrameDelivery, StopAndCloseMayBeCalledInsideTheCallback) {
@@ -394,18 +353,6 @@ TEST_F(FrameDelivery, TheJumpsFindTheFirstSlice) {
     EXPECT_EQ(at(info.cbJumpToDataAvc, row.frame), row.avc) << index;
     EXPECT_EQ(at(info.cbJumpToData, row.frame), row.either) << index;
   }
-}
-
-TEST(FrameT, ReleasesOnceWithItsLastHolder) {
-  int released = 0;
-  Frame frame = std::make_shared<frame_t>();
-  frame->release = [&] { ++released; };
-  Frame other = frame;
-  frame.reset();
-  EXPECT_EQ(released, 0);
-  other.reset();
-  EXPECT_EQ(released, 1);
-  std::make_shared<frame_t>().reset();  // nothing to give back
 }
 
 }  // namespace

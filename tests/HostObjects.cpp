@@ -276,25 +276,6 @@ TEST(StatusMachine, GoesStepByStepAndStopsAtAFailure) {
   }
 }
 
-TEST(StatusMachine, EndsAreEnds) {
-  auto* steps = new Steps;
-  EXPECT_TRUE(steps->CanStatusUp() && !steps->CanStatusDown() && !steps->StatusDown());
-  while (steps->StatusUp()) {
-  }
-  EXPECT_EQ(steps->CurrStatus(), Status::kPause);
-  EXPECT_TRUE(!steps->CanStatusUp() && steps->CanStatusDown());
-  EXPECT_FALSE(steps->StatusUp(Status::kPlay) || steps->StatusDown(static_cast<Status>(4)));
-  steps->done.clear();
-  steps->Release();
-  EXPECT_EQ(Steps::last, "StopFromPause-Close") << "closed while it is whole";
-  for (int i = 0; i < 4; ++i) {
-    Status status = Status::kNull;
-    EXPECT_TRUE(
-        quill::stream::StatusFromName(quill::stream::StatusName(static_cast<Status>(i)), status));
-    EXPECT_EQ(static_cast<int>(status), i);
-  }
-}
-
 // A class whose constructor takes an argument.
 class Switch : public Object {
  public:

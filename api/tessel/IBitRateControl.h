@@ -17,9 +17,9 @@ class TESSEL_PUBLIC IEncoder {
 };
 
 // All setters are plain stores, unchecked; the encoder holds the limits and acts from its next
-// frame on. The H.264 sources with a constant rate capture at the maximum frame rate; the frame rate
-// itself is for those that thin their stream. Client's thread, before or after Open(). The order of
-// declaration is the order of the slots.
+// frame on. The H.264 sources with a constant rate capture at the maximum frame rate; the frame
+// rate itself is for those that thin their stream. Client's thread, before or after Open(). The
+// order of declaration is the order of the slots.
 class TESSEL_PUBLIC IBitRateControl : public virtual IEncoder {
  public:
   // How the encoder spends its bits. Selecting kConstant gives a fixed QP up; the others are kept

@@ -141,6 +141,18 @@ bool Service::beforeStatusUp(Status target) {
   return !Failed(!Enable(), "!Enable()", Name(), " does not go up to ", StatusName(target));
 }
 
+bool Service::StatusUp() {
+  if (!CanStatusUp()) return false;
+  const Turn turn(*this, Next(CurrStatus(), 1));
+  return turn && IStatus::StatusUp();
+}
+
+bool Service::StatusDown() {
+  if (!CanStatusDown()) return false;
+  const Turn turn(*this, Next(CurrStatus(), -1));
+  return turn ? IStatus::StatusDown() : turn.IsDoneByOther();
+}
+
 bool Service::Pause() {
   const bool done = foreach ([](base::object& child) {
     auto* service = dynamic_cast<Service*>(&child);

@@ -84,6 +84,11 @@ class QUILL_PUBLIC Service : public virtual base::Object, public virtual IStatus
     bool _is_done_by_other = false;
   };
 
+  using IStatus::StatusDown;
+  using IStatus::StatusUp;
+  bool StatusUp() override;    // each step is a turn
+  bool StatusDown() override;  //
+
   // Pausing reaches all services under this one: frames are held back, none is lost that has room.
   bool Pause() override;
   bool Resume() override;
