@@ -81,7 +81,7 @@ class DirectChain : private Context, private StopSignal {
     return nullptr;
   }
   int FramesPerSecond() const override { return 30; }
-  bool HasEncoder() const override { return true; }
+  std::optional<Colours> EncoderWants() const override { return Colours::kVideo; }
   bool SleepUntil(std::int64_t) override { return true; }
 
   mutable VbrcBlock _block;

@@ -140,7 +140,8 @@ class StampSource : public Source {
       while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &due, nullptr) != 0) {
       }
     }
-    unit.sequence = static_cast<std::uint32_t>(_next);
+    unit.capture = static_cast<std::uint32_t>(_next);
+    unit.frames_per_second = 1;
     return Verdict::kPass;
   }
 
@@ -205,9 +206,9 @@ template <typename Class>
 std::unique_ptr<Element> Make() {
   return std::make_unique<Class>();
 }
-constexpr ElementRow kElements[] = {{"pv-yuv-src-adv", &Make<StampSource>, false},
-                                    {"h264-encoder-dma", &Make<DescribingEncoder>, false},
-                                    {"ShmSink", &Make<ShmSink>, false}};
+constexpr ElementRow kElements[] = {{"pv-yuv-src-adv", &Make<StampSource>, std::nullopt},
+                                    {"h264-encoder-dma", &Make<DescribingEncoder>, std::nullopt},
+                                    {"ShmSink", &Make<ShmSink>, std::nullopt}};
 
 int RunFarSide(int connection) {
   if (g_work.pin) PinTo(0);

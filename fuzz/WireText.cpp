@@ -26,9 +26,9 @@ class EmptySource : public rtos::Source {
 
 constexpr rtos::ElementRow kElements[] = {
     {"S", []() -> std::unique_ptr<rtos::Element> { return std::make_unique<EmptySource>(); },
-     false},
+     std::nullopt},
     {"ShmSink",
-     []() -> std::unique_ptr<rtos::Element> { return std::make_unique<rtos::ShmSink>(); }, false}};
+     []() -> std::unique_ptr<rtos::Element> { return std::make_unique<rtos::ShmSink>(); }, std::nullopt}};
 
 }  // namespace
 

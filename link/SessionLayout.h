@@ -70,7 +70,9 @@ struct SessionHeader {
   std::atomic<std::uint64_t> refused;                 // 88, descriptors that failed their check
   alignas(64) std::atomic<std::uint64_t> made;        // 128, frames published
   std::atomic<std::uint64_t> dropped;                 // 136, captured but without a free slot
-  std::uint8_t reserved[1024 - 144];                  // 144, zero
+  std::atomic<std::uint64_t> thinned;                 // 144, passed over to keep to a frame rate
+  std::atomic<std::uint64_t> untriggered;             // 152, passed over as nothing asked for them
+  std::uint8_t reserved[1024 - 160];                  // 160, zero
   FrameDescriptor ring[kRingDescriptors];             // 1024
 };
 inline constexpr std::size_t kSessionHeaderBytes = 4096;
@@ -84,6 +86,8 @@ static_assert(offsetof(SessionHeader, returned) == 80, "");
 static_assert(offsetof(SessionHeader, refused) == 88, "");
 static_assert(offsetof(SessionHeader, made) == 128, "");
 static_assert(offsetof(SessionHeader, dropped) == 136, "");
+static_assert(offsetof(SessionHeader, thinned) == 144, "");
+static_assert(offsetof(SessionHeader, untriggered) == 152, "");
 static_assert(offsetof(SessionHeader, ring) == 1024, "");
 static_assert(sizeof(SessionHeader) <= kSessionHeaderBytes, "the payload starts on a page");
 
@@ -92,6 +96,8 @@ struct SessionCounters {
   std::uint64_t made = 0;
   std::uint64_t delivered = 0;
   std::uint64_t dropped = 0;
+  std::uint64_t thinned = 0;
+  std::uint64_t untriggered = 0;
   std::uint64_t refused = 0;
   std::uint64_t held = 0;
 };
@@ -106,6 +112,8 @@ inline SessionCounters ReadCounters(const SessionHeader& header) {
   counters.held = counters.delivered - returned;
   counters.made = read(header.made);
   counters.dropped = read(header.dropped);
+  counters.thinned = read(header.thinned);
+  counters.untriggered = read(header.untriggered);
   counters.refused = read(header.refused);
   return counters;
 }

@@ -6,6 +6,7 @@
 
 #include <pthread.h>
 
+#include "Clock.h"
 #include "SessionProducer.h"
 #include "ShmSink.h"
 
@@ -75,10 +76,12 @@ bool Application::Build(const AttrSet& description, std::span<const ElementRow> 
       error = "no element \"" + wanted.class_name + "\"";
       return false;
     }
-    _chain.push_back({wanted.class_name, row->make(), row->is_encoder});
-    _has_encoder = _has_encoder || row->is_encoder;
-    // The rate asked of the encoder is the rate at which the source captures.
-    if (row->is_encoder) wanted.params.Get("fr", _frames_per_second);
+    _chain.push_back({wanted.class_name, row->make()});
+    if (row->encodes) {
+      _encoder_wants = row->encodes;
+      // The rate asked of the encoder is the rate at which the source captures.
+      wanted.params.Get("fr", _frames_per_second);
+    }
     if (_block == nullptr && wanted.params.Get("vbrc") != nullptr) {
       _block = Block(wanted.params.Get("vbrc"), error);
       if (_block == nullptr) {
@@ -94,9 +97,12 @@ bool Application::Build(const AttrSet& description, std::span<const ElementRow> 
     return false;
   }
   for (std::size_t i = 0; i < _chain.size(); ++i) {
-    if (_chain[i].element->Open(*this, chain[i].params, _media, error)) continue;
-    error = OfElement(_chain[i].class_name, error);
-    return false;
+    if (!_chain[i].element->Open(*this, chain[i].params, _media, error)) {
+      error = OfElement(_chain[i].class_name, error);
+      return false;
+    }
+    QpPolicy* policy = _chain[i].element->Policy();
+    for (std::size_t j = 0; policy != nullptr && j < i; ++j) _chain[j].element->Follow(*policy);
   }
   return true;
 }
@@ -177,21 +183,52 @@ void Application::ReadControl(Unit& unit) const {
   if (_block != nullptr) unit.control = ReadRateControl(*_block);
 }
 
+Verdict Application::Admit(const Unit& unit) const {
+  for (const Link& link : _chain) {
+    const Verdict verdict = link.element->Admit(unit);
+    if (verdict != Verdict::kPass) return verdict;
+  }
+  return Verdict::kPass;
+}
+
+Verdict Application::PassOver(Unit& unit, Verdict reason) {
+  ++_passed_over;
+  _sink->CountPassedOver(reason);
+  // Nothing asks for pictures, and nothing tells when that changes: even a source that need not
+  // keep to the clock waits for its next capture then.
+  if (reason == Verdict::kHold && !_source->IsLive()) {
+    SleepUntil(NowNs() + kSecondNs / unit.frames_per_second);
+  }
+  return _source->Skip(unit);
+}
+
+// False when there is no slot for the unit.
+bool Application::Reserve(Unit& unit) {
+  unit.room = _sink->Reserve();
+  if (!unit.room.empty()) return true;
+  if (_source->IsLive()) return false;
+  while (unit.room.empty()) {
+    if (!_sink->WaitForRoom()) return false;  // told to stop
+    unit.room = _sink->Reserve();
+  }
+  ReadControl(unit);  // anew: the wait may have been long
+  return true;
+}
+
 // One unit from the source to the sink.
 Verdict Application::MoveOne(Unit& unit) {
   Verdict verdict = _source->Await(unit, *this);
   if (verdict != Verdict::kPass) return verdict;
-  unit.room = _sink->Reserve();
-  if (unit.room.empty() && _source->IsLive()) {
+  // As late as can be: requests made while it was awaited are served by it.
+  ReadControl(unit);
+  verdict = Admit(unit);
+  if (verdict != Verdict::kPass) return PassOver(unit, verdict);
+  if (!Reserve(unit)) {
+    if (!_source->IsLive()) return Verdict::kEnd;
     _sink->CountDropped();
     return _source->Skip(unit);
   }
-  while (unit.room.empty()) {
-    if (!_sink->WaitForRoom()) return Verdict::kDrop;  // told to stop
-    unit.room = _sink->Reserve();
-  }
-  // Once for a frame, as late as can be: requests made while it was awaited are served by it.
-  ReadControl(unit);
+  unit.sequence = unit.capture - _passed_over;
   for (const Link& link : _chain) {
     verdict = link.element->Process(unit);
     if (verdict == Verdict::kPass) continue;

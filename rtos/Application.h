@@ -56,7 +56,6 @@ class Application : private Context, private StopSignal {
   struct Link {
     std::string class_name;
     std::unique_ptr<Element> element;
-    bool is_encoder;
   };
 
   Application(const link::SharedWindow& window, std::uint64_t linux_base, Grants grants,
@@ -69,12 +68,15 @@ class Application : private Context, private StopSignal {
   std::unique_ptr<link::SessionProducer> Session(const char* name,
                                                  std::string& error) const override;
   int FramesPerSecond() const override { return _frames_per_second; }
-  bool HasEncoder() const override { return _has_encoder; }
+  std::optional<Colours> EncoderWants() const override { return _encoder_wants; }
   // StopSignal
   bool SleepUntil(std::int64_t due_ns) override;
 
   void Run();
   Verdict MoveOne(Unit& unit);
+  Verdict Admit(const Unit& unit) const;
+  Verdict PassOver(Unit& unit, Verdict reason);
+  bool Reserve(Unit& unit);
   void ReadControl(Unit& unit) const;
   void StopThread();
 
@@ -91,7 +93,8 @@ class Application : private Context, private StopSignal {
   VbrcBlock* _block = nullptr;  // of the first element that names one
   Media _media;
   int _frames_per_second = 30;
-  bool _has_encoder = false;
+  std::optional<Colours> _encoder_wants;
+  std::uint32_t _passed_over = 0;  // captures, on purpose; chain's thread
 
   std::thread _thread;
   std::mutex _mutex;

@@ -35,6 +35,14 @@ bool ReadInt(const AttrSet& params, const char* key, int least, int most, int& v
   return false;
 }
 
+bool ReadBlock(const Context& context, const AttrSet& params, const VbrcBlock*& block,
+               std::string& error) {
+  const char* address = params.Get("vbrc");
+  block = address == nullptr ? nullptr : context.Block(address, error);
+  if (address == nullptr) error = "vbrc is missing";
+  return block != nullptr;
+}
+
 std::string Hex(std::span<const std::uint8_t> bytes) {
   static constexpr char kDigits[] = "0123456789abcdef";
   std::string text;

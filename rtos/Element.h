@@ -1,15 +1,16 @@
 // What a chain on the real-time side is made of. One chain runs on one thread, frame by frame, from
 // the source to the sink:
 //
-//   source.Await ─> sink.Reserve ─> source.Process ─> … ─> encoder.Process ─> sink.Commit
+//   source.Await ─> all Admit ─> sink.Reserve ─> source.Process ─> … ─> sink.Process
 //
-// A slot for the result is reserved before a picture is captured, so that a stream that has to drop
-// drops whole captured pictures and never one that others refer to. Whichever element writes the
-// final bytes writes them into that slot.
+// Whether a capture is wanted is asked first, and a slot for the result is reserved before its
+// picture is made: a stream that has to drop drops whole captures and never a picture that others
+// refer to. Whichever element writes the final bytes writes them into that slot.
 #pragma once
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -23,6 +24,8 @@ class SessionProducer;
 
 namespace tessel::rtos {
 
+class QpPolicy;
+
 using quill::base::AttrSet;
 using quill::stream::VbrcBlock;
 
@@ -35,8 +38,15 @@ struct Board {
   int slots = 24;     // most frames in flight of one stream
 };
 
-// A raw picture, planar YUV 4:2:0, 8 bits, BT.709 limited range. `planes` point into memory of the
-// element that made it, or into the slot, and hold until the next picture is made.
+// What the samples of a picture mean.
+enum class Colours {
+  kVideo,  // ITU-R BT.709, limited range
+  kJpeg,   // ITU-R BT.601, full range, as JFIF files have it
+};
+
+// A raw picture, planar YUV 4:2:0, 8 bits. `planes` point into memory of the element that made it,
+// or into the slot, and hold until the next picture is made. Lines may be written up to their
+// stride.
 struct Picture {
   int width = 0;                 // luma samples
   int height = 0;                // luma lines
@@ -62,9 +72,12 @@ RateControl ReadRateControl(const VbrcBlock& block);
 
 // One media unit on its way through the chain.
 struct Unit {
-  std::uint32_t sequence = 0;  // counts captured units, dropped ones included
+  std::uint32_t capture = 0;   // counts captures
+  std::uint32_t sequence = 0;  // counts captures but for those passed over on purpose
   std::int64_t time_ns = 0;    // CLOCK_MONOTONIC at capture
+  int frames_per_second = 0;   // rate of the units at this place of the chain, as planned
   bool is_key = false;
+  int qp = 0;                    // that the encoder used
   Picture picture;               // raw video, made by the source
   std::span<std::uint8_t> room;  // the reserved slot; the last writing element fills it
   std::size_t size_bytes = 0;    // of the result, at the front of `room`
@@ -96,14 +109,15 @@ class Context {
                                                          std::string& error) const = 0;
   // The rate asked of this chain in frames/s: the encoder's "fr", or 30.
   virtual int FramesPerSecond() const = 0;
-  // Whether a later element turns the source's picture into the final bytes. Otherwise the source
-  // writes its picture into the slot itself.
-  virtual bool HasEncoder() const = 0;
+  // What the later element that turns the source's picture into the final bytes wants to see. Where
+  // there is none the source writes its picture into the slot itself.
+  virtual std::optional<Colours> EncoderWants() const = 0;
 };
 
 enum class Verdict {
   kPass,  // on to the next element
-  kDrop,  // this unit ends here, on purpose
+  kHold,  // passed over: nothing has asked for it
+  kThin,  // passed over: it would exceed the frame rate
   kEnd,   // the input has ended
   kFail,  // the chain cannot go on; LastError() says why
 };
@@ -118,10 +132,18 @@ class Element {
   // 0..51"); the caller adds the element's name.
   [[nodiscard]] virtual bool Open(const Context& context, const AttrSet& params, Media& media,
                                   std::string& error) = 0;
+  // Whether the capture just announced is wanted: kPass, kHold or kThin. It has no picture yet, and
+  // may come to nothing all the same, for want of a slot: only Process() may count on it.
+  virtual Verdict Admit(const Unit&) { return Verdict::kPass; }
   // The chain begins, or begins again, to move units.
   virtual void Start() {}
   virtual Verdict Process(Unit& unit) = 0;
   virtual void Stop() {}
+
+  // What the elements in front are to be steered by; null for most elements. Once open.
+  virtual QpPolicy* Policy() { return nullptr; }
+  // A later element has a policy to follow. Borrows for the chain's life.
+  virtual void Follow(QpPolicy&) {}
 
   const std::string& LastError() const { return _last_error; }
 
@@ -146,8 +168,9 @@ class StopSignal {
 // The first element of a chain. Process() makes the picture of the moment that Await() announced.
 class Source : public Element {
  public:
-  // Waits until the next unit is due and fills in `sequence` and `time_ns`. Verdict::kEnd when the
-  // chain is told to stop. With `unit.control.framerate_max` above 0 that is the rate to hold.
+  // Waits until the next unit is due and fills in `capture`, `time_ns` and `frames_per_second`.
+  // Verdict::kEnd when the chain is told to stop. With `unit.control.framerate_max` above 0 that is
+  // the rate to hold.
   virtual Verdict Await(Unit& unit, StopSignal& stop) = 0;
   // Passes over the unit that Await() announced.
   virtual Verdict Skip(Unit& unit) = 0;
@@ -159,6 +182,9 @@ class Source : public Element {
 // with `error` naming parameter, value and range.
 bool ReadInt(const AttrSet& params, const char* key, int least, int most, int& value,
              std::string& error);
+// The block that vbrc= names, which has to be there. False with `error` set.
+bool ReadBlock(const Context& context, const AttrSet& params, const VbrcBlock*& block,
+               std::string& error);
 // Hexadecimal digits of `bytes`.
 std::string Hex(std::span<const std::uint8_t> bytes);
 
@@ -166,7 +192,8 @@ std::string Hex(std::span<const std::uint8_t> bytes);
 struct ElementRow {
   const char* name;
   std::unique_ptr<Element> (*make)();
-  bool is_encoder;  // makes the final bytes out of a picture
+  // Set where it makes the final bytes out of a picture: what it wants to see.
+  std::optional<Colours> encodes;
 };
 // The board's elements; names are unique.
 std::span<const ElementRow> BoardElements();

@@ -29,7 +29,8 @@ class OddSource : public Source {
   Verdict Await(Unit& unit, StopSignal&) override {
     const bool never_ends = g_behaviour == "floods" || g_behaviour == "fails";
     if (!never_ends && _next == (g_behaviour == "ends" ? 3 : kManyUnits)) return Verdict::kEnd;
-    unit.sequence = _next;
+    unit.capture = _next;
+    unit.frames_per_second = 1;
     unit.is_key = _next % 10 == 0;
     return Verdict::kPass;
   }
@@ -83,9 +84,9 @@ template <typename Class>
 std::unique_ptr<Element> Make() {
   return std::make_unique<Class>();
 }
-constexpr ElementRow kElements[] = {{"pv-yuv-src-adv", &Make<OddSource>, false},
-                                    {"h264-encoder-dma", &Make<OddEncoder>, false},
-                                    {"ShmSink", &Make<ShmSink>, false}};
+constexpr ElementRow kElements[] = {{"pv-yuv-src-adv", &Make<OddSource>, std::nullopt},
+                                    {"h264-encoder-dma", &Make<OddEncoder>, std::nullopt},
+                                    {"ShmSink", &Make<ShmSink>, std::nullopt}};
 
 void Answer(int socket, std::uint32_t number, const std::string& text) {
   SendMessage(socket, {WireMessage::kAnswer, number, text});

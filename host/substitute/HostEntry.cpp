@@ -168,7 +168,7 @@ std::vector<StreamCounters> Streams() {
   for (const auto& session : stream::Session::All()) {
     const auto counters = session->Counters();
     streams.push_back({session->Name(), counters.made, counters.delivered, counters.dropped,
-                       counters.refused, counters.held});
+                       counters.thinned, counters.untriggered, counters.refused, counters.held});
   }
   return streams;
 }

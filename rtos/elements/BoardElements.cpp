@@ -1,6 +1,8 @@
 // The table of the board's elements.
 #include "CameraSource.h"
 #include "Element.h"
+#include "FrameDroper.h"
+#include "FrameTrigger.h"
 #include "H264Encoder.h"
 #include "ShmSink.h"
 
@@ -13,9 +15,11 @@ std::unique_ptr<Element> Make() {
 }
 
 constexpr ElementRow kElements[] = {
-    {"pv-yuv-src-adv", &Make<CameraSource>, false},
-    {"h264-encoder-dma", &Make<H264Encoder>, true},
-    {"ShmSink", &Make<ShmSink>, false},
+    {"pv-yuv-src-adv", &Make<CameraSource>, std::nullopt},
+    {"FrameTrigger", &Make<FrameTrigger>, std::nullopt},
+    {"FrameDroper", &Make<FrameDroper>, std::nullopt},
+    {"h264-encoder-dma", &Make<H264Encoder>, Colours::kVideo},
+    {"ShmSink", &Make<ShmSink>, std::nullopt},
 };
 
 }  // namespace

@@ -5,14 +5,12 @@
 #include <new>
 #include <utility>
 
-#include <time.h>
-
+#include "Clock.h"
 #include "KnownParams.h"
 
 namespace tessel::rtos {
 namespace {
 
-constexpr std::int64_t kSecondNs = 1'000'000'000;
 constexpr int kLeastSide = 16;
 constexpr int kMostWidth = 7680;
 constexpr int kMostHeight = 4320;
@@ -24,12 +22,6 @@ constexpr std::int64_t kTolerableLatenessNs = 50'000'000;
 // The scaler writes whole vectors of 32 chroma samples; narrower lines would let it run into the
 // next.
 constexpr int kScalerWidth = 64;
-
-std::int64_t NowNs() {
-  timespec now{};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return now.tv_sec * kSecondNs + now.tv_nsec;
-}
 
 std::size_t PackedBytes(int width, int height) {
   return static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 3 / 2;
@@ -114,7 +106,7 @@ bool CameraSource::Open(const Context& context, const AttrSet& params, Media& me
   if (!ReadParams(params, error)) return false;
   _nominal_rate = std::clamp(context.FramesPerSecond(), 1, kMostRate);
   _paced = context.GetBoard().paced;
-  _writes_slot = !context.HasEncoder();
+  _writes_slot = !context.EncoderWants();
   _picture_bytes = PackedBytes(_width, _height);
   if (!OpenSensor(context.GetBoard(), error)) return false;
   const bool draws_into_slot = _writes_slot && (_pattern != nullptr || _width % kScalerWidth == 0);
@@ -176,7 +168,8 @@ Verdict CameraSource::Await(Unit& unit, StopSignal& stop) {
   if (std::exchange(_has_begun, true)) _input_time_ns += _schedule.StepNs();
   _last_time_ns = std::max(time_ns, _last_time_ns + 1);
   unit.time_ns = _last_time_ns;
-  unit.sequence = _sequence++;
+  unit.capture = _captures++;
+  unit.frames_per_second = rate;
   return Verdict::kPass;
 }
 
@@ -211,7 +204,7 @@ Verdict CameraSource::Process(Unit& unit) {
     unit.is_key = true;  // every raw picture stands alone
   }
   if (_pattern != nullptr) {
-    _pattern->Draw(unit.sequence, unit.picture);
+    _pattern->Draw(unit.capture, unit.picture);
     return Verdict::kPass;
   }
   const Verdict verdict = AdvanceInput();

@@ -80,7 +80,7 @@ class CameraSource : public Source {
   PictureBuffer _buffer;            // empty where pictures are made in the slot
   bool _buffer_is_current = false;  // holds the input's current picture
   bool _has_begun = false;
-  std::uint32_t _sequence = 0;      // of the next capture
+  std::uint32_t _captures = 0;
   std::int64_t _last_time_ns = 0;   // CLOCK_MONOTONIC
   std::int64_t _input_time_ns = 0;  // since the start of the input; stands still while stopped
 };

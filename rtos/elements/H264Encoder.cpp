@@ -11,42 +11,12 @@
 namespace tessel::rtos {
 namespace {
 
-constexpr std::int64_t kSecondNs = 1'000'000'000;
 constexpr int kMostQp = 51;
 constexpr int kMostRate = 1000;  // frames/s
-constexpr int kDefaultTargetBps = 1'000'000;
-constexpr int kDefaultLeastBps = 50'000;
-constexpr int kDefaultMostBps = 2'000'000;
-constexpr int kDefaultLeastQp = 10;
-constexpr int kDefaultMostQp = 50;
 // Full-range white noise, the worst there is, was measured at 1.55 times the raw picture.
 constexpr std::size_t kWorstNumerator = 2;
 constexpr std::size_t kHeaderBytes = 4096;
 constexpr std::size_t kStartCodeBytes = 4;
-
-// What the block asks for, with sense made of zeroes and of limits in the wrong order.
-RateController::Wish WishOf(const RateControl& control, int frames_per_second) {
-  const bool asks_for_nothing = control.bitrate_target <= 0;
-  int target = asks_for_nothing ? kDefaultTargetBps : control.bitrate_target;
-  const int least =
-      control.bitrate_min > 0 || !asks_for_nothing ? control.bitrate_min : kDefaultLeastBps;
-  const int most = control.bitrate_max > 0 ? control.bitrate_max
-                   : asks_for_nothing      ? kDefaultMostBps
-                                           : target;
-  // The ceiling is what a network behind can carry: it wins over the floor.
-  target = std::min(std::max(target, least), most);
-
-  int qp_min = std::clamp(control.qp_min, 0, kMostQp);
-  int qp_max = std::clamp(control.qp_max, 0, kMostQp);
-  if (qp_max == 0) qp_max = kDefaultMostQp;
-  if (control.qp_min <= 0 && control.qp_max <= 0) qp_min = kDefaultLeastQp;
-  return {.target_bps = std::max(target, 1),
-          .qp_min = std::min(qp_min, qp_max),
-          .qp_max = std::max(qp_min, qp_max),
-          .frames_per_second = control.framerate_max > 0
-                                   ? std::min(control.framerate_max, kMostRate)
-                                   : frames_per_second};
-}
 
 bool CheckGopType(const std::string& text, std::string& error) {
   error = "goptype=" + text;
@@ -68,23 +38,6 @@ std::span<const std::uint8_t> BytesOf(const x264_nal_t& unit) {
 
 }  // namespace
 
-int BitRateMeter::Add(std::int64_t time_ns, std::size_t bytes) {
-  if (_entries.empty()) _first_ns = time_ns;
-  _entries.push_back({time_ns, bytes});
-  _bytes += bytes;
-  while (time_ns - _entries.front().time_ns >= kSecondNs) {
-    _bytes -= _entries.front().bytes;
-    _entries.pop_front();
-  }
-  if (time_ns - _first_ns < kSecondNs) return 0;
-  return static_cast<int>(std::min<std::size_t>(_bytes * 8, INT32_MAX));
-}
-
-void BitRateMeter::Reset() {
-  _entries.clear();
-  _bytes = 0;
-}
-
 void H264Encoder::Close::operator()(x264_t* encoder) const { x264_encoder_close(encoder); }
 
 bool H264Encoder::Open(const Context& context, const AttrSet& params, Media& media,
@@ -92,7 +45,8 @@ bool H264Encoder::Open(const Context& context, const AttrSet& params, Media& med
   if (!ReadParams(context, params, error)) return false;
   if (!OpenLibrary(media, error)) return false;
   const bool all_intra = _gop_type.find_first_not_of('I') == std::string::npos;
-  _rate = std::make_unique<RateController>(_gop, all_intra);
+  _own_policy = std::make_unique<ConstantRate>(_gop, all_intra);
+  _policy = _own_policy.get();
   media.frames_per_second = _frames_per_second;
   const auto blocks_across = static_cast<std::size_t>(media.width + 15) / 16;
   const auto blocks_down = static_cast<std::size_t>(media.height + 15) / 16;
@@ -200,13 +154,14 @@ bool H264Encoder::Describe(Media& media, std::string& error) const {
 
 void H264Encoder::Start() {
   _wants_idr = true;
-  _meter.Reset();
-  _rate->Forgive();
+  _report.Start();
+  _policy->Forgive();
 }
 
 Verdict H264Encoder::Process(Unit& unit) {
   const Kind kind = NextKind(unit.control);
-  return Encode(unit, kind, ChooseQp(unit.control, kind, unit));
+  unit.qp = ChooseQp(unit, kind);
+  return Encode(unit, kind);
 }
 
 H264Encoder::Kind H264Encoder::NextKind(const RateControl& control) {
@@ -220,22 +175,21 @@ H264Encoder::Kind H264Encoder::NextKind(const RateControl& control) {
   return _gop_type[letter] == 'I' ? Kind::kIntra : Kind::kInter;
 }
 
-int H264Encoder::ChooseQp(const RateControl& control, Kind kind, const Unit& unit) {
+int H264Encoder::ChooseQp(const Unit& unit, Kind kind) {
   const Complexity complexity = _complexity.Measure(unit.picture);
-  const int chosen = _rate->ChooseQp(WishOf(control, _frames_per_second), kind != Kind::kInter,
-                                     unit.time_ns, complexity);
-  const int fixed = _block == nullptr ? _fixed_qp : control.qp;
+  const int chosen = _policy->ChooseQp(unit, kind != Kind::kInter, complexity);
+  const int fixed = _block == nullptr ? _fixed_qp : unit.control.qp;
   if (fixed <= 0) return chosen;
-  _rate->Forgive();  // a QP that was told to owes nothing
+  _policy->Forgive();  // a QP that was told to owes nothing
   return std::clamp(fixed, 1, kMostQp);
 }
 
-Verdict H264Encoder::Encode(Unit& unit, Kind kind, int qp) {
+Verdict H264Encoder::Encode(Unit& unit, Kind kind) {
   x264_picture_t in;
   x264_picture_t out;
   x264_picture_init(&in);
   in.i_type = kind == Kind::kIdr ? X264_TYPE_IDR : kind == Kind::kIntra ? X264_TYPE_I : X264_TYPE_P;
-  in.i_qpplus1 = qp + 1;
+  in.i_qpplus1 = unit.qp + 1;
   in.i_pts = _pictures++;
   in.img.i_csp = X264_CSP_I420;
   in.img.i_plane = 3;
@@ -259,20 +213,10 @@ Verdict H264Encoder::Encode(Unit& unit, Kind kind, int qp) {
     unit.size_bytes += bytes.size();
   }
   unit.is_key = out.b_keyframe != 0;
-  const int used_qp = out.i_qpplus1 - 1;
-  _rate->Account(used_qp, unit.size_bytes);
-  Report(unit, used_qp);
+  unit.qp = out.i_qpplus1 - 1;
+  _policy->Account(unit);
+  _report.Tell(unit, _block);
   return Verdict::kPass;
-}
-
-void H264Encoder::Report(const Unit& unit, int qp) {
-  const int bit_rate_bps = _meter.Add(unit.time_ns, unit.size_bytes);
-  if (_block == nullptr) return;
-  _block->bitrate.store(bit_rate_bps, std::memory_order_relaxed);
-  _block->qp_reported.store(qp, std::memory_order_relaxed);
-  // The one writer of the count: no locked instruction needed. Runs over like every running count.
-  const auto done = static_cast<std::uint32_t>(_block->frame_count.load(std::memory_order_relaxed));
-  _block->frame_count.store(static_cast<std::int32_t>(done + 1), std::memory_order_relaxed);
 }
 
 }  // namespace tessel::rtos

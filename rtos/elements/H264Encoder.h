@@ -14,36 +14,17 @@
 #pragma once
 
 #include <cstdint>
-#include <deque>
 #include <memory>
 #include <string>
 
+#include "ConstantRate.h"
 #include "Element.h"
-#include "RateController.h"
+#include "EncoderReport.h"
 
 struct x264_t;
 
 namespace tessel::rtos {
 
-// Bits over the last second of captured time. One thread.
-class BitRateMeter {
- public:
-  // Counts a unit in and returns bits/s, 0 until a whole second was seen.
-  int Add(std::int64_t time_ns, std::size_t bytes);
-  void Reset();
-
- private:
-  struct Entry {
-    std::int64_t time_ns;
-    std::size_t bytes;
-  };
-  std::deque<Entry> _entries;  // of the last second
-  std::int64_t _first_ns = 0;
-  std::size_t _bytes = 0;  // sum of _entries
-};
-
-// Where the block says 0, the encoder's own values hold: 1 Mbit/s, 50 kbit/s to 2 Mbit/s, QP 10
-// to 50.
 class H264Encoder : public Element {
  public:
   [[nodiscard]] bool Open(const Context& context, const AttrSet& params, Media& media,
@@ -51,6 +32,7 @@ class H264Encoder : public Element {
   // The next picture is an IDR picture.
   void Start() override;
   Verdict Process(Unit& unit) override;
+  void Follow(QpPolicy& policy) override { _policy = &policy; }
 
  private:
   enum class Kind { kIdr, kIntra, kInter };
@@ -62,9 +44,8 @@ class H264Encoder : public Element {
   bool OpenLibrary(const Media& media, std::string& error);
   bool Describe(Media& media, std::string& error) const;
   Kind NextKind(const RateControl& control);
-  int ChooseQp(const RateControl& control, Kind kind, const Unit& unit);
-  Verdict Encode(Unit& unit, Kind kind, int qp);
-  void Report(const Unit& unit, int qp);
+  int ChooseQp(const Unit& unit, Kind kind);
+  Verdict Encode(Unit& unit, Kind kind);
 
   // Constant after Open.
   std::string _gop_type = "IPPP";
@@ -73,11 +54,12 @@ class H264Encoder : public Element {
   int _frames_per_second = 0;
   VbrcBlock* _block = nullptr;  // borrows for its lifetime; null: steered by the parameters
   std::unique_ptr<x264_t, Close> _encoder;
-  std::unique_ptr<RateController> _rate;
+  std::unique_ptr<ConstantRate> _own_policy;
+  QpPolicy* _policy = nullptr;  // its own, or that of an element behind
 
   // Chain's thread only.
   ComplexityMeter _complexity;
-  BitRateMeter _meter;
+  EncoderReport _report;
   bool _wants_idr = true;
   bool _knows_requests = false;
   std::uint32_t _requests = 0;  // key-frame requests seen

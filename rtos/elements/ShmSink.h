@@ -19,6 +19,10 @@ class ShmSink : public Element {
   std::span<std::uint8_t> Reserve() { return _producer->Reserve(); }
   bool WaitForRoom() { return _producer->WaitForRoom(); }
   void CountDropped() { _producer->CountDropped(); }
+  void CountPassedOver(Verdict reason) {
+    reason == Verdict::kThin ? _producer->CountThinned() : _producer->CountUntriggered();
+  }
+  link::SessionCounters Counters() const { return _producer->Counters(); }  // any thread
   void Interrupt() { _producer->Interrupt(); }
   void Resume() { _producer->Resume(); }
 

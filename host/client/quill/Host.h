@@ -101,9 +101,12 @@ struct StreamCounters {
   std::string session;          // the session's name
   std::uint64_t made = 0;       // units published by the real-time side
   std::uint64_t delivered = 0;  // of these, taken by this side
-  std::uint64_t dropped = 0;    // captured, but there was no free slot
-  std::uint64_t refused = 0;    // descriptors that failed their check
-  std::uint64_t held = 0;       // delivered and not given back yet
+  // Captures that came to nothing, by reason.
+  std::uint64_t dropped = 0;      // there was no free slot
+  std::uint64_t thinned = 0;      // they would have exceeded the frame rate
+  std::uint64_t untriggered = 0;  // nothing had asked for them
+  std::uint64_t refused = 0;      // descriptors that failed their check
+  std::uint64_t held = 0;         // delivered and not given back yet
 };
 // The streams of this process whose memory is still in use, open ones first. Any thread.
 QUILL_PUBLIC std::vector<StreamCounters> Streams();

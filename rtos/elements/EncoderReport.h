@@ -1,0 +1,40 @@
+// What every encoder tells through the rate-control block.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+
+#include "Element.h"
+
+namespace tessel::rtos {
+
+// Bits over the last second of captured time. One thread.
+class BitRateMeter {
+ public:
+  // Counts a unit in and returns bits/s, 0 until a whole second was seen.
+  int Add(std::int64_t time_ns, std::size_t bytes);
+  void Reset();
+
+ private:
+  struct Entry {
+    std::int64_t time_ns;
+    std::size_t bytes;
+  };
+  std::deque<Entry> _entries;  // of the last second
+  std::int64_t _first_ns = 0;
+  std::size_t _bytes = 0;  // sum of _entries
+};
+
+// One thread.
+class EncoderReport {
+ public:
+  // Measures anew.
+  void Start() { _meter.Reset(); }
+  // Tells of a finished unit, its QP and the bit rate with it. Without a block nobody is told.
+  void Tell(const Unit& unit, VbrcBlock* block);
+
+ private:
+  BitRateMeter _meter;
+};
+
+}  // namespace tessel::rtos
