@@ -10,7 +10,23 @@
 
 namespace tessel::api::streaming::common {
 
-class TESSEL_PUBLIC IStreamOutput : public virtual IStreamControl {
+// Client's thread.
+class TESSEL_PUBLIC IStreamLifecycle {
+ public:
+  virtual ~IStreamLifecycle() = default;
+
+  // null -> ready: creates the chain on the real-time side. A second call changes nothing.
+  virtual bool Open() = 0;
+  // any -> null: ends waiting pulls, destroys the chain. Frames still held stay readable.
+  virtual bool Close() = 0;
+  // ready -> play.
+  virtual bool Start() = 0;
+  // play -> ready: ends waiting pulls; after it has returned no output callback runs, unless it was
+  // called from inside one.
+  virtual bool Stop() = 0;
+};
+
+class TESSEL_PUBLIC IStreamOutput : public virtual IStreamControl, public virtual IStreamLifecycle {
  public:
   virtual bool IsSupportedPullFrame() const = 0;
   virtual bool IsSupportedOutputFrameCallback() const = 0;
@@ -28,16 +44,6 @@ class TESSEL_PUBLIC IStreamOutput : public virtual IStreamControl {
   virtual bool RegisterOutputCallback(const std::function<bool(std::shared_ptr<frame_t>&)>& cb) = 0;
 
   virtual std::string GetMediaInfo() const = 0;
-
-  // null -> ready: creates the chain on the real-time side. A second call changes nothing.
-  virtual bool Open() = 0;
-  // any -> null: ends waiting pulls, destroys the chain. Frames still held stay readable.
-  virtual bool Close() = 0;
-  // ready -> play.
-  virtual bool Start() = 0;
-  // play -> ready: ends waiting pulls; after it has returned no output callback runs, unless it was
-  // called from inside one.
-  virtual bool Stop() = 0;
 };
 
 }  // namespace tessel::api::streaming::common

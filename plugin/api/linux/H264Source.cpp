@@ -2,6 +2,8 @@
 
 #include "quill/Debug.h"
 
+#include "common/Layout.h"
+
 namespace tessel::dualos {
 
 using quill::stream::At;
@@ -45,15 +47,10 @@ void H264Source::Trigger() {}
 std::string H264Source::AppStringCreate0() {
   // Without its block there is nothing to describe; the empty chain makes the opening fail.
   if (Failed(!_vbrc, "!_vbrc")) return "";
-  const std::string vbrc = quill::base::ToString<const void*>(_vbrc);
-  quill::base::ostream_string layout;
-  layout << "type=pipeline,layout={pv-yuv-src-adv:w=" << _h264.width << ",h=" << _h264.height;
-  layout << "+h264-encoder-dma:name=h264,goptype=" << _h264.goptype << ",gop=" << _h264.gop
-         << ",qp=" << _vbrc->qp.load(kRelaxed) << ",vbrc=" << vbrc
-         << ",fr=" << _vbrc->framerate_max.load(kRelaxed);
-  layout << ",clk=400000+ShmSink:name=shmsink,session_name=" << _session_name << ",init=true}";
-  Trace("", layout.str());
-  return layout.str();
+  const std::string layout =
+      Layout(*_vbrc, _h264.width, _h264.height).H264Encoder(_h264).ShmSink(_session_name);
+  Trace("", layout);
+  return layout;
 }
 
 bool H264Source::CbOpen(quill::base::object* sink, quill::stream::IMedia* media) {

@@ -2,7 +2,14 @@
 // the host asks. Registration runs on the host's loading thread.
 #include "Catalogue.h"
 #include "H264Source.h"
+#include "H264SourceTrigger.h"
+#include "H264SourceVbrc.h"
+#include "H264SourceVbrcTrigger.h"
+#include "JpegSource.h"
+#include "JpegSourceTrigger.h"
 #include "quill/Factory.h"
+#include "YuvSource.h"
+#include "YuvSourceFake.h"
 
 namespace tessel::dualos {
 namespace {
@@ -22,13 +29,47 @@ IClass* EnterSource(const char* name) {
   return TClass<bool>::Enter<Class>(name);
 }
 
+// What a source can deliver, attached as a `std::vector` of its media records.
+template <typename MediaInfo>
+void TagFormats(IClass& record) {
+  using List = std::vector<MediaInfo>;
+  record.Tags(new List{MediaInfo()}, &typeid(List),
+              [](void* list) { delete static_cast<List*>(list); });
+}
+
+using api::streaming::common::YuvMediaInfo;
+
 // In the order of registration.
 constexpr CatalogueRow kCatalogue[] = {
+    {"ApiJpegSourceCbrc1", "ApiJpegSource-dualos-cbrc-push", "ApiJpegSource-dualos-cbrc-pull",
+     &EnterSource<JpegSource>, nullptr},
+    {"ApiJpegSourceTrigger1", "ApiJpegSourceTrigger-dualos-trigger-push",
+     "ApiJpegSourceTrigger-dualos-trigger-pull", &EnterSource<JpegSourceTrigger>, nullptr},
     {"ApiH264SourceCbrc1", "ApiH264Source-dualos-cbrc-push", "ApiH264Source-dualos-cbrc-pull",
      &EnterSource<H264Source>, nullptr},
+    {"ApiH264SourceTrigger1", "ApiH264SourceTrigger-dualos-trigger-push",
+     "ApiH264SourceTrigger-dualos-trigger-pull", &EnterSource<H264SourceTrigger>, nullptr},
+    {"ApiH264SourceVbrc1", "ApiH264Source-vbrc-dualos-push", "ApiH264Source-vbrc-dualos-pull",
+     &EnterSource<H264SourceVbrc>, nullptr},
+    {"ApiH264SourceVbrcTrigger1", "ApiH264Source-dualos-vbrc-trigger-push",
+     "ApiH264Source-dualos-vbrc-trigger-pull", &EnterSource<H264SourceVbrcTrigger>, nullptr},
+    {"ApiYuvSource1", "ApiYuvSource-dualos-push", "ApiYuvSource-dualos-pull",
+     &EnterSource<YuvSource>, &TagFormats<YuvMediaInfo>},
+    {"ApiYuvSourceFake1", "ApiYuvSource-dualos-push-fake", "ApiYuvSource-dualos-pull-fake",
+     &EnterSource<YuvSourceFake>, &TagFormats<YuvMediaInfo>},
 };
 
-enum Row { kH264Source, kRows };
+enum Row {
+  kJpegSource,
+  kJpegSourceTrigger,
+  kH264Source,
+  kH264SourceTrigger,
+  kH264SourceVbrc,
+  kH264SourceVbrcTrigger,
+  kYuvSource,
+  kYuvSourceFake,
+  kRows
+};
 static_assert(std::size(kCatalogue) == kRows, "a name for each row");
 
 }  // namespace
@@ -44,17 +85,49 @@ void Register(const CatalogueRow& row) {
 
 }  // namespace tessel::dualos
 
+namespace {
+
+void RegisterRow(tessel::dualos::Row row) {
+  tessel::dualos::Register(tessel::dualos::kCatalogue[row]);
+}
+
+}  // namespace
+
 // The plug-in's exported names; they are the host's conventions.
 extern "C" {
 
 TESSEL_PUBLIC const char* __MODULE_string =  // NOLINT(bugprone-reserved-identifier)
     tessel::dualos::kModuleString;
 
-TESSEL_PUBLIC void RegisterApiH264Source(const char*) {
-  tessel::dualos::Register(tessel::dualos::kCatalogue[tessel::dualos::kH264Source]);
+TESSEL_PUBLIC void RegisterApiJpegSource(const char*) { RegisterRow(tessel::dualos::kJpegSource); }
+TESSEL_PUBLIC void RegisterApiJpegSourceTrigger(const char*) {
+  RegisterRow(tessel::dualos::kJpegSourceTrigger);
+}
+TESSEL_PUBLIC void RegisterApiH264Source(const char*) { RegisterRow(tessel::dualos::kH264Source); }
+TESSEL_PUBLIC void RegisterApiH264SourceTrigger(const char*) {
+  RegisterRow(tessel::dualos::kH264SourceTrigger);
+}
+TESSEL_PUBLIC void RegisterApiH264SourceVbrc(const char*) {
+  RegisterRow(tessel::dualos::kH264SourceVbrc);
+}
+TESSEL_PUBLIC void RegisterApiH264SourceVbrcTrigger(const char*) {
+  RegisterRow(tessel::dualos::kH264SourceVbrcTrigger);
+}
+TESSEL_PUBLIC void RegisterApiYuvSource(const char*) { RegisterRow(tessel::dualos::kYuvSource); }
+TESSEL_PUBLIC void RegisterApiYuvSourceFake(const char*) {
+  RegisterRow(tessel::dualos::kYuvSourceFake);
 }
 
-TESSEL_PUBLIC void RegisterPluginApiStreaming(const char*) { RegisterApiH264Source(nullptr); }
+TESSEL_PUBLIC void RegisterPluginApiStreaming(const char*) {
+  RegisterApiJpegSource(nullptr);
+  RegisterApiJpegSourceTrigger(nullptr);
+  RegisterApiH264Source(nullptr);
+  RegisterApiH264SourceTrigger(nullptr);
+  RegisterApiH264SourceVbrc(nullptr);
+  RegisterApiH264SourceVbrcTrigger(nullptr);
+  RegisterApiYuvSource(nullptr);
+  RegisterApiYuvSourceFake(nullptr);
+}
 
 TESSEL_PUBLIC int __cb_register_PluginApiStreaming =  // NOLINT(bugprone-reserved-identifier)
     quill::base::ReflectAdd(&RegisterPluginApiStreaming, 0, "PluginApiStreaming",

@@ -1,0 +1,22 @@
+// A source of raw pictures.
+#pragma once
+
+#include "tessel/IStreamOutput.h"
+#include "tessel/IYuvDevice.h"
+
+namespace tessel::api::streaming {
+
+// Each frame is one picture, its planes one behind the other without gaps. The order of declaration
+// is the order of the slots, those of IStreamControl and IStreamOutput in front.
+class TESSEL_PUBLIC IYuvSource : public virtual common::IStreamOutput,
+                                 public virtual common::IYuvDevice {
+ public:
+  virtual void SelectSensor(int index) = 0;
+  void SetFrameRate(int frames_per_second) override = 0;
+  bool Open() override = 0;
+  bool Close() override = 0;
+  bool Start() override = 0;
+  bool Stop() override = 0;
+};
+
+}  // namespace tessel::api::streaming

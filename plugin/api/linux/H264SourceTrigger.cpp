@@ -1,0 +1,28 @@
+#include "H264SourceTrigger.h"
+
+#include "quill/Debug.h"
+
+#include "common/Layout.h"
+
+namespace tessel::dualos {
+
+using quill::stream::Failed;
+using quill::stream::Trace;
+
+void H264SourceTrigger::Trigger() {
+  Trace("");
+  if (Failed(!_vbrc, "!_vbrc")) return;
+  _vbrc->trigger_req.fetch_add(1, std::memory_order_relaxed);
+}
+
+std::string H264SourceTrigger::AppStringCreate0() {
+  if (Failed(!_vbrc, "!_vbrc")) return "";
+  const std::string layout = Layout(*_vbrc, _h264.width, _h264.height)
+                                 .FrameTrigger()
+                                 .H264Encoder(_h264)
+                                 .ShmSink(_session_name);
+  Trace("", layout);
+  return layout;
+}
+
+}  // namespace tessel::dualos

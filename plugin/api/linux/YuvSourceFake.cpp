@@ -1,0 +1,137 @@
+#include "YuvSourceFake.h"
+
+#include "quill/Debug.h"
+
+namespace tessel::dualos {
+
+using quill::stream::At;
+using quill::stream::Failed;
+using std::chrono::nanoseconds;
+
+namespace {
+
+constexpr nanoseconds kSecond = std::chrono::seconds(1);
+// A pull that is due in less than this is not waited for.
+constexpr nanoseconds kTolerance = std::chrono::milliseconds(10);
+
+// Not cleared: nobody reads a picture from it.
+std::unique_ptr<std::uint32_t[]> MakeBuffer(int size_bytes) {
+  return std::unique_ptr<std::uint32_t[]>(new std::uint32_t[static_cast<unsigned>(size_bytes) / 4]);
+}
+
+const std::uint8_t* BytesOf(const std::uint32_t* words) {
+  return reinterpret_cast<const std::uint8_t*>(words);
+}
+
+template <typename Value>
+void Notice(const At& name, const Value& value) {
+  if (!quill::stream::__dbg_couts[quill::stream::kTrace]->IsEnabled()) return;
+  quill::base::ostream_string message;
+  message << name.text << value;
+  quill::stream::WriteLine(quill::stream::kTrace, quill::stream::kMagenta, name, message.str());
+}
+
+}  // namespace
+
+YuvSourceFake::YuvSourceFake(bool pullMode) : _pullmode(pullMode) {}
+
+YuvSourceFake::~YuvSourceFake() {
+  if (_worker != nullptr) YuvSourceFake::Stop();
+}
+
+void YuvSourceFake::RegisterMessageCallback(const std::function<bool(const char*)>&) {}
+
+bool YuvSourceFake::SendMessage(const char*) { return true; }
+
+bool YuvSourceFake::IsSupportedPullFrame() const { return _pullmode; }
+
+bool YuvSourceFake::IsSupportedOutputFrameCallback() const { return !_pullmode; }
+
+bool YuvSourceFake::RegisterOutputCallback(const OutputCallback& cb) {
+  _callbacks.push_back(std::make_unique<const OutputCallback>(cb));
+  _output.store(cb ? _callbacks.back().get() : nullptr, std::memory_order_release);
+  return !_pullmode;
+}
+
+std::string YuvSourceFake::GetMediaInfo() const { return _media_info; }
+
+void YuvSourceFake::SelectSensor(int index) { _sensor = index; }
+
+void YuvSourceFake::SetFrameRate(int frames_per_second) {
+  // There is no schedule for it.
+  if (Failed(frames_per_second < 1, "frames_per_second < 1", frames_per_second)) return;
+  _frame_rate.store(frames_per_second, std::memory_order_relaxed);
+}
+
+bool YuvSourceFake::Open() {
+  Notice("_yuv.width=", _yuv.width);
+  Notice("_yuv.height=", _yuv.height);
+  Notice("_yuv.format=", _yuv.format);
+  return true;
+}
+
+bool YuvSourceFake::Close() { return true; }
+
+bool YuvSourceFake::Start() {
+  if (_pullmode) return true;
+  // One that was stopped from inside its own callback is over, and only to be waited for.
+  if (_worker != nullptr && !_running.load()) _worker->join();
+  _running.store(true);
+  _worker = std::make_unique<std::thread>([this] { Loop(); });
+  return true;
+}
+
+bool YuvSourceFake::Stop() {
+  if (_output.load(std::memory_order_relaxed) == nullptr || _worker == nullptr) return true;
+  _running.store(false);
+  if (_worker->get_id() == std::this_thread::get_id()) return true;  // joined by the next call
+  if (_worker->joinable()) _worker->join();
+  _worker.reset();
+  return true;
+}
+
+// In whole nanoseconds, by the rate of the moment.
+nanoseconds YuvSourceFake::DueAfter(std::int64_t frames) const {
+  return nanoseconds(frames * kSecond.count() / _frame_rate.load(std::memory_order_relaxed));
+}
+
+void YuvSourceFake::Loop() {
+  const Clock::time_point start = Clock::now();
+  const int size_bytes = _yuv.bufferSize;
+  const std::unique_ptr<std::uint32_t[]> buffer = MakeBuffer(size_bytes);
+  Clock::time_point due = start;
+  for (std::int64_t n = 0; _running.load();) {
+    // Pairs with the release in RegisterOutputCallback: the callback is whole.
+    if (const OutputCallback* output = _output.load(std::memory_order_acquire)) {
+      auto frame = std::make_shared<frame_t>();
+      frame->seq = static_cast<std::uint32_t>(n);
+      frame->data = BytesOf(buffer.get());
+      frame->size = static_cast<std::uint32_t>(size_bytes);
+      frame->isKey = true;
+      frame->timestamp = due.time_since_epoch().count();
+      (*output)(frame);
+    }
+    due = start + DueAfter(++n);
+    std::this_thread::sleep_until(due);
+  }
+}
+
+bool YuvSourceFake::PullFrame(std::shared_ptr<frame_t>& frame, bool) {
+  if (Failed(!_pullmode, "!_pullmode")) return false;
+  if (_pull_base == Clock::time_point::min()) _pull_base = Clock::now();
+  const int count = _pull_count.fetch_add(1, std::memory_order_relaxed);
+  const Clock::time_point due = _pull_base + DueAfter(count);
+  if (due - Clock::now() > kTolerance) std::this_thread::sleep_until(due);
+  auto pulled = std::make_shared<frame_t>();
+  std::uint32_t* words = MakeBuffer(_yuv.bufferSize).release();
+  pulled->seq = static_cast<std::uint32_t>(count);
+  pulled->data = BytesOf(words);
+  pulled->size = static_cast<std::uint32_t>(_yuv.bufferSize);
+  pulled->isKey = true;
+  pulled->timestamp = due.time_since_epoch().count();
+  pulled->release = [words] { delete[] words; };
+  frame = std::move(pulled);
+  return true;
+}
+
+}  // namespace tessel::dualos

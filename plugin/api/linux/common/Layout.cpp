@@ -1,0 +1,71 @@
+#include "Layout.h"
+
+namespace tessel::dualos {
+
+using quill::stream::VbrcBlock;
+
+namespace {
+
+int Read(const VbrcBlock::Word& word) { return word.load(std::memory_order_relaxed); }
+
+}  // namespace
+
+Layout::Layout(const VbrcBlock& block, int width, int height)
+    : _block(&block), _address(quill::base::ToString<const void*>(&block)) {
+  Camera(width, height);
+}
+
+Layout::Layout(int width, int height, const std::string& format) : _block(nullptr) {
+  Camera(width, height);
+  _text << ",fmt=" << format;
+}
+
+void Layout::Camera(int width, int height) {
+  _text << "type=pipeline,layout={pv-yuv-src-adv:w=" << width << ",h=" << height;
+}
+
+Layout& Layout::FrameTrigger() {
+  _text << "+FrameTrigger:name=trig,vbrc=" << _address;
+  return *this;
+}
+
+Layout& Layout::FrameDroper() {
+  _text << "+FrameDroper:name=fdrop,vbrc=" << _address;
+  return *this;
+}
+
+Layout& Layout::H264Encoder(const api::streaming::common::H264MediaInfo& info) {
+  _text << "+h264-encoder-dma:name=h264,goptype=" << info.goptype << ",gop=" << info.gop
+        << ",qp=" << Read(_block->qp);
+  EncoderClock();
+  return *this;
+}
+
+Layout& Layout::JpegEncoderDma() {
+  _text << "+jpeg-encoder-dma:name=jpeg,qp=" << Read(_block->qp);
+  EncoderClock();
+  return *this;
+}
+
+// Takes no quantiser here: it reads the block's.
+Layout& Layout::JpegEncoder() {
+  _text << "+jpeg-encoder:name=jpeg";
+  EncoderClock();
+  return *this;
+}
+
+void Layout::EncoderClock() {
+  _text << ",vbrc=" << _address << ",fr=" << Read(_block->framerate_max) << ",clk=400000";
+}
+
+Layout& Layout::H264VBrc() {
+  _text << "+H264VBrc:name=vbrc,vbrc=" << _address;
+  return *this;
+}
+
+std::string Layout::ShmSink(const std::string& session_name) {
+  _text << "+ShmSink:name=shmsink,session_name=" << session_name << ",init=true}";
+  return _text.str();
+}
+
+}  // namespace tessel::dualos
