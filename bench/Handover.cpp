@@ -214,7 +214,8 @@ int RunFarSide(int connection) {
   if (g_work.pin) PinTo(0);
   g_meeting = MapMeeting(g_work.stats_fd);
   if (g_meeting == nullptr) return EXIT_FAILURE;
-  Connection(tessel::link::UniqueFd(connection), kElements).Serve();
+  Directory directory;
+  Connection(tessel::link::UniqueFd(connection), kElements, directory).Serve();
   return EXIT_SUCCESS;
 }
 

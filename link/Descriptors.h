@@ -1,9 +1,10 @@
 // Owned file descriptors, and the bell that wakes the other side.
 #pragma once
 
-#include <chrono>
 #include <cstdint>
 #include <utility>
+
+#include "Clock.h"
 
 namespace tessel::link {
 
@@ -48,19 +49,18 @@ class Bell {
 // the look, as they are under a flood of frames. A paced stream, whose waits are long, never looks.
 class AdaptiveLook {
  public:
-  static constexpr std::int64_t kLongest_ns = 20'000;
+  // `longest_ns`: of a look.
+  explicit AdaptiveLook(std::int64_t longest_ns = 20'000) : _longest_ns(longest_ns) {}
 
-  // Calls `ready` for at most kLongest_ns; true when it returned true.
+  // Calls `ready` for at most the longest look; true when it returned true.
   template <typename Ready>
   bool Look(Ready&& ready);
   // A wait has begun / has ended.
-  void Begin() { _began_ns = Now(); }
-  void End() { _is_worth_it = Now() - _began_ns < kLongest_ns; }
+  void Begin() { _began_ns = NowNs(); }
+  void End() { _is_worth_it = NowNs() - _began_ns < _longest_ns; }
 
  private:
-  static std::int64_t Now() {
-    return std::chrono::steady_clock::now().time_since_epoch() / std::chrono::nanoseconds(1);
-  }
+  std::int64_t _longest_ns;
   std::int64_t _began_ns = 0;
   bool _is_worth_it = true;
 };
@@ -68,7 +68,7 @@ class AdaptiveLook {
 template <typename Ready>
 bool AdaptiveLook::Look(Ready&& ready) {
   if (!_is_worth_it) return false;
-  while (Now() - _began_ns < kLongest_ns) {
+  while (NowNs() - _began_ns < _longest_ns) {
     for (int i = 0; i < 16; ++i) {  // the clock is dearer than a look
       if (ready()) return true;
 #if defined(__x86_64__)

@@ -27,6 +27,9 @@ class SessionConsumer {
   // Lets the producer use the slot of a frame that Next() returned again.
   void GiveBack(std::uint16_t slot);
 
+  // For streams without a clock: a look before sleeping as long as making a large picture takes,
+  // since waking this side would hold the producer up. Before the first Wait().
+  void LookLonger() { _look = AdaptiveLook(200'000); }
   void Interrupt();  // ends Wait() until Resume()
   void Resume() { _interrupted.store(false, std::memory_order_relaxed); }
   bool IsInterrupted() const { return _interrupted.load(std::memory_order_acquire); }

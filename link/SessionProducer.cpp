@@ -4,6 +4,11 @@
 #include <bit>
 
 namespace tessel::link {
+namespace {
+
+constexpr std::size_t kLargeSlotBytes = std::size_t{1} << 20;  // two of them fill a core's cache
+
+}  // namespace
 
 std::unique_ptr<SessionProducer> SessionProducer::Create(std::span<std::byte> area, Bell frame_bell,
                                                          Bell room_bell) {
@@ -43,6 +48,9 @@ bool SessionProducer::Collect() {
 
 std::span<std::uint8_t> SessionProducer::Reserve() {
   if (_reserved < 0) {
+    // Large slots are collected at once: going through all of them would find each one cold, and
+    // writing a picture then takes three times as long. For small ones the word costs more.
+    if (_slot_bytes >= kLargeSlotBytes) Collect();
     if (_free == 0 && !Collect()) return {};
     _reserved = std::countr_zero(_free);  // the lowest: it was used last and is warm in the cache
     _free &= _free - 1;

@@ -1,7 +1,9 @@
 #include "Application.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
+#include <cstring>
 #include <system_error>
 
 #include <pthread.h>
@@ -39,6 +41,38 @@ std::string OfElement(const std::string& class_name, const std::string& reason) 
 const ElementRow* FindRow(std::span<const ElementRow> elements, const std::string& name) {
   for (const ElementRow& row : elements) {
     if (name == row.name) return &row;
+  }
+  return nullptr;
+}
+
+enum class Use { kSetting, kRequest, kReport };
+
+// Words of the rate-control block, under the names that watchers know them by.
+struct ControlWord {
+  const char* name;
+  VbrcBlock::Word VbrcBlock::*member;
+  Use use;
+};
+constexpr ControlWord kControlWords[] = {
+    {"bitrate", &VbrcBlock::bitrate, Use::kReport},
+    {"bitrate_target", &VbrcBlock::bitrate_target, Use::kSetting},
+    {"bitrate_min", &VbrcBlock::bitrate_min, Use::kSetting},
+    {"bitrate_max", &VbrcBlock::bitrate_max, Use::kSetting},
+    {"framerate", &VbrcBlock::framerate, Use::kSetting},
+    {"framerate_min", &VbrcBlock::framerate_min, Use::kSetting},
+    {"framerate_max", &VbrcBlock::framerate_max, Use::kSetting},
+    {"qp", &VbrcBlock::qp, Use::kSetting},
+    {"qp_min", &VbrcBlock::qp_min, Use::kSetting},
+    {"qp_max", &VbrcBlock::qp_max, Use::kSetting},
+    {"qp_reported", &VbrcBlock::qp_reported, Use::kReport},
+    {"keyframe_req", &VbrcBlock::keyframe_req, Use::kRequest},
+    {"trigger_req", &VbrcBlock::trigger_req, Use::kRequest},
+    {"frame_count", &VbrcBlock::frame_count, Use::kReport},
+};
+
+const ControlWord* FindWord(const std::string& name) {
+  for (const ControlWord& word : kControlWords) {
+    if (name == word.name) return &word;
   }
   return nullptr;
 }
@@ -82,6 +116,7 @@ bool Application::Build(const AttrSet& description, std::span<const ElementRow> 
       // The rate asked of the encoder is the rate at which the source captures.
       wanted.params.Get("fr", _frames_per_second);
     }
+    wanted.params.Get("session_name", _session_name);
     if (_block == nullptr && wanted.params.Get("vbrc") != nullptr) {
       _block = Block(wanted.params.Get("vbrc"), error);
       if (_block == nullptr) {
@@ -154,6 +189,7 @@ bool Application::SetStatus(const std::string& status, std::string& error) {
     return false;
   }
   if (_thread.joinable()) return true;
+  _is_playing = true;
   _is_stopping = false;  // no thread is there to see it
   _sink->Resume();
   try {
@@ -177,6 +213,70 @@ void Application::StopThread() {
   }
   _sink->Interrupt();
   _thread.join();
+  _is_playing = false;
+}
+
+bool Application::Has(const char* class_name) const {
+  return std::any_of(_chain.begin(), _chain.end(),
+                     [&](const Link& link) { return link.class_name == class_name; });
+}
+
+AttrSet Application::Overview() const {
+  AttrSet overview;
+  std::string chain;
+  for (const Link& link : _chain) chain += (chain.empty() ? "" : "+") + link.class_name;
+  overview.Add("chain", chain);
+  overview.Add("session", _session_name);
+  overview.Add("status", _is_playing ? "play" : "ready");
+  AttrSet media = _media.description;
+  media.Remove("header");  // only a decoder wants to see it
+  overview.Add("media", media.ToString(false));
+  const link::SessionCounters counters = _sink->Counters();
+  overview.Add("made", counters.made);
+  overview.Add("delivered", counters.delivered);
+  overview.Add("dropped", counters.dropped);
+  overview.Add("thinned", counters.thinned);
+  overview.Add("untriggered", counters.untriggered);
+  overview.Add("refused", counters.refused);
+  overview.Add("held", counters.held);
+  if (_block == nullptr) return overview;
+  AttrSet control;
+  for (const ControlWord& word : kControlWords) {
+    control.Add(word.name, (_block->*word.member).load(std::memory_order_relaxed));
+  }
+  overview.Add("control", control.ToString(false));
+  return overview;
+}
+
+bool Application::SetWord(const std::string& name, int value, std::string& error) {
+  const ControlWord* word = FindWord(name);
+  if (word == nullptr || word->use != Use::kSetting) {
+    error = "\"" + name + "\" is nothing that can be set";
+    return false;
+  }
+  if (_block == nullptr) {
+    error = "the stream has no rate control";
+    return false;
+  }
+  (_block->*word->member).store(value, std::memory_order_relaxed);
+  return true;
+}
+
+bool Application::CountRequest(const std::string& name, std::string& error) {
+  const ControlWord* word = FindWord(name);
+  if (word == nullptr || word->use != Use::kRequest) {
+    error = "\"" + name + "\" is nothing that can be requested";
+    return false;
+  }
+  const char* codec = _media.description.Get("codec");
+  const bool has_keys = codec != nullptr && std::strcmp(codec, "h264") == 0;
+  if (name == "keyframe_req" ? !has_keys : !Has("FrameTrigger")) {
+    error = name == "keyframe_req" ? "the stream has no key frames to ask for"
+                                   : "the stream is not one of single frames";
+    return false;
+  }
+  (_block->*word->member).fetch_add(1, std::memory_order_relaxed);
+  return true;
 }
 
 void Application::ReadControl(Unit& unit) const {

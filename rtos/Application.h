@@ -52,6 +52,14 @@ class Application : private Context, private StopSignal {
   // What the chain delivers.
   const AttrSet& Description() const { return _media.description; }
 
+  // What it is and how it goes: "chain", "session", "status", "media={…}", the session's counters
+  // and, for a chain with a rate-control block, "control={…}". Any thread.
+  AttrSet Overview() const;
+  // Steering by others than its client: stores a word of the rate-control block, or counts a
+  // request up. False with `error` when this chain has no use for it. Any thread.
+  bool SetWord(const std::string& word, int value, std::string& error);
+  bool CountRequest(const std::string& word, std::string& error);
+
  private:
   struct Link {
     std::string class_name;
@@ -79,6 +87,7 @@ class Application : private Context, private StopSignal {
   bool Reserve(Unit& unit);
   void ReadControl(Unit& unit) const;
   void StopThread();
+  bool Has(const char* class_name) const;
 
   const link::SharedWindow& _window;
   const std::uint64_t _linux_base;
@@ -91,6 +100,7 @@ class Application : private Context, private StopSignal {
   Source* _source = nullptr;    // the first of _chain
   ShmSink* _sink = nullptr;     // the last of _chain
   VbrcBlock* _block = nullptr;  // of the first element that names one
+  std::string _session_name;
   Media _media;
   int _frames_per_second = 30;
   std::optional<Colours> _encoder_wants;
@@ -99,6 +109,7 @@ class Application : private Context, private StopSignal {
   std::thread _thread;
   std::mutex _mutex;
   std::condition_variable _stopped;
+  std::atomic<bool> _is_playing{false};
   std::atomic<bool> _is_stopping{false};  // written under _mutex, for whoever sleeps on _stopped
 };
 

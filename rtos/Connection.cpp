@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include "quill/ostream_string.h"
@@ -28,13 +29,22 @@ Board ReadBoard(const char* text) {
   return board;
 }
 
+pid_t PeerOf(int socket_fd) {
+  ucred peer = {};
+  socklen_t size_bytes = sizeof peer;
+  return getsockopt(socket_fd, SOL_SOCKET, SO_PEERCRED, &peer, &size_bytes) == 0 ? peer.pid : 0;
+}
+
 }  // namespace
 
-Connection::Connection(link::UniqueFd socket, std::span<const ElementRow> elements)
+Connection::Connection(link::UniqueFd socket, std::span<const ElementRow> elements,
+                       Directory& directory)
     : _socket(std::move(socket)),
       _elements(elements),
-      // No handle of one process is a handle of the next.
-      _last_handle(static_cast<std::uint64_t>(getpid()) << 24) {}
+      _directory(directory),
+      _client(PeerOf(_socket.Get())) {}
+
+void Connection::Hangup() const { shutdown(_socket.Get(), SHUT_RDWR); }
 
 void Connection::Serve() {
   WireMessage message;
@@ -54,6 +64,7 @@ void Connection::Serve() {
     Send(WireMessage::kAnswer, message.number, answer);
   }
   _applications.clear();
+  _window.reset();  // frames of a client that is gone take memory
 }
 
 void Connection::Send(WireMessage::Kind kind, std::uint32_t number, const AttrSet& body) const {
@@ -73,6 +84,9 @@ bool Connection::Handle(const AttrSet& request, Fds& fds, AttrSet& answer, std::
   if (command == "tesselMedia") return Describe(request, answer, error);
   if (command == "tesselStatus") return SetStatus(request, error);
   if (command == "tesselDestroy") return Destroy(request, error);
+  if (command == "tesselList") return answer.Add("streams", _directory.List().ToString(false));
+  if (command == "tesselSet") return SetWord(request, error);
+  if (command == "tesselRequest") return CountRequest(request, error);
   error = "no command \"" + command + "\"";
   return false;
 }
@@ -139,7 +153,7 @@ bool Connection::ReadGrants(const AttrSet& request, Fds& fds, Grants& grants,
 bool Connection::Create(const AttrSet& request, Fds& fds, AttrSet& answer, std::string& error) {
   Grants grants;
   if (!ReadGrants(request, fds, grants, error)) return false;
-  const std::uint64_t handle = ++_last_handle;
+  const std::uint64_t handle = _directory.NewHandle();
   const auto report = [this, handle](const char* kind, const std::string& text) {
     AttrSet event;
     event.Add("event", kind);
@@ -153,7 +167,8 @@ bool Connection::Create(const AttrSet& request, Fds& fds, AttrSet& answer, std::
   if (application == nullptr) return false;
   const char* wanted = request.Get("status");
   if (wanted != nullptr && !application->SetStatus(wanted, error)) return false;
-  _applications[handle] = std::move(application);
+  auto listing = _directory.Add(handle, *application, _client);
+  _applications.emplace(handle, Listed{std::move(application), std::move(listing)});
   return answer.Add("object_base", HandleText(handle));
 }
 
@@ -162,7 +177,7 @@ Application* Connection::Find(const AttrSet& request, std::uint64_t& handle,
   const char* text = request.Get("object_base");
   handle = text == nullptr ? 0 : std::strtoull(text, nullptr, 16);
   const auto place = _applications.find(handle);
-  if (place != _applications.end()) return place->second.get();
+  if (place != _applications.end()) return place->second.application.get();
   error = "no application object_base=" + std::string(text == nullptr ? "" : text);
   return nullptr;
 }
@@ -186,6 +201,27 @@ bool Connection::Destroy(const AttrSet& request, std::string& error) {
   if (Find(request, handle, error) == nullptr) return false;
   _applications.erase(handle);
   return true;
+}
+
+bool Connection::SetWord(const AttrSet& request, std::string& error) {
+  int stream = 0;
+  int value = 0;
+  const char* word = request.Get("word");
+  if (!request.Get("stream", stream) || word == nullptr || !request.Get("value", value)) {
+    error = "tesselSet takes stream=, word= and value=";
+    return false;
+  }
+  return _directory.SetWord(stream, word, value, error);
+}
+
+bool Connection::CountRequest(const AttrSet& request, std::string& error) {
+  int stream = 0;
+  const char* word = request.Get("word");
+  if (!request.Get("stream", stream) || word == nullptr) {
+    error = "tesselRequest takes stream= and word=";
+    return false;
+  }
+  return _directory.CountRequest(stream, word, error);
 }
 
 }  // namespace tessel::rtos

@@ -11,19 +11,22 @@
 
 #include "Application.h"
 #include "Descriptors.h"
+#include "Directory.h"
 #include "SharedWindow.h"
 #include "Wire.h"
 
 namespace tessel::rtos {
 
-// One thread, but for what chains report.
+// One thread, but for Hangup() and what chains report.
 class Connection {
  public:
-  // `elements` has to outlive it.
-  Connection(link::UniqueFd socket, std::span<const ElementRow> elements);
+  // `elements` and `directory` have to outlive it.
+  Connection(link::UniqueFd socket, std::span<const ElementRow> elements, Directory& directory);
 
   // Serves commands until the other side is gone; ends its applications before it returns.
   void Serve();
+  // Makes Serve() return. Any thread.
+  void Hangup() const;
 
  private:
   using Fds = std::vector<link::UniqueFd>;
@@ -34,6 +37,9 @@ class Connection {
   bool Describe(const AttrSet& request, AttrSet& answer, std::string& error);
   bool SetStatus(const AttrSet& request, std::string& error);
   bool Destroy(const AttrSet& request, std::string& error);
+  // Of all clients' streams.
+  bool SetWord(const AttrSet& request, std::string& error);
+  bool CountRequest(const AttrSet& request, std::string& error);
 
   bool ReadGrants(const AttrSet& request, Fds& fds, Grants& grants, std::string& error) const;
   Application* Find(const AttrSet& request, std::uint64_t& handle, std::string& error) const;
@@ -41,10 +47,16 @@ class Connection {
 
   const link::UniqueFd _socket;
   const std::span<const ElementRow> _elements;
-  std::uint64_t _last_handle;
+  Directory& _directory;
+  const pid_t _client;
   std::unique_ptr<link::SharedWindow> _window;  // null before "hello"
   std::uint64_t _linux_base = 0;                // the window's address on the Linux side
-  std::map<std::uint64_t, std::unique_ptr<Application>> _applications;  // by handle
+
+  struct Listed {
+    std::unique_ptr<Application> application;
+    std::unique_ptr<Directory::Listing> listing;  // ends first
+  };
+  std::map<std::uint64_t, Listed> _applications;  // by handle
 };
 
 }  // namespace tessel::rtos

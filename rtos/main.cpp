@@ -1,22 +1,64 @@
 // tessel-rtos: plays the real-time side of the chip. Started by the host with one end of the
-// command wire; gone when the other end is.
+// command wire, and gone when the other end is; or by hand, to serve several clients on a socket.
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 
+#include "Connection.h"
+#include "Directory.h"
+#include "Listener.h"
+
 #include <CLI/CLI.hpp>
 
-#include "Connection.h"
+namespace tessel::rtos {
+namespace {
 
-int main(int argc, char** argv) {
-  CLI::App app(
-      "The real-time side of the camera: sensor, encoders and the shared-memory sink.\n"
-      "It is started by the host library when a stream opens, and ends with it.");
-  int connection = -1;
-  app.add_option("--connection", connection, "file descriptor of the command wire (the host's)")
-      ->required()
-      ->check(CLI::NonNegativeNumber);
-  CLI11_PARSE(app, argc, argv);
-  tessel::rtos::Connection(tessel::link::UniqueFd(connection), tessel::rtos::BoardElements())
-      .Serve();
+constexpr char kExamples[] = R"(Example:
+  tessel-rtos --listen /tmp/board &
+  TESSEL_RTOS_SOCKET=/tmp/board tessel capture h264 -o clip.mp4 --seconds 10
+)";
+
+int ListenAt(const std::string& path) {
+  std::string error;
+  const auto listener = Listener::Create(path, BoardElements(), error);
+  if (listener == nullptr || !listener->Serve(error)) {
+    std::fprintf(stderr, "tessel-rtos: cannot listen: %s\n", error.c_str());
+    return EXIT_FAILURE;
+  }
   return EXIT_SUCCESS;
 }
+
+int Run(int argc, char** argv) {
+  CLI::App app(
+      "The real-time side of the camera: sensor, encoders and the shared-memory sink.\n"
+      "The host library starts one when a stream opens and ends it; started by hand it serves\n"
+      "several clients until it is told to end (Ctrl-C).",
+      "tessel-rtos");
+  app.footer(kExamples);
+  int connection = -1;
+  std::string path;
+  auto* inherited =
+      app.add_option("--connection", connection, "File descriptor of the command wire (the host's)")
+          ->check(CLI::NonNegativeNumber);
+  app.add_option("--listen", path, "Unix socket to serve clients on; only this user may connect")
+      ->type_name("PATH")
+      ->excludes(inherited);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& stop) {
+    return app.exit(stop) == 0 ? EXIT_SUCCESS : 2;
+  }
+  if (!path.empty()) return ListenAt(path);
+  if (connection < 0) {
+    std::fputs("tessel-rtos: --listen PATH is missing; see --help\n", stderr);
+    return 2;
+  }
+  Directory directory;
+  Connection(link::UniqueFd(connection), BoardElements(), directory).Serve();
+  return EXIT_SUCCESS;
+}
+
+}  // namespace
+}  // namespace tessel::rtos
+
+int main(int argc, char** argv) { return tessel::rtos::Run(argc, argv); }

@@ -9,6 +9,7 @@
 #include <signal.h>
 #include <spawn.h>
 #include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -55,6 +56,19 @@ void FindSessions(const char* text, std::vector<std::string>& names) {
   }
 }
 
+// Where a real-time side listens that is to be used; empty: one of our own.
+std::string SocketPath() {
+  const std::string asked = host::GetOptions().far_side_socket;
+  const char* usual = std::getenv("TESSEL_RTOS_SOCKET");
+  return asked.empty() && usual != nullptr ? usual : asked;
+}
+
+// A stopped reader fills its buffer; then a send must fail like any other command.
+void LimitSends(int socket_fd) {
+  const timeval send_timeout = {.tv_sec = 1, .tv_usec = 0};
+  setsockopt(socket_fd, SOL_SOCKET, SO_SNDTIMEO, &send_timeout, sizeof send_timeout);
+}
+
 AttrSet DescribeArea(std::uint64_t offset, std::size_t size_bytes) {
   AttrSet area;
   area.Add("offset", offset);
@@ -95,49 +109,71 @@ std::shared_ptr<FarSide> FarSide::Ensure(std::string& error) {
   return current;
 }
 
+bool FarSide::IsElsewhere() { return !SocketPath().empty(); }
+
 bool FarSide::Start(std::string& error) {
-  Window* window = Window::Globle();
-  if (window == nullptr) {
+  if (Window::Globle() == nullptr) {
     error = "there is no shared window";
     return false;
   }
+  const std::string path = SocketPath();
+  if (path.empty() ? !Spawn(error) : !Connect(path, error)) return false;
+  CloseInForkedChild(_socket.Get());
+  _is_alive = true;
+  std::thread listener =
+      StartThread("tessel-wire", [self = shared_from_this()] { self->Listen(); });
+  if (!listener.joinable()) {
+    EndChild();
+    error = "no thread for the real-time side";
+    return false;
+  }
+  listener.detach();
+  if (Introduce(error)) return true;
+  shutdown(_socket.Get(), SHUT_RDWR);
+  return false;
+}
+
+bool FarSide::Introduce(std::string& error) {
+  const tessel::link::SharedWindow& memory = Window::Globle()->Memory();
+  AttrSet hello;
+  hello.Add("cmd", "hello");
+  hello.Add("version", tessel::link::kSessionVersion);
+  hello.Add("base", base::ToString<const void*>(memory.Base()));
+  AttrSet answer;
+  if (!Request(hello, {memory.Fd()}, kHelloTimeout, nullptr, answer, error)) return false;
+  int process = 0;
+  if (_child == 0 && answer.Get("pid", process)) _process = process;
+  return true;
+}
+
+bool FarSide::Connect(const std::string& path, std::string& error) {
+  sockaddr_un address = {};
+  address.sun_family = AF_UNIX;
+  error = "the real-time side at " + path + ": ";
+  if (path.size() >= sizeof address.sun_path) {
+    error += "the path is longer than " + std::to_string(sizeof address.sun_path - 1);
+    return false;
+  }
+  std::memcpy(address.sun_path, path.c_str(), path.size());
+  _socket = UniqueFd(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+  LimitSends(_socket.Get());
+  const auto* generic = reinterpret_cast<const sockaddr*>(&address);
+  if (_socket.IsOpen() && connect(_socket.Get(), generic, sizeof address) == 0) return true;
+  error += std::strerror(errno);
+  return false;
+}
+
+bool FarSide::Spawn(std::string& error) {
   int ends[2];
   if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) {
     error = std::string("no socket for the real-time side: ") + std::strerror(errno);
     return false;
   }
   _socket = UniqueFd(ends[0]);
-  // A stopped reader fills its buffer; then a send must fail like any other command.
-  const timeval send_timeout = {.tv_sec = 1, .tv_usec = 0};
-  setsockopt(_socket.Get(), SOL_SOCKET, SO_SNDTIMEO, &send_timeout, sizeof send_timeout);
+  LimitSends(_socket.Get());
   // Above the descriptors that the new program gets its own under.
-  UniqueFd their_end(fcntl(ends[1], F_DUPFD_CLOEXEC, kTheirSocket + 1));
+  const UniqueFd their_end(fcntl(ends[1], F_DUPFD_CLOEXEC, kTheirSocket + 1));
   close(ends[1]);
-  if (!Spawn(std::move(their_end), error)) return false;
-  CloseInForkedChild(_socket.Get());
-
-  _is_alive = true;
-  std::thread listener =
-      StartThread("tessel-wire", [self = shared_from_this()] { self->Listen(); });
-  if (!listener.joinable()) {
-    kill(_child, SIGKILL);
-    waitpid(_child, nullptr, 0);
-    error = "no thread for the real-time side";
-    return false;
-  }
-  listener.detach();
-
-  AttrSet hello;
-  hello.Add("cmd", "hello");
-  hello.Add("version", tessel::link::kSessionVersion);
-  hello.Add("base", base::ToString<const void*>(window->Memory().Base()));
-  AttrSet answer;
-  if (Request(hello, {window->Memory().Fd()}, kHelloTimeout, nullptr, answer, error)) return true;
-  shutdown(_socket.Get(), SHUT_RDWR);
-  return false;
-}
-
-bool FarSide::Spawn(UniqueFd their_end, std::string& error) {
   const host::Options options = host::GetOptions();
   const std::string program =
       options.far_side_program.empty() ? FindProgram("tessel-rtos") : options.far_side_program;
@@ -179,7 +215,14 @@ bool FarSide::Spawn(UniqueFd their_end, std::string& error) {
     error = "cannot start " + program + ": " + std::strerror(failure);
     return false;
   }
+  _process = _child;
   return true;
+}
+
+void FarSide::EndChild() const {
+  if (_child == 0) return;
+  kill(_child, SIGKILL);
+  waitpid(_child, nullptr, 0);  // no signal reaches this thread
 }
 
 bool FarSide::IsAlive() const {
@@ -438,10 +481,7 @@ void FarSide::Lose() {
   }
   // It has closed its socket, so it is ending; if it is only misbehaving, it ends now. A number
   // that is no child any more may be somebody else's by now.
-  if (waitpid(_child, nullptr, WNOHANG) == 0) {
-    kill(_child, SIGKILL);
-    waitpid(_child, nullptr, 0);  // no signal reaches this thread
-  }
+  if (_child != 0 && waitpid(_child, nullptr, WNOHANG) == 0) EndChild();
 }
 
 }  // namespace quill::stream

@@ -28,8 +28,8 @@ std::uint64_t ApplicationHandle(const char* text);
 // belongs to a connection dies with it, but for frames still held. Any thread.
 class FarSide : public std::enable_shared_from_this<FarSide> {
  public:
-  // The connection in use, made if there is none or it is dead. Null with `error` set when the
-  // real-time side cannot be started or does not answer.
+  // The connection in use, made if there is none or it is dead: to the socket that the options
+  // name, else to a process started for it. Null with `error` set when that cannot be had.
   static std::shared_ptr<FarSide> Ensure(std::string& error);
   // The connection in use, dead or alive; null before the first.
   static std::shared_ptr<FarSide> Current();
@@ -39,7 +39,9 @@ class FarSide : public std::enable_shared_from_this<FarSide> {
   bool Run(base::AttrSet& args, std::string& error);
 
   bool IsAlive() const;
-  pid_t Process() const { return _child; }
+  pid_t Process() const { return _process; }
+  // Whether the real-time side is somewhere else than in a process of ours.
+  static bool IsElsewhere();
 
   // The session `name` of the application `handle`, or null.
   std::shared_ptr<Session> FindSession(std::uint64_t handle, const std::string& name) const;
@@ -61,7 +63,10 @@ class FarSide : public std::enable_shared_from_this<FarSide> {
 
   FarSide() = default;
   bool Start(std::string& error);
-  bool Spawn(tessel::link::UniqueFd their_end, std::string& error);
+  bool Connect(const std::string& path, std::string& error);
+  bool Spawn(std::string& error);
+  bool Introduce(std::string& error);
+  void EndChild() const;
   bool Request(const base::AttrSet& body, const std::vector<int>& fds,
                std::chrono::nanoseconds timeout, Answer on_answer, base::AttrSet& answer,
                std::string& error);
@@ -80,7 +85,8 @@ class FarSide : public std::enable_shared_from_this<FarSide> {
   void Lose();
 
   tessel::link::UniqueFd _socket;  // constant after Start
-  pid_t _child = 0;                // constant after Start
+  pid_t _child = 0;                // constant after Start; 0 when it was not started here
+  pid_t _process = 0;              // constant after Start
 
   mutable std::mutex _mutex;
   std::condition_variable _answered;

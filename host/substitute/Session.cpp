@@ -56,6 +56,7 @@ std::shared_ptr<Session> Session::Create(const std::string& name) {
   if (Failed(consumer == nullptr, "!consumer", "no memory or no eventfd for session ", name)) {
     return nullptr;
   }
+  if (!host::GetOptions().paced) consumer->LookLonger();
   std::shared_ptr<Session> session(new Session(name, std::move(memory), std::move(consumer)));
   SessionTable& table = Table();
   const std::lock_guard lock(table.mutex);

@@ -4,6 +4,8 @@
 #include "FrameDroper.h"
 #include "FrameTrigger.h"
 #include "H264Encoder.h"
+#include "JpegEncoder.h"
+#include "H264VBrc.h"
 #include "ShmSink.h"
 
 namespace tessel::rtos {
@@ -19,6 +21,9 @@ constexpr ElementRow kElements[] = {
     {"FrameTrigger", &Make<FrameTrigger>, std::nullopt},
     {"FrameDroper", &Make<FrameDroper>, std::nullopt},
     {"h264-encoder-dma", &Make<H264Encoder>, Colours::kVideo},
+    {"jpeg-encoder-dma", &Make<JpegEncoder>, Colours::kJpeg},
+    {"jpeg-encoder", &Make<JpegEncoder>, Colours::kJpeg},
+    {"H264VBrc", &Make<H264VBrc>, std::nullopt},
     {"ShmSink", &Make<ShmSink>, std::nullopt},
 };
 

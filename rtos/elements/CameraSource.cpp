@@ -1,8 +1,6 @@
 #include "CameraSource.h"
 
 #include <algorithm>
-#include <cstring>
-#include <new>
 #include <utility>
 
 #include "Clock.h"
@@ -15,37 +13,9 @@ constexpr int kLeastSide = 16;
 constexpr int kMostWidth = 7680;
 constexpr int kMostHeight = 4320;
 constexpr int kMostRate = 1000;  // frames/s
-constexpr std::size_t kAlignment = 64;
 // A capture that is later than both was held up from outside: what was missed is not caught up.
 constexpr int kMostPeriodsLate = 3;
 constexpr std::int64_t kTolerableLatenessNs = 50'000'000;
-// The scaler writes whole vectors of 32 chroma samples; narrower lines would let it run into the
-// next.
-constexpr int kScalerWidth = 64;
-
-std::size_t PackedBytes(int width, int height) {
-  return static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 3 / 2;
-}
-
-// A picture laid out in `memory` without gaps.
-Picture PackedPicture(int width, int height, std::uint8_t* memory) {
-  const std::ptrdiff_t luma_bytes = std::ptrdiff_t{width} * height;
-  return {.width = width,
-          .height = height,
-          .planes = {memory, memory + luma_bytes, memory + luma_bytes + luma_bytes / 4},
-          .strides = {width, width / 2, width / 2}};
-}
-
-void CopyPicture(const Picture& from, const Picture& to) {
-  for (int plane = 0; plane < 3; ++plane) {
-    const int shift = plane == 0 ? 0 : 1;
-    for (int y = 0; y < to.height >> shift; ++y) {
-      std::memcpy(to.planes[plane] + std::ptrdiff_t{y} * to.strides[plane],
-                  from.planes[plane] + std::ptrdiff_t{y} * from.strides[plane],
-                  static_cast<std::size_t>(to.width >> shift));
-    }
-  }
-}
 
 bool ReadSide(const AttrSet& params, const char* key, int most, int& side, std::string& error) {
   const char* text = params.Get(key);
@@ -81,48 +51,22 @@ void CaptureSchedule::MoveTo(std::int64_t now_ns) {
   _steps = 0;
 }
 
-PictureBuffer::PictureBuffer(int width, int height) {
-  const int luma_stride = (width + 63) / 64 * 64;  // so that half of it is a multiple of 32
-  // The luma plane is a multiple of 64 bytes; a chroma plane may be an odd number of 32s.
-  const std::size_t luma_bytes =
-      static_cast<std::size_t>(luma_stride) * static_cast<unsigned>(height);
-  const std::size_t chroma_bytes = (luma_bytes / 4 + kAlignment - 1) / kAlignment * kAlignment;
-  // What is written past a line's end stays inside, also behind the last line.
-  const std::size_t bytes = luma_bytes + 2 * chroma_bytes + kAlignment;
-  _memory.reset(new (std::align_val_t{kAlignment}) std::uint8_t[bytes]());
-  std::uint8_t* memory = _memory.get();
-  _picture = {.width = width,
-              .height = height,
-              .planes = {memory, memory + luma_bytes, memory + luma_bytes + chroma_bytes},
-              .strides = {luma_stride, luma_stride / 2, luma_stride / 2}};
-}
-
-void PictureBuffer::Free::operator()(std::uint8_t* memory) const {
-  ::operator delete[](memory, std::align_val_t{kAlignment});
-}
-
 bool CameraSource::Open(const Context& context, const AttrSet& params, Media& media,
                         std::string& error) {
+  const std::optional<Colours> encoder_wants = context.EncoderWants();
+  _writes_slot = !encoder_wants;
   if (!ReadParams(params, error)) return false;
   _nominal_rate = std::clamp(context.FramesPerSecond(), 1, kMostRate);
   _paced = context.GetBoard().paced;
-  _writes_slot = !context.EncoderWants();
-  _picture_bytes = PackedBytes(_width, _height);
-  if (!OpenSensor(context.GetBoard(), error)) return false;
-  const bool draws_into_slot = _writes_slot && (_pattern != nullptr || _width % kScalerWidth == 0);
-  if (!draws_into_slot) _buffer = PictureBuffer(_width, _height);
+  _picture_bytes = PackedBytes(*_format, _width, _height);
+  if (!OpenSensor(context.GetBoard(), encoder_wants.value_or(Colours::kVideo), error)) return false;
 
   media.width = _width;
   media.height = _height;
   media.frames_per_second = _nominal_rate;
   media.unit_bytes = _picture_bytes;
   media.description = AttrSet();
-  if (!_writes_slot) return true;
-  media.description.Add("codec", "yuv");
-  media.description.Add("w", _width);
-  media.description.Add("h", _height);
-  media.description.Add("fmt", "420V50");
-  media.description.Add("fr", _nominal_rate);
+  if (_writes_slot) Describe(media.description);
   return true;
 }
 
@@ -130,15 +74,37 @@ bool CameraSource::ReadParams(const AttrSet& params, std::string& error) {
   if (!CheckKnown(params, {"w", "h", "fmt"}, error)) return false;
   if (!ReadSide(params, "w", kMostWidth, _width, error)) return false;
   if (!ReadSide(params, "h", kMostHeight, _height, error)) return false;
-  const char* format = params.Get("fmt");
-  if (format == nullptr || std::strcmp(format, "420V50") == 0) return true;
-  error = std::string("fmt=") + format + " is not 420V50";
+  if (const char* name = params.Get("fmt")) _format_name = name;
+  _format = FindPixelFormat(_format_name);
+  if (_format == nullptr) {
+    error = "fmt=" + _format_name + " is none of " + PixelFormatNames();
+    return false;
+  }
+  if (_writes_slot || _format == &Planar420()) return true;
+  error = "fmt=" + _format_name + " is not " + Planar420().name + ", which an encoder takes";
   return false;
 }
 
-bool CameraSource::OpenSensor(const Board& board, std::string& error) {
-  if (board.sensor == "test") {
-    _pattern = std::make_unique<TestPattern>(_width, _height);
+void CameraSource::Describe(AttrSet& description) const {
+  description.Add("codec", "yuv");
+  description.Add("w", _width);
+  description.Add("h", _height);
+  description.Add("fmt", _format_name);
+  description.Add("fr", _nominal_rate);
+  if (const char* name = LibraryName(*_format)) description.Add("pix", name);
+  description.Add("stride", PackedPicture(*_format, _width, _height, nullptr).strides[0]);
+  description.Add("size", _picture_bytes);
+}
+
+bool CameraSource::OpenSensor(const Board& board, Colours colours, std::string& error) {
+  const bool is_pattern = board.sensor == "test";
+  const bool needs_scaler = !is_pattern || !IsPlanar420(*_format);
+  const bool fits_slot = !needs_scaler || _width % kScalerWidth == 0;
+  if (needs_scaler) _scaler = std::make_unique<Scaler>(*_format, colours);
+  if (!_writes_slot || !fits_slot) _buffer = PictureBuffer(*_format, _width, _height);
+  if (is_pattern) {
+    if (needs_scaler) _drawn = PictureBuffer(Planar420(), _width, _height);
+    _pattern = std::make_unique<TestPattern>(_width, _height, colours);
     return true;
   }
   const bool is_camera = board.sensor.starts_with("/dev/video");
@@ -198,28 +164,39 @@ Verdict CameraSource::Process(Unit& unit) {
     return FailWith("a slot of " + std::to_string(unit.room.size()) + " bytes for a picture of " +
                     std::to_string(_picture_bytes));
   }
-  unit.picture = _writes_slot ? PackedPicture(_width, _height, unit.room.data()) : _buffer.Get();
-  if (_writes_slot) {
-    unit.size_bytes = _picture_bytes;
-    unit.is_key = true;  // every raw picture stands alone
+  if (_input != nullptr) {
+    const Verdict verdict = AdvanceInput();
+    if (verdict != Verdict::kPass) return verdict;
   }
-  if (_pattern != nullptr) {
-    _pattern->Draw(unit.capture, unit.picture);
-    return Verdict::kPass;
+  if (!_writes_slot) {
+    unit.picture = _buffer.Get();
+    return FillBuffer(unit.capture);
   }
-  const Verdict verdict = AdvanceInput();
-  return verdict == Verdict::kPass ? Render(unit.picture) : verdict;
+  const Picture slot = PackedPicture(*_format, _width, _height, unit.room.data());
+  unit.picture = IsPlanar420(*_format) ? slot : Picture();
+  unit.size_bytes = _picture_bytes;
+  unit.is_key = true;  // every raw picture stands alone
+  if (!_buffer) return Make(unit.capture, slot);
+  const Verdict verdict = FillBuffer(unit.capture);
+  if (verdict == Verdict::kPass) CopyPicture(*_format, _buffer.Get(), slot);
+  return verdict;
 }
 
-Verdict CameraSource::Render(const Picture& picture) {
-  const bool has_buffer = _buffer.Get().planes[0] != nullptr;
-  if (!has_buffer) {
-    return _input->Render(picture) ? Verdict::kPass : FailWith(_input->Error());
+// The picture of the input may be the last one's still.
+Verdict CameraSource::FillBuffer(std::uint32_t capture) {
+  if (_buffer_is_current) return Verdict::kPass;
+  const Verdict verdict = Make(capture, _buffer.Get());
+  _buffer_is_current = _input != nullptr && verdict == Verdict::kPass;
+  return verdict;
+}
+
+Verdict CameraSource::Make(std::uint32_t capture, const Picture& into) {
+  if (_input != nullptr) {
+    return _input->Render(*_scaler, into) ? Verdict::kPass : FailWith(_input->Error());
   }
-  if (!_buffer_is_current && !_input->Render(_buffer.Get())) return FailWith(_input->Error());
-  _buffer_is_current = true;
-  if (_writes_slot) CopyPicture(_buffer.Get(), picture);
-  return Verdict::kPass;
+  _pattern->Draw(capture, _scaler == nullptr ? into : _drawn.Get());
+  if (_scaler == nullptr || _scaler->Scale(_drawn.Get(), into)) return Verdict::kPass;
+  return FailWith("cannot convert the test pattern");
 }
 
 }  // namespace tessel::rtos

@@ -1,7 +1,8 @@
 // The board's camera sensor: a test pattern, a media file or a V4L2 camera.
 //
 //   pv-yuv-src-adv   w, h   picture size, even numbers in 16..7680 and 16..4320; required
-//                    fmt    "420V50", planar 4:2:0, the only one; optional
+//                    fmt    how a raw picture lies in memory, see PixelFormats.h; "420V50", planar
+//                           4:2:0, unless given, and the only one in front of an encoder
 #pragma once
 
 #include <cstdint>
@@ -10,6 +11,8 @@
 
 #include "Element.h"
 #include "MediaInput.h"
+#include "PixelFormats.h"
+#include "Scaler.h"
 #include "TestPattern.h"
 
 namespace tessel::rtos {
@@ -34,21 +37,6 @@ class CaptureSchedule {
   int _rate = 0;  // frames/s; 0: nothing was due yet
 };
 
-// Memory for one picture: aligned to 64 bytes, lines a multiple of 32 bytes apart.
-class PictureBuffer {
- public:
-  PictureBuffer() = default;
-  PictureBuffer(int width, int height);
-  const Picture& Get() const { return _picture; }
-
- private:
-  struct Free {
-    void operator()(std::uint8_t* memory) const;
-  };
-  std::unique_ptr<std::uint8_t[], Free> _memory;
-  Picture _picture;
-};
-
 class CameraSource : public Source {
  public:
   [[nodiscard]] bool Open(const Context& context, const AttrSet& params, Media& media,
@@ -61,22 +49,28 @@ class CameraSource : public Source {
 
  private:
   bool ReadParams(const AttrSet& params, std::string& error);
-  bool OpenSensor(const Board& board, std::string& error);
+  bool OpenSensor(const Board& board, Colours colours, std::string& error);
+  void Describe(AttrSet& description) const;
   Verdict AdvanceInput();
-  Verdict Render(const Picture& picture);
+  Verdict FillBuffer(std::uint32_t capture);
+  Verdict Make(std::uint32_t capture, const Picture& into);
 
   // Constant after Open.
   int _width = 0;
   int _height = 0;
-  int _nominal_rate = 0;  // frames/s
+  const PixelFormat* _format = &Planar420();
+  std::string _format_name = _format->name;  // as asked
+  int _nominal_rate = 0;                     // frames/s
   bool _paced = true;
   bool _writes_slot = false;  // nobody behind makes the final bytes
   std::size_t _picture_bytes = 0;
   std::unique_ptr<TestPattern> _pattern;  // exactly one of these two
   std::unique_ptr<MediaInput> _input;
+  std::unique_ptr<Scaler> _scaler;  // null where the pattern is drawn as it is delivered
 
   // Chain's thread only.
   CaptureSchedule _schedule;
+  PictureBuffer _drawn;             // the pattern, where it has to be converted
   PictureBuffer _buffer;            // empty where pictures are made in the slot
   bool _buffer_is_current = false;  // holds the input's current picture
   bool _has_begun = false;

@@ -6,13 +6,9 @@
 
 #include <x264.h>
 
-#include "KnownParams.h"
-
 namespace tessel::rtos {
 namespace {
 
-constexpr int kMostQp = 51;
-constexpr int kMostRate = 1000;  // frames/s
 // Full-range white noise, the worst there is, was measured at 1.55 times the raw picture.
 constexpr std::size_t kWorstNumerator = 2;
 constexpr std::size_t kHeaderBytes = 4096;
@@ -47,7 +43,7 @@ bool H264Encoder::Open(const Context& context, const AttrSet& params, Media& med
   const bool all_intra = _gop_type.find_first_not_of('I') == std::string::npos;
   _own_policy = std::make_unique<ConstantRate>(_gop, all_intra);
   _policy = _own_policy.get();
-  media.frames_per_second = _frames_per_second;
+  media.frames_per_second = _params.frames_per_second;
   const auto blocks_across = static_cast<std::size_t>(media.width + 15) / 16;
   const auto blocks_down = static_cast<std::size_t>(media.height + 15) / 16;
   media.unit_bytes = blocks_across * blocks_down * 384 * kWorstNumerator + kHeaderBytes;
@@ -55,22 +51,12 @@ bool H264Encoder::Open(const Context& context, const AttrSet& params, Media& med
 }
 
 bool H264Encoder::ReadParams(const Context& context, const AttrSet& params, std::string& error) {
-  constexpr int kMostClock = 1'000'000'000;
-  int clock = 0;
-  _frames_per_second = context.FramesPerSecond();
-  if (!CheckKnown(params, {"name", "goptype", "gop", "qp", "vbrc", "fr", "clk"}, error) ||
-      !ReadInt(params, "gop", 1, 65535, _gop, error) ||
-      !ReadInt(params, "qp", 0, kMostQp, _fixed_qp, error) ||
-      !ReadInt(params, "fr", 1, kMostRate, _frames_per_second, error) ||
-      !ReadInt(params, "clk", 0, kMostClock, clock, error)) {
+  if (!_params.Read(context, params, {"goptype", "gop"}, error) ||
+      !ReadInt(params, "gop", 1, 65535, _gop, error)) {
     return false;
   }
   params.Get("goptype", _gop_type);
-  if (!CheckGopType(_gop_type, error)) return false;
-  const char* block = params.Get("vbrc");
-  if (block == nullptr) return true;
-  _block = context.Block(block, error);
-  return _block != nullptr;
+  return CheckGopType(_gop_type, error);
 }
 
 bool H264Encoder::OpenLibrary(const Media& media, std::string& error) {
@@ -104,7 +90,7 @@ bool H264Encoder::OpenLibrary(const Media& media, std::string& error) {
   // The stream states the nominal rate, also after live changes. The library can mark a rate as
   // variable, but then holds each picture back until it knows the next one's time.
   param.b_vfr_input = 0;
-  param.i_fps_num = static_cast<std::uint32_t>(_frames_per_second);
+  param.i_fps_num = static_cast<std::uint32_t>(_params.frames_per_second);
   param.i_fps_den = 1;
   constexpr int kBt709 = 1;
   param.vui.b_fullrange = 0;
@@ -139,7 +125,7 @@ bool H264Encoder::Describe(Media& media, std::string& error) const {
   description.Add("codec", "h264");
   description.Add("w", media.width);
   description.Add("h", media.height);
-  description.Add("fr", _frames_per_second);
+  description.Add("fr", _params.frames_per_second);
   description.Add("gop", _gop);
   description.Add("goptype", _gop_type);
   description.Add("pack", "byte-stream");
@@ -178,10 +164,10 @@ H264Encoder::Kind H264Encoder::NextKind(const RateControl& control) {
 int H264Encoder::ChooseQp(const Unit& unit, Kind kind) {
   const Complexity complexity = _complexity.Measure(unit.picture);
   const int chosen = _policy->ChooseQp(unit, kind != Kind::kInter, complexity);
-  const int fixed = _block == nullptr ? _fixed_qp : unit.control.qp;
-  if (fixed <= 0) return chosen;
+  const int asked = _params.QpOf(unit);
+  if (asked == 0) return chosen;
   _policy->Forgive();  // a QP that was told to owes nothing
-  return std::clamp(fixed, 1, kMostQp);
+  return asked;
 }
 
 Verdict H264Encoder::Encode(Unit& unit, Kind kind) {
@@ -215,7 +201,7 @@ Verdict H264Encoder::Encode(Unit& unit, Kind kind) {
   unit.is_key = out.b_keyframe != 0;
   unit.qp = out.i_qpplus1 - 1;
   _policy->Account(unit);
-  _report.Tell(unit, _block);
+  _report.Tell(unit, _params.block);
   return Verdict::kPass;
 }
 

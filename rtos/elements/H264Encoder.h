@@ -1,15 +1,10 @@
 // The board's H.264 encoder, "h264-encoder-dma": a byte stream with start codes, one access unit a
-// picture, no delay. Its parameters:
+// picture, no delay. Its parameters, besides those in EncoderParams.h:
 //
 // clang-format off
-//   name     any text; only for people
 //   goptype  picture types from the IDR picture on, "I" and "P"; the last letter holds until the GOP
 //            ends. "IPPP" unless given; "I": intra pictures only
 //   gop      pictures from one IDR picture to the next, 1..65535; 30 unless given
-//   qp       0..51; 0, the default, leaves it to the rate control
-//   vbrc     address of the rate-control block, whose words then count instead of qp
-//   fr       nominal frames/s, 1..1000
-//   clk      clock of the hardware in kHz; without meaning here
 // clang-format on
 #pragma once
 
@@ -19,6 +14,7 @@
 
 #include "ConstantRate.h"
 #include "Element.h"
+#include "EncoderParams.h"
 #include "EncoderReport.h"
 
 struct x264_t;
@@ -50,9 +46,7 @@ class H264Encoder : public Element {
   // Constant after Open.
   std::string _gop_type = "IPPP";
   int _gop = 30;
-  int _fixed_qp = 0;
-  int _frames_per_second = 0;
-  VbrcBlock* _block = nullptr;  // borrows for its lifetime; null: steered by the parameters
+  EncoderParams _params;
   std::unique_ptr<x264_t, Close> _encoder;
   std::unique_ptr<ConstantRate> _own_policy;
   QpPolicy* _policy = nullptr;  // its own, or that of an element behind

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstring>
 #include <limits>
-#include <mutex>
 #include <utility>
 
 #include <sys/stat.h>
@@ -13,8 +12,9 @@ extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavdevice/avdevice.h>
 #include <libavformat/avformat.h>
-#include <libswscale/swscale.h>
 }
+
+#include "Scaler.h"
 
 namespace tessel::rtos {
 namespace {
@@ -36,12 +36,6 @@ std::string Reason(int failure) {
   char text[AV_ERROR_MAX_STRING_SIZE] = {};
   av_strerror(failure, text, sizeof text);
   return text;
-}
-
-// What the library thinks of a file would go to the user's terminal, from any thread.
-void Silence() {
-  static std::once_flag once;
-  std::call_once(once, [] { av_log_set_level(AV_LOG_QUIET); });
 }
 
 std::int64_t Now() {
@@ -66,34 +60,19 @@ void Sleep(std::int64_t ns) {
   nanosleep(&time, nullptr);
 }
 
-// The coefficients that a picture was made with; where it does not say, the convention by size.
-const int* CoefficientsOf(const AVFrame& frame) {
-  int space = frame.colorspace;
-  if (space == AVCOL_SPC_UNSPECIFIED) {
-    space = frame.height >= 720 ? AVCOL_SPC_BT709 : AVCOL_SPC_SMPTE170M;
-  }
-  return sws_getCoefficients(space);
-}
-
-bool IsFullRange(const AVFrame& frame) {
-  return frame.color_range == AVCOL_RANGE_JPEG || frame.format == AV_PIX_FMT_YUVJ420P ||
-         frame.format == AV_PIX_FMT_YUVJ422P || frame.format == AV_PIX_FMT_YUVJ444P;
-}
-
 }  // namespace
 
 void MediaInput::Free::operator()(AVFormatContext* format) const { avformat_close_input(&format); }
 void MediaInput::Free::operator()(AVCodecContext* codec) const { avcodec_free_context(&codec); }
 void MediaInput::Free::operator()(AVFrame* frame) const { av_frame_free(&frame); }
 void MediaInput::Free::operator()(AVPacket* packet) const { av_packet_free(&packet); }
-void MediaInput::Free::operator()(SwsContext* scaler) const { sws_freeContext(scaler); }
 
 MediaInput::MediaInput(std::string name)
     : _name(std::move(name)),
       _packet(av_packet_alloc()),
       _current(av_frame_alloc()),
       _next(av_frame_alloc()) {
-  Silence();
+  SilenceLibraries();
 }
 
 MediaInput::~MediaInput() = default;
@@ -336,20 +315,8 @@ std::int64_t MediaInput::ToNs(std::int64_t time) const {
   return av_rescale_q(time, _format->streams[_stream]->time_base, kNanoseconds);
 }
 
-bool MediaInput::Render(const Picture& into) {
-  AVFrame& from = *_current;
-  const auto format = static_cast<AVPixelFormat>(from.format);
-  SwsContext* scaler = sws_getCachedContext(_scaler.release(), from.width, from.height, format,
-                                            into.width, into.height, AV_PIX_FMT_YUV420P,
-                                            SWS_BILINEAR, nullptr, nullptr, nullptr);
-  _scaler.reset(scaler);
-  if (scaler == nullptr) return FailWith("cannot convert its pictures");
-  constexpr int kUnchanged = 1 << 16;  // contrast and saturation, 16.16 fixed point
-  sws_setColorspaceDetails(scaler, CoefficientsOf(from), IsFullRange(from) ? 1 : 0,
-                           sws_getCoefficients(SWS_CS_ITU709), 0, 0, kUnchanged, kUnchanged);
-  const int lines =
-      sws_scale(scaler, from.data, from.linesize, 0, from.height, into.planes, into.strides);
-  return lines == into.height || FailWith("cannot scale its pictures");
+bool MediaInput::Render(Scaler& scaler, const Picture& into) {
+  return scaler.Scale(*_current, into) || FailWith("cannot convert its pictures");
 }
 
 bool MediaInput::FailWith(const std::string& reason) {

@@ -1,4 +1,4 @@
-// Pictures from outside: a media file or a V4L2 camera. Reads, decodes and scales.
+// Pictures from outside: a media file or a V4L2 camera. Reads and decodes.
 #pragma once
 
 #include <cstdint>
@@ -11,9 +11,10 @@ struct AVCodecContext;
 struct AVFormatContext;
 struct AVFrame;
 struct AVPacket;
-struct SwsContext;
 
 namespace tessel::rtos {
+
+class Scaler;
 
 // One thread at a time.
 class MediaInput {
@@ -38,10 +39,9 @@ class MediaInput {
   // Moves on to the picture that a file shows `time_ns` after its start, loops included; only ever
   // forward. A camera moves on to the newest picture there is, without waiting.
   Step AdvanceTo(std::int64_t time_ns);
-  // Scales the current picture to fill `into`. False when it cannot be converted; Error() says why.
-  // REQUIRES: the planes of `into` are aligned to 64 and padded to strides that are multiples
-  // of 32.
-  [[nodiscard]] bool Render(const Picture& into);
+  // The current picture through `scaler`, to fill `into`. False when it cannot be converted;
+  // Error() says why. REQUIRES: as of Scaler::Scale.
+  [[nodiscard]] bool Render(Scaler& scaler, const Picture& into);
 
   const std::string& Error() const { return _error; }
 
@@ -51,7 +51,6 @@ class MediaInput {
     void operator()(AVCodecContext* codec) const;
     void operator()(AVFrame* frame) const;
     void operator()(AVPacket* packet) const;
-    void operator()(SwsContext* scaler) const;
   };
   // What came of one attempt to decode a picture.
   enum class Decoded { kPicture, kNothingYet, kEnd, kFailed };
@@ -88,7 +87,6 @@ class MediaInput {
   std::unique_ptr<AVPacket, Free> _packet;
   std::unique_ptr<AVFrame, Free> _current;  // what is shown
   std::unique_ptr<AVFrame, Free> _next;     // decoded ahead, shown from _next_start_ns on
-  std::unique_ptr<SwsContext, Free> _scaler;
   bool _has_next = false;
   std::int64_t _first_pts_ns = 0;  // time stamp of the first picture in the file
   bool _knows_first_pts = false;

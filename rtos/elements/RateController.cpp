@@ -160,6 +160,13 @@ double RateController::ChooseInter() const {
   return _is_cut ? std::max(qp, QpFor(UnknownInterCost(), IntraShare())) : qp;
 }
 
+double RateController::ExpectedBits(int qp) const {
+  // The longer nothing was seen, the more has changed.
+  const double gap = std::max(1.0, _elapsed_s / _period_s);
+  const double inter_cost = IsGuess() ? UnknownInterCost() : _inter_cost * gap;
+  return (_is_intra ? IntraCost() : inter_cost) * std::exp2(-qp / 6.0);
+}
+
 void RateController::Account(int qp, std::size_t bytes) {
   const double bits = static_cast<double>(bytes) * 8;
   const double share = _wish.target_bps * _elapsed_s;

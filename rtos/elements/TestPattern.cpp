@@ -19,11 +19,12 @@ constexpr int kCellRowsPerPicture = 24;
 constexpr int kLeastCellsWidth = 4 * kColumns;
 constexpr int kLeastCellsHeight = 4 * kCellRowsPerPicture;
 
+// As all levels and colours here in BT.709, limited range, whatever the pattern is shown in.
 constexpr std::uint8_t kBlack = 16;
 constexpr std::uint8_t kWhite = 235;
 constexpr std::uint8_t kGrey = 128;
-// A cell and its twin lie 219 apart when drawn. Coding and scaling leave more than this; two parts
-// of an ordinary picture seldom differ by as much, and never 34 times in a row.
+// A cell and its twin lie at least 219 apart when drawn. Coding and scaling leave more than this;
+// two parts of an ordinary picture seldom differ by as much, and never 34 times in a row.
 constexpr int kLeastContrast = 64;
 
 // Luma levels, from the upper to the lower edge: whatever the QP, some of the noise is worth coding
@@ -35,7 +36,7 @@ constexpr int kNoisePlacesX = 256;
 constexpr int kNoisePlacesY = 64;
 constexpr int kTextureSpeed = 4;  // luma samples a picture
 
-// 75 % bars in BT.709, limited range.
+// 75 % bars.
 constexpr std::uint8_t kBars[8][3] = {
     {180, 128, 128}, {168, 44, 136}, {145, 147, 44}, {133, 63, 52},
     {63, 193, 204},  {51, 109, 212}, {28, 212, 120}, {16, 128, 128},
@@ -67,8 +68,17 @@ std::uint32_t Scatter(std::uint32_t number) {
   return number ^ (number >> 16);
 }
 
+std::uint8_t ToByte(double level) {
+  return static_cast<std::uint8_t>(std::lround(std::clamp(level, 0.0, 255.0)));
+}
+
+// A level of luma, without colour, as `colours` have it.
+std::uint8_t Luma(double level, Colours colours) {
+  return ToByte(colours == Colours::kVideo ? level : (level - kBlack) * 255 / (kWhite - kBlack));
+}
+
 // Smooth hills of several sizes that join at the left and right edge.
-std::vector<std::uint8_t> MakeTexture(int width, int height) {
+std::vector<std::uint8_t> MakeTexture(int width, int height, Colours colours) {
   std::vector<std::uint8_t> texture(static_cast<std::size_t>(width) * height);
   constexpr double kTurn = 6.283185307179586;
   for (int y = 0; y < height; ++y) {
@@ -78,8 +88,7 @@ std::vector<std::uint8_t> MakeTexture(int width, int height) {
       const double level = 40 * std::sin(across * 3 + 2 * std::sin(down)) +
                            24 * std::sin(across * 17 + down * 5) +
                            16 * std::sin(across * 41 - down * 13);
-      texture[static_cast<std::size_t>(y) * width + x] =
-          static_cast<std::uint8_t>(std::lround(126 + level));
+      texture[static_cast<std::size_t>(y) * width + x] = Luma(std::round(126 + level), colours);
     }
   }
   return texture;
@@ -116,25 +125,46 @@ void CopyPlane(const std::uint8_t* from, int width, int height, std::uint8_t* to
 
 }  // namespace
 
-TestPattern::TestPattern(int width, int height)
+TestPattern::TestPattern(int width, int height, Colours colours)
     : _width(width),
       _height(height),
+      _colours(colours),
+      _black(Show({kBlack, kGrey, kGrey})),
+      _white(Show({kWhite, kGrey, kGrey})),
+      _red(Show({82, 90, 240})),
       _bars_top(EvenPart(height, 2, kCellRowsPerPicture) + 2),
       _bars_bottom(EvenPart(height, 2, 3)) {
   DrawBackground();
   const int lower = _height - _bars_bottom;
-  _texture = MakeTexture(_width / 2, lower);
+  _texture = MakeTexture(_width / 2, lower, colours);
+  MakeNoise(lower + kNoisePlacesY);
+}
+
+TestPattern::Colour TestPattern::Show(Colour colour) const {
+  if (_colours == Colours::kVideo) return colour;
+  // BT.709, limited range, to RGB and on to BT.601, full range.
+  const double y = (colour.y - 16) / 219.0;
+  const double cb = (colour.u - 128) / 224.0;
+  const double cr = (colour.v - 128) / 224.0;
+  const double r = std::clamp(y + 1.5748 * cr, 0.0, 1.0);
+  const double g = std::clamp(y - 0.1873 * cb - 0.4681 * cr, 0.0, 1.0);
+  const double b = std::clamp(y + 1.8556 * cb, 0.0, 1.0);
+  const double luma = 0.299 * r + 0.587 * g + 0.114 * b;
+  return {ToByte(255 * luma), ToByte(128 + 255 * (b - luma) / 1.772),
+          ToByte(128 + 255 * (r - luma) / 1.402)};
+}
+
+void TestPattern::MakeNoise(int lines) {
   _noise_stride = _width - _width / 2 + kNoisePlacesX;
-  _noise.resize(static_cast<std::size_t>(_noise_stride) * (lower + kNoisePlacesY));
+  _noise.resize(static_cast<std::size_t>(_noise_stride) * lines);
   std::minstd_rand random(1);  // the same noise on every board
-  const int lines = lower + kNoisePlacesY;
   for (int y = 0; y < lines; ++y) {
     const int amplitude = kLeastNoise + (kMostNoise - kLeastNoise) * y / lines;
     for (int x = 0; x < _noise_stride; ++x) {
       const auto step =
           static_cast<int>((random() >> 8) % (2U * static_cast<unsigned>(amplitude) + 1));
       _noise[static_cast<std::size_t>(y) * static_cast<unsigned>(_noise_stride) +
-             static_cast<unsigned>(x)] = static_cast<std::uint8_t>(kGrey - amplitude + step);
+             static_cast<unsigned>(x)] = Luma(kGrey - amplitude + step, _colours);
     }
   }
 }
@@ -143,7 +173,7 @@ void TestPattern::DrawBackground() {
   const int sizes[3] = {_width * _height, _width / 2 * (_height / 2), _width / 2 * (_height / 2)};
   Picture background{.width = _width, .height = _height};
   for (int plane = 0; plane < 3; ++plane) {
-    _planes[plane].assign(static_cast<std::size_t>(sizes[plane]), plane == 0 ? kBlack : kGrey);
+    _planes[plane].assign(static_cast<std::size_t>(sizes[plane]), plane == 0 ? _black.y : kGrey);
     background.planes[plane] = _planes[plane].data();
     background.strides[plane] = plane == 0 ? _width : _width / 2;
   }
@@ -152,7 +182,7 @@ void TestPattern::DrawBackground() {
     const auto& [y, u, v] = kBars[bar];
     Fill(background,
          {left, _bars_top, EvenPart(_width, bar + 1, 8) - left, _bars_bottom - _bars_top},
-         {y, u, v});
+         Show({y, u, v}));
   }
 }
 
@@ -198,7 +228,8 @@ void TestPattern::DrawCells(std::uint32_t number, const Picture& picture) const 
       const bool is_white = (cells >> (kColumns - 1 - column) & 1U) != 0;
       const int left = column * _width / kColumns;
       const int right = (column + 1) * _width / kColumns;
-      std::memset(first + left, is_white ? kWhite : kBlack, static_cast<std::size_t>(right - left));
+      std::memset(first + left, (is_white ? _white : _black).y,
+                  static_cast<std::size_t>(right - left));
     }
     for (int y = top + 1; y < bottom; ++y) {
       std::memcpy(first + std::ptrdiff_t{y - top} * picture.strides[0], first,
@@ -238,13 +269,13 @@ void TestPattern::DrawMovers(std::uint32_t number, const Picture& picture) const
   const int side = std::max(2, EvenPart(_height, 1, 8));
   const int x = Bounce(number, std::max(2, _width / 160), _width - side);
   const int y = Bounce(number, std::max(2, _height / 120), bars_height - side);
-  Fill(picture, {x, _bars_top + y, side, side}, {kWhite, kGrey, kGrey});
-  Fill(picture, {x + side / 4, _bars_top + y + side / 4, side / 2, side / 2}, {82, 90, 240});
+  Fill(picture, {x, _bars_top + y, side, side}, _white);
+  Fill(picture, {x + side / 4, _bars_top + y + side / 4, side / 2, side / 2}, _red);
 
   const int line_width = std::max(2, EvenPart(_width, 1, 160));
   const auto sweep = static_cast<int>(std::uint64_t{number} * static_cast<unsigned>(line_width) %
                                       static_cast<unsigned>(_width));
-  Fill(picture, {sweep, _bars_top, line_width, bars_height}, {kBlack, kGrey, kGrey});
+  Fill(picture, {sweep, _bars_top, line_width, bars_height}, _black);
 }
 
 void TestPattern::DrawDigits(std::uint32_t number, const Picture& picture) const {
@@ -256,7 +287,7 @@ void TestPattern::DrawDigits(std::uint32_t number, const Picture& picture) const
   if (dot < 2) return;
   const int left = (_width - columns * dot) / 2 & ~1;
   const int top = (_bars_top + (_bars_bottom - _bars_top - 9 * dot) / 2) & ~1;
-  Fill(picture, {left, top, columns * dot, 9 * dot}, {kBlack, kGrey, kGrey});
+  Fill(picture, {left, top, columns * dot, 9 * dot}, _black);
   const int leading = digits - static_cast<int>(text.size());
   for (int place = 0; place < digits; ++place) {
     const int digit = place < leading ? 0 : text[static_cast<std::size_t>(place - leading)] - '0';
@@ -264,7 +295,7 @@ void TestPattern::DrawDigits(std::uint32_t number, const Picture& picture) const
       for (int column = 0; column < 5; ++column) {
         if ((kDigits[digit][row] >> (4 - column) & 1) == 0) continue;
         Fill(picture, {left + (6 * place + 1 + column) * dot, top + (row + 1) * dot, dot, dot},
-             {kWhite, kGrey, kGrey});
+             _white);
       }
     }
   }

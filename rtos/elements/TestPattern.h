@@ -22,7 +22,7 @@ namespace tessel::rtos {
 class TestPattern {
  public:
   // `width` x `height` luma samples, even, at least 16 x 16.
-  TestPattern(int width, int height);
+  TestPattern(int width, int height, Colours colours);
 
   // Draws picture `number` into the planes of `picture`, every sample of them. The same number
   // always gives the same picture. REQUIRES: `picture` has the size given at construction.
@@ -37,7 +37,10 @@ class TestPattern {
     std::uint8_t y, u, v;
   };
 
+  // The same colour, told in BT.709 and limited range, as the pattern's samples have it.
+  Colour Show(Colour colour) const;
   void DrawBackground();
+  void MakeNoise(int lines);
   void Fill(const Picture& picture, Box box, Colour colour) const;
   void DrawCells(std::uint32_t number, const Picture& picture) const;
   void DrawTexture(std::uint32_t number, const Picture& picture) const;
@@ -48,6 +51,10 @@ class TestPattern {
   // Constant after construction.
   int _width;
   int _height;
+  Colours _colours;
+  Colour _black;
+  Colour _white;
+  Colour _red;
   int _bars_top;
   int _bars_bottom;
   std::vector<std::uint8_t> _planes[3];  // what does not move, tightly packed

@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <map>
 #include <string>
 #include <utility>
 #include <vector>
@@ -23,6 +24,10 @@ struct Options {
   // one. Read when it is started.
   std::string far_side_program;
   std::vector<std::string> far_side_arguments;  // appended to the command line
+  // Unix socket of a real-time side that runs already and serves several clients; then none is
+  // started. Empty: what the environment variable TESSEL_RTOS_SOCKET says, if anything. Read when a
+  // connection is made.
+  std::string far_side_socket;
 
   // Board inputs; read whenever a chain is created on the real-time side.
   std::string sensor = "test";  // "test", "/dev/video*", or a media file
@@ -111,6 +116,27 @@ struct StreamCounters {
 // The streams of this process whose memory is still in use, open ones first. Any thread.
 QUILL_PUBLIC std::vector<StreamCounters> Streams();
 
+// A stream of the real-time side, of this client or of another one.
+struct BoardStream {
+  int id = 0;                                // for the operations below
+  pid_t client = 0;                          // the process that it belongs to
+  std::string chain;                         // class names of its elements, "+" between them
+  bool is_playing = false;                   //
+  std::map<std::string, std::string> media;  // what it delivers: "codec", "w", "h", …
+  // Words of its rate-control block by their names (doc/rate-control.md); empty without one.
+  std::map<std::string, int> control;
+  StreamCounters counters;
+};
+// All streams of the real-time side, in the order of their creation. Connects to one that listens,
+// where the options name it, but starts none. False with `error` when there is none to ask. Any
+// thread, as the three below.
+QUILL_PUBLIC bool ListBoard(std::vector<BoardStream>& streams, std::string& error);
+// Steers a stream that may be another client's. False with `error` when there is no such stream, it
+// has no use for this, or it does not answer.
+QUILL_PUBLIC bool SetBoardWord(int id, const std::string& word, int value, std::string& error);
+QUILL_PUBLIC bool RequestKeyFrame(int id, std::string& error);
+QUILL_PUBLIC bool TriggerFrame(int id, std::string& error);
+
 // The shared window: bytes handed out, and in how many pieces the rest is.
 struct WindowUse {
   std::size_t used_bytes = 0;
@@ -118,7 +144,7 @@ struct WindowUse {
 };
 QUILL_PUBLIC WindowUse GetWindowUse();
 
-// Process of the running real-time side, or 0. Any thread.
+// Process of the real-time side in use, or 0. Any thread.
 QUILL_PUBLIC pid_t FarSideProcess();
 
 }  // namespace quill::host

@@ -5,7 +5,7 @@
 
 #include <time.h>
 
-namespace tessel::rtos {
+namespace tessel {
 
 inline constexpr std::int64_t kSecondNs = 1'000'000'000;
 
@@ -16,4 +16,4 @@ inline std::int64_t NowNs() {
   return now.tv_sec * kSecondNs + now.tv_nsec;
 }
 
-}  // namespace tessel::rtos
+}  // namespace tessel

@@ -1,0 +1,96 @@
+// What runs on the real-time side, of this client and of others, and how it is steered.
+#include "FarSide.h"
+#include "quill/AttrSet.h"
+#include "quill/Host.h"
+
+namespace quill::host {
+
+using base::AttrSet;
+
+namespace {
+
+// Asks the real-time side in use, or the one that listens.
+bool AskBoard(AttrSet& args, std::string& error) {
+  auto far_side = stream::FarSide::Current();
+  if (far_side == nullptr || !far_side->IsAlive()) {
+    error = "no real-time side runs here, and none is named to look at";
+    far_side = stream::FarSide::IsElsewhere() ? stream::FarSide::Ensure(error) : nullptr;
+  }
+  return far_side != nullptr && far_side->Run(args, error);
+}
+
+StreamCounters ReadCounters(const AttrSet& report) {
+  StreamCounters counters;
+  const auto read = [&report](const char* key, std::uint64_t& into) {
+    unsigned long long value = 0;
+    if (report.Get(key, value)) into = value;
+  };
+  report.Get("session", counters.session);
+  read("made", counters.made);
+  read("delivered", counters.delivered);
+  read("dropped", counters.dropped);
+  read("thinned", counters.thinned);
+  read("untriggered", counters.untriggered);
+  read("refused", counters.refused);
+  read("held", counters.held);
+  return counters;
+}
+
+// The set inside the set `report` under `key`; empty when there is none.
+AttrSet Inner(const AttrSet& report, const char* key) {
+  const char* text = report.Get(key);
+  return AttrSet(text == nullptr ? "" : text);
+}
+
+BoardStream ReadStream(const AttrSet& report) {
+  BoardStream stream;
+  std::string status;
+  report.Get("client", stream.client);
+  report.Get("chain", stream.chain);
+  report.Get("status", status);
+  stream.is_playing = status == "play";
+  const AttrSet media = Inner(report, "media");
+  for (const auto& [key, value] : media.Pairs()) stream.media[key] = value;
+  const AttrSet control = Inner(report, "control");
+  for (const auto& [key, value] : control.Pairs()) control.Get(key.c_str(), stream.control[key]);
+  stream.counters = ReadCounters(report);
+  return stream;
+}
+
+bool RequestOf(int id, const char* word, std::string& error) {
+  AttrSet args;
+  args.Add("cmd", "tesselRequest");
+  args.Add("stream", id);
+  args.Add("word", word);
+  return AskBoard(args, error);
+}
+
+}  // namespace
+
+bool ListBoard(std::vector<BoardStream>& streams, std::string& error) {
+  AttrSet args;
+  args.Add("cmd", "tesselList");
+  if (!AskBoard(args, error)) return false;
+  streams.clear();
+  const AttrSet reports = Inner(args, "streams");
+  for (const auto& [id, report] : reports.Pairs()) {
+    streams.push_back(ReadStream(AttrSet(report.c_str())));
+    base::ConvertToImpl(id.c_str(), streams.back().id);
+  }
+  return true;
+}
+
+bool SetBoardWord(int id, const std::string& word, int value, std::string& error) {
+  AttrSet args;
+  args.Add("cmd", "tesselSet");
+  args.Add("stream", id);
+  args.Add("word", word);
+  args.Add("value", value);
+  return AskBoard(args, error);
+}
+
+bool RequestKeyFrame(int id, std::string& error) { return RequestOf(id, "keyframe_req", error); }
+
+bool TriggerFrame(int id, std::string& error) { return RequestOf(id, "trigger_req", error); }
+
+}  // namespace quill::host

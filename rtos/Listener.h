@@ -1,0 +1,48 @@
+// Serves several clients at once, each over a connection of its own, on a Unix socket.
+#pragma once
+
+#include <list>
+#include <memory>
+#include <string>
+#include <thread>
+
+#include "Connection.h"
+
+namespace tessel::rtos {
+
+// One thread.
+class Listener {
+ public:
+  // Listens at `path`, which only this user may connect to (mode 0600). A socket that a dead
+  // process has left there is replaced; a live one, or another file, is not. Null with `error`.
+  // `elements` has to outlive it.
+  static std::unique_ptr<Listener> Create(const std::string& path,
+                                          std::span<const ElementRow> elements, std::string& error);
+  // Removes the socket.
+  ~Listener();
+
+  // Serves until SIGINT or SIGTERM comes, then ends all connections. REQUIRES: no other thread was
+  // started before, so that all of them leave the signals to this one.
+  bool Serve(std::string& error);
+
+ private:
+  struct Client {
+    explicit Client(std::unique_ptr<Connection> served) : connection(std::move(served)) {}
+    std::unique_ptr<Connection> connection;
+    std::atomic<bool> is_over{false};
+    std::thread thread;
+  };
+
+  Listener(std::string path, link::UniqueFd socket, std::span<const ElementRow> elements)
+      : _path(std::move(path)), _socket(std::move(socket)), _elements(elements) {}
+  void Accept();
+  void Reap();
+
+  const std::string _path;
+  const link::UniqueFd _socket;
+  const std::span<const ElementRow> _elements;
+  Directory _directory;
+  std::list<Client> _clients;
+};
+
+}  // namespace tessel::rtos

@@ -1,0 +1,26 @@
+#include "H264VBrc.h"
+
+#include "KnownParams.h"
+
+namespace tessel::rtos {
+
+bool H264VBrc::Open(const Context& context, const AttrSet& params, Media& media,
+                    std::string& error) {
+  const VbrcBlock* block = nullptr;
+  if (!CheckKnown(params, {"name", "vbrc"}, error) || !ReadBlock(context, params, block, error)) {
+    return false;
+  }
+  std::string codec;
+  std::string gop_type;
+  int gop = 0;
+  media.description.Get("codec", codec);
+  media.description.Get("goptype", gop_type);
+  if (codec != "h264" || !media.description.Get("gop", gop)) {
+    error = "no H.264 encoder in front";
+    return false;
+  }
+  _rate = std::make_unique<VariableRate>(gop, gop_type.find('P') == std::string::npos);
+  return true;
+}
+
+}  // namespace tessel::rtos

@@ -1,0 +1,118 @@
+#include "VariableRate.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "Clock.h"
+
+namespace tessel::rtos {
+namespace {
+
+constexpr double kWindowS = 2.0;  // over any such time the rate stays below the greatest one
+// Of the greatest rate: where the controller beneath it is to hold. The rest is for what it gets
+// wrong, and for a window that begins and ends with an intra picture.
+constexpr double kCeilingPart = 0.85;
+// Of what a window has left, for one picture. An inter picture takes several times what is expected
+// where a scene begins unnoticed; without that it stays far below these parts.
+constexpr double kInterRoom = 0.2;
+constexpr double kIntraRoom = 0.55;
+constexpr double kSafeWindow = 0.97;  // of a full window, what may be planned for
+
+constexpr double kIntraQpBonus = 2;  // intra pictures are referred to, which is worth finer steps
+// Bits a second of a moving scene at QP 0 for each level of detail; what the quality begins with.
+// Measured were 4 to 18 at 30 frames/s, and 2 to 3 in still scenes. It depends little on the frame
+// rate, as fewer pictures differ more.
+constexpr double kMovingCost = 10;
+constexpr std::int64_t kBeginNs = kSecondNs;  // cameras deliver black pictures at first
+
+constexpr double kMostCreditS = 10;
+// QP steps for each second of the target taken or left beyond the credit.
+constexpr double kRise = 0.5;
+constexpr double kFall = 0.5;
+constexpr double kCatchUp = 0.3;  // the same, for each step by which the quality is out of reach
+
+}  // namespace
+
+int VariableRate::ChooseQp(const Unit& unit, bool is_intra, const Complexity& complexity) {
+  const RateLimits limits = LimitsOf(unit.control);
+  // What is asked for anew is given at once, by the law of the controllers.
+  if (_limits.target_bps > 0) {
+    _quality_qp += 6 * std::log2(static_cast<double>(_limits.target_bps) / limits.target_bps);
+  }
+  _limits = limits;
+  Begin(unit, complexity);
+  _quality_qp = std::clamp<double>(_quality_qp, limits.qp_min, limits.qp_max);
+
+  const auto ask = [&](RateController& controller, double rate_bps) {
+    return controller.ChooseQp({.target_bps = std::max(1, static_cast<int>(rate_bps)),
+                                .qp_min = limits.qp_min,
+                                .qp_max = limits.qp_max,
+                                .frames_per_second = unit.frames_per_second},
+                               is_intra, unit.time_ns, complexity);
+  };
+  const int lowest_qp = ask(_ceiling, kCeilingPart * limits.most_bps);
+  const int highest_qp = ask(_floor, limits.least_bps);
+  const double wanted_qp = is_intra ? _quality_qp - kIntraQpBonus : _quality_qp;
+  const int quality_qp = std::max(limits.qp_min, static_cast<int>(std::lround(wanted_qp)));
+  int qp = std::min(quality_qp, highest_qp);
+  // With a guess the ceiling would blur what begins a scene, although a window may have room for
+  // it.
+  if (!_ceiling.IsGuess()) qp = std::max(qp, lowest_qp);
+  _chosen_qp = RaiseToFitWindow(unit, is_intra, qp);
+  _raised_by = std::max(0, _chosen_qp - quality_qp);
+  return _chosen_qp;
+}
+
+// The quality that lets a moving scene with this much detail meet the target.
+void VariableRate::Begin(const Unit& unit, const Complexity& complexity) {
+  if (_last_time_ns == 0) _first_time_ns = unit.time_ns;
+  if (unit.time_ns - _first_time_ns > kBeginNs) return;
+  const double cost_a_second = kMovingCost * complexity.detail;
+  _quality_qp = std::max(_quality_qp, 6 * std::log2(cost_a_second / _limits.target_bps));
+}
+
+int VariableRate::RaiseToFitWindow(const Unit& unit, bool is_intra, int qp) {
+  // Both of its ends count in, captures jitter.
+  const double window_s = kWindowS + 0.5 / unit.frames_per_second;
+  const std::int64_t begin_ns = unit.time_ns - static_cast<std::int64_t>(window_s * kSecondNs);
+  while (!_window.empty() && _window.front().time_ns < begin_ns) {
+    _window_bits -= _window.front().bits;
+    _window.pop_front();
+  }
+  const double room = kSafeWindow * kWindowS * _limits.most_bps - _window_bits;
+  const double most_bits = (is_intra ? kIntraRoom : kInterRoom) * room;
+  while (qp < _limits.qp_max && _ceiling.ExpectedBits(qp) > most_bits) ++qp;
+  return qp;
+}
+
+void VariableRate::Account(const Unit& unit) {
+  const double bits = static_cast<double>(unit.size_bytes) * 8;
+  _ceiling.Account(unit.qp, unit.size_bytes);
+  _floor.Account(unit.qp, unit.size_bytes);
+  _window.push_back({unit.time_ns, bits});
+  _window_bits += bits;
+  const auto since_ns = static_cast<double>(unit.time_ns - _last_time_ns);
+  const double share_s = _last_time_ns == 0 ? 1.0 / unit.frames_per_second : since_ns / kSecondNs;
+  _last_time_ns = unit.time_ns;
+  // Pictures with a QP that was told to tell nothing of the quality.
+  if (unit.qp == _chosen_qp) MoveQuality(share_s, bits / _limits.target_bps);
+}
+
+void VariableRate::MoveQuality(double share_s, double taken_s) {
+  _credit_s += share_s - taken_s;
+  if (_credit_s < 0) _quality_qp -= (kRise + kCatchUp * _raised_by) * _credit_s;
+  // What was left because the greatest rate forbade it to be taken does not call for more.
+  if (_credit_s > kMostCreditS && _raised_by == 0) {
+    // A scene that takes little says little about what the next one needs.
+    const double weight = std::min(1.0, _window_bits / (kWindowS * _limits.target_bps));
+    _quality_qp -= kFall * weight * weight * (_credit_s - kMostCreditS);
+  }
+  _credit_s = std::clamp(_credit_s, 0.0, kMostCreditS);
+}
+
+void VariableRate::Forgive() {
+  _ceiling.Forgive();
+  _floor.Forgive();
+}
+
+}  // namespace tessel::rtos

@@ -1,0 +1,58 @@
+// Holds the picture quality of a stream steady and lets its bit rate move inside limits.
+//
+// Between its limits the stream is coded with a QP of its own, the quality, which moves slowly.
+// What a still scene leaves of the target is kept as a credit of some seconds, from which a busy
+// one takes; only what is taken beyond the credit, or left beyond it, moves the quality. So the
+// rate tends to the target in the long run and swings about it in the short one.
+//
+// Two controllers run beside it, one at the greatest rate, one at the least; theirs are the lowest
+// and the highest QP of each picture. On top of that a picture is not to take more than a part of
+// what the last two seconds have left of the greatest rate.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+
+#include "ConstantRate.h"
+
+namespace tessel::rtos {
+
+// One thread.
+class VariableRate : public QpPolicy {
+ public:
+  // As of RateController.
+  VariableRate(int gop, bool all_intra) : _ceiling(gop, all_intra), _floor(gop, all_intra) {}
+
+  int ChooseQp(const Unit& unit, bool is_intra, const Complexity& complexity) override;
+  void Account(const Unit& unit) override;
+  void Forgive() override;
+
+ private:
+  struct Entry {
+    std::int64_t time_ns;
+    double bits;
+  };
+
+  void Begin(const Unit& unit, const Complexity& complexity);
+  int RaiseToFitWindow(const Unit& unit, bool is_intra, int qp);
+  void MoveQuality(double share_s, double taken_s);
+
+  RateController _ceiling;  // near the greatest rate
+  RateController _floor;    // at the least rate
+  RateLimits _limits = {};
+  double _quality_qp = 0;
+  double _credit_s = 0;  // left of the target, as time at that rate
+
+  std::deque<Entry> _window;  // pictures of the last two seconds
+  double _window_bits = 0;    // sum of _window
+
+  // The picture at hand.
+  int _chosen_qp = 0;
+  int _raised_by = 0;  // above the quality, for want of rate
+
+  std::int64_t _first_time_ns = 0;
+  std::int64_t _last_time_ns = 0;  // 0: no picture yet
+};
+
+}  // namespace tessel::rtos
