@@ -46,24 +46,28 @@ class CaptureTool : public ::testing::Test {
     const std::string text = Text("log");
     return std::count(text.begin(), text.end(), '\n');
   }
-  // How many pictures are in the file, which are to be those from the first on.
-  std::uint32_t Decode(const std::string& name) const {
+  // How many pictures are in the file, which are to be those from the first on, each `step`th; 0:
+  // those that were triggered.
+  std::uint32_t Decode(const std::string& name, std::uint32_t step = 1) const {
     AVFormatContext* file = nullptr;
     if (avformat_open_input(&file, (_folder + name).c_str(), nullptr, nullptr) < 0) return 0;
     avformat_find_stream_info(file, nullptr);
-    AVCodecContext* codec = avcodec_alloc_context3(avcodec_find_decoder(AV_CODEC_ID_H264));
-    avcodec_parameters_to_context(codec, file->streams[0]->codecpar);
+    const AVCodecParameters* stream = file->streams[0]->codecpar;
+    AVCodecContext* codec = avcodec_alloc_context3(avcodec_find_decoder(stream->codec_id));
+    avcodec_parameters_to_context(codec, stream);
     avcodec_open2(codec, nullptr, nullptr);
     AVPacket* packet = av_packet_alloc();
     AVFrame* picture = av_frame_alloc();
     std::uint32_t count = 0;
+    std::uint32_t next = 0;
     for (bool has_more = true; has_more;) {
       has_more = av_read_frame(file, packet) >= 0;
       EXPECT_EQ(avcodec_send_packet(codec, has_more ? packet : nullptr), 0);
       av_packet_unref(packet);
       for (std::uint32_t number = 0; avcodec_receive_frame(codec, picture) >= 0; ++count) {
         rtos::ReadFrameNumber(picture->data[0], picture->linesize[0], 160, 120, number);
-        EXPECT_EQ(number, count);
+        EXPECT_TRUE(step == 0 ? number >= next : number == next) << number << " for " << next;
+        next = number + std::max(step, 1U);
       }
     }
     av_frame_free(&picture);
@@ -84,7 +88,12 @@ TEST_F(CaptureTool, TellsTheCulpritAndExitsAccordingly) {
     std::string text;
   } rows[] = {
       {"--help", 0, "Exit codes: 0 done, 1 failed, 2 wrong usage"},
-      {"list", 0, "ApiH264Source-dualos-cbrc-push\tpush\tH.264"},
+      {"list", 0, "ApiH264Source-dualos-cbrc-push\tpush\tH.264 video\th264-push\n"},
+      {"list", 0,
+       "SourceTrigger-dualos-trigger-pull\tpull\tJPEG pictures, triggered\tjpeg-trigger\n"},
+      {"list", 0,
+       "-vbrc-trigger-push\tpush\tH.264 video, variable rate, triggered\th264-vbrc-trigger-push\n"},
+      {"list", 0, "-pull-fake\tpull\traw video, synthetic\tyuv-fake\n"},
       {"inspect h264", 0, "pv-yuv-src-adv:w=1920,h=1080"},
       {"inspect h266", 1, "no class \"h266\""},
       {"capture h264 --sensor b.mov", 1, "b.mov\": No such file or directory"},
@@ -96,9 +105,23 @@ TEST_F(CaptureTool, TellsTheCulpritAndExitsAccordingly) {
       {"", 2, "a command is missing"},
       {"capture h264 --qp 52", 2, "--qp: 52 is outside 0..51"},
       {"capture h264 --bitrate 1.5x", 2, "--bitrate: \"1.5x\" is no number such as"},
-      {"capture h264 --set gop=4@9", 2, "--set: no key \"gop\"; there are fps, bitrate"},
+      {"capture h264 --set gop=4@9", 2,
+       "--set: no key \"gop\"; there are fps, capture-fps, bitrate"},
       {"capture h264 --qp-min 9 --qp-max 8", 2, "--qp-min 9 is above --qp-max 8"},
       {"capture h264 -o a.avi", 2, "\"a.avi\" ends in none of .mp4, .mkv, .h264"},
+      {"capture yuv", 2, "the raw source goes into .y4m or .yuv"},
+      {"capture jpeg -o a.y4m", 2, "goes into .mp4, .mkv, .mjpeg or numbered .jpg"},
+      {"capture yuv-fake -o a.y4m", 2, "the synthetic source goes into .yuv"},
+      {"capture jpeg -o a.jpg", 2, "or number them by a pattern, as a-%03d.jpg"},
+      {"capture yuv -o a.y4m --format nv12", 2,
+       "--format: nv12 does not go into .y4m, which takes"},
+      {"capture yuv -o a.yuv --format x", 1, "fmt=x is none of 420V50, "},
+      {"capture jpeg --gop 4", 2, "--gop: a JPEG source has no GOP"},
+      {"capture jpeg --set bitrate=2M@4", 2, "--bitrate: a JPEG source has no bit rate"},
+      {"capture yuv -o a.yuv --fps 5", 2, "--fps: the raw source captures at 30 frames/s"},
+      {"capture h264 --capture-fps 5", 2, "an H.264 source of constant rate has one frame rate"},
+      {"capture h264-trigger", 2, "delivers nothing untriggered; add --trigger-every MS or"},
+      {"capture h264 --trigger-every 5", 2, "--trigger-every: h264 takes no triggers"},
   };
   for (const auto& row : rows) {
     const bool needs_output =
@@ -112,10 +135,18 @@ TEST_F(CaptureTool, TellsTheCulpritAndExitsAccordingly) {
 
 TEST_F(CaptureTool, WritesEveryFrameIntoEachContainer) {
   const std::string size = " --width 160 --height 120 --frames 40 --unpaced --frame-log log -o ";
-  for (const std::string name : {"a.mp4", "a.mkv", "a.h264", "-"}) {
-    EXPECT_EQ(Run((name == "a.mkv" ? "capture h264-push" : "capture h264") + size + name), 0);
-    EXPECT_EQ(Decode(name == "-" ? "out" : name), 40U) << name;
-    const std::regex summary(".*: 40 frames, 1\\.3. s, .* 3 key frames, 0 dropped\n");
+  const std::pair<std::string, std::string> rows[] = {
+      {"h264", "a.mp4"},      {"h264-push", "a.mkv"},
+      {"h264-vbrc", "a.mkv"}, {"h264-vbrc", "a.h264"},
+      {"jpeg-push", "j.mp4"}, {"jpeg", "j.mkv"},
+      {"jpeg", "a.mjpeg"},    {"jpeg-push", "%02d.jpg"},
+      {"yuv", "a.y4m"},       {"yuv-push --format gray", "g.y4m"},
+      {"jpeg", "-"},          {"h264-pull", "-"},
+  };
+  for (const auto& [source, name] : rows) {
+    EXPECT_EQ(Run("capture " + source + size + name), 0);
+    EXPECT_EQ(Decode(name == "-" ? "out" : name), 40U) << source << name;
+    const std::regex summary(".*: 40 frames, 1\\.3. s, .* (3|40) key frames, 0 dropped\n");
     EXPECT_TRUE(std::regex_match(Text("err"), summary)) << Text("err");
   }
   std::ifstream log(_folder + "log");
@@ -133,8 +164,48 @@ TEST_F(CaptureTool, WritesEveryFrameIntoEachContainer) {
   EXPECT_EQ(std::pair(lines, bytes), std::pair(40, Text("out").size()));
 }
 
+TEST_F(CaptureTool, WritesBareFramesOfEachSizeAndFormat) {
+  const struct {
+    std::string words;
+    std::size_t bytes;
+  } rows[] = {
+      {"yuv --width 64 --height 48 --unpaced", 64 * 48 * 3 / 2},
+      {"yuv-push --width 64 --height 48 --format yuyv --unpaced", 64 * 48 * 2},
+      {"yuv-fake", 2764800},
+      {"yuv-fake-push --fps 200", 2764800},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(Run("capture " + row.words + " --frames 4 -o a.yuv"), 0);
+    EXPECT_EQ(std::filesystem::file_size(_folder + "a.yuv"), 4 * row.bytes) << row.words;
+    EXPECT_EQ(Text("err").find("carry no picture") != std::string::npos, row.bytes == 2764800);
+  }
+}
+
+TEST_F(CaptureTool, ThinsAStreamOfVariableRate) {
+  EXPECT_EQ(Run("capture h264-vbrc --width 160 --height 120 --unpaced --capture-fps 60 --fps 20 "
+                "--frames 20 -o a.mp4"),
+            0);
+  EXPECT_EQ(Decode("a.mp4", 3), 20U);
+  EXPECT_NE(Text("err").find(": 20 frames, 1.00 s, "), std::string::npos) << Text("err");
+}
+
+TEST_F(CaptureTool, WritesAFrameForEachTrigger) {
+  const std::string size = " --width 160 --height 120 -o a.mkv ";
+  std::ofstream(_folder + "lines") << std::string(29, '\n') << "the last line may lack its end";
+  for (const std::string source :
+       {"h264-trigger --fps 200", "h264-vbrc-trigger-push --fps 200 --capture-fps 200",
+        "jpeg-trigger --fps 200", "jpeg-trigger-push --unpaced"}) {
+    EXPECT_EQ(Run("capture " + source + size + "--trigger-on-stdin <lines"), 0) << Text("err");
+    EXPECT_EQ(Decode("a.mkv", 0), 30U) << source;
+  }
+  EXPECT_EQ(Run("capture jpeg-trigger" + size + "--trigger-on-stdin --frames 4 <lines"), 0);
+  EXPECT_EQ(Decode("a.mkv", 0), 4U);
+  EXPECT_EQ(Run("capture jpeg-trigger-push" + size + "--trigger-every 200 --seconds 1"), 0);
+  EXPECT_EQ(Decode("a.mkv", 0), 5U);
+}
+
 TEST_F(CaptureTool, LeavesAWholeFileWhenInterruptedOrCutOff) {
-  for (const std::string kind : {"h264", "h264-push"}) {
+  for (const std::string kind : {"h264", "h264-push", "jpeg-push"}) {
     for (const bool is_cut_off : {false, true}) {
       Begin(TESSEL_TOOL " capture " + kind + " --width 160 --height 120 --frame-log log -o a.mp4");
       ASSERT_TRUE(Eventually([this] { return LogLength() > 5; }));

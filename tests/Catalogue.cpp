@@ -10,13 +10,19 @@
 #include "common/StreamVbrc.h"
 #include "Fixture.h"
 #include "quill/IClass.h"
+#include "tessel/IYuvSource.h"
 
 namespace tessel::tests {
 namespace {
 
+using api::streaming::IYuvSource;
 using api::streaming::common::IBitRateControl;
 using api::streaming::common::IEncoder;
 using api::streaming::common::IStreamControl;
+using api::streaming::common::IStreamOutput;
+using api::streaming::common::ITrigger;
+using api::streaming::common::IYuvDevice;
+using api::streaming::common::YuvMediaInfoList;
 using dualos::StreamApp;
 using dualos::StreamAppOutput;
 using dualos::StreamVbrc;
@@ -41,19 +47,53 @@ class Catalogue : public StreamTest {
   }
 };
 
-const Lines kNames = {"ApiH264SourceCbrc1", kPush, kPull};
+struct Names {
+  const char* entry;  // the exported function
+  const char* base;
+  const char* push;
+  const char* pull;
+};
+constexpr Names kSources[] = {
+    {"RegisterApiJpegSource", "ApiJpegSourceCbrc1", "ApiJpegSource-dualos-cbrc-push",
+     "ApiJpegSource-dualos-cbrc-pull"},
+    {"RegisterApiJpegSourceTrigger", "ApiJpegSourceTrigger1",
+     "ApiJpegSourceTrigger-dualos-trigger-push", "ApiJpegSourceTrigger-dualos-trigger-pull"},
+    {"RegisterApiH264Source", "ApiH264SourceCbrc1", "ApiH264Source-dualos-cbrc-push",
+     "ApiH264Source-dualos-cbrc-pull"},
+    {"RegisterApiH264SourceTrigger", "ApiH264SourceTrigger1",
+     "ApiH264SourceTrigger-dualos-trigger-push", "ApiH264SourceTrigger-dualos-trigger-pull"},
+    {"RegisterApiH264SourceVbrc", "ApiH264SourceVbrc1", "ApiH264Source-vbrc-dualos-push",
+     "ApiH264Source-vbrc-dualos-pull"},
+    {"RegisterApiH264SourceVbrcTrigger", "ApiH264SourceVbrcTrigger1",
+     "ApiH264Source-dualos-vbrc-trigger-push", "ApiH264Source-dualos-vbrc-trigger-pull"},
+    {"RegisterApiYuvSource", "ApiYuvSource1", "ApiYuvSource-dualos-push",
+     "ApiYuvSource-dualos-pull"},
+    {"RegisterApiYuvSourceFake", "ApiYuvSourceFake1", "ApiYuvSource-dualos-push-fake",
+     "ApiYuvSource-dualos-pull-fake"},
+};
+
+Lines AllNames() {
+  Lines names;
+  for (const Names& row : kSources) names.insert(names.end(), {row.base, row.push, row.pull});
+  return names;
+}
 
 TEST_F(Catalogue, HoldsTheClassesInOrder) {
-  EXPECT_EQ(PluginNames(), kNames);
-  for (const std::string& name : kNames) {
-    const IClass* record = IClass::Find(name.c_str(), true);
-    ASSERT_NE(record, nullptr) << name;
-    EXPECT_EQ(record->Version(), 65793U);
-    EXPECT_EQ(record->Vendor(), "Harvelon");
-    const bool is_base = name == kNames[0];
-    EXPECT_EQ(*record->ConstructorType(), is_base ? typeid(void(bool)) : typeid(void())) << name;
-    EXPECT_EQ(record->Base(), is_base ? nullptr : IClass::Find("ApiH264SourceCbrc1", true));
-    EXPECT_TRUE(record->Properties().empty());
+  EXPECT_EQ(PluginNames(), AllNames());
+  for (const auto& [entry, base, push, pull] : kSources) {
+    for (const char* name : {base, push, pull}) {
+      const IClass* record = IClass::Find(name, true);
+      ASSERT_NE(record, nullptr) << name;
+      EXPECT_EQ(record->Version(), 65793U);
+      EXPECT_EQ(record->Vendor(), "Harvelon");
+      const bool is_base = name == base;
+      EXPECT_EQ(*record->ConstructorType(), is_base ? typeid(void(bool)) : typeid(void())) << name;
+      EXPECT_EQ(record->Base(), is_base ? nullptr : IClass::Find(base, true));
+      EXPECT_TRUE(record->Properties().empty());
+      const auto* formats = record->Tag<YuvMediaInfoList>();
+      EXPECT_EQ(formats != nullptr, std::string(base).find("Yuv") != std::string::npos) << name;
+      EXPECT_TRUE(formats == nullptr || formats->at(0).format == "420V50");
+    }
   }
   EXPECT_EQ(IClass::Find("apih264sourcecbrc1", true), nullptr);
   EXPECT_NE(IClass::Find("apih264sourcecbrc1", false), nullptr);
@@ -61,10 +101,17 @@ TEST_F(Catalogue, HoldsTheClassesInOrder) {
 
 TEST_F(Catalogue, AliasesBindTheDelivery) {
   for (const bool pull : {false, true}) {
-    const Camera camera = Make(pull ? kPull : kPush);
-    EXPECT_EQ(camera->IsSupportedPullFrame(), pull);
-    EXPECT_EQ(camera->IsSupportedOutputFrameCallback(), !pull);
-    EXPECT_FALSE(camera->IsSupportSingleFrameTrigger());
+    for (const auto& names : kSources) {
+      const auto made = quill::host::Create<IStreamOutput>(pull ? names.pull : names.push);
+      ASSERT_TRUE(made) << names.base;
+      EXPECT_EQ(made->IsSupportedPullFrame(), pull);
+      EXPECT_EQ(made->IsSupportedOutputFrameCallback(), !pull);
+      EXPECT_EQ(made->RegisterOutputCallback(nullptr), !pull);
+      if (const auto* trigger = dynamic_cast<ITrigger*>(made.get())) {
+        EXPECT_EQ(trigger->IsSupportSingleFrameTrigger(),
+                  std::string(names.base).find("Trigger") != std::string::npos);
+      }
+    }
   }
   EXPECT_EQ(quill::host::CreateObject("ApiH264SourceCbrc1", ""), nullptr);
   EXPECT_EQ(quill::host::CreateObject("ApiH264Source", ""), nullptr);
@@ -78,15 +125,15 @@ TEST_F(Catalogue, RegisteringTwiceLeavesOneRecordAName) {
   auto* record = IClass::Find("ApiH264SourceCbrc1", true);
   record->Init("pluginapistreaming", 1, "somebody", nullptr, nullptr);
   Symbol<void(const char*)>("RegisterPluginApiStreaming")(nullptr);
-  EXPECT_EQ(PluginNames(), kNames);
+  EXPECT_EQ(PluginNames(), AllNames());
   EXPECT_EQ(record->Version(), 65793U) << "the metadata is refreshed";
   Lines lines;
-  for (const std::string& name : kNames) {
+  for (const std::string& name : AllNames()) {
     lines.push_back("base/reflect/TClass/#/Register:\t!cl,class existed:" + name);
   }
   EXPECT_EQ(LogLines(), lines);
-  Symbol<void(const char*)>("RegisterApiH264Source")("ignored");
-  EXPECT_EQ(LogLines(), lines);
+  for (const Names& row : kSources) Symbol<void(const char*)>(row.entry)("ignored");
+  EXPECT_EQ(LogLines(), lines) << "each enters its own";
 }
 
 TEST_F(Catalogue, ThePluginExportsItsEntry) {
@@ -96,7 +143,7 @@ TEST_F(Catalogue, ThePluginExportsItsEntry) {
   EXPECT_GT(*Symbol<int>("__cb_register_PluginApiStreaming"), 0);
   std::string error;
   EXPECT_TRUE(quill::host::LoadPlugin(TESSEL_PLUGIN)) << "again";
-  EXPECT_EQ(PluginNames(), kNames);
+  EXPECT_EQ(PluginNames(), AllNames());
   EXPECT_FALSE(quill::host::LoadPlugin("/nowhere/libno.so", &error));
   EXPECT_NE(error.find("/nowhere/libno.so"), std::string::npos) << error;
   EXPECT_FALSE(quill::host::LoadPlugin("libm.so.6", &error));
@@ -161,6 +208,14 @@ TEST(Slots, StandInTheOrderThatClientsWereBuiltWith) {
               &Rate::SetBitRateMinimum, &Rate::SetBitRateMaximum, &Rate::SetQP, &Rate::SetQPMinimum,
               &Rate::SetQPMaximum, &Rate::GetCurrentFrameRate, &Rate::GetCurrentBitRate,
               &Rate::GetCurrentQP);
+  using Yuv = IYuvSource;
+  ExpectSlots(2, &IYuvDevice::SetWidth, &IYuvDevice::SetHeight, &IYuvDevice::SetFormat,
+              &IYuvDevice::SetInterlaced, &IYuvDevice::SetFrameRate, &IYuvDevice::GetYuvMediaInfo);
+  ExpectSlots(2, &Yuv::Set, &Yuv::ChangeUp, &Yuv::ChangeDown, &Yuv::ChangeState, &Yuv::CurrentState,
+              &Yuv::RegisterMessageCallback, &Yuv::SendMessage, &Yuv::IsSupportedPullFrame,
+              &Yuv::IsSupportedOutputFrameCallback, &Yuv::PullFrame, &Yuv::RegisterOutputCallback,
+              &Yuv::GetMediaInfo, &Yuv::SelectSensor, &Yuv::SetFrameRate, &Yuv::Open, &Yuv::Close,
+              &Yuv::Start, &Yuv::Stop);
   ExpectSlots(0, &StreamVbrc::SetBitRate);
   ExpectSlots(3, &StreamVbrc::BitRateControlSupportedList, &StreamVbrc::IsSupport,
               &StreamVbrc::SelectBitRateControl);

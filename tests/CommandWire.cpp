@@ -128,8 +128,9 @@ class Served : public ::testing::Test {
  private:
   Ends _ends;
   std::uint32_t _number = 0;
-  std::thread _thread{[connection = std::make_unique<rtos::Connection>(
-                           std::move(_ends.far), OddElements())] { connection->Serve(); }};
+  rtos::Directory _directory;
+  rtos::Connection _connection{std::move(_ends.far), OddElements(), _directory};
+  std::thread _thread{[this] { _connection.Serve(); }};
 };
 
 TEST_F(Served, HelloComesFirstAndOnce) {

@@ -2,8 +2,10 @@
 #include <filesystem>
 #include <fstream>
 #include <random>
+#include <regex>
 
 #include "Fixture.h"
+#include "tessel/IYuvSource.h"
 
 namespace tessel::tests {
 namespace {
@@ -221,7 +223,8 @@ class Layouts : public StreamTest {
  protected:
   // Opens a camera against a real-time side that answers with `handle`; the layouts are in the
   // trace. Fails, as there is no such application.
-  Lines OpenAndTrace(const Camera& camera, const char* handle) {
+  template <typename Source>
+  Lines OpenAndTrace(const Source& camera, const char* handle) {
     Replace("shm0_cmd", [handle](AttrSet& args, const Command&) {
       return std::string(args.Get("cmd")) == "tesselCreate" && args.Add("object_base", handle);
     });
@@ -229,21 +232,22 @@ class Layouts : public StreamTest {
     EXPECT_FALSE(camera->Open());
     return LogLines(kTrace);
   }
-  // Makes a camera and learns its session and the address of its block.
-  Camera MakeKnown(const char* name) {
+  // Makes a source and learns its session and the address of its block.
+  template <typename Interface = api::streaming::IH264Source>
+  quill::host::Handle<Interface> MakeKnown(const char* name) {
     Replace("shm_alloc", [this](AttrSet& args, const Command& real) {
       const bool done = real(args);
       _block = args.Get("ptr");
       return done;
     });
     LogLines(kTrace);
-    Camera camera = quill::host::Create<api::streaming::IH264Source>(name);
+    auto source = quill::host::Create<Interface>(name);
     for (const std::string& line : LogLines(kTrace)) {
       const std::string mark = "/StreamApp.cpp/#/configure:\t_session_name=";
       const auto at = line.find(mark);
       if (at != std::string::npos) _session = line.substr(at + mark.size());
     }
-    return camera;
+    return source;
   }
   std::string _session;
   std::string _block;
@@ -296,6 +300,50 @@ TEST_F(Layouts, TellWhatWasSetBefore) {
   camera->SelectBitRateControl(camera->kConstant);
   trace = OpenAndTrace(camera, "1");
   EXPECT_EQ(trace[1], begin + "0,vbrc=" + _block + ",fr=15" + session);
+}
+
+// "@" stands for the block's address, "$" for the session; each chain stands in the trace of the
+// class that composes it.
+TEST_F(Layouts, OfTheOtherSourcesShareWhatTheyShare) {
+  const std::string h264 =
+      "+h264-encoder-dma:name=h264,goptype=IPPP,gop=15,qp=21,vbrc=@,fr=25,clk=400000";
+  const std::string begin = "type=pipeline,layout={pv-yuv-src-adv:w=1920,h=1080";
+  const std::string end = "+ShmSink:name=shmsink,session_name=$,init=true}";
+  const struct {
+    const char* name;
+    const char* file;
+    std::string chain;
+  } rows[] = {
+      {"ApiH264SourceTrigger-dualos-trigger-pull", "H264SourceTrigger",
+       "+FrameTrigger:name=trig,vbrc=@" + h264},
+      {"ApiH264Source-vbrc-dualos-pull", "H264SourceVbrc",
+       "+FrameDroper:name=fdrop,vbrc=@" + h264 + "+H264VBrc:name=vbrc,vbrc=@"},
+      {"ApiH264Source-dualos-vbrc-trigger-pull", "H264SourceVbrcTrigger",
+       "+FrameTrigger:name=trig,vbrc=@+FrameDroper:name=fdrop,vbrc=@" + h264 +
+           "+H264VBrc:name=vbrc,vbrc=@"},
+      {"ApiJpegSource-dualos-cbrc-pull", "JpegSource",
+       "+jpeg-encoder-dma:name=jpeg,qp=21,vbrc=@,fr=25,clk=400000"},
+      {"ApiJpegSourceTrigger-dualos-trigger-pull", "JpegSourceTrigger",
+       "+FrameTrigger:name=trig,vbrc=@+jpeg-encoder:name=jpeg,vbrc=@,fr=25,clk=400000"},
+      {"ApiYuvSource-dualos-pull", "YuvSource", ",fmt="},
+  };
+  for (const auto& [name, file, middle] : rows) {
+    const auto source = MakeKnown<api::streaming::common::IStreamOutput>(name);
+    ASSERT_TRUE(source) << name;
+    if (auto* control = dynamic_cast<api::streaming::common::IBitRateControl*>(source.get())) {
+      control->SetQP(21);
+      control->SetFrameRateMaximum(25);
+    }
+    if (auto* yuv = dynamic_cast<api::streaming::IYuvSource*>(source.get())) {
+      yuv->SelectSensor(3);  // nowhere in the text
+      yuv->SetFormat("");    // stored unchecked
+    }
+    std::string chain = begin + middle + end;
+    chain = std::regex_replace(chain, std::regex("@"), _block);
+    chain = std::regex_replace(chain, std::regex("\\$"), _session);
+    EXPECT_EQ(OpenAndTrace(source, "1")[1],
+              std::string("plugin/api/linux/") + file + ".cpp/#/AppStringCreate0:\t" + chain);
+  }
 }
 
 }  // namespace

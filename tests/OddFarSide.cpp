@@ -150,7 +150,8 @@ int RunOddFarSide(const std::string& behaviour, link::UniqueFd connection) {
   } else if (behaviour == "delays") {
     Delay(connection.Get());
   } else {
-    Connection(std::move(connection), OddElements()).Serve();
+    Directory directory;
+    Connection(std::move(connection), OddElements(), directory).Serve();
   }
   return 0;
 }

@@ -1,7 +1,9 @@
-// The tests; started by the host with a connection, the real-time side of some of them.
+// The tests; started by the host with a connection, the real-time side of some of them; started by
+// a test, another client.
 #include <cstdlib>
 
 #include "Fixture.h"
+#include "HoldingClient.h"
 #include "OddFarSide.h"
 
 int main(int argc, char** argv) {
@@ -10,6 +12,7 @@ int main(int argc, char** argv) {
   for (int i = 1; i < argc; ++i) {
     const std::string word = argv[i];
     if (word.starts_with("--connection=")) connection = std::atoi(word.c_str() + 13);
+    if (word.starts_with("--hold=")) return tessel::tests::RunHoldingClient(word);
     if (word.starts_with("--behaviour=")) behaviour = word.substr(12);
   }
   if (connection >= 0) {

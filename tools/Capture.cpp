@@ -12,7 +12,6 @@
 #include <signal.h>
 
 #include "quill/Host.h"
-#include "tessel/IH264Source.h"
 
 #include "Classes.h"
 #include "Console.h"
@@ -22,12 +21,12 @@
 #include "Interrupts.h"
 #include "MediaWriter.h"
 #include "Progress.h"
+#include "Triggers.h"
 
 namespace tessel::tool {
 namespace {
 
-using api::streaming::IH264Source;
-using api::streaming::common::H264MediaInfo;
+using api::streaming::common::IBitRateControl;
 using std::chrono::milliseconds;
 using Clock = FrameInbox::Clock;
 using Frame = FrameInbox::Frame;
@@ -51,57 +50,37 @@ bool IsFinal(const std::string& message) {
   return message == kInputEnd || message == kLoss || message.starts_with(kFailureHead);
 }
 
-const ControlChange* FirstOf(const CaptureOptions& options, const char* name) {
-  for (const ControlChange& change : options.changes) {
-    if (change.row == FindControl(name)) return &change;
-  }
-  return nullptr;
-}
-
 std::string OutputName(const CaptureOptions& options) {
   return options.output == kStandardOutput ? "standard output" : options.output;
-}
-
-// Whether two names lead to one file, or both to standard output.
-bool IsSameFile(const std::string& a, const std::string& b) {
-  std::error_code failure;
-  if (std::filesystem::is_regular_file(a, failure)) {
-    return std::filesystem::equivalent(a, b, failure);
-  }
-  return !a.empty() && a == b;
-}
-
-bool IsOrdered(const CaptureOptions& options, const char* low, const char* high,
-               std::string& error) {
-  const ControlChange* least = FirstOf(options, low);
-  const ControlChange* most = FirstOf(options, high);
-  const bool are_from_start =
-      least != nullptr && most != nullptr && least->frame == 0 && most->frame == 0;
-  if (!are_from_start || least->value <= most->value) return true;
-  error = Format("--%s %d is above --%s %d", low, least->value, high, most->value);
-  return false;
 }
 
 // One capture, from opening the source to finishing the file. Client's thread.
 class CaptureRun {
  public:
-  CaptureRun(const CaptureOptions& options, const Container& container,
+  // REQUIRES: CheckFor(source, options).
+  CaptureRun(const CaptureOptions& options, const Container& container, VideoSource source,
              std::shared_ptr<FrameInbox> inbox)
       : _options(options),
         _container(container),
         _inbox(std::move(inbox)),
-        _progress(!options.quiet) {}
+        _progress(!options.quiet),
+        _source(std::move(source)) {}
   ~CaptureRun() { EndStream(); }
   CaptureRun(const CaptureRun&) = delete;
   CaptureRun& operator=(const CaptureRun&) = delete;
 
-  int Run(const std::string& class_name);
+  int Run();
 
  private:
-  bool OpenSource(const std::string& class_name);
+  bool OpenSource();
   void Configure();
   void Apply(const ControlChange& change);
   bool StartSource();
+  bool StartReader();
+  bool StartTriggers();
+  void AskForFrames(Clock::time_point now);
+  bool HasAllAskedFor(Clock::time_point now);
+  Clock::time_point NextLook() const;
   void MoveFrames();
   bool TakeFrame(const Frame& frame);
   bool OpenWriter();
@@ -115,7 +94,7 @@ class CaptureRun {
   void FinishFile();
   int Conclude();
   bool Fail(const std::string& reason);
-  std::int64_t FrameNs() const { return kSecondNs / std::max(1, _source->GetCurrentFrameRate()); }
+  std::int64_t FrameNs() const { return kSecondNs / std::max(1, _source.FramesPerSecond()); }
   double Seconds() const {
     return static_cast<double>(_last_time_ns + _last_duration_ns) / double{kSecondNs};
   }
@@ -126,7 +105,7 @@ class CaptureRun {
   Progress _progress;
   FrameLog _frame_log;
 
-  quill::host::Handle<IH264Source> _source;
+  VideoSource _source;
   bool _is_pull = false;
   bool _is_playing = false;
   std::thread _reader;  // pull mode: takes frames off the stream
@@ -135,6 +114,13 @@ class CaptureRun {
   std::vector<ControlChange> _changes;  // by frame, those still to come from _next_change on
   std::size_t _next_change = 0;
   std::unique_ptr<MediaWriter> _writer;  // there once the first frame is
+
+  // Where frames are triggered.
+  Triggers _triggers;
+  bool _asks_no_more = false;
+  std::uint64_t _asked = 0;      // frames
+  std::uint64_t _answered = 0;   // of these
+  Clock::time_point _last_news;  // an answer, or the end of asking
 
   bool _has_failed = false;
   bool _is_broken = false;  // the file cannot be written on
@@ -155,57 +141,50 @@ bool CaptureRun::Fail(const std::string& reason) {
   return false;
 }
 
-int CaptureRun::Run(const std::string& class_name) {
-  if (!OpenSource(class_name) || !StartSource()) return kFailed;
+int CaptureRun::Run() {
+  if (!OpenSource() || !StartSource()) return kFailed;
   MoveFrames();
   EndStream();
   return Conclude();
 }
 
-bool CaptureRun::OpenSource(const std::string& class_name) {
-  _source = quill::host::Create<IH264Source>(class_name.c_str());
-  if (!_source) return Fail("cannot capture " + class_name + ": it delivers no video");
-  _is_pull = _source->IsSupportedPullFrame();
+bool CaptureRun::OpenSource() {
+  _is_pull = _source.stream->IsSupportedPullFrame();
   Configure();
-  _source->RegisterMessageCallback([inbox = _inbox](const char* text) {
+  _source.stream->RegisterMessageCallback([inbox = _inbox](const char* text) {
     inbox->Tell(text);
     return true;
   });
   if (!_is_pull) {
-    _source->RegisterOutputCallback([inbox = _inbox](Frame& frame) {
+    _source.stream->RegisterOutputCallback([inbox = _inbox](Frame& frame) {
       inbox->Put(std::move(frame));
       return true;
     });
   }
   ErrorLog::Forget();
-  if (!_source->Open()) {
-    return Fail("cannot open " + class_name + ": " + ErrorLog::LastReason());
+  if (!_source.stream->Open()) {
+    return Fail("cannot open " + _options.name + ": " + ErrorLog::LastReason());
   }
-  const H264MediaInfo info = _source->GetH264MediaInfo();
-  _format = {.width = info.width,
-             .height = info.height,
-             .frames_per_second = _source->GetCurrentFrameRate(),
-             .header = {}};
-  const std::pair<const void*, int> units[] = {{info.sps, info.spsSize}, {info.pps, info.ppsSize}};
-  for (const auto& [unit, size_bytes] : units) {
-    constexpr std::uint8_t kStartCode[] = {0, 0, 0, 1};
-    const auto* bytes = static_cast<const std::uint8_t*>(unit);
-    _format.header.insert(_format.header.end(), std::begin(kStartCode), std::end(kStartCode));
-    _format.header.insert(_format.header.end(), bytes, bytes + size_bytes);
-  }
+  _format = _source.Format();
   std::string error;
+  if (_source.raw != nullptr && !TakesFormat(_container, _format.pixel_format, error)) {
+    return Fail("cannot write " + OutputName(_options) + ": " + error);
+  }
   if (_frame_log.Open(_options.frame_log, error)) return true;
   return Fail("cannot write " + _options.frame_log + ": " + error);
 }
 
 void CaptureRun::Configure() {
-  if (_options.width) _source->SetWidth(*_options.width);
-  if (_options.height) _source->SetHeight(*_options.height);
-  if (_options.gop) _source->SetGop(*_options.gop);
-  if (!_options.goptype.empty()) _source->SetGopType(_options.goptype.c_str());
-  if (FirstOf(_options, "qp") != nullptr) {
-    // Goes on: a source that knows no such mode still takes the value.
-    _source->SelectBitRateControl(IH264Source::kFixedQp);
+  if (_options.width) _source.SetWidth(*_options.width);
+  if (_options.height) _source.SetHeight(*_options.height);
+  if (!_options.format.empty()) _source.raw->SetFormat(_options.format.c_str());
+  if (_options.gop) _source.h264->SetGop(*_options.gop);
+  if (!_options.goptype.empty()) _source.h264->SetGopType(_options.goptype.c_str());
+  // Goes on: a source that knows no such mode still takes the values.
+  if (_options.FirstOf("qp") != nullptr) {
+    _source.control->SelectBitRateControl(IBitRateControl::kFixedQp);
+  } else if (_source.kind->kind == kH264Variable) {
+    _source.control->SelectBitRateControl(IBitRateControl::kVariable);
   }
   _changes = _options.changes;
   std::stable_sort(_changes.begin(), _changes.end(),
@@ -215,25 +194,29 @@ void CaptureRun::Configure() {
 
 // A bit rate takes its bounds along, unless the user has said what they are.
 void CaptureRun::Apply(const ControlChange& change) {
-  change.row->set(*_source, change.value);
+  change.row->set(_source, change.value);
   if (change.row != FindControl("bitrate")) return;
-  if (FirstOf(_options, "bitrate-max") == nullptr) {
-    _source->SetBitRateMaximum(kMaximumRatio * change.value);
+  if (_options.FirstOf("bitrate-max") == nullptr) {
+    _source.control->SetBitRateMaximum(kMaximumRatio * change.value);
   }
-  if (FirstOf(_options, "bitrate-min") == nullptr) {
-    _source->SetBitRateMinimum(change.value / kMinimumRatio);
+  if (_options.FirstOf("bitrate-min") == nullptr) {
+    _source.control->SetBitRateMinimum(change.value / kMinimumRatio);
   }
 }
 
 bool CaptureRun::StartSource() {
   _start = Clock::now();
-  if (!_source->Start()) return Fail("cannot start the stream: " + ErrorLog::LastReason());
+  if (!_source.stream->Start()) return Fail("cannot start the stream: " + ErrorLog::LastReason());
   _is_playing = true;
-  if (!_is_pull) return true;
+  return (!_is_pull || StartReader()) && (!_options.Triggers() || StartTriggers());
+}
+
+bool CaptureRun::StartReader() {
   try {
-    _reader = std::thread([source = _source.get(), inbox = _inbox] {
+    _reader = std::thread([source = _source.stream.get(), inbox = _inbox] {
       Frame frame;
-      while (source->PullFrame(frame, true)) inbox->Put(std::move(frame));
+      while (source->PullFrame(frame, true) && inbox->PutInTurn(std::move(frame))) {
+      }
       inbox->Close();
     });
   } catch (const std::system_error& failure) {
@@ -242,10 +225,53 @@ bool CaptureRun::StartSource() {
   return true;
 }
 
+bool CaptureRun::StartTriggers() {
+  if (!_options.trigger_on_stdin) {
+    _triggers.BeginEvery(milliseconds(_options.trigger_every), _start);
+    return true;
+  }
+  return _triggers.BeginLines([inbox = _inbox] { inbox->Wake(); }) ||
+         Fail("no thread to read standard input");
+}
+
+// Triggers what is due, but no more than the frames that are wanted.
+void CaptureRun::AskForFrames(Clock::time_point now) {
+  if (_asks_no_more) return;
+  const std::chrono::duration<double> span(_options.seconds.value_or(0));
+  const auto end = !_options.seconds ? Clock::time_point::max()
+                                     : _start + std::chrono::duration_cast<Clock::duration>(span);
+  const bool is_over = now >= end || _triggers.HasEnded();
+  const std::uint64_t due = _triggers.Due(std::min(now, end - Clock::duration(1)));
+  const auto is_wanted = [this] {
+    return !_options.frames ||
+           _frames + (_asked - _answered) < static_cast<std::uint64_t>(*_options.frames);
+  };
+  for (; _asked < due && is_wanted(); ++_asked) _source.trigger->Trigger();
+  if (!is_over) return;
+  _asks_no_more = true;
+  _last_news = now;
+}
+
+// Whether the capture is over as all triggered frames are there, or as they do not come.
+bool CaptureRun::HasAllAskedFor(Clock::time_point now) {
+  if (!_asks_no_more) return false;
+  if (_answered >= _asked) return true;
+  if (now - _last_news < kStallPatience) return false;
+  Fail(Format("%llu triggered frames do not come; the source has stalled",
+              static_cast<unsigned long long>(_asked - _answered)));
+  return true;
+}
+
+FrameInbox::Clock::time_point CaptureRun::NextLook() const {
+  const Clock::time_point now = Clock::now();
+  return std::min(now + kTick, _triggers.NextAfter(now).value_or(now + kTick));
+}
+
 void CaptureRun::MoveFrames() {
   for (;;) {
+    if (_source.trigger != nullptr) AskForFrames(Clock::now());
     Frame frame;
-    const auto news = _inbox->Wait(frame, Clock::now() + kTick);
+    const auto news = _inbox->Wait(frame, NextLook());
     const Clock::time_point now = Clock::now();
     switch (news) {
       case FrameInbox::News::kFrame:
@@ -264,6 +290,7 @@ void CaptureRun::MoveFrames() {
         break;
     }
     if (_options.frames && _frames == static_cast<std::uint64_t>(*_options.frames)) return;
+    if (HasAllAskedFor(now)) return;
     if (HasStalled(now)) {
       Fail("no frames come any more; the source has stalled");
       return;
@@ -273,20 +300,23 @@ void CaptureRun::MoveFrames() {
 }
 
 bool CaptureRun::IsEnough(const Frame& next) const {
-  if (!_options.seconds || _frames == 0) return false;
-  const auto time_ns = static_cast<double>(next->timestamp - _first_timestamp_ns);
+  if (!_options.seconds || _frames == 0 || _source.trigger != nullptr) return false;
+  // Half a frame of jitter does not make one more.
+  const auto time_ns = static_cast<double>(next->timestamp - _first_timestamp_ns + FrameNs() / 2);
   return time_ns >= *_options.seconds * double{kSecondNs};
 }
 
 // Without this a stalled source would keep a capture of ten seconds for ever. Without an end in
 // sight that is the user's to judge, and unpaced streams have a clock of their own.
 bool CaptureRun::HasStalled(Clock::time_point now) const {
-  if (!_options.seconds || _options.unpaced) return false;
+  if (!_options.seconds || _options.unpaced || _source.trigger != nullptr) return false;
   return now - _start > std::chrono::duration<double>(*_options.seconds) + kStallPatience;
 }
 
 // False when the file cannot be written on.
 bool CaptureRun::TakeFrame(const Frame& frame) {
+  ++_answered;
+  _last_news = Clock::now();
   if (_writer == nullptr) {
     if (!frame->isKey) return true;  // a file begins with a picture that stands alone
     if (!OpenWriter()) return false;
@@ -298,7 +328,7 @@ bool CaptureRun::TakeFrame(const Frame& frame) {
     _is_broken = true;
     return Fail("cannot write " + OutputName(_options) + ": " + error);
   }
-  if (!_frame_log.Write(*frame, _source->GetCurrentBitRate(), error)) {
+  if (!_frame_log.Write(*frame, _source.BitRate(), error)) {
     return Fail("cannot write " + _options.frame_log + ": " + error);
   }
   _last_time_ns = time_ns;
@@ -327,7 +357,9 @@ void CaptureRun::PrepareFrame(std::uint64_t number) {
   const bool is_regular = _options.key_every > 0 && number > 0 &&
                           number % static_cast<std::uint64_t>(_options.key_every) == 0;
   const auto& key_at = _options.key_at;
-  if (is_regular || std::any_of(key_at.begin(), key_at.end(), is_now)) _source->ForceKeyFrame();
+  if (is_regular || std::any_of(key_at.begin(), key_at.end(), is_now)) {
+    _source.h264->ForceKeyFrame();
+  }
 }
 
 // A message that ends a pushed stream overtakes its last frames.
@@ -347,7 +379,12 @@ void CaptureRun::DrainPushed() {
 // The stream has ended by itself: why?
 void CaptureRun::JudgeEnd() {
   const std::string message = _inbox->WaitForMessage(Clock::now() + kMessagePatience);
-  if (message == kInputEnd) return;
+  if (message == kInputEnd) {
+    // What is asked for in vain is missed.
+    const bool is_short = _source.trigger != nullptr && _answered < _asked;
+    if (is_short) Fail("the input ended before all triggered frames had come");
+    return;
+  }
   const bool is_lost = quill::host::FarSideProcess() == 0;
   Fail(!message.empty() ? message : is_lost ? kLoss : "the stream has ended without a reason");
 }
@@ -357,8 +394,9 @@ void CaptureRun::ShowProgress(Clock::time_point now) {
   for (const auto& stream : quill::host::Streams()) dropped += stream.dropped;
   _progress.Show(now, {.frames = _frames,
                        .seconds = Seconds(),
-                       .bit_rate_bps = _source->GetCurrentBitRate(),
-                       .qp = _source->GetCurrentQP(),
+                       .is_encoded = _source.control != nullptr,
+                       .bit_rate_bps = _source.BitRate(),
+                       .qp = _source.control != nullptr ? _source.control->GetCurrentQP() : 0,
                        .dropped = dropped});
 }
 
@@ -368,7 +406,8 @@ void CaptureRun::EndStream() {
   _is_playing = false;
   _dropped = 0;
   for (const auto& stream : quill::host::Streams()) _dropped += stream.dropped;
-  _source->Stop();
+  if (_is_pull) _inbox->Close();  // the reader may be waiting for somebody to take frames out
+  _source.stream->Stop();
   if (_reader.joinable()) _reader.join();
   _inbox->Close();
 }
@@ -411,33 +450,9 @@ int CaptureRun::Conclude() {
 
 }  // namespace
 
-bool Check(const CaptureOptions& options, std::string& error) {
-  std::string reason;
-  if (FindContainer(options.output, reason) == nullptr) {
-    error = "--output: " + reason;
-    return false;
-  }
-  if (IsSameFile(options.output, options.sensor)) {
-    error = "--output: " + options.output + " is what --sensor reads";
-    return false;
-  }
-  if (IsSameFile(options.output, options.frame_log)) {
-    error = "--output and --frame-log name the same file";
-    return false;
-  }
-  // What cannot be written as text would not arrive.
-  if (!quill::base::AttrSet().Add("sensor", options.sensor)) {
-    error = "--sensor: " + Quoted(options.sensor) + " has unbalanced braces; rename the file";
-    return false;
-  }
-  return IsOrdered(options, "bitrate-min", "bitrate-max", error) &&
-         IsOrdered(options, "qp-min", "qp-max", error);
-}
-
 int Capture(const CaptureOptions& options) {
   std::string error;
-  const Container* container = FindContainer(options.output, error);
-  const IClass* record = container == nullptr ? nullptr : FindCreatable(options.name, error);
+  const IClass* record = FindCreatable(options.name, error);
   if (record == nullptr) {
     Say(error);
     return kFailed;
@@ -453,8 +468,21 @@ int Capture(const CaptureOptions& options) {
   board.loop = !options.once;
   board.paced = !options.unpaced;
   quill::host::SetOptions(board);
-  CaptureRun run(options, *container, std::move(inbox));
-  return run.Run(record->Name());
+  VideoSource source;
+  if (!source.Create(record->Name(), error)) {
+    Say(error);
+    return kFailed;
+  }
+  if (!CheckFor(source, options, error)) {
+    Say(error);
+    return kWrongUsage;
+  }
+  if (source.kind->kind == kSynthetic && !options.quiet) {
+    Say("the frames of " + options.name + " carry no picture; what their bytes are is undefined");
+  }
+  const Container& container = *FindContainer(options.output, source.kind->kind);
+  CaptureRun run(options, container, std::move(source), std::move(inbox));
+  return run.Run();
 }
 
 }  // namespace tessel::tool

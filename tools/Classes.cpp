@@ -2,50 +2,30 @@
 
 #include <algorithm>
 #include <cctype>
+#include <iterator>
 #include <numeric>
+#include <sstream>
 
 #include "quill/Host.h"
-#include "tessel/IH264Source.h"
+#include "tessel/IStreamOutput.h"
+#include "tessel/IVideo.h"
 
 #include "Console.h"
+#include "Kinds.h"
 
 namespace tessel::tool {
 namespace {
 
-using api::streaming::IH264Source;
 using api::streaming::common::IStreamOutput;
+using api::streaming::common::ITrigger;
 using quill::base::object;
 
-struct KindRow {
-  const char* text;
-  bool (*is)(object& made);
-};
-
-template <typename Interface>
-bool Is(object& made) {
-  return dynamic_cast<Interface*>(&made) != nullptr;
-}
-
-// The first that fits counts.
-constexpr KindRow kKinds[] = {
-    {"H.264 video", &Is<IH264Source>},
-    {"stream", &Is<IStreamOutput>},
-};
+constexpr char kPull[] = "-pull";
 
 std::string LowerCase(std::string text) {
   std::transform(text.begin(), text.end(), text.begin(),
                  [](unsigned char letter) { return static_cast<char>(std::tolower(letter)); });
   return text;
-}
-
-// "ApiH264Source-dualos-cbrc-pull" is the short form "h264-pull".
-std::string ShortForm(const std::string& name) {
-  constexpr std::string_view kHead = "api";
-  const std::string lower = LowerCase(name);
-  const std::size_t kind_end = lower.find("source-");
-  const std::size_t delivery = lower.rfind('-');
-  if (!lower.starts_with(kHead) || kind_end == lower.npos) return "";
-  return lower.substr(kHead.size(), kind_end - kHead.size()) + lower.substr(delivery);
 }
 
 // Least number of letters to insert, remove or replace.
@@ -104,19 +84,37 @@ std::vector<std::string> AliasesOf(const IClass& record) {
   return names;
 }
 
+std::string ShortName(const IClass& record) {
+  constexpr std::string_view kHead = "api";
+  constexpr std::string_view kSource = "source";
+  const std::string lower = LowerCase(record.Name());
+  const std::size_t kind_end = lower.find(kSource);
+  if (!lower.starts_with(kHead) || kind_end == lower.npos || !IsCreatable(record)) return "";
+  std::string text = lower.substr(kHead.size(), kind_end - kHead.size());
+  std::string delivery;
+  std::istringstream words(lower.substr(kind_end + kSource.size()));
+  for (std::string word; std::getline(words, word, '-');) {
+    // The plain source is of constant rate; "trigger" stands twice in some names.
+    const bool is_plain = word.empty() || word == "dualos" || word == "cbrc" || word == "pull";
+    if (is_plain || text.ends_with("-" + word)) continue;
+    word == "push" ? delivery = "-push" : text += "-" + word;
+  }
+  return text + delivery;
+}
+
 const IClass* FindClass(const std::string& name, std::string& error) {
   if (const IClass* record = IClass::Find(name.c_str(), false)) return record;
-  const std::string typed = LowerCase(name);
+  std::string typed = LowerCase(name);
+  if (typed.ends_with(kPull)) typed.resize(typed.size() - std::size(kPull) + 1);
   std::vector<std::string> alike;
   for (const IClass* record : quill::host::Classes()) {
-    const std::string short_form = ShortForm(record->Name());
-    const bool is_meant = short_form == typed || short_form == typed + "-pull";
-    if (is_meant && IsCreatable(*record)) return record;
+    const std::string short_name = ShortName(*record);
+    if (!typed.empty() && short_name == typed) return record;
     if (IsOfHost(*record)) continue;
-    const std::string kind = short_form.substr(0, short_form.find('-'));
-    if (LooksLike(typed, LowerCase(record->Name())) || LooksLike(typed, short_form) ||
+    const std::string kind = short_name.substr(0, short_name.find('-'));
+    if (LooksLike(typed, LowerCase(record->Name())) || LooksLike(typed, short_name) ||
         LooksLike(typed, kind)) {
-      alike.push_back(record->Name());
+      alike.push_back(short_name.empty() ? record->Name() : short_name);
     }
   }
   error = "no class " + Quoted(name) + "; ";
@@ -142,12 +140,12 @@ ClassTraits TraitsOf(const IClass& record) {
   ClassTraits traits;
   const quill::host::Handle<object> made(quill::host::CreateObject(record.Name().c_str(), ""));
   if (!made) return traits;
-  for (const KindRow& row : kKinds) {
-    if (!row.is(*made)) continue;
-    traits.kind = row.text;
-    break;
-  }
+  const KindRow* kind = KindOf(*made, record.Name());
+  const auto* trigger = dynamic_cast<ITrigger*>(made.get());
+  if (kind != nullptr) traits.kind = kind->text;
+  if (trigger != nullptr && trigger->IsSupportSingleFrameTrigger()) traits.kind += ", triggered";
   if (const auto* output = dynamic_cast<IStreamOutput*>(made.get())) {
+    if (kind == nullptr) traits.kind = "stream";
     traits.delivery = output->IsSupportedPullFrame() ? "pull" : "push";
   }
   return traits;

@@ -20,9 +20,18 @@ std::string VersionText(const IClass& record);
 // Names of the classes that bind the constructor arguments of `record`.
 std::vector<std::string> AliasesOf(const IClass& record);
 
-// The class meant by `name`: its name in any case, or a short form of it, which is the kind of a
-// source and its delivery ("h264", the same as "h264-pull"; "h264-push"). Null with `error`, which
-// suggests names that look alike.
+// What a source's class is called for short: what it delivers, the words that tell it from the
+// plain source of that, and "push" unless it is pulled from.
+//
+//   ApiH264Source-dualos-cbrc-pull         h264
+//   ApiH264Source-dualos-vbrc-trigger-push   h264-vbrc-trigger-push
+//   ApiYuvSource-dualos-pull-fake          yuv-fake
+//
+// Empty where there is no such name.
+std::string ShortName(const IClass& record);
+
+// The class meant by `name`: its name in any case or its short name, "-pull" at the end of which
+// may be said too. Null with `error`, which suggests names that look alike.
 const IClass* FindClass(const std::string& name, std::string& error);
 // The same, for a class that has to be creatable; one that is not is refused with its aliases.
 const IClass* FindCreatable(const std::string& name, std::string& error);

@@ -8,46 +8,45 @@
 namespace tessel::tool {
 namespace {
 
-using Control = api::streaming::common::IBitRateControl;
-
 constexpr int kMostBps = 1'000'000'000;  // twice that, as a limit, is still an int
 constexpr int kMostQp = 51;              // ITU-T H.264, 8 bits a sample
+constexpr int kMostFps = 1000;
 
 constexpr ControlRow kRows[] = {
-    // The maximum is the rate that the sensor is held to, the other one the rate that is reported.
-    {"fps", "frames/s", false, 1, 1000,
-     [](Control& control, int value) {
-       control.SetFrameRateMaximum(value);
-       control.SetFrameRate(value);
-     },
-     "Frame rate"},
-    {"bitrate", "bit/s", true, 1'000, kMostBps,
-     [](Control& control, int value) { control.SetBitRate(value); }, "Bit rate to hold"},
-    {"bitrate-min", "bit/s", true, 0, kMostBps,
-     [](Control& control, int value) { control.SetBitRateMinimum(value); },
+    {"fps", "frames/s", false, 1, kMostFps, kAnyKind & ~kRaw, "captures at 30 frames/s",
+     [](VideoSource& source, int value) { source.SetFrameRate(value); },
+     "Frame rate; a source of variable rate is thinned to it"},
+    {"capture-fps", "frames/s", false, 1, kMostFps, kH264Variable, "has one frame rate only",
+     [](VideoSource& source, int value) { source.control->SetFrameRateMaximum(value); },
+     "Rate to capture at, where --fps thins"},
+    {"bitrate", "bit/s", true, 1'000, kMostBps, kAnyH264, "has no bit rate to hold",
+     [](VideoSource& source, int value) { source.control->SetBitRate(value); }, "Bit rate to hold"},
+    {"bitrate-min", "bit/s", true, 0, kMostBps, kAnyH264, "has no bit rate to hold",
+     [](VideoSource& source, int value) { source.control->SetBitRateMinimum(value); },
      "Lower bound of the bit rate [1/20 of the bit rate]"},
-    {"bitrate-max", "bit/s", true, 1'000, 2 * kMostBps,
-     [](Control& control, int value) { control.SetBitRateMaximum(value); },
+    {"bitrate-max", "bit/s", true, 1'000, 2 * kMostBps, kAnyH264, "has no bit rate to hold",
+     [](VideoSource& source, int value) { source.control->SetBitRateMaximum(value); },
      "Upper bound of the bit rate [twice the bit rate]"},
-    {"qp", "", false, 0, kMostQp, [](Control& control, int value) { control.SetQP(value); },
-     "Fixed quantiser; 0: rate control decides"},
-    {"qp-min", "", false, 0, kMostQp,
-     [](Control& control, int value) { control.SetQPMinimum(value); },
+    {"qp", "", false, 0, kMostQp, kAnyH264 | kJpeg, "has no encoder",
+     [](VideoSource& source, int value) { source.control->SetQP(value); },
+     "Fixed quantiser; 0: the encoder decides"},
+    {"qp-min", "", false, 0, kMostQp, kAnyH264, "has no rate control",
+     [](VideoSource& source, int value) { source.control->SetQPMinimum(value); },
      "Least quantiser of rate control"},
-    {"qp-max", "", false, 0, kMostQp,
-     [](Control& control, int value) { control.SetQPMaximum(value); },
+    {"qp-max", "", false, 0, kMostQp, kAnyH264, "has no rate control",
+     [](VideoSource& source, int value) { source.control->SetQPMaximum(value); },
      "Greatest quantiser of rate control"},
 };
-
-std::string Names() {
-  std::string names;
-  for (const ControlRow& row : kRows) names += (names.empty() ? "" : ", ") + std::string(row.name);
-  return names;
-}
 
 }  // namespace
 
 std::span<const ControlRow> ControlRows() { return kRows; }
+
+std::string ControlNames() {
+  std::string names;
+  for (const ControlRow& row : kRows) names += (names.empty() ? "" : ", ") + std::string(row.name);
+  return names;
+}
 
 const ControlRow* FindControl(std::string_view name) {
   for (const ControlRow& row : kRows) {
@@ -73,7 +72,7 @@ bool ParseChange(std::string_view text, ControlChange& change, std::string& erro
   const std::string_view key = text.substr(0, equals);
   change.row = FindControl(key);
   if (change.row == nullptr) {
-    error = "no key " + Quoted(key) + "; there are " + Names();
+    error = "no key " + Quoted(key) + "; there are " + ControlNames();
     return false;
   }
   std::string reason;

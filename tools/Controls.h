@@ -1,11 +1,11 @@
-// What can be asked of an encoder, before it runs and while it runs: one row a value.
+// What can be asked of a source, before it runs and while it runs: one row a value.
 #pragma once
 
 #include <span>
 #include <string>
 #include <string_view>
 
-#include "tessel/IBitRateControl.h"
+#include "VideoSource.h"
 
 namespace tessel::tool {
 
@@ -15,13 +15,16 @@ struct ControlRow {
   bool is_scaled;  // takes "2M", "500k"
   int least;
   int most;
+  unsigned kinds;    // that it can be asked of
+  const char* lack;  // what is said of the others
   // No pointer to a member: SetBitRate() belongs to a virtual base, whose members do not convert.
-  void (*set)(api::streaming::common::IBitRateControl& control, int value);
+  void (*set)(VideoSource& source, int value);  // REQUIRES: source.kind is among `kinds`
   const char* help;
 };
 
 std::span<const ControlRow> ControlRows();
 const ControlRow* FindControl(std::string_view name);
+std::string ControlNames();  // for people, "fps, bitrate, …"
 
 // False with `error` when `text` is no value of that row.
 [[nodiscard]] bool ParseControl(const ControlRow& row, std::string_view text, int& value,

@@ -6,6 +6,8 @@
 #include "quill/Factory.h"
 #include "quill/Host.h"
 #include "tessel/IH264Source.h"
+#include "tessel/IJpegSource.h"
+#include "tessel/IYuvSource.h"
 
 #include "Classes.h"
 #include "Console.h"
@@ -18,6 +20,7 @@ using api::streaming::common::H264MediaInfo;
 using api::streaming::common::IBitRateControl;
 using api::streaming::common::IH264;
 using api::streaming::common::IStreamOutput;
+using api::streaming::common::IYuvDevice;
 using quill::base::AttrSet;
 using quill::base::Factory;
 using quill::base::object;
@@ -52,6 +55,7 @@ std::string ModesText(const IBitRateControl& control) {
 
 void PrintClass(const IClass& record) {
   Row("name", record.Name());
+  Row("short name", ShortName(record));
   Row("constructor", ConstructorText(record));
   if (record.Base() != nullptr) Row("alias of", record.Base()->Name());
   for (const std::string& alias : AliasesOf(record)) Row("alias", alias);
@@ -67,6 +71,16 @@ void PrintDefaults(object& made) {
     Row("size", Format("%dx%d", info.width, info.height));
     Row("gop", std::to_string(info.gop));
     Row("goptype", info.goptype);
+  }
+  if (const auto* jpeg = dynamic_cast<api::streaming::IJpegSource*>(&made)) {
+    const auto info = jpeg->GetJpegMediaInfo();
+    Row("size", Format("%dx%d", info.width, info.height));
+  }
+  if (const auto* raw = dynamic_cast<IYuvDevice*>(&made)) {
+    const auto info = raw->GetYuvMediaInfo();
+    Row("size", Format("%dx%d", info.width, info.height));
+    Row("format", info.format);
+    Row("frame rate", std::to_string(info.frameRate) + " frames/s");
   }
   if (const auto* control = dynamic_cast<IBitRateControl*>(&made)) {
     Row("frame rate", std::to_string(control->GetCurrentFrameRate()) + " frames/s");

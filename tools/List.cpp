@@ -19,13 +19,16 @@ struct Line {
   std::string name;
   std::string delivery;
   std::string kind;
+  std::string short_name;
 };
 
 Line Describe(const IClass& record) {
-  if (IsOfHost(record)) return {record.Name(), "-", "element of the host"};
-  if (!IsCreatable(record)) return {record.Name(), "-", "base class " + ConstructorText(record)};
+  if (IsOfHost(record)) return {record.Name(), "-", "element of the host", "-"};
+  if (!IsCreatable(record))
+    return {record.Name(), "-", "base class " + ConstructorText(record), "-"};
   const ClassTraits traits = TraitsOf(record);
-  return {record.Name(), traits.delivery, traits.kind};
+  const std::string short_name = ShortName(record);
+  return {record.Name(), traits.delivery, traits.kind, short_name.empty() ? "-" : short_name};
 }
 
 }  // namespace
@@ -39,15 +42,20 @@ int List(const ListOptions& options) {
     Say("the plug-in offers no classes");
     return kFailed;
   }
-  std::size_t width = 0;
-  for (const Line& line : lines) width = std::max(width, line.name.size());
+  std::size_t name_width = 0;
+  std::size_t kind_width = 0;
+  for (const Line& line : lines) {
+    name_width = std::max(name_width, line.name.size());
+    kind_width = std::max(kind_width, line.kind.size());
+  }
   const bool in_columns = IsTerminal(STDOUT_FILENO);
-  for (const auto& [name, delivery, kind] : lines) {
+  for (const auto& [name, delivery, kind, short_name] : lines) {
     if (in_columns) {
-      std::printf("%-*s  %-4s  %s\n", static_cast<int>(width), name.c_str(), delivery.c_str(),
-                  kind.c_str());
+      std::printf("%-*s  %-4s  %-*s  %s\n", static_cast<int>(name_width), name.c_str(),
+                  delivery.c_str(), static_cast<int>(kind_width), kind.c_str(), short_name.c_str());
     } else {
-      std::printf("%s\t%s\t%s\n", name.c_str(), delivery.c_str(), kind.c_str());
+      std::printf("%s\t%s\t%s\t%s\n", name.c_str(), delivery.c_str(), kind.c_str(),
+                  short_name.c_str());
     }
   }
   return kDone;

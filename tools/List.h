@@ -7,8 +7,8 @@ struct ListOptions {
   bool all = false;  // base classes and the host's own classes too
 };
 
-// One line a class to stdout: name, delivery, what it is; in columns on a terminal, else separated
-// by tabs. The exit code.
+// One line a class to stdout: name, delivery, what it is, short name; in columns on a terminal,
+// else separated by tabs. The exit code.
 int List(const ListOptions& options);
 
 }  // namespace tessel::tool

@@ -24,11 +24,13 @@ void Progress::Show(Clock::time_point now, const Values& values) {
   const std::chrono::duration<double> span = now - _recent.front().time;
   const auto frames = static_cast<double>(values.frames - _recent.front().frames);
   const std::string qp = values.qp == 0 ? "auto" : std::to_string(values.qp);
-  const std::string line =
-      Format("%llu frames  %.1f s  %.1f frames/s  %d kbit/s  QP %s  %llu dropped",
-             static_cast<unsigned long long>(values.frames), values.seconds,
-             span.count() > 0 ? frames / span.count() : 0.0, values.bit_rate_bps / 1000, qp.c_str(),
-             static_cast<unsigned long long>(values.dropped));
+  std::string line =
+      Format("%llu frames  %.1f s  %.1f frames/s", static_cast<unsigned long long>(values.frames),
+             values.seconds, span.count() > 0 ? frames / span.count() : 0.0);
+  if (values.is_encoded) {
+    line += Format("  %d kbit/s  QP %s", values.bit_rate_bps / 1000, qp.c_str());
+  }
+  line += Format("  %llu dropped", static_cast<unsigned long long>(values.dropped));
   std::fprintf(stderr, "\r%s\033[K", line.c_str());
   _has_line = true;
 }

@@ -14,7 +14,8 @@ class Progress {
 
   struct Values {
     std::uint64_t frames = 0;
-    double seconds = 0;  // of the stream
+    double seconds = 0;       // of the stream
+    bool is_encoded = false;  // else the next two say nothing
     int bit_rate_bps = 0;
     int qp = 0;  // 0: rate control decides
     std::uint64_t dropped = 0;

@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <functional>
 #include <string>
+#include <utility>
 
 #include "quill/Host.h"
 
@@ -12,6 +13,8 @@
 #include "Inspect.h"
 #include "Interrupts.h"
 #include "List.h"
+#include "Steer.h"
+#include "Top.h"
 #include "Units.h"
 
 #include <CLI/CLI.hpp>
@@ -27,20 +30,25 @@ constexpr char kExamples[] = R"(Examples:
   tessel inspect h264
   tessel capture h264 -o clip.mp4 --seconds 10
 
-A class is named as `tessel list` shows it, or by its kind: "h264" and "h264-pull" are pulled from,
-"h264-push" pushes. Exit codes: 0 done, 1 failed, 2 wrong usage. QUILL_DEBUG=error, notice or trace
-shows the host's own log lines.
+A class is named as `tessel list` shows it, in full or for short: "jpeg" and "jpeg-pull" are pulled
+from, "jpeg-push" pushes. Exit codes: 0 done, 1 failed, 2 wrong usage. QUILL_DEBUG=error, notice or
+trace shows the host's own log lines.
 )";
 
 constexpr char kCaptureExamples[] =
     R"(Frames are counted from 0 as they are written. A request for frame N is made when frame N-1 has come,
 so a live source serves it with frame N; an --unpaced one is ahead and serves it a few frames later.
+A triggered capture without --frames or --seconds ends with standard input, or with Ctrl-C.
 
 Examples:
   tessel capture h264 -o clip.mp4 --seconds 10 --bitrate 2M --fps 25
   tessel capture h264 -o copy.mkv --sensor holiday.mov --once --unpaced
   tessel capture h264 -o - | ffplay -
   tessel capture h264 -o steps.mp4 --frames 300 --set bitrate=500k@100 --set bitrate=4M@200
+  tessel capture h264-vbrc -o thin.mp4 --seconds 60 --capture-fps 30 --fps 5 --bitrate 500k
+  tessel capture jpeg -o shot-%03d.jpg --frames 12 --qp 20
+  tessel capture jpeg-trigger -o lapse.mkv --trigger-every 5000 --frames 720
+  tessel capture yuv -o - --format 420V50 | ffplay -f rawvideo -video_size 1920x1080 -
 )";
 
 [[noreturn]] void Refuse(const std::string& option, const std::string& reason) {
@@ -120,13 +128,32 @@ void AddKeys(CLI::App& command, CaptureOptions& options) {
       ->allow_extra_args(false);
 }
 
-void AddCapture(CLI::App& tool, CaptureOptions& options) {
+void AddTriggers(CLI::App& command, CaptureOptions& options) {
+  AddWhole(command, "--trigger-every", 1, kMostCount, options.trigger_every,
+           "Trigger a frame now and every N milliseconds, where the class is triggered");
+  command.add_flag("--trigger-on-stdin", options.trigger_on_stdin,
+                   "Trigger a frame for each line of standard input");
+}
+
+// The command then runs with the real-time side that listens there.
+void AddRtos(CLI::App& command, std::string& socket) {
+  command
+      .add_option("--rtos", socket,
+                  "Socket of a real-time side that runs already [$TESSEL_RTOS_SOCKET, else an own "
+                  "one is started]")
+      ->type_name("SOCKET");
+}
+
+void AddCapture(CLI::App& tool, CaptureOptions& options, std::string& rtos) {
   CLI::App& command = *tool.add_subcommand("capture", "Capture a source into a playable file");
   command.footer(kCaptureExamples);
   command.add_option("NAME", options.name, "Class to capture")->required();
   command
-      .add_option("-o,--output", options.output,
-                  "File: .mp4, .mkv, or .h264 (raw); - streams raw H.264 to standard output")
+      .add_option(
+          "-o,--output", options.output,
+          "File: .mp4, .mkv or .h264 (bare); JPEG: .mp4, .mkv, .mjpeg (bare) or .jpg, numbered "
+          "as in x-%03d.jpg; raw video: .y4m or .yuv (bare). - streams the bare form to "
+          "standard output, /dev/null only counts")
       ->required()
       ->type_name("FILE");
   AddWhole(command, "--frames", 1, kMostCount, options.frames, "End after N frames");
@@ -138,11 +165,14 @@ void AddCapture(CLI::App& tool, CaptureOptions& options) {
   });
   AddWhole(command, "--width", 2, kMostPixels, options.width, "Picture width, pixels");
   AddWhole(command, "--height", 2, kMostPixels, options.height, "Picture height, pixels");
+  command.add_option("--format", options.format, "Layout of raw pictures [420V50]")
+      ->type_name("FMT");
   AddWhole(command, "--gop", 1, kMostCount, options.gop, "Frames from one key frame to the next");
   AddText(command, "--goptype", "PATTERN", "Picture types from the key frame on, such as IPPP",
           [&options](const std::string& text) { ReadGopType(text, options.goptype); });
   AddControls(command, options);
   AddKeys(command, options);
+  AddTriggers(command, options);
   command.add_option("--sensor", options.sensor, "test, a media file, or a camera as /dev/video0")
       ->type_name("INPUT")
       ->capture_default_str();
@@ -151,6 +181,7 @@ void AddCapture(CLI::App& tool, CaptureOptions& options) {
   command
       .add_option("--frame-log", options.frame_log, "One JSON line a frame; - is standard output")
       ->type_name("FILE");
+  AddRtos(command, rtos);
   command.add_flag("-q,--quiet", options.quiet, "Only errors: no progress, no summary");
 }
 
@@ -167,6 +198,41 @@ void AddList(CLI::App& tool, ListOptions& options) {
   command.add_flag("--all", options.all, "Base classes and the host's own classes too");
 }
 
+void AddTop(CLI::App& tool, TopOptions& options, std::string& rtos) {
+  CLI::App& command = *tool.add_subcommand(
+      "top", "Show how the streams of the real-time side are going, those of other clients too");
+  command.footer(
+      "Examples:\n  tessel top --rtos /tmp/board\n  tessel top h264-vbrc --json --count 10\n");
+  command.add_option("NAME", options.names, "Sources to play here meanwhile");
+  command.add_flag("--json", options.json, "One JSON line a stream and look");
+  AddText(command, "--interval", "S", "Seconds from look to look [1]",
+          [&options](const std::string& text) {
+            std::string error;
+            if (!ParseSeconds(text, options.interval_s, error)) Refuse("--interval", error);
+          });
+  AddWhole(command, "--count", 1, kMostCount, options.count, "End after N looks");
+  AddRtos(command, rtos);
+}
+
+CLI::App& AddSteering(CLI::App& tool, const char* name, const char* help, SteerOptions& options,
+                      std::string& rtos) {
+  CLI::App& command = *tool.add_subcommand(name, help);
+  command
+      .add_option("STREAM", options.stream,
+                  "Its number, session or kind (h264, jpeg-trigger, ...), as `tessel top` shows it")
+      ->required();
+  AddRtos(command, rtos);
+  return command;
+}
+
+void AddSet(CLI::App& tool, SteerOptions& options, std::string& rtos) {
+  CLI::App& command = AddSteering(
+      tool, "set", "Change the rate control of a stream that another process runs", options, rtos);
+  command.footer("Example:\n  tessel set h264 bitrate=2M bitrate-max=4M fps=25\n\nKeys: " +
+                 ControlNames() + "\n");
+  command.add_option("KEY=VALUE", options.assignments, "What to change")->required();
+}
+
 int WrongUsage(const CLI::App& tool, const std::string& reason) {
   std::string command = "tessel";
   for (const CLI::App* sub : tool.get_subcommands()) command += " " + sub->get_name();
@@ -176,15 +242,25 @@ int WrongUsage(const CLI::App& tool, const std::string& reason) {
 }
 
 int Run(int argc, char** argv) {
-  CLI::App tool("Lists, inspects and captures the sources of the streaming plug-in.", "tessel");
+  CLI::App tool("Lists, inspects, captures and steers the sources of the streaming plug-in.",
+                "tessel");
   tool.footer(kExamples);
   tool.set_version_flag("--version", "tessel " TESSEL_VERSION);
   ListOptions list;
   InspectOptions inspect;
   CaptureOptions capture;
+  TopOptions top;
+  SteerOptions steer;
+  quill::host::Options board = quill::host::GetOptions();
+  std::string& rtos = board.far_side_socket;
   AddList(tool, list);
   AddInspect(tool, inspect);
-  AddCapture(tool, capture);
+  AddCapture(tool, capture, rtos);
+  AddTop(tool, top, rtos);
+  AddSet(tool, steer, rtos);
+  AddSteering(tool, "key", "Ask a stream that another process runs for a key frame", steer, rtos);
+  AddSteering(tool, "trigger", "Ask a triggered stream of another process for a frame", steer,
+              rtos);
   try {
     tool.parse(argc, argv);
   } catch (const CLI::ParseError& stop) {
@@ -196,15 +272,23 @@ int Run(int argc, char** argv) {
   if (tool.got_subcommand("capture") && !Check(capture, error)) return WrongUsage(tool, error);
 
   // Whoever asks for an end while things are being loaded is heard later.
-  if (tool.got_subcommand("capture")) HoldInterrupts();
+  if (tool.got_subcommand("capture") || tool.got_subcommand("top")) HoldInterrupts();
   ErrorLog::Install();
+  quill::host::SetOptions(board);
   if (!quill::host::LoadPlugin(nullptr, &error)) {
     Say("cannot load the plug-in: " + error);
     return kFailed;
   }
-  if (tool.got_subcommand("list")) return List(list);
-  if (tool.got_subcommand("inspect")) return Inspect(inspect);
-  return Capture(capture);
+  const std::pair<const char*, std::function<int()>> commands[] = {
+      {"list", [&] { return List(list); }},          {"inspect", [&] { return Inspect(inspect); }},
+      {"capture", [&] { return Capture(capture); }}, {"top", [&] { return Top(top); }},
+      {"set", [&] { return Set(steer); }},           {"key", [&] { return RequestKey(steer); }},
+      {"trigger", [&] { return Trigger(steer); }},
+  };
+  for (const auto& [name, run] : commands) {
+    if (tool.got_subcommand(name)) return run();
+  }
+  return kWrongUsage;  // none is left out above
 }
 
 }  // namespace

@@ -1,0 +1,198 @@
+// One real-time side that serves several clients: what one of them does, or suffers, is no business
+// of the others; and anybody may watch and steer.
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "Fixture.h"
+#include "HoldingClient.h"
+
+#include <nlohmann/json.hpp>
+
+extern char** environ;
+
+namespace tessel::tests {
+namespace {
+
+using quill::host::BoardStream;
+
+pid_t Spawn(std::vector<std::string> words, int output = -1) {
+  std::vector<char*> arguments;
+  for (std::string& word : words) arguments.push_back(word.data());
+  arguments.push_back(nullptr);
+  posix_spawn_file_actions_t files;
+  posix_spawn_file_actions_init(&files);
+  if (output >= 0) posix_spawn_file_actions_adddup2(&files, output, 1);
+  pid_t process = 0;
+  EXPECT_EQ(posix_spawn(&process, words[0].c_str(), &files, nullptr, arguments.data(), environ), 0);
+  posix_spawn_file_actions_destroy(&files);
+  return process;
+}
+
+// The exit code, or minus the signal that ended it.
+int Join(pid_t process) {
+  int status = 0;
+  EXPECT_EQ(waitpid(process, &status, 0), process);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}
+
+class SeveralClients : public StreamTest {
+ protected:
+  SeveralClients() {
+    std::filesystem::remove(_path);
+    _process = Spawn({TESSEL_RTOS, "--listen", _path});
+    auto options = quill::host::GetOptions();
+    options.far_side_socket = _path;
+    SetOptions(options);
+    EXPECT_TRUE(Eventually([this] { return std::filesystem::exists(_path); }));
+    setenv("TESSEL_RTOS_SOCKET", _path.c_str(), 1);  // for the tool
+  }
+  ~SeveralClients() override {
+    unsetenv("TESSEL_RTOS_SOCKET");
+    kill(_process, SIGTERM);
+    EXPECT_EQ(Join(_process), 0);
+    EXPECT_FALSE(std::filesystem::exists(_path)) << "it leaves its socket behind";
+    EXPECT_TRUE(Eventually([] { return quill::host::FarSideProcess() == 0; }));
+  }
+  static std::vector<BoardStream> Board() {
+    std::vector<BoardStream> streams;
+    std::string error;
+    EXPECT_TRUE(quill::host::ListBoard(streams, error)) << error;
+    return streams;
+  }
+  // What the tool writes, to either stream; "!" in front when it fails.
+  static std::string Tool(const std::string& arguments) {
+    const std::string command = std::string(TESSEL_TOOL) + " " + arguments + " 2>&1";
+    std::FILE* pipe = popen(command.c_str(), "r");
+    std::string text;
+    for (int letter = std::fgetc(pipe); letter != EOF; letter = std::fgetc(pipe)) {
+      text += static_cast<char>(letter);
+    }
+    return (pclose(pipe) == 0 ? "" : "!") + text;
+  }
+
+  const std::string _path = ::testing::TempDir() + "board" + std::to_string(getpid());
+  pid_t _process = 0;
+};
+
+TEST_F(SeveralClients, AClientKilledWithFramesInHandCostsTheOtherNone) {
+  constexpr int kSlots = 20;
+  std::atomic<std::uint32_t> next{0};
+  std::atomic<bool> has_gap{false};
+  Camera camera = Make(kPush);
+  camera->SetFrameRateMaximum(100);
+  camera->RegisterOutputCallback([&](Frame& frame) {
+    if (frame->seq != next++) has_gap = true;
+    return true;
+  });
+  ASSERT_TRUE(camera->Open() && camera->Start());
+  EXPECT_EQ(quill::host::FarSideProcess(), _process);
+  for (int held = 1; held <= kSlots; ++held) {
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    const pid_t other = Spawn({"/proc/self/exe", HoldingClientOption(held, kSlots)}, ends[1]);
+    close(ends[1]);
+    char word = 0;
+    ASSERT_EQ(read(ends[0], &word, 1), 1) << "it holds its frames now";
+    close(ends[0]);
+    const auto streams = Board();
+    ASSERT_EQ(streams.size(), 2U);
+    EXPECT_EQ(streams[1].client, other);
+    EXPECT_EQ(streams[1].counters.held, static_cast<unsigned>(held));
+    const std::uint32_t before = next;
+    kill(other, SIGKILL);
+    EXPECT_EQ(Join(other), -SIGKILL);
+    ASSERT_TRUE(Eventually([&] { return Board().size() == 1 && next > before + 3; }));
+    ASSERT_FALSE(has_gap) << held << " held";
+  }
+  camera.reset();
+}
+
+TEST_F(SeveralClients, AnybodyWatchesAndSteers) {
+  Camera first = OpenPull();
+  Camera second = Make("ApiH264SourceTrigger-dualos-trigger-pull");
+  ASSERT_TRUE(second->Open() && second->Start());
+  const auto streams = Board();
+  ASSERT_EQ(streams.size(), 2U);
+  EXPECT_EQ(streams[0].chain, "pv-yuv-src-adv+h264-encoder-dma+ShmSink");
+  EXPECT_EQ(streams[0].control.at("bitrate_target"), 1'000'000);
+  EXPECT_EQ(streams[0].media.at("w"), "160");
+  const std::string id = std::to_string(streams[1].id);
+
+  EXPECT_EQ(Tool("set h264 qp=41 fps=50 bitrate=2M"), "");
+  EXPECT_EQ(std::pair(first->GetCurrentQP(), first->GetCurrentFrameRate()), std::pair(41, 50));
+  EXPECT_EQ(Board()[0].control.at("bitrate_target"), 2'000'000);
+  while (NextFrame(first)->isKey || Board()[0].control.at("qp_reported") != 41) {
+  }
+  EXPECT_EQ(Tool("key " + std::to_string(streams[0].id)), "");
+  Frame frame = NextFrame(first);
+  for (int i = 0; i < 40 && !frame->isKey; ++i) frame = NextFrame(first);
+  EXPECT_TRUE(frame->isKey);
+  EXPECT_EQ(Tool("trigger h264-trigger"), "");
+  EXPECT_EQ(NextFrame(second)->seq, 0U);
+  EXPECT_EQ(Tool("trigger " + id), "");
+  EXPECT_EQ(NextFrame(second)->seq, 1U);
+
+  const struct {
+    std::string arguments;
+    std::string reason;
+  } refusals[] = {
+      {"trigger h264", "the stream is not one of single frames"},
+      {"set h264 qp=52", "qp: "},
+      {"set h264 speed=3", "no key \"speed\""},
+      {"set h264 qp=1 bitrate", "is not of the form key=value"},
+      {"key 4711", "no stream \"4711\"; there are 1 (h264 of process "},
+  };
+  for (const auto& [arguments, reason] : refusals) {
+    const std::string said = Tool(arguments);
+    EXPECT_TRUE(said.starts_with("!tessel: ") && said.find(reason) != said.npos) << said;
+  }
+  EXPECT_EQ(first->GetCurrentQP(), 41) << "nothing is set when one part is wrong";
+
+  std::istringstream lines(Tool("top --json --count 2 --interval 0.2"));
+  std::string line;
+  int looks = 0;
+  while (std::getline(lines, line)) {
+    const auto look = nlohmann::json::parse(line);
+    EXPECT_EQ(look["client"], getpid());
+    EXPECT_FALSE(look["own"]);
+    const bool is_first = look["id"] == streams[0].id;
+    EXPECT_EQ(look["kind"], is_first ? "h264" : "h264-trigger");
+    EXPECT_EQ(look["frames_per_second"].is_null(), looks++ < 2) << "nothing to compare with yet";
+    EXPECT_TRUE(is_first || look["untriggered"] > 0);
+  }
+  EXPECT_EQ(looks, 4);
+  EXPECT_EQ(Tool("top --count 1 yuv").find("!"), std::string::npos) << "with one of its own";
+}
+
+TEST_F(SeveralClients, TheSocketIsTheUsersOwnAndNobodyElsesFileIsTouched) {
+  struct stat file = {};
+  ASSERT_EQ(stat(_path.c_str(), &file), 0);
+  EXPECT_EQ(file.st_mode & 0777, 0600U);
+  EXPECT_EQ(Join(Spawn({TESSEL_RTOS, "--listen", _path})), 1) << "somebody listens there";
+  EXPECT_TRUE(std::filesystem::exists(_path));
+  const std::string text = _path + ".txt";
+  std::ofstream(text) << "precious";
+  EXPECT_EQ(Join(Spawn({TESSEL_RTOS, "--listen", text})), 1);
+  EXPECT_EQ(std::filesystem::file_size(text), 8U);
+  EXPECT_EQ(Join(Spawn({TESSEL_RTOS, "--listen", std::string(200, 'x')})), 1);
+  // What a killed one leaves behind does not stand in the way.
+  kill(_process, SIGKILL);
+  EXPECT_EQ(Join(_process), -SIGKILL);
+  EXPECT_FALSE(Make()->Open());
+  EXPECT_NE(LogLines().front().find(_path + ": Connection refused"), std::string::npos);
+  _process = Spawn({TESSEL_RTOS, "--listen", _path});
+  ASSERT_TRUE(Eventually([] { return Make()->Open(); }));
+  std::filesystem::remove(text);
+}
+
+}  // namespace
+}  // namespace tessel::tests

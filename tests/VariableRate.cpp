@@ -1,0 +1,84 @@
+// The variable bit rate, seen from a client: sizes and QPs of what the real encoder makes of a clip
+// that stands still, then shows a new picture each time.
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <numeric>
+#include <random>
+
+#include "Fixture.h"
+
+namespace tessel::tests {
+namespace {
+
+constexpr int kWidth = 320;
+constexpr int kHeight = 240;
+constexpr int kFramesPerSecond = 30;
+constexpr int kStill = 240;  // frames
+constexpr int kBusy = 300;
+constexpr double kWindowS = 2;
+
+// Raw video in the simplest of containers: squares of random brightness, all of them new in each
+// busy frame.
+void WriteClip(const std::string& file) {
+  constexpr int kSquare = 8;
+  std::mt19937 random(7);
+  std::string picture(kWidth * kHeight * 3 / 2, '\x80');
+  std::ofstream out(file, std::ios::binary);
+  out << "YUV4MPEG2 W" << kWidth << " H" << kHeight << " F" << kFramesPerSecond << ":1 C420jpeg\n";
+  for (int frame = 0; frame < kStill + kBusy; ++frame) {
+    for (int at = 0; at < kWidth * kHeight && (frame == 0 || frame >= kStill); at += kSquare) {
+      const bool is_first_line = at / kWidth % kSquare == 0;
+      const char level = is_first_line ? static_cast<char>(random() % 160 + 40)
+                                       : picture[static_cast<std::size_t>(at - kWidth)];
+      std::fill_n(&picture[static_cast<std::size_t>(at)], kSquare, level);
+    }
+    out << "FRAME\n" << picture;
+  }
+}
+
+TEST_F(StreamTest, AVariableRateFollowsTheSceneAndStaysBelowItsMaximum) {
+  const std::string file = ::testing::TempDir() + std::to_string(getpid()) + ".y4m";
+  WriteClip(file);
+  auto options = quill::host::GetOptions();
+  options.sensor = file;
+  options.paced = false;
+  SetOptions(options);
+  for (const int most_bps : {2'000'000, 1'000'000}) {
+    Camera camera = Make("ApiH264Source-vbrc-dualos-pull");
+    camera->SetWidth(kWidth);
+    camera->SetHeight(kHeight);
+    camera->SetBitRateMaximum(most_bps);
+    camera->SetBitRate(most_bps / 2);
+    ASSERT_TRUE(camera->Open() && camera->Start());
+    std::vector<double> bits;
+    std::vector<std::int64_t> times_ns;
+    double worst_bps = 0;
+    for (int i = 0; i < kStill + kBusy; ++i) {
+      const Frame frame = NextFrame(camera);
+      ASSERT_NE(frame, nullptr);
+      bits.push_back(static_cast<double>(frame->size) * 8);
+      times_ns.push_back(frame->timestamp);
+      const auto begin = std::lower_bound(times_ns.begin(), times_ns.end(),
+                                          frame->timestamp - std::int64_t{2'000'000'000});
+      const double sum =
+          std::accumulate(bits.begin() + (begin - times_ns.begin()), bits.end(), 0.0);
+      worst_bps = std::max(worst_bps, sum / kWindowS);
+    }
+    const auto mean_bps = [&](int begin, int end) {
+      return std::accumulate(bits.begin() + begin, bits.begin() + end, 0.0) * kFramesPerSecond /
+             (end - begin);
+    };
+    const double still_bps = mean_bps(60, kStill);
+    const double busy_bps = mean_bps(kStill, kStill + kBusy);
+    EXPECT_LT(worst_bps, most_bps);
+    EXPECT_LT(still_bps, 0.5 * busy_bps);
+    EXPECT_GT(busy_bps, 0.5 * most_bps) << "a busy scene takes what it is allowed";
+    printf("still %.0f busy %.0f worst %.0f\n", still_bps, busy_bps, worst_bps);
+  }
+  std::filesystem::remove(file);
+}
+
+}  // namespace
+}  // namespace tessel::tests

@@ -1,0 +1,328 @@
+// Every video source of the catalogue, from the camera to the client; triggers; frame rates; the
+// source without a camera.
+#include <cmath>
+#include <cstring>
+#include <random>
+#include <thread>
+
+#include "Fixture.h"
+#include "tessel/IJpegSource.h"
+#include "tessel/IYuvSource.h"
+#include "TestPattern.h"
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+}
+
+namespace tessel::tests {
+namespace {
+
+using api::streaming::IYuvSource;
+using api::streaming::common::IBitRateControl;
+using api::streaming::common::IStreamOutput;
+using api::streaming::common::ITrigger;
+using api::streaming::common::IVideoSource;
+using Clock = std::chrono::steady_clock;
+using Source = quill::host::Handle<IStreamOutput>;
+
+constexpr std::int64_t kSecondNs = 1'000'000'000;
+
+// Decodes to 4:2:0 pictures; raw ones are taken as they are.
+class Pictures {
+ public:
+  explicit Pictures(AVCodecID codec) {
+    av_log_set_level(AV_LOG_QUIET);
+    if (codec == AV_CODEC_ID_RAWVIDEO) return;
+    _codec = avcodec_alloc_context3(avcodec_find_decoder(codec));
+    _codec->thread_count = 1;  // no picture is held back
+    _codec->err_recognition = AV_EF_EXPLODE;
+    EXPECT_EQ(avcodec_open2(_codec, nullptr, nullptr), 0);
+  }
+  ~Pictures() {
+    avcodec_free_context(&_codec);
+    av_packet_free(&_packet);
+    av_frame_free(&_picture);
+  }
+  // The number that the picture shows, of that size and no other; none when it does not decode.
+  std::optional<std::uint32_t> Number(const frame_t& frame, int width, int height) {
+    std::uint32_t number = 0;
+    if (_codec == nullptr) {
+      const bool fits = frame.size == static_cast<unsigned>(width * height * 3 / 2);
+      if (!fits || !rtos::ReadFrameNumber(frame.data, width, width, height, number)) return {};
+      return number;
+    }
+    if (av_new_packet(_packet, static_cast<int>(frame.size)) != 0) return {};
+    std::memcpy(_packet->data, frame.data, frame.size);
+    const bool is_sent = avcodec_send_packet(_codec, _packet) == 0;
+    av_packet_unref(_packet);
+    if (!is_sent || avcodec_receive_frame(_codec, _picture) != 0) return {};
+    if (_picture->width != width || _picture->height != height) return {};
+    if (!rtos::ReadFrameNumber(_picture->data[0], _picture->linesize[0], width, height, number)) {
+      return {};
+    }
+    return number;
+  }
+
+ private:
+  AVCodecContext* _codec = nullptr;
+  AVPacket* _packet = av_packet_alloc();
+  AVFrame* _picture = av_frame_alloc();
+};
+
+class VideoSources : public StreamTest {
+ protected:
+  VideoSources() {
+    auto options = quill::host::GetOptions();
+    options.session_bytes = std::size_t{64} << 20;
+    SetOptions(options);
+  }
+  static Source Make(const std::string& name, int width = 160, int height = 120) {
+    Source source = quill::host::Create<IStreamOutput>(name.c_str());
+    if (auto* video = dynamic_cast<IVideoSource*>(source.get())) {
+      video->SetWidth(width);
+      video->SetHeight(height);
+    } else if (auto* yuv = dynamic_cast<IYuvSource*>(source.get())) {
+      yuv->SetWidth(width);
+      yuv->SetHeight(height);
+    }
+    return source;
+  }
+  static void Trigger(const Source& source) {
+    if (auto* trigger = dynamic_cast<ITrigger*>(source.get())) trigger->Trigger();
+  }
+  // Plays `source` and takes `count` frames of it, asking for each where that is needed.
+  static std::vector<Frame> Take(const Source& source, std::size_t count) {
+    std::mutex mutex;
+    std::vector<Frame> frames;
+    Event done;
+    source->RegisterOutputCallback([&](Frame& frame) {
+      const std::lock_guard lock(mutex);
+      if (frames.size() < count) frames.push_back(frame);
+      Trigger(source);
+      if (frames.size() == count) done.Set();
+      return true;
+    });
+    EXPECT_TRUE(source->Open() && source->Start());
+    Trigger(source);
+    if (source->IsSupportedPullFrame()) {
+      Frame frame;
+      while (frames.size() < count && source->PullFrame(frame, true)) {
+        frames.push_back(std::move(frame));
+        Trigger(source);
+      }
+    } else {
+      EXPECT_TRUE(done.Wait());
+    }
+    EXPECT_TRUE(source->Stop());
+    return frames;
+  }
+};
+
+TEST_F(VideoSources, DeliverWhatWasAskedForPushedAndPulled) {
+  auto options = quill::host::GetOptions();
+  options.paced = false;
+  SetOptions(options);
+  const struct {
+    std::string head;
+    std::string tail;
+    AVCodecID codec;
+  } rows[] = {
+      {"ApiH264Source-dualos-cbrc-", "", AV_CODEC_ID_H264},
+      {"ApiH264SourceTrigger-dualos-trigger-", "", AV_CODEC_ID_H264},
+      {"ApiH264Source-vbrc-dualos-", "", AV_CODEC_ID_H264},
+      {"ApiH264Source-dualos-vbrc-trigger-", "", AV_CODEC_ID_H264},
+      {"ApiJpegSource-dualos-cbrc-", "", AV_CODEC_ID_MJPEG},
+      {"ApiJpegSourceTrigger-dualos-trigger-", "", AV_CODEC_ID_MJPEG},
+      {"ApiYuvSource-dualos-", "", AV_CODEC_ID_RAWVIDEO},
+      {"ApiYuvSource-dualos-", "-fake", AV_CODEC_ID_NONE},
+  };
+  for (const auto& [head, tail, codec] : rows) {
+    for (const std::string delivery : {"push", "pull"}) {
+      for (const auto& [width, height] : {std::pair(320, 240), {1920, 1080}}) {
+        const std::string name = head + delivery + tail;
+        const Source source = Make(name, width, height);
+        ASSERT_TRUE(source) << name;
+        const std::vector<Frame> frames = Take(source, 8);
+        ASSERT_EQ(frames.size(), 8U) << name;
+        Pictures pictures(codec == AV_CODEC_ID_NONE ? AV_CODEC_ID_RAWVIDEO : codec);
+        std::int64_t shown = -1;
+        for (std::size_t i = 0; i < frames.size(); ++i) {
+          EXPECT_EQ(frames[i]->seq, i) << name;
+          EXPECT_TRUE(i == 0 || frames[i]->timestamp > frames[i - 1]->timestamp) << name;
+          if (codec == AV_CODEC_ID_NONE) {
+            EXPECT_EQ(frames[i]->size, 2764800U);
+            continue;
+          }
+          const auto number = pictures.Number(*frames[i], width, height);
+          ASSERT_TRUE(number) << name << ", frame " << i << " of " << frames[i]->size;
+          EXPECT_GT(std::int64_t{*number}, shown) << name;
+          shown = *number;
+        }
+      }
+    }
+  }
+}
+
+TEST_F(VideoSources, GiveExactlyOnePictureForEachTrigger) {
+  constexpr unsigned kSeed = 11;
+  for (const std::string name :
+       {"ApiH264SourceTrigger-dualos-trigger-push", "ApiH264Source-dualos-vbrc-trigger-push",
+        "ApiJpegSourceTrigger-dualos-trigger-push"}) {
+    const Source source = Make(name);
+    std::atomic<std::uint32_t> frames{0};
+    std::atomic<bool> has_gap{false};
+    source->RegisterOutputCallback([&](Frame& frame) {
+      if (frame->seq != frames++) has_gap = true;
+      return true;
+    });
+    Trigger(source);  // before there is a chain to hear it
+    ASSERT_TRUE(source->Open() && source->Start());
+    // As many captures as a second has, and not one frame.
+    ASSERT_TRUE(Eventually([] { return Counters().untriggered >= 30; }));
+    EXPECT_EQ(frames, 0U) << name;
+    auto& control = dynamic_cast<IBitRateControl&>(*source.get());
+    control.SetFrameRateMaximum(200);
+    std::mt19937 random(kSeed);
+    for (int i = 0; i < 100; ++i) {
+      // Moments are random against the captures: 0 to 3 of them later, or at once.
+      const std::uint64_t until = Counters().untriggered + random() % 4;
+      ASSERT_TRUE(Eventually([&] { return i % 3 == 0 || Counters().untriggered >= until; }));
+      Trigger(source);
+    }
+    ASSERT_TRUE(Eventually([&] { return frames == 100; })) << frames << ", seed " << kSeed;
+    const std::uint64_t untriggered = Counters().untriggered;
+    ASSERT_TRUE(Eventually([&] { return Counters().untriggered > untriggered + 20; }));
+    EXPECT_EQ(frames, 100U) << name;
+    EXPECT_FALSE(has_gap) << "what nobody asked for is no loss";
+    EXPECT_EQ(Counters().dropped, 0U);
+  }
+}
+
+// A request that comes while the client holds every slot is served when there is one again.
+TEST_F(VideoSources, KeepATriggerForWhichThereWasNoSlot) {
+  auto options = quill::host::GetOptions();
+  options.session_slots = 2;
+  SetOptions(options);
+  const Source source = Make("ApiJpegSourceTrigger-dualos-trigger-pull");
+  ASSERT_TRUE(source->Open() && source->Start());
+  Frame first;
+  Frame second;
+  Frame third;
+  for (int i = 0; i < 3; ++i) Trigger(source);
+  ASSERT_TRUE(source->PullFrame(first, true) && source->PullFrame(second, true));
+  ASSERT_TRUE(Eventually([] { return Counters().dropped > 2; }));
+  EXPECT_FALSE(source->PullFrame(third, false));
+  first.reset();
+  ASSERT_TRUE(source->PullFrame(third, true));
+  EXPECT_GT(third->seq, second->seq + 2) << "captures were lost for want of a slot";
+}
+
+// By their time stamps, over frames of a stream that captures 30 a second.
+TEST_F(VideoSources, AreThinnedEvenlyToTheFrameRateOfTheMoment) {
+  auto options = quill::host::GetOptions();
+  options.paced = false;
+  SetOptions(options);
+  const Source source = Make("ApiH264Source-vbrc-dualos-pull");
+  auto& control = dynamic_cast<IBitRateControl&>(*source.get());
+  ASSERT_TRUE(source->Open() && source->Start());
+  Frame frame;
+  for (const int rate : {10, 25, 1, 30, 7, 60}) {
+    control.SetFrameRate(rate);
+    // What is in the ring was captured before; then one that the old rate may have let through.
+    for (int i = 0; i < 26; ++i) ASSERT_TRUE(source->PullFrame(frame, true));
+    const std::int64_t begin_ns = frame->timestamp;
+    std::int64_t last_ns = begin_ns;
+    std::uint32_t seq = frame->seq;
+    const int asked = std::min(rate, 30);
+    constexpr int kFrames = 20;
+    for (int i = 0; i < kFrames; ++i) {
+      ASSERT_TRUE(source->PullFrame(frame, true));
+      EXPECT_EQ(frame->seq, ++seq) << "what is thinned out is no loss";
+      EXPECT_LT(frame->timestamp - last_ns, kSecondNs / asked + kSecondNs / 30) << rate;
+      last_ns = frame->timestamp;
+    }
+    const double seen = kFrames * 1e9 / static_cast<double>(last_ns - begin_ns);
+    EXPECT_NEAR(seen, asked, 0.03 * asked);
+  }
+}
+
+class Synthetic : public StreamTest {
+ protected:
+  using Fake = quill::host::Handle<IYuvSource>;
+  static Fake Make(const std::string& delivery) {
+    return quill::host::Create<IYuvSource>(("ApiYuvSource-dualos-" + delivery + "-fake").c_str());
+  }
+};
+
+TEST_F(Synthetic, PulledFramesAreNeverDelayedAndOwnTheirMemory) {
+  const Fake fake = Make("pull");
+  EXPECT_TRUE(fake->Open() && fake->Start());
+  std::vector<Frame> frames(3);
+  for (std::uint32_t i = 0; i < 3; ++i) {
+    ASSERT_TRUE(fake->PullFrame(frames[i], i == 0));
+    EXPECT_EQ(frames[i]->seq, i);
+    EXPECT_EQ(frames[i]->timestamp, i * kSecondNs / 30);
+    EXPECT_TRUE(frames[i]->size == 2764800 && frames[i]->isKey && frames[i]->release);
+  }
+  EXPECT_TRUE(frames[0]->data != frames[1]->data && frames[1]->data != frames[2]->data);
+  fake->SetFrameRate(15);
+  EXPECT_EQ(fake->GetYuvMediaInfo().frameRate, 30) << "kept apart";
+  fake->SetFrameRate(0);
+  ASSERT_TRUE(fake->PullFrame(frames[0], false));
+  EXPECT_EQ(frames[0]->timestamp, 200'000'000) << "0 changes nothing";
+  fake->RegisterOutputCallback([](Frame&) { return true; });
+  EXPECT_TRUE(fake->Stop()) << "without a worker there is nothing to stop";
+  EXPECT_EQ(fake->GetMediaInfo(), "");
+  EXPECT_EQ(fake->CurrentState(), State::kNull) << "only the state machine moves it";
+  EXPECT_TRUE(fake->ChangeState(State::kPlay) && fake->ChangeState(State::kNull));
+  Frame none;
+  EXPECT_FALSE(Make("push")->PullFrame(none, true));
+  EXPECT_EQ(LogLines(), (Lines{"plugin/api/linux/YuvSourceFake.cpp/#/SetFrameRate:\t"
+                               "frames_per_second < 1,0",
+                               "plugin/api/linux/YuvSourceFake.cpp/#/PullFrame:\t!_pullmode"}));
+}
+
+TEST_F(Synthetic, PushedFramesFollowTheScheduleFromTheStart) {
+  const Fake fake = Make("push");
+  fake->SetFrameRate(200);
+  ASSERT_TRUE(fake->Start());
+  EXPECT_TRUE(fake->Stop()) << "without a callback the worker goes on";
+  std::vector<Frame> frames;
+  for (int run = 0; run < 2; ++run) {
+    frames.clear();
+    Event done;
+    EXPECT_TRUE(fake->RegisterOutputCallback([&](Frame& frame) {
+      if (frames.size() < 20) frames.push_back(frame);
+      if (frames.size() == 20) done.Set();
+      return false;  // of no consequence
+    }));
+    ASSERT_TRUE(run == 0 || fake->Start());
+    ASSERT_TRUE(done.Wait());
+    ASSERT_TRUE(fake->Stop());
+    for (std::size_t i = 0; i < 20; ++i) {
+      EXPECT_EQ(frames[i]->seq, frames[0]->seq + i);
+      EXPECT_EQ(frames[i]->timestamp - frames[0]->timestamp, std::int64_t(i) * kSecondNs / 200);
+      EXPECT_EQ(frames[i]->data, frames[0]->data) << "one buffer a run";
+      EXPECT_FALSE(frames[i]->release);
+    }
+    EXPECT_TRUE(run == 0 || frames[0]->seq == 0);
+  }
+}
+
+TEST_F(Synthetic, MayBeStoppedByItsCallbackAndStartedAgain) {
+  const Fake fake = Make("push");
+  fake->SetFrameRate(1000);
+  Event events[3];
+  for (Event& stopped : events) {
+    fake->RegisterOutputCallback([&](Frame&) {
+      EXPECT_TRUE(fake->Stop());
+      stopped.Set();
+      return true;
+    });
+    ASSERT_TRUE(fake->Start());
+    ASSERT_TRUE(stopped.Wait());
+  }
+}
+
+}  // namespace
+}  // namespace tessel::tests

@@ -1,0 +1,221 @@
+#include "Top.h"
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <map>
+#include <memory>
+#include <optional>
+#include <thread>
+#include <utility>
+
+#include <unistd.h>
+
+#include "quill/Host.h"
+#include "tessel/IStreamOutput.h"
+
+#include "Classes.h"
+#include "Console.h"
+#include "ErrorLog.h"
+#include "FrameInbox.h"
+#include "Interrupts.h"
+#include "Steer.h"
+
+#include <nlohmann/json.hpp>
+
+namespace tessel::tool {
+namespace {
+
+using api::streaming::common::frame_t;
+using api::streaming::common::IStreamOutput;
+using quill::host::BoardStream;
+using Clock = std::chrono::steady_clock;
+
+// Plays a source and lets its frames go at once. Client's thread.
+class Player {
+ public:
+  explicit Player(quill::host::Handle<IStreamOutput> source) : _source(std::move(source)) {}
+  ~Player() {
+    _source->Stop();
+    if (_reader.joinable()) _reader.join();
+  }
+  Player(const Player&) = delete;
+  Player& operator=(const Player&) = delete;
+
+  bool Play() {
+    _source->RegisterOutputCallback([](std::shared_ptr<frame_t>&) { return true; });
+    if (!_source->Open() || !_source->Start()) return false;
+    if (!_source->IsSupportedPullFrame()) return true;
+    _reader = std::thread([this] {
+      std::shared_ptr<frame_t> frame;
+      while (_source->PullFrame(frame, true)) frame.reset();
+    });
+    return true;
+  }
+
+ private:
+  quill::host::Handle<IStreamOutput> _source;
+  std::thread _reader;
+};
+
+std::unique_ptr<Player> PlaySource(const std::string& name) {
+  std::string error;
+  const IClass* record = FindCreatable(name, error);
+  if (record == nullptr) {
+    Say(error);
+    return nullptr;
+  }
+  auto source = quill::host::Create<IStreamOutput>(record->Name().c_str());
+  if (!source) {
+    Say(record->Name() + " delivers no frames");
+    return nullptr;
+  }
+  ErrorLog::Forget();
+  auto player = std::make_unique<Player>(std::move(source));
+  if (player->Play()) return player;
+  Say("cannot play " + record->Name() + ": " + ErrorLog::LastReason());
+  return nullptr;
+}
+
+// What a stream did since the look before.
+struct Row {
+  BoardStream stream;
+  std::optional<double> frames_per_second;  // delivered by the real-time side
+};
+
+class Rates {
+ public:
+  std::vector<Row> Add(std::vector<BoardStream> streams, Clock::time_point now) {
+    const double span_s = std::chrono::duration<double>(now - _last).count();
+    std::vector<Row> rows;
+    std::map<int, std::uint64_t> made;
+    for (BoardStream& stream : streams) {
+      made[stream.id] = stream.counters.made;
+      const auto before = _made.find(stream.id);
+      std::optional<double> rate;
+      if (before != _made.end() && span_s > 0) {
+        rate = static_cast<double>(stream.counters.made - before->second) / span_s;
+      }
+      rows.push_back({std::move(stream), rate});
+    }
+    _made = std::move(made);
+    _last = now;
+    return rows;
+  }
+
+ private:
+  std::map<int, std::uint64_t> _made;  // by stream, at the last look
+  Clock::time_point _last;
+};
+
+std::string Media(const BoardStream& stream, const char* key) {
+  const auto place = stream.media.find(key);
+  return place == stream.media.end() ? "" : place->second;
+}
+
+// "-" where a stream has no rate control.
+std::string Word(const BoardStream& stream, const char* name, int unit = 1) {
+  const auto place = stream.control.find(name);
+  return place == stream.control.end() ? "-" : std::to_string(place->second / unit);
+}
+
+// The rate that a stream is held to.
+std::string AskedRate(const BoardStream& stream) {
+  const bool is_thinned = stream.chain.find("FrameDroper") != std::string::npos;
+  if (stream.control.empty()) return Media(stream, "fr");
+  return Word(stream, is_thinned ? "framerate" : "framerate_max");
+}
+
+void PrintScreen(const std::vector<Row>& rows) {
+  const bool is_terminal = IsTerminal(STDOUT_FILENO);
+  if (is_terminal) std::fputs("\033[H\033[J", stdout);
+  std::printf("%zu stream%s of the real-time side, process %d\n\n", rows.size(),
+              rows.size() == 1 ? "" : "s", static_cast<int>(quill::host::FarSideProcess()));
+  std::printf("%4s %8s %-18s %-5s %-10s %13s %17s %9s %9s %9s %7s %7s %7s %5s %7s\n", "ID",
+              "CLIENT", "STREAM", "STATE", "SIZE", "FRAMES/S", "KBIT/S", "QP", "MADE", "DELIVERED",
+              "DROPPED", "THINNED", "WAITED", "HELD", "REFUSED");
+  for (const auto& [stream, rate] : rows) {
+    const auto& counters = stream.counters;
+    const std::string size = Media(stream, "w") + "x" + Media(stream, "h");
+    const std::string measured = rate ? Format("%.1f", *rate) : "-";
+    const std::string rates = measured + " of " + AskedRate(stream);
+    const std::string bits =
+        Word(stream, "bitrate", 1000) + " of " + Word(stream, "bitrate_target", 1000);
+    const std::string qp = Word(stream, "qp_reported") + " of " + Word(stream, "qp");
+    const auto count = [](std::uint64_t value) { return static_cast<unsigned long long>(value); };
+    std::printf(
+        "%4d %8d %-18s %-5s %-10s %13s %17s %9s %9llu %9llu %7llu %7llu %7llu %5llu %7llu\n",
+        stream.id, static_cast<int>(stream.client), StreamKind(stream).c_str(),
+        stream.is_playing ? "play" : "ready", size.c_str(), rates.c_str(), bits.c_str(), qp.c_str(),
+        count(counters.made), count(counters.delivered), count(counters.dropped),
+        count(counters.thinned), count(counters.untriggered), count(counters.held),
+        count(counters.refused));
+  }
+}
+
+void PrintJson(const std::vector<Row>& rows) {
+  const auto since_epoch = std::chrono::system_clock::now().time_since_epoch();
+  const double time_s = std::chrono::duration<double>(since_epoch).count();
+  for (const auto& [stream, rate] : rows) {
+    const auto& counters = stream.counters;
+    nlohmann::ordered_json line = {
+        {"time", time_s},
+        {"id", stream.id},
+        {"client", stream.client},
+        {"own", stream.client == getpid()},
+        {"kind", StreamKind(stream)},
+        {"session", counters.session},
+        {"chain", stream.chain},
+        {"state", stream.is_playing ? "play" : "ready"},
+        {"media", stream.media},
+        {"control", stream.control},
+        {"frames_per_second", nullptr},
+        {"made", counters.made},
+        {"delivered", counters.delivered},
+        {"dropped", counters.dropped},
+        {"thinned", counters.thinned},
+        {"untriggered", counters.untriggered},
+        {"held", counters.held},
+        {"refused", counters.refused},
+    };
+    if (rate) line["frames_per_second"] = *rate;
+    // Texts of the real-time side need not be UTF-8.
+    constexpr auto kReplace = nlohmann::ordered_json::error_handler_t::replace;
+    std::printf("%s\n", line.dump(-1, ' ', false, kReplace).c_str());
+  }
+}
+
+}  // namespace
+
+int Top(const TopOptions& options) {
+  auto inbox = std::make_shared<FrameInbox>();  // tells of Ctrl-C
+  if (!WatchInterrupts([inbox] { inbox->Interrupt(); })) {
+    Say("no thread to wait for Ctrl-C");
+    return kFailed;
+  }
+  std::vector<std::unique_ptr<Player>> players;
+  for (const std::string& name : options.names) {
+    players.push_back(PlaySource(name));
+    if (players.back() == nullptr) return kFailed;
+  }
+  Rates rates;
+  Clock::time_point due = Clock::now();
+  for (int looks = 0; options.count == 0 || looks < options.count; ++looks) {
+    std::vector<BoardStream> streams;
+    std::string error;
+    if (!quill::host::ListBoard(streams, error)) {
+      Say(error);
+      return kFailed;
+    }
+    const auto rows = rates.Add(std::move(streams), Clock::now());
+    options.json ? PrintJson(rows) : PrintScreen(rows);
+    if (std::fflush(stdout) != 0) return kFailed;  // nobody reads any more
+    due += std::chrono::duration_cast<Clock::duration>(
+        std::chrono::duration<double>(options.interval_s));
+    FrameInbox::Frame none;
+    if (inbox->Wait(none, due) == FrameInbox::News::kInterrupt) break;
+  }
+  return kDone;
+}
+
+}  // namespace tessel::tool
