@@ -23,9 +23,9 @@ std::vector<std::string> AliasesOf(const IClass& record);
 // What a source's class is called for short: what it delivers, the words that tell it from the
 // plain source of that, and "push" unless it is pulled from.
 //
-//   ApiH264Source-dualos-cbrc-pull         h264
+//   ApiH264Source-dualos-cbrc-pull           h264
 //   ApiH264Source-dualos-vbrc-trigger-push   h264-vbrc-trigger-push
-//   ApiYuvSource-dualos-pull-fake          yuv-fake
+//   ApiYuvSource-dualos-pull-fake            yuv-fake
 //
 // Empty where there is no such name.
 std::string ShortName(const IClass& record);

@@ -5,8 +5,6 @@
 #include <cstring>
 #include <filesystem>
 
-#include "Console.h"
-
 extern "C" {
 #include <libavformat/avformat.h>
 #include <libavutil/imgutils.h>
@@ -18,9 +16,9 @@ namespace tessel::tool {
 struct Container {
   const char* extension;
   const char* muxer;
-  unsigned kinds;  // that go into it
-  bool is_bare;    // nothing but the frames, one behind the other
-  const char* hint;
+  unsigned kinds;    // that go into it
+  bool is_bare;      // nothing but the frames, one behind the other
+  const char* hint;  // the extension as it is told
 };
 
 namespace {

@@ -30,8 +30,8 @@ std::string ContainersOf(unsigned kinds);
 // container. False with `error` naming the formats that do.
 [[nodiscard]] bool TakesFormat(const Container& container, const std::string& pixel_format,
                                std::string& error);
-// Whether it is written as one file for each frame: those named by the pattern in `path`, or the
-// one that is called that.
+// Whether each frame becomes a file of its own. Their names are numbered by the pattern in the
+// path, as "x-%03d.jpg", from 1 on; a path without one takes a single frame.
 bool IsPictures(const Container& container);
 bool IsPattern(const std::string& path);
 

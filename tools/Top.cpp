@@ -126,30 +126,41 @@ std::string AskedRate(const BoardStream& stream) {
   return Word(stream, is_thinned ? "framerate" : "framerate_max");
 }
 
+// JPEG encoders are not held to a bit rate.
+std::string AskedKilobits(const BoardStream& stream) {
+  return Media(stream, "codec") == "h264" ? Word(stream, "bitrate_target", 1000) : "-";
+}
+
+std::string AskedQp(const BoardStream& stream) {
+  const std::string qp = Word(stream, "qp");
+  return qp == "0" ? "auto" : qp;
+}
+
+// The measured value beside the asked one.
+std::string Pair(const std::string& measured, const std::string& asked) {
+  return measured + "/" + asked;
+}
+
 void PrintScreen(const std::vector<Row>& rows) {
-  const bool is_terminal = IsTerminal(STDOUT_FILENO);
-  if (is_terminal) std::fputs("\033[H\033[J", stdout);
-  std::printf("%zu stream%s of the real-time side, process %d\n\n", rows.size(),
+  if (IsTerminal(STDOUT_FILENO)) std::fputs("\033[H\033[J", stdout);
+  std::printf("%zu stream%s of the real-time side, process %d; measured/asked\n\n", rows.size(),
               rows.size() == 1 ? "" : "s", static_cast<int>(quill::host::FarSideProcess()));
-  std::printf("%4s %8s %-18s %-5s %-10s %13s %17s %9s %9s %9s %7s %7s %7s %5s %7s\n", "ID",
-              "CLIENT", "STREAM", "STATE", "SIZE", "FRAMES/S", "KBIT/S", "QP", "MADE", "DELIVERED",
-              "DROPPED", "THINNED", "WAITED", "HELD", "REFUSED");
+  std::printf("%3s %7s %-17s %-5s %9s %10s %11s %6s %7s %9s %7s %7s %6s %4s %7s\n", "ID", "CLIENT",
+              "STREAM", "STATE", "SIZE", "FRAMES/S", "KBIT/S", "QP", "MADE", "DELIVERED", "DROPPED",
+              "THINNED", "WAITED", "HELD", "REFUSED");
   for (const auto& [stream, rate] : rows) {
     const auto& counters = stream.counters;
     const std::string size = Media(stream, "w") + "x" + Media(stream, "h");
-    const std::string measured = rate ? Format("%.1f", *rate) : "-";
-    const std::string rates = measured + " of " + AskedRate(stream);
-    const std::string bits =
-        Word(stream, "bitrate", 1000) + " of " + Word(stream, "bitrate_target", 1000);
-    const std::string qp = Word(stream, "qp_reported") + " of " + Word(stream, "qp");
+    const std::string rates = Pair(rate ? Format("%.1f", *rate) : "-", AskedRate(stream));
+    const std::string bits = Pair(Word(stream, "bitrate", 1000), AskedKilobits(stream));
+    const std::string qp = Pair(Word(stream, "qp_reported"), AskedQp(stream));
     const auto count = [](std::uint64_t value) { return static_cast<unsigned long long>(value); };
-    std::printf(
-        "%4d %8d %-18s %-5s %-10s %13s %17s %9s %9llu %9llu %7llu %7llu %7llu %5llu %7llu\n",
-        stream.id, static_cast<int>(stream.client), StreamKind(stream).c_str(),
-        stream.is_playing ? "play" : "ready", size.c_str(), rates.c_str(), bits.c_str(), qp.c_str(),
-        count(counters.made), count(counters.delivered), count(counters.dropped),
-        count(counters.thinned), count(counters.untriggered), count(counters.held),
-        count(counters.refused));
+    std::printf("%3d %7d %-17s %-5s %9s %10s %11s %6s %7llu %9llu %7llu %7llu %6llu %4llu %7llu\n",
+                stream.id, static_cast<int>(stream.client), StreamKind(stream).c_str(),
+                stream.is_playing ? "play" : "ready", size.c_str(), rates.c_str(), bits.c_str(),
+                qp.c_str(), count(counters.made), count(counters.delivered),
+                count(counters.dropped), count(counters.thinned), count(counters.untriggered),
+                count(counters.held), count(counters.refused));
   }
 }
 

@@ -14,10 +14,11 @@ constexpr double kWindowS = 2.0;  // over any such time the rate stays below the
 constexpr double kCeilingPart = 0.85;
 // Of what a window has left, for one picture. An inter picture takes several times what is expected
 // where a scene begins unnoticed; without that it stays far below these parts.
-constexpr double kInterRoom = 0.2;
-constexpr double kIntraRoom = 0.55;
+constexpr double kInterRoom = 0.15;
+constexpr double kIntraRoom = 0.4;
 constexpr double kSafeWindow = 0.97;  // of a full window, what may be planned for
 
+constexpr int kMostFinerSteps = 4;   // from one picture to the next
 constexpr double kIntraQpBonus = 2;  // intra pictures are referred to, which is worth finer steps
 // Bits a second of a moving scene at QP 0 for each level of detail; what the quality begins with.
 // Measured were 4 to 18 at 30 frames/s, and 2 to 3 in still scenes. It depends little on the frame
@@ -58,6 +59,8 @@ int VariableRate::ChooseQp(const Unit& unit, bool is_intra, const Complexity& co
   // With a guess the ceiling would blur what begins a scene, although a window may have room for
   // it.
   if (!_ceiling.IsGuess()) qp = std::max(qp, lowest_qp);
+  // Much finer than the picture it refers to, it would have to bring all of that detail itself.
+  if (!is_intra) qp = std::max(qp, std::min(_last_qp - kMostFinerSteps, limits.qp_max));
   _chosen_qp = RaiseToFitWindow(unit, is_intra, qp);
   _raised_by = std::max(0, _chosen_qp - quality_qp);
   return _chosen_qp;
@@ -94,6 +97,7 @@ void VariableRate::Account(const Unit& unit) {
   const auto since_ns = static_cast<double>(unit.time_ns - _last_time_ns);
   const double share_s = _last_time_ns == 0 ? 1.0 / unit.frames_per_second : since_ns / kSecondNs;
   _last_time_ns = unit.time_ns;
+  _last_qp = unit.qp;
   // Pictures with a QP that was told to tell nothing of the quality.
   if (unit.qp == _chosen_qp) MoveQuality(share_s, bits / _limits.target_bps);
 }

@@ -51,6 +51,7 @@ class VariableRate : public QpPolicy {
   int _chosen_qp = 0;
   int _raised_by = 0;  // above the quality, for want of rate
 
+  int _last_qp = 0;  // of the picture before
   std::int64_t _first_time_ns = 0;
   std::int64_t _last_time_ns = 0;  // 0: no picture yet
 };
