@@ -1,5 +1,6 @@
 #include "Interrupts.h"
 
+#include <chrono>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -11,6 +12,7 @@
 namespace tessel::tool {
 namespace {
 
+constexpr std::chrono::milliseconds kSameWish(250);
 constexpr int kSignalExit = 128;  // plus the signal's number, as shells report it
 
 // Under nohup a hang-up is to be ignored.
@@ -42,6 +44,11 @@ bool WatchInterrupts(std::function<void()> on_interrupt) {
       while (sigwait(&signals, &number) != 0) {
       }
       on_interrupt();
+      // Some programs signal a process and then its group: what comes at once is the same wish.
+      std::this_thread::sleep_for(kSameWish);
+      const timespec at_once = {};
+      while (sigtimedwait(&signals, nullptr, &at_once) > 0) {
+      }
       while (sigwait(&signals, &number) != 0) {
       }
       _exit(kSignalExit + number);  // whatever the first one started does not come to its end

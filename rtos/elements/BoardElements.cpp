@@ -4,8 +4,8 @@
 #include "FrameDroper.h"
 #include "FrameTrigger.h"
 #include "H264Encoder.h"
-#include "JpegEncoder.h"
 #include "H264VBrc.h"
+#include "JpegEncoder.h"
 #include "ShmSink.h"
 
 namespace tessel::rtos {

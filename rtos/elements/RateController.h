@@ -53,8 +53,8 @@ class RateController {
   int ChooseQp(const Wish& wish, bool is_intra, std::int64_t time_ns, const Complexity& complexity);
   // What became of it. `qp` may differ from the one chosen. Follows each ChooseQp().
   void Account(int qp, std::size_t bytes);
-  // What the picture at hand would take with `qp`, in bits, as far as that can be told. A guess, and
-  // rather too high, where nothing like it was seen before.
+  // What the picture at hand would take with `qp`, in bits, as far as that can be told. A guess,
+  // and rather too high, where nothing like it was seen before.
   double ExpectedBits(int qp) const;
   bool IsGuess() const { return !_is_intra && (_is_cut || _inter_cost <= 0); }
   // No debts: the next picture is judged by what comes from here on. What was learnt stays.
