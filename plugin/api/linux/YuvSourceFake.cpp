@@ -82,10 +82,14 @@ bool YuvSourceFake::Start() {
 }
 
 bool YuvSourceFake::Stop() {
-  if (_output.load(std::memory_order_relaxed) == nullptr || _worker == nullptr) return true;
+  if (_output.load(std::memory_order_relaxed) == nullptr) return true;
+  if (_loop_thread.load() == std::this_thread::get_id()) {
+    _running.store(false);  // joined by the next call
+    return true;
+  }
+  if (_worker == nullptr) return true;
   _running.store(false);
-  if (_worker->get_id() == std::this_thread::get_id()) return true;  // joined by the next call
-  if (_worker->joinable()) _worker->join();
+  _worker->join();
   _worker.reset();
   return true;
 }
@@ -96,6 +100,7 @@ nanoseconds YuvSourceFake::DueAfter(std::int64_t frames) const {
 }
 
 void YuvSourceFake::Loop() {
+  _loop_thread.store(std::this_thread::get_id());
   const Clock::time_point start = Clock::now();
   const int size_bytes = _yuv.bufferSize;
   const std::unique_ptr<std::uint32_t[]> buffer = MakeBuffer(size_bytes);
@@ -114,6 +119,7 @@ void YuvSourceFake::Loop() {
     due = start + DueAfter(++n);
     std::this_thread::sleep_until(due);
   }
+  _loop_thread.store(std::thread::id());
 }
 
 bool YuvSourceFake::PullFrame(std::shared_ptr<frame_t>& frame, bool) {

@@ -69,7 +69,8 @@ class YuvSourceFake : public api::streaming::IYuvSource,
   // The newest one counts. Older ones stay until the end, as the worker may be inside one.
   std::vector<std::unique_ptr<const OutputCallback>> _callbacks;
   std::atomic<const OutputCallback*> _output{nullptr};  // pairs release with the worker's acquire
-  std::unique_ptr<std::thread> _worker;
+  std::unique_ptr<std::thread> _worker;                 // client's thread only
+  std::atomic<std::thread::id> _loop_thread;            // the worker's, while it loops
   std::atomic<bool> _running{false};
   const bool _pullmode;
   std::atomic<int> _frame_rate{30};  // frames/s
