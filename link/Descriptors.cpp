@@ -1,6 +1,8 @@
 #include "Descriptors.h"
 
 #include <cerrno>
+#include <cstring>
+#include <string>
 
 #include <fcntl.h>
 #include <sys/eventfd.h>
@@ -15,6 +17,13 @@ UniqueFd::~UniqueFd() {
 UniqueFd UniqueFd::Duplicate() const { return UniqueFd(fcntl(_fd, F_DUPFD_CLOEXEC, 0)); }
 
 Bell Bell::Create() { return Bell(UniqueFd(eventfd(0, EFD_CLOEXEC))); }
+
+bool Bell::IsBell(int fd) {
+  char target[32] = {};
+  const std::string place = "/proc/self/fd/" + std::to_string(fd);
+  return readlink(place.c_str(), target, sizeof target - 1) > 0 &&
+         std::strcmp(target, "anon_inode:[eventfd]") == 0;
+}
 
 void Bell::Ring() const {
   const std::uint64_t one = 1;

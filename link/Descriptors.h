@@ -36,6 +36,8 @@ class Bell {
   explicit Bell(UniqueFd fd) : _fd(std::move(fd)) {}
   static Bell Create();
   bool IsOpen() const { return _fd.IsOpen(); }
+  // Whether a descriptor that the other side has sent is an eventfd at all.
+  static bool IsBell(int fd);
   int Fd() const { return _fd.Get(); }
   UniqueFd Duplicate() const { return _fd.Duplicate(); }
   void Ring() const;   // any thread

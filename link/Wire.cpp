@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/uio.h>
 
 namespace tessel::link {
@@ -14,6 +15,11 @@ using Head = std::array<std::uint32_t, 2>;  // kind, number
 using FdBuffer = std::array<char, CMSG_SPACE(sizeof(int) * kMaxMessageFds)>;
 
 }  // namespace
+
+void LimitSends(int socket_fd) {
+  const timeval most = {.tv_sec = 1, .tv_usec = 0};
+  setsockopt(socket_fd, SOL_SOCKET, SO_SNDTIMEO, &most, sizeof most);
+}
 
 SendResult SendMessage(int socket_fd, const WireMessage& message, const std::vector<int>& fds) {
   if (message.text.size() > kMaxMessageBytes - sizeof(Head) || fds.size() > kMaxMessageFds) {

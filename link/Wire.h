@@ -26,6 +26,9 @@ struct WireMessage {
   std::string text;
 };
 
+// Limits what a send may take when the receiver does not read: a second, then it is kBusy.
+void LimitSends(int socket_fd);
+
 enum class SendResult { kSent, kTooLong, kBusy, kGone };
 
 // Any thread; blocks while the receiver's buffer is full, but not longer than the socket's

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
-#include <cstring>
 #include <system_error>
 
 #include <pthread.h>
@@ -52,21 +51,28 @@ struct ControlWord {
   const char* name;
   VbrcBlock::Word VbrcBlock::*member;
   Use use;
+  const char* reader = nullptr;  // the element that acts on it; null: more than one
+  const char* lack = nullptr;    // what is said where that is missing
 };
+constexpr char kH264[] = "h264-encoder-dma";
+constexpr char kNoRate[] = "the bit rate of the stream is not controlled";
+constexpr char kNoRange[] = "the quantiser of the stream has no range";
 constexpr ControlWord kControlWords[] = {
     {"bitrate", &VbrcBlock::bitrate, Use::kReport},
-    {"bitrate_target", &VbrcBlock::bitrate_target, Use::kSetting},
-    {"bitrate_min", &VbrcBlock::bitrate_min, Use::kSetting},
-    {"bitrate_max", &VbrcBlock::bitrate_max, Use::kSetting},
+    {"bitrate_target", &VbrcBlock::bitrate_target, Use::kSetting, kH264, kNoRate},
+    {"bitrate_min", &VbrcBlock::bitrate_min, Use::kSetting, kH264, kNoRate},
+    {"bitrate_max", &VbrcBlock::bitrate_max, Use::kSetting, kH264, kNoRate},
     {"framerate", &VbrcBlock::framerate, Use::kSetting},
     {"framerate_min", &VbrcBlock::framerate_min, Use::kSetting},
     {"framerate_max", &VbrcBlock::framerate_max, Use::kSetting},
     {"qp", &VbrcBlock::qp, Use::kSetting},
-    {"qp_min", &VbrcBlock::qp_min, Use::kSetting},
-    {"qp_max", &VbrcBlock::qp_max, Use::kSetting},
+    {"qp_min", &VbrcBlock::qp_min, Use::kSetting, kH264, kNoRange},
+    {"qp_max", &VbrcBlock::qp_max, Use::kSetting, kH264, kNoRange},
     {"qp_reported", &VbrcBlock::qp_reported, Use::kReport},
-    {"keyframe_req", &VbrcBlock::keyframe_req, Use::kRequest},
-    {"trigger_req", &VbrcBlock::trigger_req, Use::kRequest},
+    {"keyframe_req", &VbrcBlock::keyframe_req, Use::kRequest, kH264,
+     "the stream has no key frames to ask for"},
+    {"trigger_req", &VbrcBlock::trigger_req, Use::kRequest, "FrameTrigger",
+     "the stream is not one of single frames"},
     {"frame_count", &VbrcBlock::frame_count, Use::kReport},
 };
 
@@ -117,12 +123,9 @@ bool Application::Build(const AttrSet& description, std::span<const ElementRow> 
       wanted.params.Get("fr", _frames_per_second);
     }
     wanted.params.Get("session_name", _session_name);
-    if (_block == nullptr && wanted.params.Get("vbrc") != nullptr) {
-      _block = Block(wanted.params.Get("vbrc"), error);
-      if (_block == nullptr) {
-        error = OfElement(wanted.class_name, error);
-        return false;
-      }
+    if (!TakeBlock(wanted.params.Get("vbrc"), error)) {
+      error = OfElement(wanted.class_name, error);
+      return false;
     }
   }
   _source = dynamic_cast<Source*>(_chain.front().element.get());
@@ -139,6 +142,19 @@ bool Application::Build(const AttrSet& description, std::span<const ElementRow> 
     QpPolicy* policy = _chain[i].element->Policy();
     for (std::size_t j = 0; policy != nullptr && j < i; ++j) _chain[j].element->Follow(*policy);
   }
+  return true;
+}
+
+// All elements of a chain are steered by one block.
+bool Application::TakeBlock(const char* address, std::string& error) {
+  if (address == nullptr) return true;
+  VbrcBlock* block = Block(address, error);
+  if (block == nullptr) return false;
+  if (_block != nullptr && _block != block) {
+    error = std::string("vbrc=") + address + " is not the block of the elements in front";
+    return false;
+  }
+  _block = block;
   return true;
 }
 
@@ -189,7 +205,7 @@ bool Application::SetStatus(const std::string& status, std::string& error) {
     return false;
   }
   if (_thread.joinable()) return true;
-  _is_playing = true;
+  _state = State::kPlaying;
   _is_stopping = false;  // no thread is there to see it
   _sink->Resume();
   try {
@@ -198,6 +214,7 @@ bool Application::SetStatus(const std::string& status, std::string& error) {
       Run();
     });
   } catch (const std::system_error& failure) {
+    _state = State::kReady;
     error = std::string("no thread for the chain: ") + failure.what();
     return false;
   }
@@ -213,7 +230,21 @@ void Application::StopThread() {
   }
   _sink->Interrupt();
   _thread.join();
-  _is_playing = false;
+  _state = State::kReady;
+}
+
+const char* Application::NameOf(State state) {
+  switch (state) {
+    case State::kReady:
+      return "ready";
+    case State::kPlaying:
+      return "play";
+    case State::kEnded:
+      return "ended";
+    case State::kFailed:
+      break;
+  }
+  return "failed";
 }
 
 bool Application::Has(const char* class_name) const {
@@ -227,7 +258,7 @@ AttrSet Application::Overview() const {
   for (const Link& link : _chain) chain += (chain.empty() ? "" : "+") + link.class_name;
   overview.Add("chain", chain);
   overview.Add("session", _session_name);
-  overview.Add("status", _is_playing ? "play" : "ready");
+  overview.Add("state", NameOf(_state));
   AttrSet media = _media.description;
   media.Remove("header");  // only a decoder wants to see it
   overview.Add("media", media.ToString(false));
@@ -248,35 +279,29 @@ AttrSet Application::Overview() const {
   return overview;
 }
 
-bool Application::SetWord(const std::string& name, int value, std::string& error) {
+VbrcBlock::Word* Application::Word(const std::string& name, bool is_request, std::string& error) {
   const ControlWord* word = FindWord(name);
-  if (word == nullptr || word->use != Use::kSetting) {
-    error = "\"" + name + "\" is nothing that can be set";
-    return false;
+  if (word == nullptr || word->use != (is_request ? Use::kRequest : Use::kSetting)) {
+    error = "\"" + name + "\" is nothing that can be " + (is_request ? "requested" : "set");
+    return nullptr;
   }
-  if (_block == nullptr) {
-    error = "the stream has no rate control";
-    return false;
+  if (_block == nullptr || (word->reader != nullptr && !Has(word->reader))) {
+    error = word->lack == nullptr ? "the stream has no rate control" : word->lack;
+    return nullptr;
   }
-  (_block->*word->member).store(value, std::memory_order_relaxed);
-  return true;
+  return &(_block->*word->member);
+}
+
+bool Application::SetWord(const std::string& name, int value, std::string& error) {
+  VbrcBlock::Word* word = Word(name, false, error);
+  if (word != nullptr) word->store(value, std::memory_order_relaxed);
+  return word != nullptr;
 }
 
 bool Application::CountRequest(const std::string& name, std::string& error) {
-  const ControlWord* word = FindWord(name);
-  if (word == nullptr || word->use != Use::kRequest) {
-    error = "\"" + name + "\" is nothing that can be requested";
-    return false;
-  }
-  const char* codec = _media.description.Get("codec");
-  const bool has_keys = codec != nullptr && std::strcmp(codec, "h264") == 0;
-  if (name == "keyframe_req" ? !has_keys : !Has("FrameTrigger")) {
-    error = name == "keyframe_req" ? "the stream has no key frames to ask for"
-                                   : "the stream is not one of single frames";
-    return false;
-  }
-  (_block->*word->member).fetch_add(1, std::memory_order_relaxed);
-  return true;
+  VbrcBlock::Word* word = Word(name, true, error);
+  if (word != nullptr) word->fetch_add(1, std::memory_order_relaxed);
+  return word != nullptr;
 }
 
 void Application::ReadControl(Unit& unit) const {
@@ -299,42 +324,46 @@ Verdict Application::PassOver(Unit& unit, Verdict reason) {
   if (reason == Verdict::kHold && !_source->IsLive()) {
     SleepUntil(NowNs() + kSecondNs / unit.frames_per_second);
   }
-  return _source->Skip(unit);
+  return Told(_chain.front(), _source->Skip(unit));
 }
 
-// False when there is no slot for the unit.
-bool Application::Reserve(Unit& unit) {
-  unit.room = _sink->Reserve();
-  if (!unit.room.empty()) return true;
-  if (_source->IsLive()) return false;
+// False when the chain is told to stop.
+bool Application::WaitForRoom(Unit& unit) {
   while (unit.room.empty()) {
-    if (!_sink->WaitForRoom()) return false;  // told to stop
+    if (!_sink->WaitForRoom()) return false;
     unit.room = _sink->Reserve();
   }
   ReadControl(unit);  // anew: the wait may have been long
   return true;
 }
 
+// Tells of a failure, wherever in the life of a unit it came.
+Verdict Application::Told(const Link& link, Verdict verdict) {
+  if (verdict != Verdict::kFail) return verdict;
+  _state = State::kFailed;
+  _report("failed", OfElement(link.class_name, link.element->LastError()));
+  return verdict;
+}
+
 // One unit from the source to the sink.
 Verdict Application::MoveOne(Unit& unit) {
-  Verdict verdict = _source->Await(unit, *this);
+  const Link& source = _chain.front();
+  Verdict verdict = Told(source, _source->Await(unit, *this));
   if (verdict != Verdict::kPass) return verdict;
   // As late as can be: requests made while it was awaited are served by it.
   ReadControl(unit);
   verdict = Admit(unit);
   if (verdict != Verdict::kPass) return PassOver(unit, verdict);
-  if (!Reserve(unit)) {
-    if (!_source->IsLive()) return Verdict::kEnd;
+  unit.room = _sink->Reserve();
+  if (unit.room.empty() && _source->IsLive()) {
     _sink->CountDropped();
-    return _source->Skip(unit);
+    return Told(source, _source->Skip(unit));
   }
+  if (unit.room.empty() && !WaitForRoom(unit)) return Verdict::kEnd;
   unit.sequence = unit.capture - _passed_over;
   for (const Link& link : _chain) {
-    verdict = link.element->Process(unit);
-    if (verdict == Verdict::kPass) continue;
-    if (verdict != Verdict::kFail) return verdict;
-    _report("failed", OfElement(link.class_name, link.element->LastError()));
-    return verdict;
+    verdict = Told(link, link.element->Process(unit));
+    if (verdict != Verdict::kPass) return verdict;
   }
   return Verdict::kPass;
 }
@@ -349,7 +378,9 @@ void Application::Run() {
     const Verdict verdict = MoveOne(unit);
     if (verdict == Verdict::kFail) break;
     if (verdict != Verdict::kEnd) continue;
-    if (!_is_stopping) _report("end", "end of input");
+    if (_is_stopping) break;
+    _state = State::kEnded;
+    _report("end", "end of input");
     break;
   }
   for (const Link& link : _chain) link.element->Stop();

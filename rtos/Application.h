@@ -52,7 +52,7 @@ class Application : private Context, private StopSignal {
   // What the chain delivers.
   const AttrSet& Description() const { return _media.description; }
 
-  // What it is and how it goes: "chain", "session", "status", "media={…}", the session's counters
+  // What it is and how it goes: "chain", "session", "state", "media={…}", the session's counters
   // and, for a chain with a rate-control block, "control={…}". Any thread.
   AttrSet Overview() const;
   // Steering by others than its client: stores a word of the rate-control block, or counts a
@@ -61,6 +61,9 @@ class Application : private Context, private StopSignal {
   bool CountRequest(const std::string& word, std::string& error);
 
  private:
+  enum class State { kReady, kPlaying, kEnded, kFailed };
+  static const char* NameOf(State state);
+
   struct Link {
     std::string class_name;
     std::unique_ptr<Element> element;
@@ -68,6 +71,8 @@ class Application : private Context, private StopSignal {
 
   Application(const link::SharedWindow& window, std::uint64_t linux_base, Grants grants,
               Board board, Report report);
+  bool TakeBlock(const char* address, std::string& error);
+  VbrcBlock::Word* Word(const std::string& name, bool is_request, std::string& error);
   bool Build(const AttrSet& description, std::span<const ElementRow> elements, std::string& error);
 
   // Context
@@ -84,7 +89,8 @@ class Application : private Context, private StopSignal {
   Verdict MoveOne(Unit& unit);
   Verdict Admit(const Unit& unit) const;
   Verdict PassOver(Unit& unit, Verdict reason);
-  bool Reserve(Unit& unit);
+  bool WaitForRoom(Unit& unit);
+  Verdict Told(const Link& link, Verdict verdict);
   void ReadControl(Unit& unit) const;
   void StopThread();
   bool Has(const char* class_name) const;
@@ -99,7 +105,7 @@ class Application : private Context, private StopSignal {
   std::vector<Link> _chain;
   Source* _source = nullptr;    // the first of _chain
   ShmSink* _sink = nullptr;     // the last of _chain
-  VbrcBlock* _block = nullptr;  // of the first element that names one
+  VbrcBlock* _block = nullptr;  // null: no element is steered
   std::string _session_name;
   Media _media;
   int _frames_per_second = 30;
@@ -109,7 +115,7 @@ class Application : private Context, private StopSignal {
   std::thread _thread;
   std::mutex _mutex;
   std::condition_variable _stopped;
-  std::atomic<bool> _is_playing{false};
+  std::atomic<State> _state{State::kReady};
   std::atomic<bool> _is_stopping{false};  // written under _mutex, for whoever sleeps on _stopped
 };
 

@@ -14,6 +14,8 @@ namespace {
 using link::WireMessage;
 using quill::base::ToString;
 
+constexpr std::size_t kLongestName = 255;  // of a session: lists of them have to fit into an answer
+
 std::string HandleText(std::uint64_t handle) {
   return ToString<const void*>(reinterpret_cast<const void*>(handle));
 }
@@ -42,7 +44,9 @@ Connection::Connection(link::UniqueFd socket, std::span<const ElementRow> elemen
     : _socket(std::move(socket)),
       _elements(elements),
       _directory(directory),
-      _client(PeerOf(_socket.Get())) {}
+      _client(PeerOf(_socket.Get())) {
+  link::LimitSends(_socket.Get());  // a client that does not read must not hold a chain
+}
 
 void Connection::Hangup() const { shutdown(_socket.Get(), SHUT_RDWR); }
 
@@ -63,13 +67,16 @@ void Connection::Serve() {
     }
     Send(WireMessage::kAnswer, message.number, answer);
   }
+  Hangup();  // nobody is left to answer
   _applications.clear();
   _window.reset();  // frames of a client that is gone take memory
 }
 
 void Connection::Send(WireMessage::Kind kind, std::uint32_t number, const AttrSet& body) const {
+  const auto sent = link::SendMessage(_socket.Get(), {kind, number, body.ToString(false)});
   // Goes on: a Linux side that is gone is noticed by the next receive.
-  link::SendMessage(_socket.Get(), {kind, number, body.ToString(false)});
+  if (sent != link::SendResult::kTooLong) return;
+  link::SendMessage(_socket.Get(), {kind, number, "error=the answer is too long"});
 }
 
 bool Connection::Handle(const AttrSet& request, Fds& fds, AttrSet& answer, std::string& error) {
@@ -145,6 +152,11 @@ bool Connection::ReadGrants(const AttrSet& request, Fds& fds, Grants& grants,
     }
     session.frame_bell = std::move(fds[next_fd++]);
     session.room_bell = std::move(fds[next_fd++]);
+    if (pair.key.size() > kLongestName || !link::Bell::IsBell(session.frame_bell.Get()) ||
+        !link::Bell::IsBell(session.room_bell.Get())) {
+      error = "sessions: a name longer than 255, or a descriptor that is no eventfd";
+      return false;
+    }
     grants.sessions[pair.key] = std::move(session);
   }
   return true;

@@ -1,7 +1,9 @@
 #include "Listener.h"
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <system_error>
 
 #include <poll.h>
@@ -12,6 +14,8 @@
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
+
+#include "Clock.h"
 
 namespace tessel::rtos {
 namespace {
@@ -32,43 +36,61 @@ bool BindTo(int socket_fd, const sockaddr_un& address) {
   return bound == 0;
 }
 
-// Whether the socket at that address is what a dead process has left.
-bool IsLeftOver(const sockaddr_un& address) {
+sockaddr_un AddressOf(const std::string& path) {
+  sockaddr_un address = {};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, sizeof address.sun_path - 1);
+  return address;
+}
+
+// Whether the socket at that path is what a dead process has left. Those of living ones listen.
+bool IsLeftOver(const std::string& path) {
   struct stat file = {};
-  if (lstat(address.sun_path, &file) != 0 || !S_ISSOCK(file.st_mode)) return false;
-  const UniqueFd probe(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+  if (lstat(path.c_str(), &file) != 0 || !S_ISSOCK(file.st_mode)) return false;
+  const UniqueFd probe(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  const sockaddr_un address = AddressOf(path);
   const int connected =
       connect(probe.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
   return connected != 0 && errno == ECONNREFUSED;
 }
 
+ino_t InodeOf(const std::string& path) {
+  struct stat file = {};
+  return lstat(path.c_str(), &file) == 0 ? file.st_ino : 0;
+}
+
 }  // namespace
 
+// The socket gets its name when it listens already, so that nobody takes it for a dead one.
 std::unique_ptr<Listener> Listener::Create(const std::string& path,
                                            std::span<const ElementRow> elements,
                                            std::string& error) {
-  sockaddr_un address = {};
-  address.sun_family = AF_UNIX;
-  if (path.empty() || path.size() >= sizeof address.sun_path) {
-    error = "\"" + path + "\" is no path of 1 to " + std::to_string(sizeof address.sun_path - 1) +
-            " characters";
+  const std::string first_path = path + "." + std::to_string(getpid());
+  constexpr std::size_t kLongest = sizeof(sockaddr_un::sun_path) - 9;  // room for that
+  if (path.empty() || path.size() > kLongest) {
+    error = "\"" + path + "\" is no path of 1 to " + std::to_string(kLongest) + " characters";
     return nullptr;
   }
-  std::memcpy(address.sun_path, path.c_str(), path.size());
   UniqueFd socket_fd(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
-  bool is_bound = socket_fd.IsOpen() && BindTo(socket_fd.Get(), address);
-  if (!is_bound && errno == EADDRINUSE && IsLeftOver(address)) {
-    unlink(path.c_str());
-    is_bound = BindTo(socket_fd.Get(), address);
-  }
-  if (!is_bound || listen(socket_fd.Get(), kBacklog) != 0) {
+  if (!socket_fd.IsOpen() || !BindTo(socket_fd.Get(), AddressOf(first_path)) ||
+      listen(socket_fd.Get(), kBacklog) != 0) {
     error = path + ": " + Reason();
+    unlink(first_path.c_str());
     return nullptr;
   }
-  return std::unique_ptr<Listener>(new Listener(path, std::move(socket_fd), elements));
+  const ino_t inode = InodeOf(first_path);
+  const bool is_free = ::link(first_path.c_str(), path.c_str()) == 0;
+  if (!is_free) error = path + ": " + (errno == EEXIST ? "somebody listens there" : Reason());
+  const bool is_ours =
+      is_free || (IsLeftOver(path) && rename(first_path.c_str(), path.c_str()) == 0);
+  unlink(first_path.c_str());
+  if (!is_ours) return nullptr;
+  return std::unique_ptr<Listener>(new Listener(path, inode, std::move(socket_fd), elements));
 }
 
-Listener::~Listener() { unlink(_path.c_str()); }
+Listener::~Listener() {
+  if (InodeOf(_path) == _inode) unlink(_path.c_str());
+}
 
 bool Listener::Serve(std::string& error) {
   sigset_t ends;
@@ -81,38 +103,55 @@ bool Listener::Serve(std::string& error) {
     error = Reason();
     return false;
   }
-  pollfd news[] = {{_socket.Get(), POLLIN, 0}, {signals.Get(), POLLIN, 0}};
+  pollfd news[] = {
+      {_socket.Get(), POLLIN, 0}, {signals.Get(), POLLIN, 0}, {_client_is_over.Fd(), POLLIN, 0}};
   while (news[1].revents == 0) {
-    if (poll(news, 2, -1) < 0 && errno != EINTR) break;
-    if (news[0].revents != 0) Accept();
-    Reap();
+    if (poll(news, std::size(news), -1) < 0 && errno != EINTR) break;
+    if (news[2].revents != 0) Reap();
+    const bool is_full = news[0].revents != 0 && !Accept() && !_clients.empty();
+    // Without descriptors to spare nobody new is looked at until a client goes.
+    if (is_full || news[2].revents != 0) news[0].fd = is_full ? -1 : _socket.Get();
   }
-  for (const Client& client : _clients) client.connection->Hangup();
-  for (Client& client : _clients) client.thread.join();
+  End();
   return true;
 }
 
-void Listener::Accept() {
+// Whoever is held by its client's doing does not keep the process from ending.
+void Listener::End() {
+  for (const Client& client : _clients) client.connection->Hangup();
+  const std::int64_t deadline_ns = NowNs() + 2 * kSecondNs;
+  while (!_clients.empty()) {
+    pollfd news = {_client_is_over.Fd(), POLLIN, 0};
+    const auto left_ms = static_cast<int>((deadline_ns - NowNs()) / 1'000'000);
+    if (left_ms <= 0 || poll(&news, 1, left_ms) <= 0) break;
+    Reap();
+  }
+  if (_clients.empty()) return;
+  unlink(_path.c_str());
+  _exit(EXIT_SUCCESS);
+}
+
+// False when there are no descriptors left for another client.
+bool Listener::Accept() {
   UniqueFd socket_fd(accept4(_socket.Get(), nullptr, nullptr, SOCK_CLOEXEC));
-  if (!socket_fd.IsOpen()) return;  // it is gone already, or there are no descriptors left
-  // A client that does not read must not keep a chain from running.
-  const timeval send_timeout = {.tv_sec = 1, .tv_usec = 0};
-  setsockopt(socket_fd.Get(), SOL_SOCKET, SO_SNDTIMEO, &send_timeout, sizeof send_timeout);
+  if (!socket_fd.IsOpen()) return errno != EMFILE && errno != ENFILE;
   Client& client = _clients.emplace_back(
       std::make_unique<Connection>(std::move(socket_fd), _elements, _directory));
   try {
-    client.thread = std::thread([&client] {
+    client.thread = std::thread([this, &client] {
       pthread_setname_np(pthread_self(), "tessel-client");
       client.connection->Serve();
       client.is_over = true;
+      _client_is_over.Ring();
     });
   } catch (const std::system_error&) {
     _clients.pop_back();  // hangs up; the client is told that nobody is there
   }
+  return true;
 }
 
-// A connection's thread that is over is joined with the next news.
 void Listener::Reap() {
+  _client_is_over.Sleep();  // has been rung
   for (auto client = _clients.begin(); client != _clients.end();) {
     if (client->is_over) {
       client->thread.join();

@@ -6,6 +6,8 @@
 #include <string>
 #include <thread>
 
+#include <sys/types.h>
+
 #include "Connection.h"
 
 namespace tessel::rtos {
@@ -18,7 +20,7 @@ class Listener {
   // `elements` has to outlive it.
   static std::unique_ptr<Listener> Create(const std::string& path,
                                           std::span<const ElementRow> elements, std::string& error);
-  // Removes the socket.
+  // Removes the socket, if it is still the one at its path.
   ~Listener();
 
   // Serves until SIGINT or SIGTERM comes, then ends all connections. REQUIRES: no other thread was
@@ -33,14 +35,18 @@ class Listener {
     std::thread thread;
   };
 
-  Listener(std::string path, link::UniqueFd socket, std::span<const ElementRow> elements)
-      : _path(std::move(path)), _socket(std::move(socket)), _elements(elements) {}
-  void Accept();
+  Listener(std::string path, ino_t inode, link::UniqueFd socket,
+           std::span<const ElementRow> elements)
+      : _path(std::move(path)), _inode(inode), _socket(std::move(socket)), _elements(elements) {}
+  bool Accept();
   void Reap();
+  void End();
 
   const std::string _path;
+  const ino_t _inode;  // of the socket, in case somebody puts another one at its path
   const link::UniqueFd _socket;
   const std::span<const ElementRow> _elements;
+  const link::Bell _client_is_over = link::Bell::Create();
   Directory _directory;
   std::list<Client> _clients;
 };

@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <string>
 
+#include <signal.h>
+
 #include "Connection.h"
 #include "Directory.h"
 #include "Listener.h"
@@ -35,6 +37,7 @@ int Run(int argc, char** argv) {
       "several clients until it is told to end (Ctrl-C).",
       "tessel-rtos");
   app.footer(kExamples);
+  signal(SIGPIPE, SIG_IGN);  // a descriptor of a client's may be anything
   int connection = -1;
   std::string path;
   auto* inherited =

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <thread>
 
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
@@ -212,6 +213,36 @@ TEST_F(Served, RefusesSessionAreasThatDoNotFit) {
   EXPECT_EQ(create("offset=4096,size=8192"),
             "error={element \"ShmSink\": session_name=s has no room for two units of 1000 bytes}");
   EXPECT_TRUE(create("offset=4096,size=65536").starts_with("object_base=0x"));
+}
+
+TEST_F(Served, SteersOnlyWhatCanBeSteeredByDescriptorsThatCannotHurtIt) {
+  ASSERT_TRUE(Ask(hello, {window->Fd()}).starts_with("pid="));
+  const std::string chain =
+      ",layout={type=pipeline,layout={pv-yuv-src-adv+h264-encoder-dma+ShmSink:session_name=s}}";
+  const std::string create = "cmd=tesselCreate,blocks=,sessions={s={offset=4096,size=65536}}";
+  int pipes[2];
+  ASSERT_EQ(pipe2(pipes, O_CLOEXEC), 0);
+  const UniqueFd out(pipes[0]);
+  const UniqueFd in(pipes[1]);
+  const link::Bell bell = link::Bell::Create();
+  for (const auto& [frame, room] : {std::pair(in.Get(), bell.Fd()), {bell.Fd(), in.Get()}}) {
+    EXPECT_EQ(Ask(create + chain, {frame, room}),
+              "error={sessions: a name longer than 255, or a descriptor that is no eventfd}");
+  }
+  ASSERT_TRUE(Ask(create + chain, {bell.Fd(), bell.Fd()}).starts_with("object_base=0x"));
+  const std::string list = Ask("cmd=tesselList");
+  ASSERT_TRUE(list.starts_with("streams={1={chain=")) << list;
+  const std::pair<std::string, std::string> rows[] = {
+      {"tesselRequest,stream=1,word=keyframe_req", "the stream has no key frames to ask for"},
+      {"tesselRequest,stream=1,word=trigger_req", "the stream is not one of single frames"},
+      {"tesselRequest,stream=1,word=qp", "\"qp\" is nothing that can be requested"},
+      {"tesselRequest,stream=1", "{tesselRequest takes stream= and word=}"},
+      {"tesselSet,stream=1,word=qp,value=3", "the stream has no rate control"},
+      {"tesselSet,stream=1,word=frame_count,value=3", "\"frame_count\" is nothing that can be set"},
+      {"tesselSet,stream=2,word=qp,value=3", "no stream 2"},
+      {"tesselSet,stream=1,word=qp", "{tesselSet takes stream=, word= and value=}"},
+  };
+  for (const auto& [request, answer] : rows) EXPECT_EQ(Ask("cmd=" + request), "error=" + answer);
 }
 
 class CommandWire : public StreamTest {

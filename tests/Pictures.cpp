@@ -146,6 +146,17 @@ TEST_F(Pictures, OfRawVideoHaveTheLayoutAskedFor) {
   }
 }
 
+TEST_F(Pictures, OfRawVideoHaveTheirOwnColoursWhateverThoseOfTheFile) {
+  const std::string file = ::testing::TempDir() + std::to_string(getpid()) + ".mkv";
+  ASSERT_EQ(std::system((TESSEL_TOOL " capture jpeg -q --frames 2 -o " + file).c_str()), 0);
+  SetSensor(file);
+  const Frame frame = FirstRaw("420V50", 160, 120);
+  ASSERT_TRUE(std::filesystem::remove(file) && frame);
+  for (const auto& [at, yellow] : {std::pair(11230, 168), {22015, 44}, {26815, 136}}) {
+    EXPECT_NEAR(frame->data[at], yellow, 3) << at;
+  }
+}
+
 TEST_F(Pictures, InNoKnownLayoutAreRefusedByName) {
   for (const std::string format : {"xyz", "", "nv1", "nv123"}) {
     EXPECT_EQ(FirstRaw(format, 160, 120), nullptr);

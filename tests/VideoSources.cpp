@@ -2,6 +2,7 @@
 // source without a camera.
 #include <cmath>
 #include <cstring>
+#include <filesystem>
 #include <random>
 #include <thread>
 
@@ -217,6 +218,39 @@ TEST_F(VideoSources, KeepATriggerForWhichThereWasNoSlot) {
   EXPECT_GT(third->seq, second->seq + 2) << "captures were lost for want of a slot";
 }
 
+// A sensor that fails while its captures are passed over says so all the same.
+TEST_F(VideoSources, TellOfASensorThatFailsWhileNothingIsAskedFor) {
+  const std::string file = ::testing::TempDir() + std::to_string(getpid()) + ".mkv";
+  const std::string make = TESSEL_TOOL " capture h264 -q --unpaced --width 320 --height 240 ";
+  ASSERT_EQ(std::system((make + "--frames 30 -o " + file).c_str()), 0);
+  auto options = quill::host::GetOptions();
+  options.sensor = file;
+  SetOptions(options);
+  for (const std::string name :
+       {"ApiH264SourceTrigger-dualos-trigger-pull", "ApiH264Source-vbrc-dualos-pull"}) {
+    const Source source = Make(name);
+    dynamic_cast<IBitRateControl&>(*source.get()).SetFrameRate(1);
+    std::string said;
+    Event failed;
+    source->RegisterMessageCallback([&](const char* text) {
+      said = text;
+      failed.Set();
+      return true;
+    });
+    ASSERT_TRUE(source->Open() && source->Start());
+    const auto size_bytes = std::filesystem::file_size(file);
+    std::filesystem::resize_file(file, 0);  // so it cannot be played again
+    ASSERT_TRUE(failed.Wait()) << name;
+    EXPECT_TRUE(said.starts_with("element \"pv-yuv-src-adv\": sensor \"" + file)) << said;
+    std::vector<quill::host::BoardStream> board;
+    EXPECT_TRUE(quill::host::ListBoard(board, said) && board.size() == 1) << said;
+    EXPECT_EQ(board[0].state, "failed");
+    std::filesystem::resize_file(file, size_bytes);
+    ASSERT_EQ(std::system((make + "--frames 30 -o " + file).c_str()), 0);
+  }
+  std::filesystem::remove(file);
+}
+
 // By their time stamps, over frames of a stream that captures 30 a second.
 TEST_F(VideoSources, AreThinnedEvenlyToTheFrameRateOfTheMoment) {
   auto options = quill::host::GetOptions();
@@ -278,7 +312,7 @@ TEST_F(Synthetic, PulledFramesAreNeverDelayedAndOwnTheirMemory) {
   Frame none;
   EXPECT_FALSE(Make("push")->PullFrame(none, true));
   EXPECT_EQ(LogLines(), (Lines{"plugin/api/linux/YuvSourceFake.cpp/#/SetFrameRate:\t"
-                               "frames_per_second < 1,0",
+                               "frames_per_second == 0",
                                "plugin/api/linux/YuvSourceFake.cpp/#/PullFrame:\t!_pullmode"}));
 }
 

@@ -37,9 +37,6 @@ constexpr milliseconds kTick(100);  // how often to look up when no frame comes
 constexpr milliseconds kMessagePatience(2000);
 // A live stream that falls so much behind its clock has stalled.
 constexpr std::chrono::seconds kStallPatience(5);
-// The bounds that a fresh source has, relative to its bit rate.
-constexpr int kMaximumRatio = 2;
-constexpr int kMinimumRatio = 20;
 
 constexpr char kInputEnd[] = "end of input";
 constexpr char kLoss[] = "the real-time side is gone";

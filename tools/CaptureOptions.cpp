@@ -11,6 +11,8 @@
 namespace tessel::tool {
 namespace {
 
+constexpr int kCaptureRate = 30;  // frames/s, of a source that was told nothing
+
 // An option that only some kinds of source have a use for.
 struct OptionRow {
   const char* name;
@@ -37,6 +39,18 @@ bool IsSameFile(const std::string& a, const std::string& b) {
     return std::filesystem::equivalent(a, b, failure);
   }
   return !a.empty() && a == b;
+}
+
+// Whether `path` may be one of the files that `pattern`, such as "x-%03d.jpg", stands for.
+bool IsNumbered(const std::string& pattern, const std::string& path) {
+  const std::size_t begin = pattern.find('%');
+  const std::size_t end = begin == pattern.npos ? begin : pattern.find('d', begin);
+  if (!IsPattern(pattern) || end == pattern.npos) return false;
+  std::error_code failure;
+  const std::filesystem::path folder = std::filesystem::current_path(failure);
+  const std::string file = (folder / path).lexically_normal().string();
+  const std::string head = (folder / pattern.substr(0, begin)).lexically_normal().string();
+  return file.starts_with(head) && file.ends_with(pattern.substr(end + 1));
 }
 
 bool IsOrdered(Options options, const char* low, const char* high, std::string& error) {
@@ -88,7 +102,7 @@ bool Check(Options options, std::string& error) {
     return false;
   }
   if (IsPictures(*container) && !CheckPictures(options, error)) return false;
-  if (IsSameFile(options.output, options.sensor)) {
+  if (IsSameFile(options.output, options.sensor) || IsNumbered(options.output, options.sensor)) {
     error = "--output: " + options.output + " is what --sensor reads";
     return false;
   }
@@ -126,6 +140,12 @@ bool CheckFor(const VideoSource& source, Options options, std::string& error) {
   for (const ControlChange& change : options.changes) {
     const ControlRow& row = *change.row;
     if ((row.kinds & kind.kind) == 0) return refuse(row.name, row.lack);
+  }
+  const ControlChange* fps = options.FirstOf("fps");
+  if (kind.kind == kH264Variable && fps != nullptr && fps->value > kCaptureRate &&
+      options.FirstOf("capture-fps") == nullptr) {
+    return refuse(
+        "fps", Format("captures at %d frames/s; add --capture-fps %d", kCaptureRate, fps->value));
   }
   if (!CheckTriggers(source, options, error)) return false;
   if (kind.kind != kRaw) return true;

@@ -9,6 +9,11 @@
 
 namespace tessel::tool {
 
+// The bounds that a fresh source has, relative to its bit rate; what is asked of a bit rate takes
+// them along.
+inline constexpr int kMaximumRatio = 2;
+inline constexpr int kMinimumRatio = 20;
+
 struct ControlRow {
   const char* name;  // the option "--name", and the key in "--set name=value@frame"
   const char* unit;

@@ -17,10 +17,6 @@ struct Assignment {
   int value;
 };
 
-bool HasElement(const BoardStream& stream, const char* name) {
-  return stream.chain.find(name) != std::string::npos;
-}
-
 bool IsMeant(const BoardStream& stream, const std::string& name) {
   const bool is_number =
       !name.empty() && std::all_of(name.begin(), name.end(),
@@ -95,6 +91,23 @@ bool Parse(const std::string& text, const BoardStream& stream, std::vector<Assig
   return true;
 }
 
+// As in a capture, a bit rate takes its bounds along, but for those that are given.
+void AddBounds(std::vector<Assignment>& changes) {
+  const auto find = [&changes](const char* word) {
+    return std::find_if(changes.begin(), changes.end(),
+                        [word](const Assignment& change) { return change.word == word; });
+  };
+  const auto target = find("bitrate_target");
+  if (target == changes.end()) return;
+  const int bitrate_bps = target->value;
+  if (find("bitrate_max") == changes.end()) {
+    changes.push_back({"bitrate_max", kMaximumRatio * bitrate_bps});
+  }
+  if (find("bitrate_min") == changes.end()) {
+    changes.push_back({"bitrate_min", bitrate_bps / kMinimumRatio});
+  }
+}
+
 // Runs one request on the stream that the options name.
 template <typename Request>
 int Steer(const SteerOptions& options, Request&& request) {
@@ -107,6 +120,10 @@ int Steer(const SteerOptions& options, Request&& request) {
 }
 
 }  // namespace
+
+bool HasElement(const BoardStream& stream, const char* name) {
+  return stream.chain.find(name) != std::string::npos;
+}
 
 std::string StreamKind(const BoardStream& stream) {
   const auto codec = stream.media.find("codec");
@@ -122,6 +139,7 @@ int Set(const SteerOptions& options) {
     for (const std::string& text : options.assignments) {
       if (!Parse(text, stream, changes, error)) return false;
     }
+    AddBounds(changes);
     return std::all_of(changes.begin(), changes.end(), [&](const Assignment& change) {
       return quill::host::SetBoardWord(stream.id, change.word, change.value, error);
     });

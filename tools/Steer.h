@@ -12,6 +12,9 @@ namespace tessel::tool {
 // it.
 std::string StreamKind(const quill::host::BoardStream& stream);
 
+// Whether an element of that class is in its chain.
+bool HasElement(const quill::host::BoardStream& stream, const char* name);
+
 struct SteerOptions {
   std::string stream;                    // its number, session, or kind where that is the only one
   std::vector<std::string> assignments;  // "key=value", for `set`

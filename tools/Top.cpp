@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -36,6 +37,7 @@ class Player {
  public:
   explicit Player(quill::host::Handle<IStreamOutput> source) : _source(std::move(source)) {}
   ~Player() {
+    _is_over = true;  // the synthetic source's Stop() ends no pull
     _source->Stop();
     if (_reader.joinable()) _reader.join();
   }
@@ -46,15 +48,20 @@ class Player {
     _source->RegisterOutputCallback([](std::shared_ptr<frame_t>&) { return true; });
     if (!_source->Open() || !_source->Start()) return false;
     if (!_source->IsSupportedPullFrame()) return true;
-    _reader = std::thread([this] {
-      std::shared_ptr<frame_t> frame;
-      while (_source->PullFrame(frame, true)) frame.reset();
-    });
+    try {
+      _reader = std::thread([this] {
+        std::shared_ptr<frame_t> frame;
+        while (!_is_over && _source->PullFrame(frame, true)) frame.reset();
+      });
+    } catch (const std::system_error&) {
+      return false;
+    }
     return true;
   }
 
  private:
   quill::host::Handle<IStreamOutput> _source;
+  std::atomic<bool> _is_over{false};
   std::thread _reader;
 };
 
@@ -86,6 +93,9 @@ struct Row {
 class Rates {
  public:
   std::vector<Row> Add(std::vector<BoardStream> streams, Clock::time_point now) {
+    // Another real-time side counts its streams from the beginning.
+    const pid_t process = quill::host::FarSideProcess();
+    if (std::exchange(_process, process) != process) _made.clear();
     const double span_s = std::chrono::duration<double>(now - _last).count();
     std::vector<Row> rows;
     std::map<int, std::uint64_t> made;
@@ -93,7 +103,8 @@ class Rates {
       made[stream.id] = stream.counters.made;
       const auto before = _made.find(stream.id);
       std::optional<double> rate;
-      if (before != _made.end() && span_s > 0) {
+      const bool is_known = before != _made.end() && before->second <= stream.counters.made;
+      if (is_known && span_s > 0) {
         rate = static_cast<double>(stream.counters.made - before->second) / span_s;
       }
       rows.push_back({std::move(stream), rate});
@@ -106,6 +117,7 @@ class Rates {
  private:
   std::map<int, std::uint64_t> _made;  // by stream, at the last look
   Clock::time_point _last;
+  pid_t _process = 0;
 };
 
 std::string Media(const BoardStream& stream, const char* key) {
@@ -121,7 +133,7 @@ std::string Word(const BoardStream& stream, const char* name, int unit = 1) {
 
 // The rate that a stream is held to.
 std::string AskedRate(const BoardStream& stream) {
-  const bool is_thinned = stream.chain.find("FrameDroper") != std::string::npos;
+  const bool is_thinned = HasElement(stream, "FrameDroper");
   if (stream.control.empty()) return Media(stream, "fr");
   return Word(stream, is_thinned ? "framerate" : "framerate_max");
 }
@@ -145,7 +157,7 @@ void PrintScreen(const std::vector<Row>& rows) {
   if (IsTerminal(STDOUT_FILENO)) std::fputs("\033[H\033[J", stdout);
   std::printf("%zu stream%s of the real-time side, process %d; measured/asked\n\n", rows.size(),
               rows.size() == 1 ? "" : "s", static_cast<int>(quill::host::FarSideProcess()));
-  std::printf("%3s %7s %-17s %-5s %9s %10s %11s %6s %7s %9s %7s %7s %6s %4s %7s\n", "ID", "CLIENT",
+  std::printf("%3s %7s %-17s %-6s %9s %10s %11s %6s %7s %9s %7s %7s %6s %4s %7s\n", "ID", "CLIENT",
               "STREAM", "STATE", "SIZE", "FRAMES/S", "KBIT/S", "QP", "MADE", "DELIVERED", "DROPPED",
               "THINNED", "WAITED", "HELD", "REFUSED");
   for (const auto& [stream, rate] : rows) {
@@ -155,12 +167,12 @@ void PrintScreen(const std::vector<Row>& rows) {
     const std::string bits = Pair(Word(stream, "bitrate", 1000), AskedKilobits(stream));
     const std::string qp = Pair(Word(stream, "qp_reported"), AskedQp(stream));
     const auto count = [](std::uint64_t value) { return static_cast<unsigned long long>(value); };
-    std::printf("%3d %7d %-17s %-5s %9s %10s %11s %6s %7llu %9llu %7llu %7llu %6llu %4llu %7llu\n",
+    std::printf("%3d %7d %-17s %-6s %9s %10s %11s %6s %7llu %9llu %7llu %7llu %6llu %4llu %7llu\n",
                 stream.id, static_cast<int>(stream.client), StreamKind(stream).c_str(),
-                stream.is_playing ? "play" : "ready", size.c_str(), rates.c_str(), bits.c_str(),
-                qp.c_str(), count(counters.made), count(counters.delivered),
-                count(counters.dropped), count(counters.thinned), count(counters.untriggered),
-                count(counters.held), count(counters.refused));
+                stream.state.c_str(), size.c_str(), rates.c_str(), bits.c_str(), qp.c_str(),
+                count(counters.made), count(counters.delivered), count(counters.dropped),
+                count(counters.thinned), count(counters.untriggered), count(counters.held),
+                count(counters.refused));
   }
 }
 
@@ -177,7 +189,7 @@ void PrintJson(const std::vector<Row>& rows) {
         {"kind", StreamKind(stream)},
         {"session", counters.session},
         {"chain", stream.chain},
-        {"state", stream.is_playing ? "play" : "ready"},
+        {"state", stream.state},
         {"media", stream.media},
         {"control", stream.control},
         {"frames_per_second", nullptr},
@@ -209,18 +221,21 @@ int Top(const TopOptions& options) {
     players.push_back(PlaySource(name));
     if (players.back() == nullptr) return kFailed;
   }
+  const bool is_watched = !options.json && options.count == 0 && IsTerminal(STDOUT_FILENO);
   Rates rates;
   Clock::time_point due = Clock::now();
   for (int looks = 0; options.count == 0 || looks < options.count; ++looks) {
     std::vector<BoardStream> streams;
     std::string error;
-    if (!quill::host::ListBoard(streams, error)) {
+    const bool is_listed = quill::host::ListBoard(streams, error);
+    if (!is_listed && !is_watched) {
       Say(error);
       return kFailed;
     }
     const auto rows = rates.Add(std::move(streams), Clock::now());
     options.json ? PrintJson(rows) : PrintScreen(rows);
-    if (std::fflush(stdout) != 0) return kFailed;  // nobody reads any more
+    if (!is_listed) std::printf("%s\n", error.c_str());  // it may come back
+    if (std::fflush(stdout) != 0) return kFailed;        // nobody reads any more
     due += std::chrono::duration_cast<Clock::duration>(
         std::chrono::duration<double>(options.interval_s));
     FrameInbox::Frame none;

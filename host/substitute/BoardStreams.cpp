@@ -44,11 +44,9 @@ AttrSet Inner(const AttrSet& report, const char* key) {
 
 BoardStream ReadStream(const AttrSet& report) {
   BoardStream stream;
-  std::string status;
   report.Get("client", stream.client);
   report.Get("chain", stream.chain);
-  report.Get("status", status);
-  stream.is_playing = status == "play";
+  report.Get("state", stream.state);
   const AttrSet media = Inner(report, "media");
   for (const auto& [key, value] : media.Pairs()) stream.media[key] = value;
   const AttrSet control = Inner(report, "control");

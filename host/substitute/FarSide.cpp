@@ -63,12 +63,6 @@ std::string SocketPath() {
   return asked.empty() && usual != nullptr ? usual : asked;
 }
 
-// A stopped reader fills its buffer; then a send must fail like any other command.
-void LimitSends(int socket_fd) {
-  const timeval send_timeout = {.tv_sec = 1, .tv_usec = 0};
-  setsockopt(socket_fd, SOL_SOCKET, SO_SNDTIMEO, &send_timeout, sizeof send_timeout);
-}
-
 AttrSet DescribeArea(std::uint64_t offset, std::size_t size_bytes) {
   AttrSet area;
   area.Add("offset", offset);
@@ -140,7 +134,8 @@ bool FarSide::Introduce(std::string& error) {
   hello.Add("version", tessel::link::kSessionVersion);
   hello.Add("base", base::ToString<const void*>(memory.Base()));
   AttrSet answer;
-  if (!Request(hello, {memory.Fd()}, kHelloTimeout, nullptr, answer, error)) return false;
+  const nanoseconds timeout = _child == 0 ? host::GetOptions().command_timeout : kHelloTimeout;
+  if (!Request(hello, {memory.Fd()}, timeout, nullptr, answer, error)) return false;
   int process = 0;
   if (_child == 0 && answer.Get("pid", process)) _process = process;
   return true;
@@ -156,7 +151,7 @@ bool FarSide::Connect(const std::string& path, std::string& error) {
   }
   std::memcpy(address.sun_path, path.c_str(), path.size());
   _socket = UniqueFd(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
-  LimitSends(_socket.Get());
+  tessel::link::LimitSends(_socket.Get());
   const auto* generic = reinterpret_cast<const sockaddr*>(&address);
   if (_socket.IsOpen() && connect(_socket.Get(), generic, sizeof address) == 0) return true;
   error += std::strerror(errno);
@@ -170,7 +165,7 @@ bool FarSide::Spawn(std::string& error) {
     return false;
   }
   _socket = UniqueFd(ends[0]);
-  LimitSends(_socket.Get());
+  tessel::link::LimitSends(_socket.Get());
   // Above the descriptors that the new program gets its own under.
   const UniqueFd their_end(fcntl(ends[1], F_DUPFD_CLOEXEC, kTheirSocket + 1));
   close(ends[1]);

@@ -41,6 +41,10 @@ std::int64_t CaptureSchedule::Next(int frames_per_second) {
   if (!is_first && _rate != frames_per_second) _anchor_ns = _due_ns;
   _steps = _rate == frames_per_second ? _steps + 1 : is_first ? 0 : 1;
   _rate = frames_per_second;
+  if (_steps == _rate) {  // so that no count runs over
+    _anchor_ns += kSecondNs;
+    _steps = 0;
+  }
   const std::int64_t due_ns = _anchor_ns + _steps * kSecondNs / _rate;
   _step_ns = is_first ? kSecondNs / _rate : due_ns - _due_ns;
   return _due_ns = due_ns;

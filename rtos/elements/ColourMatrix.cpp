@@ -22,9 +22,7 @@ std::int16_t Times(int level, std::int16_t factor) {
   return static_cast<std::int16_t>(static_cast<std::int16_t>(level * 128) * factor >> 16);
 }
 
-std::uint8_t ToByte(int parts) {
-  return static_cast<std::uint8_t>(std::clamp(parts >> 5, 0, 255));
-}
+std::uint8_t ToByte(int parts) { return static_cast<std::uint8_t>(std::clamp(parts >> 5, 0, 255)); }
 
 double Black(const Coding& coding) { return coding.is_full_range ? 0 : 16; }
 double LumaSpan(const Coding& coding) { return coding.is_full_range ? 255 : 219; }
@@ -58,8 +56,7 @@ ColourMatrix::ColourMatrix(const Coding& from, const Coding& to) : _changes(from
   const double chroma = ChromaSpan(to) / ChromaSpan(from);
   const double chroma_to_luma = LumaSpan(to) / ChromaSpan(from);
   _y_y = ToFactor(luma);
-  _y_base =
-      static_cast<std::int16_t>(std::lround((Black(to) - luma * Black(from) + 0.5) * kPart));
+  _y_base = static_cast<std::int16_t>(std::lround((Black(to) - luma * Black(from) + 0.5) * kPart));
   _y_u = ToFactor(u.y * chroma_to_luma);
   _y_v = ToFactor(v.y * chroma_to_luma);
   _u_u = ToFactor(u.u * chroma);
@@ -70,13 +67,15 @@ ColourMatrix::ColourMatrix(const Coding& from, const Coding& to) : _changes(from
 
 void ColourMatrix::Convert(const Picture& picture) const {
   if (!_changes) return;
-  const ColourMatrix m = *this;  // the compiler would fear that samples lie in the factors
+  // Copies, since for the compiler samples may lie anywhere.
+  const ColourMatrix m = *this;
+  const int width = picture.width / 2;
   for (int line = 0; line < picture.height / 2; ++line) {
     std::uint8_t* top = picture.planes[0] + std::ptrdiff_t{2 * line} * picture.strides[0];
     std::uint8_t* bottom = top + picture.strides[0];
     std::uint8_t* us = picture.planes[1] + std::ptrdiff_t{line} * picture.strides[1];
     std::uint8_t* vs = picture.planes[2] + std::ptrdiff_t{line} * picture.strides[2];
-    for (int x = 0; x < picture.width / 2; ++x) {
+    for (int x = 0; x < width; ++x) {
       const int u = us[x] - kGrey;
       const int v = vs[x] - kGrey;
       const int shift = Times(u, m._y_u) + Times(v, m._y_v) + m._y_base;

@@ -21,7 +21,7 @@ inline constexpr double kBt709Red = 0.2126, kBt709Blue = 0.0722;  // ITU-R BT.70
 // The coding of `colours`. Any thread.
 Coding CodingOf(Colours colours);
 
-// Within one and a half levels of the exact result. Constant after construction. Any thread.
+// Within one level of the exact result. Constant after construction. Any thread.
 class ColourMatrix {
  public:
   // Changes nothing.

@@ -1,5 +1,7 @@
 #include "FrameDroper.h"
 
+#include <algorithm>
+
 #include "Clock.h"
 #include "KnownParams.h"
 
@@ -8,7 +10,9 @@ namespace {
 
 // 0: everything passes.
 int RateToHold(const Unit& unit) {
-  const int asked = unit.control.framerate;
+  const int asked = unit.control.framerate <= 0
+                        ? 0
+                        : std::max(unit.control.framerate, unit.control.framerate_min);
   return asked > 0 && asked < unit.frames_per_second ? asked : 0;
 }
 
@@ -43,7 +47,10 @@ Verdict FrameDroper::Process(Unit& unit) {
       _anchor_ns = is_off ? unit.time_ns : due_ns;
       _steps = 0;
     }
-    ++_steps;
+    if (++_steps == rate) {  // so that no count runs over
+      _anchor_ns += kSecondNs;
+      _steps = 0;
+    }
     unit.frames_per_second = rate;
   }
   _rate = rate;

@@ -1,4 +1,5 @@
-// Thins a stream to the frame rate of the rate-control block, which may change at any time. The
+// Thins a stream to the frame rate of the rate-control block, or to its minimum where that is
+// higher; both may change at any time. The
 // captures nearest to an even grid of time pass, so that the spacing stays even whatever the ratio
 // of the two rates.
 //

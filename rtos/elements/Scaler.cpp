@@ -25,6 +25,29 @@ bool IsFullRange(const AVFrame& frame) {
          frame.format == AV_PIX_FMT_YUVJ422P || frame.format == AV_PIX_FMT_YUVJ444P;
 }
 
+Coding CodingOf(int space, bool is_full_range) {
+  switch (space) {
+    case AVCOL_SPC_BT709:
+      return {kBt709Red, kBt709Blue, is_full_range};
+    case AVCOL_SPC_FCC:
+      return {0.30, 0.11, is_full_range};
+    case AVCOL_SPC_SMPTE240M:
+      return {0.212, 0.087, is_full_range};
+    case AVCOL_SPC_BT2020_NCL:
+    case AVCOL_SPC_BT2020_CL:
+      return {0.2627, 0.0593, is_full_range};
+    default:
+      return {kBt601Red, kBt601Blue, is_full_range};
+  }
+}
+
+// RGB, directly or by a palette.
+bool IsRgb(int format) {
+  const AVPixFmtDescriptor* description = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(format));
+  return description != nullptr &&
+         (description->flags & (AV_PIX_FMT_FLAG_RGB | AV_PIX_FMT_FLAG_PAL)) != 0;
+}
+
 int CountPlanes(int format) { return av_pix_fmt_count_planes(static_cast<AVPixelFormat>(format)); }
 
 }  // namespace
@@ -73,7 +96,14 @@ bool Scaler::Prepare(const Conversion& conversion) {
   _context.reset(sws_alloc_context());
   SwsContext* context = _context.get();
   if (context == nullptr) return false;
-  const bool to_full_range = _colours == Colours::kJpeg;
+  // Where the colours differ the library goes by way of RGB, at several times the cost.
+  const bool keeps_colours = IsPlanar420(_format) && !IsRgb(conversion.format);
+  const Coding source = CodingOf(conversion.space, conversion.is_full_range);
+  const Coding target = CodingOf(_colours);
+  _matrix = keeps_colours ? ColourMatrix(source, target) : ColourMatrix();
+  const int wanted_space = _colours == Colours::kJpeg ? SWS_CS_ITU601 : SWS_CS_ITU709;
+  const int to_space = keeps_colours ? conversion.space : wanted_space;
+  const bool to_full_range = (keeps_colours ? source : target).is_full_range;
   // The ranges have to be known before: where nothing else differs the library copies. Its copy
   // leaves out the chroma where neither side has a third plane; if the ranges seem to differ at
   // first, it converts. One plane may be gray, which the library takes for full range.
@@ -93,9 +123,8 @@ bool Scaler::Prepare(const Conversion& conversion) {
   for (const auto& [name, value] : options) av_opt_set_int(context, name, value, 0);
   if (sws_init_context(context, nullptr, nullptr) >= 0) {
     constexpr int kUnchanged = 1 << 16;  // contrast and saturation, 16.16 fixed point
-    const int space = _colours == Colours::kJpeg ? SWS_CS_ITU601 : SWS_CS_ITU709;
     sws_setColorspaceDetails(context, sws_getCoefficients(conversion.space),
-                             conversion.is_full_range ? 1 : 0, sws_getCoefficients(space),
+                             conversion.is_full_range ? 1 : 0, sws_getCoefficients(to_space),
                              to_full_range ? 1 : 0, 0, kUnchanged, kUnchanged);
     return true;
   }
@@ -106,8 +135,12 @@ bool Scaler::Prepare(const Conversion& conversion) {
 bool Scaler::Run(const std::uint8_t* const* planes, const int* strides, const Picture& into) {
   std::uint8_t* const to_planes[4] = {into.planes[0], into.planes[1], into.planes[2]};
   const int to_strides[4] = {into.strides[0], into.strides[1], into.strides[2]};
-  return sws_scale(_context.get(), planes, strides, 0, _prepared.height, to_planes, to_strides) ==
-         into.height;
+  if (sws_scale(_context.get(), planes, strides, 0, _prepared.height, to_planes, to_strides) !=
+      into.height) {
+    return false;
+  }
+  _matrix.Convert(into);
+  return true;
 }
 
 }  // namespace tessel::rtos

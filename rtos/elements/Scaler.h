@@ -3,6 +3,7 @@
 
 #include <memory>
 
+#include "ColourMatrix.h"
 #include "Element.h"
 #include "PixelFormats.h"
 
@@ -53,6 +54,7 @@ class Scaler {
   const Colours _colours;
   Conversion _prepared;
   std::unique_ptr<SwsContext, Free> _context;
+  ColourMatrix _matrix;  // for what the context leaves as it is in the source
 };
 
 }  // namespace tessel::rtos

@@ -6,6 +6,8 @@
 #include <cstring>
 #include <random>
 
+#include "ColourMatrix.h"
+
 namespace tessel::rtos {
 namespace {
 
@@ -141,17 +143,10 @@ TestPattern::TestPattern(int width, int height, Colours colours)
 }
 
 TestPattern::Colour TestPattern::Show(Colour colour) const {
-  if (_colours == Colours::kVideo) return colour;
-  // BT.709, limited range, to RGB and on to BT.601, full range.
-  const double y = (colour.y - 16) / 219.0;
-  const double cb = (colour.u - 128) / 224.0;
-  const double cr = (colour.v - 128) / 224.0;
-  const double r = std::clamp(y + 1.5748 * cr, 0.0, 1.0);
-  const double g = std::clamp(y - 0.1873 * cb - 0.4681 * cr, 0.0, 1.0);
-  const double b = std::clamp(y + 1.8556 * cb, 0.0, 1.0);
-  const double luma = 0.299 * r + 0.587 * g + 0.114 * b;
-  return {ToByte(255 * luma), ToByte(128 + 255 * (b - luma) / 1.772),
-          ToByte(128 + 255 * (r - luma) / 1.402)};
+  std::uint8_t luma[4] = {colour.y, colour.y, colour.y, colour.y};
+  const ColourMatrix matrix(CodingOf(Colours::kVideo), CodingOf(_colours));
+  matrix.Convert({2, 2, {luma, &colour.u, &colour.v}, {2, 1, 1}});
+  return {luma[0], colour.u, colour.v};
 }
 
 void TestPattern::MakeNoise(int lines) {

@@ -121,7 +121,7 @@ struct BoardStream {
   int id = 0;                                // for the operations below
   pid_t client = 0;                          // the process that it belongs to
   std::string chain;                         // class names of its elements, "+" between them
-  bool is_playing = false;                   //
+  std::string state;                         // "ready", "play", "ended" or "failed"
   std::map<std::string, std::string> media;  // what it delivers: "codec", "w", "h", …
   // Words of its rate-control block by their names (doc/rate-control.md); empty without one.
   std::map<std::string, int> control;

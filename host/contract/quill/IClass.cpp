@@ -33,13 +33,12 @@ const char* ConstructorText(const std::type_info* type) {
 IClass::IClass(const char* name, std::initializer_list<IProperty*> properties)
     : _name(name), _properties(properties) {}
 
-IClass::~IClass() {
-  if (_tag != nullptr && _free_tag) _free_tag(_tag);
-}
+IClass::~IClass() = default;
 
 IClass& IClass::operator=(const IClass& other) {
   if (this == &other) return *this;
-  Tags(other._tag, other._tag_type, nullptr);
+  _tag = other._tag;
+  _tag_type = other._tag_type;
   _name = other._name;
   _properties = other._properties;
   _creator = other._creator;
@@ -114,10 +113,10 @@ IClass& IClass::Init(const char* module, unsigned version, const char* vendor, c
 
 IClass& IClass::Tags(void* tag, const std::type_info* type,
                      const std::function<void(void*)>& free) {
-  if (_tag != nullptr && _free_tag) _free_tag(_tag);
-  _tag = tag;
+  _tag = std::shared_ptr<void>(tag, [free](void* held) {
+    if (held != nullptr && free) free(held);
+  });
   _tag_type = type;
-  _free_tag = free;
   return *this;
 }
 

@@ -4,6 +4,7 @@
 #include <functional>
 #include <initializer_list>
 #include <list>
+#include <memory>
 #include <string>
 #include <tuple>
 #include <typeinfo>
@@ -35,8 +36,7 @@ class QUILL_PUBLIC IClass : public IFactoryHelper {
   IClass(const char* name, std::initializer_list<IProperty*> properties);
   ~IClass() override;
   IClass(const IClass&) = delete;
-  // Copies everything but the tag's ownership: the tag stays with, and is freed by, `other`, which
-  // therefore has to outlive this record.
+  // Copies everything; the tag is shared.
   IClass& operator=(const IClass& other);
 
   // The first record of that name, or null. `exact` false also takes a name that differs in ASCII
@@ -56,12 +56,13 @@ class QUILL_PUBLIC IClass : public IFactoryHelper {
   // Fills the metadata; null leaves a text empty.
   IClass& Init(const char* module, unsigned version, const char* vendor, const char* author,
                const char* extra);
-  // Attaches a tag of type `type`, freed with `free` when the record goes or gets another.
+  // Attaches a tag of type `type`, freed with `free` when no record has it any more. Records that
+  // bind this one keep the tag they have.
   IClass& Tags(void* tag, const std::type_info* type, const std::function<void(void*)>& free);
   // The tag as a `T`, or null. Borrowed for the record's life.
   template <typename T>
   const T* Tag() const {
-    return _tag != nullptr && *_tag_type == typeid(T) ? static_cast<const T*>(_tag) : nullptr;
+    return _tag != nullptr && *_tag_type == typeid(T) ? static_cast<const T*>(_tag.get()) : nullptr;
   }
 
   // A new object held by the caller, not configured yet. `arguments` points to the constructor's
@@ -104,9 +105,8 @@ class QUILL_PUBLIC IClass : public IFactoryHelper {
   std::string _author;
   std::string _extra;
   unsigned _version = 0;
-  void* _tag = nullptr;
+  std::shared_ptr<void> _tag;
   const std::type_info* _tag_type = nullptr;
-  std::function<void(void*)> _free_tag;
 };
 
 // How a record's creation function finds the arguments behind its untyped pointer.

@@ -12,7 +12,6 @@ using quill::stream::Trace;
 
 namespace {
 
-constexpr auto kRelaxed = std::memory_order_relaxed;
 constexpr int kStartCodeBytes = 4;  // ITU-T H.264 annex B, the long form
 
 }  // namespace
@@ -36,8 +35,7 @@ H264Source::H264MediaInfo H264Source::GetH264MediaInfo() const { return _h264; }
 
 void H264Source::ForceKeyFrame() {
   Trace("");
-  if (Failed(!_vbrc, "!_vbrc")) return;
-  _vbrc->keyframe_req.fetch_add(1, kRelaxed);
+  Request(&quill::stream::VbrcBlock::keyframe_req);
 }
 
 bool H264Source::IsSupportSingleFrameTrigger() const { return false; }

@@ -8,11 +8,11 @@ namespace tessel::dualos {
 
 using quill::stream::Failed;
 using quill::stream::Trace;
+using quill::stream::VbrcBlock;
 
 void H264SourceTrigger::Trigger() {
   Trace("");
-  if (Failed(!_vbrc, "!_vbrc")) return;
-  _vbrc->trigger_req.fetch_add(1, std::memory_order_relaxed);
+  Request(&VbrcBlock::trigger_req);
 }
 
 std::string H264SourceTrigger::AppStringCreate0() {

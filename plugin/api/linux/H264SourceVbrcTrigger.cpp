@@ -8,11 +8,9 @@ namespace tessel::dualos {
 
 using quill::stream::Failed;
 using quill::stream::Trace;
+using quill::stream::VbrcBlock;
 
-void H264SourceVbrcTrigger::Trigger() {
-  if (Failed(!_vbrc, "!_vbrc")) return;
-  _vbrc->trigger_req.fetch_add(1, std::memory_order_relaxed);
-}
+void H264SourceVbrcTrigger::Trigger() { Request(&VbrcBlock::trigger_req); }
 
 std::string H264SourceVbrcTrigger::AppStringCreate0() {
   if (Failed(!_vbrc, "!_vbrc")) return "";

@@ -1,5 +1,7 @@
 #include "YuvSourceFake.h"
 
+#include <algorithm>
+
 #include "quill/Debug.h"
 
 namespace tessel::dualos {
@@ -13,6 +15,7 @@ namespace {
 constexpr nanoseconds kSecond = std::chrono::seconds(1);
 // A pull that is due in less than this is not waited for.
 constexpr nanoseconds kTolerance = std::chrono::milliseconds(10);
+constexpr nanoseconds kNap = std::chrono::milliseconds(100);
 
 // Not cleared: nobody reads a picture from it.
 std::unique_ptr<std::uint32_t[]> MakeBuffer(int size_bytes) {
@@ -48,6 +51,7 @@ bool YuvSourceFake::IsSupportedPullFrame() const { return _pullmode; }
 bool YuvSourceFake::IsSupportedOutputFrameCallback() const { return !_pullmode; }
 
 bool YuvSourceFake::RegisterOutputCallback(const OutputCallback& cb) {
+  if (_worker == nullptr) _callbacks.clear();
   _callbacks.push_back(std::make_unique<const OutputCallback>(cb));
   _output.store(cb ? _callbacks.back().get() : nullptr, std::memory_order_release);
   return !_pullmode;
@@ -58,8 +62,7 @@ std::string YuvSourceFake::GetMediaInfo() const { return _media_info; }
 void YuvSourceFake::SelectSensor(int index) { _sensor = index; }
 
 void YuvSourceFake::SetFrameRate(int frames_per_second) {
-  // There is no schedule for it.
-  if (Failed(frames_per_second < 1, "frames_per_second < 1", frames_per_second)) return;
+  if (Failed(frames_per_second == 0, "frames_per_second == 0")) return;  // there is no schedule
   _frame_rate.store(frames_per_second, std::memory_order_relaxed);
 }
 
@@ -74,6 +77,10 @@ bool YuvSourceFake::Close() { return true; }
 
 bool YuvSourceFake::Start() {
   if (_pullmode) return true;
+  if (_loop_thread.load() == std::this_thread::get_id()) {
+    _running.store(true);  // goes on, by its schedule
+    return true;
+  }
   // One that was stopped from inside its own callback is over, and only to be waited for.
   if (_worker != nullptr && !_running.load()) _worker->join();
   _running.store(true);
@@ -117,7 +124,10 @@ void YuvSourceFake::Loop() {
       (*output)(frame);
     }
     due = start + DueAfter(++n);
-    std::this_thread::sleep_until(due);
+    // In naps: a low rate must not keep Stop() waiting for long.
+    for (Clock::time_point now = Clock::now(); now < due && _running.load(); now = Clock::now()) {
+      std::this_thread::sleep_until(std::min(due, now + kNap));
+    }
   }
   _loop_thread.store(std::thread::id());
 }
@@ -125,7 +135,7 @@ void YuvSourceFake::Loop() {
 bool YuvSourceFake::PullFrame(std::shared_ptr<frame_t>& frame, bool) {
   if (Failed(!_pullmode, "!_pullmode")) return false;
   if (_pull_base == Clock::time_point::min()) _pull_base = Clock::now();
-  const int count = _pull_count.fetch_add(1, std::memory_order_relaxed);
+  const int count = _pull_count.load(std::memory_order_relaxed);
   const Clock::time_point due = _pull_base + DueAfter(count);
   if (due - Clock::now() > kTolerance) std::this_thread::sleep_until(due);
   auto pulled = std::make_shared<frame_t>();
@@ -137,6 +147,7 @@ bool YuvSourceFake::PullFrame(std::shared_ptr<frame_t>& frame, bool) {
   pulled->timestamp = due.time_since_epoch().count();
   pulled->release = [words] { delete[] words; };
   frame = std::move(pulled);
+  _pull_count.fetch_add(1, std::memory_order_relaxed);
   return true;
 }
 

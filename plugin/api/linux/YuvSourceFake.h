@@ -48,7 +48,7 @@ class YuvSourceFake : public api::streaming::IYuvSource,
 
   std::string GetMediaInfo() const override;  // always empty
   void SelectSensor(int index) override;      // stored only
-  // Frames/s of the schedule; GetYuvMediaInfo() does not tell of it. Below 1 is refused and changes
+  // Frames/s of the schedule; GetYuvMediaInfo() does not tell of it. 0 is refused and changes
   // nothing. Any thread.
   void SetFrameRate(int frames_per_second) override;
 
@@ -56,8 +56,8 @@ class YuvSourceFake : public api::streaming::IYuvSource,
   bool Close() override;
   // Push mode: starts the worker. A second time without Stop() in between ends the process.
   bool Start() override;
-  // Waits for the worker's current frame and sleep, up to a frame time. Without a callback it does
-  // nothing and a worker goes on; without a worker there is nothing to do.
+  // Waits for the worker's current frame, and a tenth of a second at most besides. Without a
+  // callback it does nothing and a worker goes on; without a worker there is nothing to do.
   bool Stop() override;
 
  private:

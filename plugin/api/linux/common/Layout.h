@@ -18,6 +18,7 @@ class Layout {
   // A chain of raw pictures, which nothing steers.
   Layout(int width, int height, const std::string& format);
 
+  // REQUIRES, all but ShmSink(): the chain is steered by a block.
   Layout& FrameTrigger();
   Layout& FrameDroper();
   Layout& H264Encoder(const api::streaming::common::H264MediaInfo& info);

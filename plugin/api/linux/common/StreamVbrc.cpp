@@ -51,6 +51,11 @@ bool StreamVbrc::CreateVbrc(int extra_size) {
   return true;
 }
 
+void StreamVbrc::Request(VbrcBlock::Word VbrcBlock::*count) {
+  if (Failed(!_vbrc, "!_vbrc")) return;
+  (_vbrc->*count).fetch_add(1, kRelaxed);
+}
+
 bool StreamVbrc::FreeVbrc() {
   if (_vbrc == nullptr) return true;
   // The host knows the block by the object that is dying; a missing function is logged there.

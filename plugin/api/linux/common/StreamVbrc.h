@@ -40,6 +40,8 @@ class StreamVbrc : public virtual api::streaming::common::IBitRateControl {
   bool CreateVbrc(int extra_size);
   // Always true; no block is needed.
   bool FreeVbrc();
+  // Makes one more request of the real-time side: `count` is a running count in the block.
+  void Request(quill::stream::VbrcBlock::Word quill::stream::VbrcBlock::*count);
 
   quill::stream::VbrcBlock* _vbrc = nullptr;
   BitRateControl _brc = static_cast<BitRateControl>(0);  // none selected
