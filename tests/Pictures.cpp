@@ -125,6 +125,7 @@ TEST_F(Pictures, OfRawVideoHaveTheLayoutAskedFor) {
              {"yuv422p", n * 2, {{y, {n, w / 2, 1, 1, 0}, {n * 3 / 2, w / 2, 1, 1, 0}}}},
              {"YUY2", n * 2, {{{0, 2 * w, 2, 0, 0}, {1, 2 * w, 4, 1, 0}, {3, 2 * w, 4, 1, 0}}}},
              {"uyvy", n * 2, {{{1, 2 * w, 2, 0, 0}, {0, 2 * w, 4, 1, 0}, {2, 2 * w, 4, 1, 0}}}},
+             {"YVYU", n * 2, {{{0, 2 * w, 2, 0, 0}, {3, 2 * w, 4, 1, 0}, {1, 2 * w, 4, 1, 0}}}},
              {"gray", n, {{y, u, v}}}}) {
       const Frame frame = FirstRaw(format, w, h);
       ASSERT_TRUE(frame && frame->size == static_cast<unsigned>(size)) << format;
@@ -137,11 +138,19 @@ TEST_F(Pictures, OfRawVideoHaveTheLayoutAskedFor) {
       }
       EXPECT_EQ(wrong, 0) << format << " at " << w;
     }
-    for (const auto& [format, red] : {std::pair("rgb24", 0), {"BGR24", 2}}) {
+    for (const auto& [format, red, bytes] :
+         {std::tuple("rgb24", 0, 3), {"BGR24", 2, 3}, {"rgba", 0, 4}, {"bgra", 2, 4}}) {
       const Frame frame = FirstRaw(format, w, h);
-      ASSERT_TRUE(frame && frame->size == static_cast<unsigned>(n * 3)) << format;
-      const auto* bar = frame->data + (h * 14 / 24 * w + w * 3 / 16) * 3;  // yellow
+      ASSERT_TRUE(frame && frame->size == static_cast<unsigned>(n * bytes)) << format;
+      const auto* bar = frame->data + (h * 14 / 24 * w + w * 3 / 16) * bytes;  // yellow
       EXPECT_TRUE(bar[red] > 186 && bar[1] > 186 && bar[2 - red] < 5) << format;
+      EXPECT_TRUE(bytes == 3 || bar[3] == 255) << format;
+    }
+    const Frame full = FirstRaw("yuv444p", w, h);
+    ASSERT_TRUE(full && full->size == static_cast<unsigned>(n * 3));
+    for (int plane = 0; plane < 3; ++plane) {  // in the middle of the yellow bar
+      const int levels[] = {168, 44, 136};
+      EXPECT_NEAR(full->data[plane * n + h * 14 / 24 * w + w * 3 / 16], levels[plane], 2);
     }
   }
 }

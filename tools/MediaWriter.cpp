@@ -47,7 +47,7 @@ constexpr FormatRow kFormats[] = {
 // A container that keeps planes apart. Deeper samples would need a dialect that few players know.
 constexpr char kPlanarMuxer[] = "yuv4mpegpipe";
 constexpr AVPixelFormat kPlanarFormats[] = {AV_PIX_FMT_YUV420P, AV_PIX_FMT_YUV422P,
-                                            AV_PIX_FMT_GRAY8};
+                                            AV_PIX_FMT_YUV444P, AV_PIX_FMT_GRAY8};
 
 constexpr AVRational kNanoseconds = {1, 1'000'000'000};
 // Fine enough for any frame rate, and a gap of hours still fits into the 32 bits of a duration.

@@ -14,6 +14,7 @@ extern "C" {
 #include <libavformat/avformat.h>
 }
 
+#include "Clock.h"
 #include "Scaler.h"
 
 namespace tessel::rtos {
@@ -38,15 +39,9 @@ std::string Reason(int failure) {
   return text;
 }
 
-std::int64_t Now() {
-  timespec now = {};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return now.tv_sec * std::int64_t{1'000'000'000} + now.tv_nsec;
-}
-
 // The library asks this while it waits; `deadline_ns` points to an int64_t.
 int IsTooLate(void* deadline_ns) {
-  return Now() > *static_cast<const std::int64_t*>(deadline_ns) ? 1 : 0;
+  return NowNs() > *static_cast<const std::int64_t*>(deadline_ns) ? 1 : 0;
 }
 
 // A pipe or a socket could keep the command thread waiting for its other end.
@@ -56,7 +51,7 @@ bool IsRegularFile(const std::string& name) {
 }
 
 void Sleep(std::int64_t ns) {
-  const timespec time = {.tv_sec = ns / 1'000'000'000, .tv_nsec = ns % 1'000'000'000};
+  const timespec time = {.tv_sec = ns / kSecondNs, .tv_nsec = ns % kSecondNs};
   nanosleep(&time, nullptr);
 }
 
@@ -104,7 +99,7 @@ bool MediaInput::OpenContainer() {
   if (format == nullptr) return FailWith("out of memory");
   // What is opened here keeps the callback for its life, so the deadline is taken back, not the
   // callback.
-  _deadline_ns = Now() + kOpenNs;
+  _deadline_ns = NowNs() + kOpenNs;
   format->interrupt_callback = {&IsTooLate, &_deadline_ns};
   // The prefix keeps a colon in a name from being read as the scheme of a URL.
   const int opened = avformat_open_input(&format, ("file:" + _name).c_str(), nullptr, nullptr);

@@ -30,7 +30,7 @@ class MediaInput {
   // end. Null with `error`, which names the sensor, when there is no such file or no video in it.
   static std::unique_ptr<MediaInput> OpenFile(const std::string& path, bool loop,
                                               std::string& error);
-  // Opens the V4L2 device and waits, for three seconds at most, for its first picture. The size and
+  // Opens the V4L2 device and waits, for half a second at most, for its first picture. The size and
   // the rate are wishes; the device may deliver others. Null with `error` as above.
   static std::unique_ptr<MediaInput> OpenCamera(const std::string& device, int width, int height,
                                                 int frames_per_second, std::string& error);

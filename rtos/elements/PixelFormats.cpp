@@ -23,9 +23,11 @@ constexpr PixelFormat kFormats[] = {
     {"yuv422p", AV_PIX_FMT_YUV422P}, {"yuyv422", AV_PIX_FMT_YUYV422},
     {"yuyv", AV_PIX_FMT_YUYV422},    {"yuy2", AV_PIX_FMT_YUYV422},
     {"uyvy422", AV_PIX_FMT_UYVY422}, {"uyvy", AV_PIX_FMT_UYVY422},
-    {"gray", AV_PIX_FMT_GRAY8},      {"gray8", AV_PIX_FMT_GRAY8},
-    {"y800", AV_PIX_FMT_GRAY8},      {"rgb24", AV_PIX_FMT_RGB24},
-    {"bgr24", AV_PIX_FMT_BGR24},
+    {"yvyu422", AV_PIX_FMT_YVYU422}, {"yvyu", AV_PIX_FMT_YVYU422},
+    {"yuv444p", AV_PIX_FMT_YUV444P}, {"gray", AV_PIX_FMT_GRAY8},
+    {"gray8", AV_PIX_FMT_GRAY8},     {"y800", AV_PIX_FMT_GRAY8},
+    {"rgb24", AV_PIX_FMT_RGB24},     {"bgr24", AV_PIX_FMT_BGR24},
+    {"rgba", AV_PIX_FMT_RGBA},       {"bgra", AV_PIX_FMT_BGRA},
 };
 
 AVPixelFormat LibraryFormat(const PixelFormat& format) {
