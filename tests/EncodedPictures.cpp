@@ -6,43 +6,23 @@
 #include <numeric>
 #include <tuple>
 
+#include "Decoder.h"
 #include "Fixture.h"
-#include "TestPattern.h"
 
 extern "C" {
-#include <libavcodec/avcodec.h>
 #include <libavutil/video_enc_params.h>
 }
 
 namespace tessel::tests {
 namespace {
 
-int g_complaints = 0;  // of the decoder, which conceals what it can
+// Tells of the picture in the last frame.
+struct PictureDecoder : Decoder {
+  PictureDecoder() : Decoder(AV_CODEC_ID_H264) {}
 
-// Decodes one frame after the other and tells of the picture in the last one.
-struct Decoder {
-  Decoder() {
-    av_log_set_callback([](void*, int level, auto...) { g_complaints += level <= AV_LOG_ERROR; });
-    codec->thread_count = 1;  // no picture is held back
-    codec->export_side_data = AV_CODEC_EXPORT_DATA_VIDEO_ENC_PARAMS;
-    EXPECT_EQ(avcodec_open2(codec, nullptr, nullptr), 0);
-  }
-  ~Decoder() {
-    avcodec_free_context(&codec);
-    av_packet_free(&packet);
-    av_frame_free(&picture);
-  }
-  // False unless the picture comes at once and without a complaint.
   bool Decode(const frame_t& frame) {
-    g_complaints = 0;
-    EXPECT_EQ(av_new_packet(packet, static_cast<int>(frame.size)), 0);
-    std::memcpy(packet->data, frame.data, frame.size);
-    const bool is_sent = avcodec_send_packet(codec, packet) == 0;
-    av_packet_unref(packet);
-    if (!is_sent || avcodec_receive_frame(codec, picture) != 0 || g_complaints > 0) return false;
-    number = UINT32_MAX;
-    rtos::ReadFrameNumber(picture->data[0], picture->linesize[0], picture->width, picture->height,
-                          number);
+    if (!Decoder::Decode(frame)) return false;
+    number = Number().value_or(UINT32_MAX);
     auto* side = av_frame_get_side_data(picture, AV_FRAME_DATA_VIDEO_ENC_PARAMS)->data;
     auto* params = reinterpret_cast<AVVideoEncParams*>(side);
     qp = params->qp + av_video_enc_params_block(params, 0)->delta_qp;
@@ -53,9 +33,6 @@ struct Decoder {
     return true;
   }
 
-  AVCodecContext* codec = avcodec_alloc_context3(avcodec_find_decoder(AV_CODEC_ID_H264));
-  AVPacket* packet = av_packet_alloc();
-  AVFrame* picture = av_frame_alloc();
   std::uint32_t number = 0;  // that the sensor drew
   int qp = 0;                // of all its blocks
   char type = 0;             // K: IDR, I: intra, P: inter
@@ -110,7 +87,7 @@ class EncodedPictures : public StreamTest {
   }
   int Word(std::size_t offset) const { return reinterpret_cast<std::atomic<int>&>(_block[offset]); }
 
-  Decoder _decoder;
+  PictureDecoder _decoder;
   Camera _camera;
   Frame _frame;            // the last one
   char* _block = nullptr;  // rate control

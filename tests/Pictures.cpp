@@ -3,13 +3,10 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "Decoder.h"
 #include "Fixture.h"
 #include "tessel/IJpegSource.h"
 #include "tessel/IYuvSource.h"
-
-extern "C" {
-#include <libavcodec/avcodec.h>
-}
 
 namespace tessel::tests {
 namespace {
@@ -43,24 +40,16 @@ bool IsJpeg(const frame_t& frame, int dc_step, int width, int height, std::vecto
   const auto head = bytes.find(std::string("\xff\xc0\0\x11\x8", 5));
   if (table == bytes.npos || head == bytes.npos || frame.data[table + 5] != dc_step) return false;
   if (bytes.substr(head + 9, 10) != std::string("\3\1\x22\0\2\x11\1\3\x11\1", 10)) return false;
-  AVPacket* packet = av_packet_alloc();
-  AVFrame* picture = av_frame_alloc();
-  AVCodecContext* codec = avcodec_alloc_context3(avcodec_find_decoder(AV_CODEC_ID_MJPEG));
-  EXPECT_EQ(av_new_packet(packet, static_cast<int>(frame.size)), 0);
-  std::copy_n(frame.data, frame.size, packet->data);
-  bool is_right = avcodec_open2(codec, nullptr, nullptr) == 0 &&
-                  avcodec_send_packet(codec, packet) == 0 &&
-                  avcodec_receive_frame(codec, picture) == 0 && picture->width == width &&
-                  picture->height == height;
+  Decoder decoder(AV_CODEC_ID_MJPEG);
+  bool is_right = decoder.Decode(frame);
+  const AVFrame* picture = decoder.picture;
+  is_right = is_right && picture->width == width && picture->height == height;
   for (unsigned i = 0; is_right && i < 3 * colours.size(); ++i) {
     const int shift = i % 3 == 0 ? 0 : 1;
     const int x = width * (2 * static_cast<int>(i / 3) + 1) / 16 >> shift;
     const int at = (height * 14 / 24 >> shift) * picture->linesize[i % 3] + x;
     is_right = std::abs(picture->data[i % 3][at] - colours[i / 3][i % 3]) <= 3;
   }
-  avcodec_free_context(&codec);
-  av_packet_free(&packet);
-  av_frame_free(&picture);
   return is_right;
 }
 

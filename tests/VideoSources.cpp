@@ -1,19 +1,11 @@
 // Every video source of the catalogue, from the camera to the client; triggers; frame rates; the
 // source without a camera.
-#include <cmath>
-#include <cstring>
 #include <filesystem>
 #include <random>
-#include <thread>
 
+#include "Decoder.h"
 #include "Fixture.h"
-#include "tessel/IJpegSource.h"
 #include "tessel/IYuvSource.h"
-#include "TestPattern.h"
-
-extern "C" {
-#include <libavcodec/avcodec.h>
-}
 
 namespace tessel::tests {
 namespace {
@@ -23,52 +15,24 @@ using api::streaming::common::IBitRateControl;
 using api::streaming::common::IStreamOutput;
 using api::streaming::common::ITrigger;
 using api::streaming::common::IVideoSource;
-using Clock = std::chrono::steady_clock;
 using Source = quill::host::Handle<IStreamOutput>;
 
 constexpr std::int64_t kSecondNs = 1'000'000'000;
 
-// Decodes to 4:2:0 pictures; raw ones are taken as they are.
-class Pictures {
- public:
-  explicit Pictures(AVCodecID codec) {
-    av_log_set_level(AV_LOG_QUIET);
-    if (codec == AV_CODEC_ID_RAWVIDEO) return;
-    _codec = avcodec_alloc_context3(avcodec_find_decoder(codec));
-    _codec->thread_count = 1;  // no picture is held back
-    _codec->err_recognition = AV_EF_EXPLODE;
-    EXPECT_EQ(avcodec_open2(_codec, nullptr, nullptr), 0);
+// The number that a frame shows, of that size and no other; none when it does not decode. Without a
+// decoder it is a raw picture.
+std::optional<std::uint32_t> NumberIn(const frame_t& frame, Decoder* decoder, int width,
+                                      int height) {
+  if (decoder != nullptr) {
+    const bool is_right = decoder->Decode(frame) && decoder->picture->width == width &&
+                          decoder->picture->height == height;
+    return is_right ? decoder->Number() : std::nullopt;
   }
-  ~Pictures() {
-    avcodec_free_context(&_codec);
-    av_packet_free(&_packet);
-    av_frame_free(&_picture);
-  }
-  // The number that the picture shows, of that size and no other; none when it does not decode.
-  std::optional<std::uint32_t> Number(const frame_t& frame, int width, int height) {
-    std::uint32_t number = 0;
-    if (_codec == nullptr) {
-      const bool fits = frame.size == static_cast<unsigned>(width * height * 3 / 2);
-      if (!fits || !rtos::ReadFrameNumber(frame.data, width, width, height, number)) return {};
-      return number;
-    }
-    if (av_new_packet(_packet, static_cast<int>(frame.size)) != 0) return {};
-    std::memcpy(_packet->data, frame.data, frame.size);
-    const bool is_sent = avcodec_send_packet(_codec, _packet) == 0;
-    av_packet_unref(_packet);
-    if (!is_sent || avcodec_receive_frame(_codec, _picture) != 0) return {};
-    if (_picture->width != width || _picture->height != height) return {};
-    if (!rtos::ReadFrameNumber(_picture->data[0], _picture->linesize[0], width, height, number)) {
-      return {};
-    }
-    return number;
-  }
-
- private:
-  AVCodecContext* _codec = nullptr;
-  AVPacket* _packet = av_packet_alloc();
-  AVFrame* _picture = av_frame_alloc();
-};
+  std::uint32_t number = 0;
+  const bool fits = frame.size == static_cast<unsigned>(width * height * 3 / 2);
+  if (!fits || !rtos::ReadFrameNumber(frame.data, width, width, height, number)) return {};
+  return number;
+}
 
 class VideoSources : public StreamTest {
  protected:
@@ -145,7 +109,9 @@ TEST_F(VideoSources, DeliverWhatWasAskedForPushedAndPulled) {
         ASSERT_TRUE(source) << name;
         const std::vector<Frame> frames = Take(source, 8);
         ASSERT_EQ(frames.size(), 8U) << name;
-        Pictures pictures(codec == AV_CODEC_ID_NONE ? AV_CODEC_ID_RAWVIDEO : codec);
+        std::unique_ptr<Decoder> decoder;
+        const bool is_coded = codec == AV_CODEC_ID_H264 || codec == AV_CODEC_ID_MJPEG;
+        if (is_coded) decoder = std::make_unique<Decoder>(codec);
         std::int64_t shown = -1;
         for (std::size_t i = 0; i < frames.size(); ++i) {
           EXPECT_EQ(frames[i]->seq, i) << name;
@@ -154,7 +120,7 @@ TEST_F(VideoSources, DeliverWhatWasAskedForPushedAndPulled) {
             EXPECT_EQ(frames[i]->size, 2764800U);
             continue;
           }
-          const auto number = pictures.Number(*frames[i], width, height);
+          const auto number = NumberIn(*frames[i], decoder.get(), width, height);
           ASSERT_TRUE(number) << name << ", frame " << i << " of " << frames[i]->size;
           EXPECT_GT(std::int64_t{*number}, shown) << name;
           shown = *number;

@@ -167,8 +167,14 @@ std::vector<StreamCounters> Streams() {
   std::vector<StreamCounters> streams;
   for (const auto& session : stream::Session::All()) {
     const auto counters = session->Counters();
-    streams.push_back({session->Name(), counters.made, counters.delivered, counters.dropped,
-                       counters.thinned, counters.untriggered, counters.refused, counters.held});
+    streams.push_back({.session = session->Name(),
+                       .made = counters.made,
+                       .delivered = counters.delivered,
+                       .dropped = counters.dropped,
+                       .thinned = counters.thinned,
+                       .untriggered = counters.untriggered,
+                       .refused = counters.refused,
+                       .held = counters.held});
   }
   return streams;
 }
