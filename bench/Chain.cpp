@@ -157,6 +157,7 @@ Steps ToFirstFrame() {
 void PrintSteps(const char* when, const std::vector<Steps>& all) {
   const auto median = [&](double Steps::*step) {
     std::vector<double> values;
+    values.reserve(all.size());
     for (const Steps& steps : all) values.push_back(steps.*step);
     return Median(values);
   };

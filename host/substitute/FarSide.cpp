@@ -179,6 +179,7 @@ bool FarSide::Spawn(std::string& error) {
   std::vector<std::string> words = {program, "--connection=" + std::to_string(kTheirSocket)};
   words.insert(words.end(), options.far_side_arguments.begin(), options.far_side_arguments.end());
   std::vector<char*> arguments;
+  arguments.reserve(words.size() + 1);
   for (std::string& word : words) arguments.push_back(word.data());
   arguments.push_back(nullptr);
 

@@ -45,7 +45,7 @@ void H264Source::Trigger() {}
 std::string H264Source::AppStringCreate0() {
   // Without its block there is nothing to describe; the empty chain makes the opening fail.
   if (Failed(!_vbrc, "!_vbrc")) return "";
-  const std::string layout =
+  std::string layout =
       Layout(*_vbrc, _h264.width, _h264.height).H264Encoder(_h264).ShmSink(_session_name);
   Trace("", layout);
   return layout;

@@ -17,10 +17,10 @@ void H264SourceTrigger::Trigger() {
 
 std::string H264SourceTrigger::AppStringCreate0() {
   if (Failed(!_vbrc, "!_vbrc")) return "";
-  const std::string layout = Layout(*_vbrc, _h264.width, _h264.height)
-                                 .FrameTrigger()
-                                 .H264Encoder(_h264)
-                                 .ShmSink(_session_name);
+  std::string layout = Layout(*_vbrc, _h264.width, _h264.height)
+                           .FrameTrigger()
+                           .H264Encoder(_h264)
+                           .ShmSink(_session_name);
   Trace("", layout);
   return layout;
 }

@@ -15,11 +15,11 @@ H264SourceVbrc::H264SourceVbrc(bool pullMode) : H264Source(pullMode) {
 
 std::string H264SourceVbrc::AppStringCreate0() {
   if (Failed(!_vbrc, "!_vbrc")) return "";
-  const std::string layout = Layout(*_vbrc, _h264.width, _h264.height)
-                                 .FrameDroper()
-                                 .H264Encoder(_h264)
-                                 .H264VBrc()
-                                 .ShmSink(_session_name);
+  std::string layout = Layout(*_vbrc, _h264.width, _h264.height)
+                           .FrameDroper()
+                           .H264Encoder(_h264)
+                           .H264VBrc()
+                           .ShmSink(_session_name);
   Trace("", layout);
   return layout;
 }

@@ -14,12 +14,12 @@ void H264SourceVbrcTrigger::Trigger() { Request(&VbrcBlock::trigger_req); }
 
 std::string H264SourceVbrcTrigger::AppStringCreate0() {
   if (Failed(!_vbrc, "!_vbrc")) return "";
-  const std::string layout = Layout(*_vbrc, _h264.width, _h264.height)
-                                 .FrameTrigger()
-                                 .FrameDroper()
-                                 .H264Encoder(_h264)
-                                 .H264VBrc()
-                                 .ShmSink(_session_name);
+  std::string layout = Layout(*_vbrc, _h264.width, _h264.height)
+                           .FrameTrigger()
+                           .FrameDroper()
+                           .H264Encoder(_h264)
+                           .H264VBrc()
+                           .ShmSink(_session_name);
   Trace("", layout);
   return layout;
 }

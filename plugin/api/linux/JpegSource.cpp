@@ -24,7 +24,7 @@ void JpegSource::Trigger() {}
 
 std::string JpegSource::AppStringCreate0() {
   if (Failed(!_vbrc, "!_vbrc")) return "";
-  const std::string layout =
+  std::string layout =
       Layout(*_vbrc, _jpeg.width, _jpeg.height).JpegEncoderDma().ShmSink(_session_name);
   Trace("", layout);
   return layout;

@@ -17,7 +17,7 @@ void JpegSourceTrigger::Trigger() {
 
 std::string JpegSourceTrigger::AppStringCreate0() {
   if (Failed(!_vbrc, "!_vbrc")) return "";
-  const std::string layout =
+  std::string layout =
       Layout(*_vbrc, _jpeg.width, _jpeg.height).FrameTrigger().JpegEncoder().ShmSink(_session_name);
   Trace("", layout);
   return layout;

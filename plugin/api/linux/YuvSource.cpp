@@ -12,7 +12,7 @@ using quill::stream::Trace;
 void YuvSource::SelectSensor(int index) { _sensor = index; }
 
 std::string YuvSource::AppStringCreate0() {
-  const std::string layout = Layout(_yuv.width, _yuv.height, _yuv.format).ShmSink(_session_name);
+  std::string layout = Layout(_yuv.width, _yuv.height, _yuv.format).ShmSink(_session_name);
   Trace("", layout);
   return layout;
 }
