@@ -144,7 +144,7 @@ TEST_F(CaptureTool, WritesEveryFrameIntoEachContainer) {
       {"jpeg", "-"},          {"h264-pull", "-"},
   };
   for (const auto& [source, name] : rows) {
-    EXPECT_EQ(Run("capture " + source + size + name), 0);
+    EXPECT_EQ(Run(std::string("capture ").append(source).append(size).append(name)), 0);
     EXPECT_EQ(Decode(name == "-" ? "out" : name), 40U) << source << name;
     const std::regex summary(".*: 40 frames, 1\\.3. s, .* (3|40) key frames, 0 dropped\n");
     EXPECT_TRUE(std::regex_match(Text("err"), summary)) << Text("err");
@@ -170,7 +170,7 @@ TEST_F(CaptureTool, WritesBareFramesOfEachSizeAndFormat) {
     std::size_t bytes;
   } rows[] = {
       {"yuv --width 64 --height 48 --unpaced", 64 * 48 * 3 / 2},
-      {"yuv-push --width 64 --height 48 --format yuyv --unpaced", 64 * 48 * 2},
+      {"yuv-push --width 64 --height 48 --format yuyv --unpaced", std::size_t{64} * 48 * 2},
       {"yuv-fake", 2764800},
       {"yuv-fake-push --fps 200", 2764800},
   };
@@ -195,7 +195,9 @@ TEST_F(CaptureTool, WritesAFrameForEachTrigger) {
   for (const std::string source :
        {"h264-trigger --fps 200", "h264-vbrc-trigger-push --fps 200 --capture-fps 200",
         "jpeg-trigger --fps 200", "jpeg-trigger-push --unpaced"}) {
-    EXPECT_EQ(Run("capture " + source + size + "--trigger-on-stdin <lines"), 0) << Text("err");
+    EXPECT_EQ(
+        Run(std::string("capture ").append(source).append(size) + "--trigger-on-stdin <lines"), 0)
+        << Text("err");
     EXPECT_EQ(Decode("a.mkv", 0), 30U) << source;
   }
   EXPECT_EQ(Run("capture jpeg-trigger" + size + "--trigger-on-stdin --frames 4 <lines"), 0);

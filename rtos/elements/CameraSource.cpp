@@ -45,6 +45,7 @@ std::int64_t CaptureSchedule::Next(int frames_per_second) {
     _anchor_ns += kSecondNs;
     _steps = 0;
   }
+  // NOLINTNEXTLINE(clang-analyzer-core.DivideZero): rates are above 0
   const std::int64_t due_ns = _anchor_ns + _steps * kSecondNs / _rate;
   _step_ns = is_first ? kSecondNs / _rate : due_ns - _due_ns;
   return _due_ns = due_ns;

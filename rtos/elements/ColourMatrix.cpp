@@ -69,13 +69,13 @@ void ColourMatrix::Convert(const Picture& picture) const {
   if (!_changes) return;
   // Copies, since for the compiler samples may lie anywhere.
   const ColourMatrix m = *this;
-  const int width = picture.width / 2;
-  for (int line = 0; line < picture.height / 2; ++line) {
-    std::uint8_t* top = picture.planes[0] + std::ptrdiff_t{2 * line} * picture.strides[0];
+  const std::ptrdiff_t width = picture.width / 2;
+  for (std::ptrdiff_t line = 0; line < picture.height / 2; ++line) {
+    std::uint8_t* top = picture.planes[0] + 2 * line * picture.strides[0];
     std::uint8_t* bottom = top + picture.strides[0];
-    std::uint8_t* us = picture.planes[1] + std::ptrdiff_t{line} * picture.strides[1];
-    std::uint8_t* vs = picture.planes[2] + std::ptrdiff_t{line} * picture.strides[2];
-    for (int x = 0; x < width; ++x) {
+    std::uint8_t* us = picture.planes[1] + line * picture.strides[1];
+    std::uint8_t* vs = picture.planes[2] + line * picture.strides[2];
+    for (std::ptrdiff_t x = 0; x < width; ++x) {
       const int u = us[x] - kGrey;
       const int v = vs[x] - kGrey;
       const int shift = Times(u, m._y_u) + Times(v, m._y_v) + m._y_base;
