@@ -338,7 +338,7 @@ TEST_F(Layouts, OfTheOtherSourcesShareWhatTheyShare) {
       yuv->SelectSensor(3);  // nowhere in the text
       yuv->SetFormat("");    // stored unchecked
     }
-    std::string chain = begin + middle + end;
+    std::string chain = std::string(begin).append(middle).append(end);
     chain = std::regex_replace(chain, std::regex("@"), _block);
     chain = std::regex_replace(chain, std::regex("\\$"), _session);
     EXPECT_EQ(OpenAndTrace(source, "1")[1],

@@ -131,7 +131,8 @@ TEST_F(Pictures, OfRawVideoHaveTheLayoutAskedFor) {
          {std::tuple("rgb24", 0, 3), {"BGR24", 2, 3}, {"rgba", 0, 4}, {"bgra", 2, 4}}) {
       const Frame frame = FirstRaw(format, w, h);
       ASSERT_TRUE(frame && frame->size == static_cast<unsigned>(n * bytes)) << format;
-      const auto* bar = frame->data + (h * 14 / 24 * w + w * 3 / 16) * bytes;  // yellow
+      const std::ptrdiff_t at = h * 14 / 24 * w + w * 3 / 16;  // yellow
+      const auto* bar = frame->data + at * bytes;
       EXPECT_TRUE(bar[red] > 186 && bar[1] > 186 && bar[2 - red] < 5) << format;
       EXPECT_TRUE(bytes == 3 || bar[3] == 255) << format;
     }
@@ -139,7 +140,8 @@ TEST_F(Pictures, OfRawVideoHaveTheLayoutAskedFor) {
     ASSERT_TRUE(full && full->size == static_cast<unsigned>(n * 3));
     for (int plane = 0; plane < 3; ++plane) {  // in the middle of the yellow bar
       const int levels[] = {168, 44, 136};
-      EXPECT_NEAR(full->data[plane * n + h * 14 / 24 * w + w * 3 / 16], levels[plane], 2);
+      const int at = h * 14 / 24 * w + w * 3 / 16;
+      EXPECT_NEAR(full->data[plane * n + at], levels[plane], 2);
     }
   }
 }

@@ -23,8 +23,8 @@ constexpr int kWindowS = 2;  // both of its ends count in
 void WriteClip(const std::string& file) {
   constexpr int kSquare = 8;
   std::mt19937 random(7);
-  std::string squares(kWidth * kHeight, '\0');
-  std::string picture(kWidth * kHeight * 3 / 2, '\x80');
+  std::string squares(std::size_t{kWidth} * kHeight, '\0');
+  std::string picture(std::size_t{kWidth} * kHeight * 3 / 2, '\x80');
   std::ofstream out(file, std::ios::binary);
   out << "YUV4MPEG2 W" << kWidth << " H" << kHeight << " F" << kFramesPerSecond << ":1 C420jpeg\n";
   for (int frame = 0; frame < kStill + kBusy; ++frame) {

@@ -104,7 +104,7 @@ TEST_F(VideoSources, DeliverWhatWasAskedForPushedAndPulled) {
   for (const auto& [head, tail, codec] : rows) {
     for (const std::string delivery : {"push", "pull"}) {
       for (const auto& [width, height] : {std::pair(320, 240), {1920, 1080}}) {
-        const std::string name = head + delivery + tail;
+        const std::string name = std::string(head).append(delivery).append(tail);
         const Source source = Make(name, width, height);
         ASSERT_TRUE(source) << name;
         const std::vector<Frame> frames = Take(source, 8);
@@ -187,8 +187,9 @@ TEST_F(VideoSources, KeepATriggerForWhichThereWasNoSlot) {
 // A sensor that fails while its captures are passed over says so all the same.
 TEST_F(VideoSources, TellOfASensorThatFailsWhileNothingIsAskedFor) {
   const std::string file = ::testing::TempDir() + std::to_string(getpid()) + ".mkv";
-  const std::string make = TESSEL_TOOL " capture h264 -q --unpaced --width 320 --height 240 ";
-  ASSERT_EQ(std::system((make + "--frames 30 -o " + file).c_str()), 0);
+  const std::string make =
+      TESSEL_TOOL " capture h264 -q --unpaced --width 320 --height 240 --frames 30 -o " + file;
+  ASSERT_EQ(std::system(make.c_str()), 0);
   auto options = quill::host::GetOptions();
   options.sensor = file;
   SetOptions(options);
@@ -212,7 +213,7 @@ TEST_F(VideoSources, TellOfASensorThatFailsWhileNothingIsAskedFor) {
     EXPECT_TRUE(quill::host::ListBoard(board, said) && board.size() == 1) << said;
     EXPECT_EQ(board[0].state, "failed");
     std::filesystem::resize_file(file, size_bytes);
-    ASSERT_EQ(std::system((make + "--frames 30 -o " + file).c_str()), 0);
+    ASSERT_EQ(std::system(make.c_str()), 0);
   }
   std::filesystem::remove(file);
 }
