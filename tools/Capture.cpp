@@ -299,7 +299,8 @@ void CaptureRun::MoveFrames() {
 bool CaptureRun::IsEnough(const Frame& next) const {
   if (!_options.seconds || _frames == 0 || _source.trigger != nullptr) return false;
   // Half a frame of jitter does not make one more.
-  const auto time_ns = static_cast<double>(next->timestamp - _first_timestamp_ns + FrameNs() / 2);
+  const std::int64_t half_frame_ns = FrameNs() / 2;
+  const auto time_ns = static_cast<double>(next->timestamp - _first_timestamp_ns + half_frame_ns);
   return time_ns >= *_options.seconds * double{kSecondNs};
 }
 
