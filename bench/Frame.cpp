@@ -62,7 +62,7 @@ void CbOutput(benchmark::State& state) {
     return true;
   });
   const std::size_t before = g_allocations.load();
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     packet.Fresh();
     output.CbOutput(&packet);
     packet.Release();
@@ -76,7 +76,7 @@ void PullFrame(benchmark::State& state) {
   Output output(true, packet);
   std::shared_ptr<frame_t> frame;
   const std::size_t before = g_allocations.load();
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     output.PullFrame(frame, true);
     benchmark::DoNotOptimize(frame->data);
     frame.reset();

@@ -27,6 +27,7 @@ class FrameDelivery : public StreamTest {
     }
     std::atomic<int> busy{0};
     std::vector<std::future<Clock::time_point>> pulls;
+    pulls.reserve(static_cast<std::size_t>(pullers));
     for (int i = 0; i < pullers; ++i) {
       pulls.push_back(std::async(std::launch::async, [&] {
         Frame frame;

@@ -198,8 +198,8 @@ TEST(UntrustedRing, HandsOutNothingOutsideTheArea) {
   constexpr unsigned kSeed = 31;
   std::mt19937_64 random(kSeed);
   std::string error;
-  const auto window = SharedWindow::Create(8 * 4096, error);
-  const std::span<std::byte> area = window->Area(4096, 4 * 4096);
+  const auto window = SharedWindow::Create(std::size_t{8} * 4096, error);
+  const std::span<std::byte> area = window->Area(4096, std::uint64_t{4} * 4096);
   const auto consumer = SessionConsumer::Create(area, Bell::Create(), Bell::Create());
   auto* header = reinterpret_cast<SessionHeader*>(area.data());
   const std::uint64_t odd[] = {0,
@@ -291,7 +291,7 @@ TEST(Window, AttachesOnlyToWhatCannotChangeItsSize) {
 
 TEST(Window, AreasLieInsideAndAreClearedAlone) {
   std::string error;
-  const auto window = SharedWindow::Create(3 * 4096, error);
+  const auto window = SharedWindow::Create(std::size_t{3} * 4096, error);
   constexpr std::uint64_t kMost = UINT64_MAX;
   const struct {
     std::uint64_t offset, size, got;

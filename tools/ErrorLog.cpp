@@ -6,7 +6,7 @@
 namespace tessel::tool {
 namespace {
 
-using quill::stream::__dbg_couts;
+using quill::stream::__dbg_couts;  // NOLINT(bugprone-reserved-identifier)
 using quill::stream::kError;
 
 ErrorLog* g_installed = nullptr;  // set once, never destroyed: host threads log until the very end

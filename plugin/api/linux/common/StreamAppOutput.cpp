@@ -7,8 +7,6 @@
 namespace tessel::dualos {
 
 using api::streaming::common::TextCallback;
-using quill::base::IMessageProcesser;
-using quill::base::object;
 using quill::base::Orient;
 using quill::stream::Failed;
 using quill::stream::IMedia;
