@@ -18,6 +18,7 @@ int main(int argc, char** argv) {
   if (connection >= 0) {
     return tessel::tests::RunOddFarSide(behaviour, tessel::link::UniqueFd(connection));
   }
+  unsetenv("TESSEL_RTOS_SOCKET");  // the tests end the real-time sides they use
   ::testing::InitGoogleTest(&argc, argv);
   tessel::tests::KeepLogs();
   return RUN_ALL_TESTS();
