@@ -88,7 +88,9 @@ std::unique_ptr<Listener> Listener::Create(const std::string& path,
   return std::unique_ptr<Listener>(new Listener(path, inode, std::move(socket_fd), elements));
 }
 
-Listener::~Listener() {
+Listener::~Listener() { RemoveSocket(); }
+
+void Listener::RemoveSocket() const {
   if (InodeOf(_path) == _inode) unlink(_path.c_str());
 }
 
@@ -106,7 +108,10 @@ bool Listener::Serve(std::string& error) {
   pollfd news[] = {
       {_socket.Get(), POLLIN, 0}, {signals.Get(), POLLIN, 0}, {_client_is_over.Fd(), POLLIN, 0}};
   while (news[1].revents == 0) {
-    if (poll(news, std::size(news), -1) < 0 && errno != EINTR) break;
+    if (poll(news, std::size(news), -1) < 0) {
+      if (errno == EINTR) continue;  // what stands in `news` is from before
+      break;
+    }
     if (news[2].revents != 0) Reap();
     const bool is_full = news[0].revents != 0 && !Accept() && !_clients.empty();
     // Without descriptors to spare nobody new is looked at until a client goes.
@@ -127,7 +132,7 @@ void Listener::End() {
     Reap();
   }
   if (_clients.empty()) return;
-  unlink(_path.c_str());
+  RemoveSocket();
   _exit(EXIT_SUCCESS);
 }
 

@@ -41,6 +41,7 @@ class Listener {
   bool Accept();
   void Reap();
   void End();
+  void RemoveSocket() const;
 
   const std::string _path;
   const ino_t _inode;  // of the socket, in case somebody puts another one at its path

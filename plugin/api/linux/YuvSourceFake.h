@@ -43,7 +43,8 @@ class YuvSourceFake : public api::streaming::IYuvSource,
   bool PullFrame(std::shared_ptr<frame_t>& frame, bool blocking) override;
   // Push mode: from the next frame on. All frames of a run show the same memory, which goes with
   // the run: whoever keeps a frame must not touch its bytes after Stop(). In pull mode false, but
-  // stored; see Stop(). Any thread, one at a time. The callback may call Stop().
+  // stored; see Stop(). Stream thread, which is the worker. The callback may call Stop() and
+  // Start(), which then goes on by the same schedule; it must not register another one.
   bool RegisterOutputCallback(const OutputCallback& cb) override;
 
   std::string GetMediaInfo() const override;  // always empty
