@@ -82,6 +82,7 @@ class DirectChain : private Context, private StopSignal {
   }
   int FramesPerSecond() const override { return 30; }
   std::optional<Colours> EncoderWants() const override { return Colours::kVideo; }
+  bool HasEncoder() const override { return true; }
   bool SleepUntil(std::int64_t) override { return true; }
 
   mutable VbrcBlock _block;

@@ -206,16 +206,16 @@ template <typename Class>
 std::unique_ptr<Element> Make() {
   return std::make_unique<Class>();
 }
-constexpr ElementRow kElements[] = {{"pv-yuv-src-adv", &Make<StampSource>, std::nullopt},
-                                    {"h264-encoder-dma", &Make<DescribingEncoder>, std::nullopt},
-                                    {"ShmSink", &Make<ShmSink>, std::nullopt}};
+constexpr ElementRow kElements[] = {{"pv-yuv-src-adv", &Make<StampSource>},
+                                    {"h264-encoder-dma", &Make<DescribingEncoder>},
+                                    {"ShmSink", &Make<ShmSink>}};
 
 int RunFarSide(int connection) {
   if (g_work.pin) PinTo(0);
   g_meeting = MapMeeting(g_work.stats_fd);
   if (g_meeting == nullptr) return EXIT_FAILURE;
-  Directory directory;
-  Connection(tessel::link::UniqueFd(connection), kElements, directory).Serve();
+  RealTimeSide side{kElements};
+  Connection(tessel::link::UniqueFd(connection), side).Serve();
   return EXIT_SUCCESS;
 }
 

@@ -94,7 +94,7 @@ double PatternRate(int frames) {
       .planes = {memory.data(), memory.data() + kLuma, memory.data() + kLuma + kLuma / 4},
       .strides = {kWidth, kWidth / 2, kWidth / 2}};
   const auto draw = [&](int count) {
-    for (int i = 0; i < count; ++i) pattern.Draw(static_cast<std::uint32_t>(i), picture);
+    for (int i = 0; i < count; ++i) pattern.Draw(static_cast<std::uint32_t>(i), picture, false);
   };
   draw(frames / 10);
   const auto start = Clock::now();

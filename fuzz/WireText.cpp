@@ -25,11 +25,9 @@ class EmptySource : public rtos::Source {
 };
 
 constexpr rtos::ElementRow kElements[] = {
-    {"S", []() -> std::unique_ptr<rtos::Element> { return std::make_unique<EmptySource>(); },
-     std::nullopt},
+    {"S", []() -> std::unique_ptr<rtos::Element> { return std::make_unique<EmptySource>(); }},
     {"ShmSink",
-     []() -> std::unique_ptr<rtos::Element> { return std::make_unique<rtos::ShmSink>(); },
-     std::nullopt}};
+     []() -> std::unique_ptr<rtos::Element> { return std::make_unique<rtos::ShmSink>(); }}};
 
 }  // namespace
 
@@ -40,8 +38,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   int ends[2];
   if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) std::abort();
   const link::UniqueFd near(ends[0]);
-  rtos::Directory directory;
-  rtos::Connection connection(link::UniqueFd(ends[1]), kElements, directory);
+  rtos::RealTimeSide side{kElements};
+  rtos::Connection connection(link::UniqueFd(ends[1]), side);
   const auto send = [&](const std::string& text, const std::vector<int>& fds) {
     link::SendMessage(near.Get(), {WireMessage::kRequest, 1, text}, fds);
   };

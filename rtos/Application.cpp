@@ -117,7 +117,8 @@ bool Application::Build(const AttrSet& description, std::span<const ElementRow> 
       return false;
     }
     _chain.push_back({wanted.class_name, row->make()});
-    if (row->encodes) {
+    if (row->is_encoder) {
+      _has_encoder = true;
       _encoder_wants = row->encodes;
       // The rate asked of the encoder is the rate at which the source captures.
       wanted.params.Get("fr", _frames_per_second);
@@ -355,17 +356,40 @@ Verdict Application::MoveOne(Unit& unit) {
   verdict = Admit(unit);
   if (verdict != Verdict::kPass) return PassOver(unit, verdict);
   unit.room = _sink->Reserve();
-  if (unit.room.empty() && _source->IsLive()) {
+  if (unit.room.empty() && !_source->IsLive() && !WaitForRoom(unit)) return Verdict::kEnd;
+  if (unit.room.empty() && !_source->IsContinuous()) {
     _sink->CountDropped();
     return Told(source, _source->Skip(unit));
   }
-  if (unit.room.empty() && !WaitForRoom(unit)) return Verdict::kEnd;
   unit.sequence = unit.capture - _passed_over;
-  for (const Link& link : _chain) {
-    verdict = Told(link, link.element->Process(unit));
+  verdict = PassThrough(unit, 0);
+  if (verdict == Verdict::kPass) _next_sequence = unit.sequence + 1;
+  if (verdict == Verdict::kMore) ++_passed_over;
+  return verdict;
+}
+
+// From the element `first` on.
+Verdict Application::PassThrough(Unit& unit, std::size_t first) {
+  for (std::size_t i = first; i < _chain.size(); ++i) {
+    const Verdict verdict = Told(_chain[i], _chain[i].element->Process(unit));
     if (verdict != Verdict::kPass) return verdict;
   }
   return Verdict::kPass;
+}
+
+// What the elements keep back still belongs to the input that has ended.
+void Application::Drain(Unit& unit) {
+  for (std::size_t i = 0; i < _chain.size(); ++i) {
+    while (!_is_stopping) {
+      unit.room = _sink->Reserve();
+      if (unit.room.empty() && !WaitForRoom(unit)) return;
+      if (Told(_chain[i], _chain[i].element->Drain(unit)) != Verdict::kPass) break;
+      unit.sequence = _next_sequence;
+      const Verdict verdict = PassThrough(unit, i + 1);
+      if (verdict == Verdict::kPass) ++_next_sequence;
+      if (verdict == Verdict::kFail) return;
+    }
+  }
 }
 
 void Application::Run() {
@@ -379,6 +403,7 @@ void Application::Run() {
     if (verdict == Verdict::kFail) break;
     if (verdict != Verdict::kEnd) continue;
     if (_is_stopping) break;
+    Drain(unit);
     _state = State::kEnded;
     _report("end", "end of input");
     break;

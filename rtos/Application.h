@@ -82,6 +82,7 @@ class Application : private Context, private StopSignal {
                                                  std::string& error) const override;
   int FramesPerSecond() const override { return _frames_per_second; }
   std::optional<Colours> EncoderWants() const override { return _encoder_wants; }
+  bool HasEncoder() const override { return _has_encoder; }
   // StopSignal
   bool SleepUntil(std::int64_t due_ns) override;
 
@@ -90,6 +91,8 @@ class Application : private Context, private StopSignal {
   Verdict Admit(const Unit& unit) const;
   Verdict PassOver(Unit& unit, Verdict reason);
   bool WaitForRoom(Unit& unit);
+  Verdict PassThrough(Unit& unit, std::size_t first);
+  void Drain(Unit& unit);
   Verdict Told(const Link& link, Verdict verdict);
   void ReadControl(Unit& unit) const;
   void StopThread();
@@ -110,7 +113,9 @@ class Application : private Context, private StopSignal {
   Media _media;
   int _frames_per_second = 30;
   std::optional<Colours> _encoder_wants;
-  std::uint32_t _passed_over = 0;  // captures, on purpose; chain's thread
+  bool _has_encoder = false;
+  std::uint32_t _passed_over = 0;    // captures without a unit of their own; chain's thread
+  std::uint32_t _next_sequence = 0;  // behind the last unit; chain's thread
 
   std::thread _thread;
   std::mutex _mutex;

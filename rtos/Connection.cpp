@@ -20,11 +20,13 @@ std::string HandleText(std::uint64_t handle) {
   return ToString<const void*>(reinterpret_cast<const void*>(handle));
 }
 
-Board ReadBoard(const char* text) {
+Board ReadBoard(const char* text, const AudioDevices& audio) {
   AttrSet set;
   Board board;
+  board.microphone = audio.Find("Microphone");
   if (text == nullptr || !set.Parse(text)) return board;
   set.Get("sensor", board.sensor);
+  set.Get("mic", board.mic);
   set.Get("loop", board.loop);
   set.Get("paced", board.paced);
   set.Get("slots", board.slots);
@@ -39,12 +41,8 @@ pid_t PeerOf(int socket_fd) {
 
 }  // namespace
 
-Connection::Connection(link::UniqueFd socket, std::span<const ElementRow> elements,
-                       Directory& directory)
-    : _socket(std::move(socket)),
-      _elements(elements),
-      _directory(directory),
-      _client(PeerOf(_socket.Get())) {
+Connection::Connection(link::UniqueFd socket, RealTimeSide& side)
+    : _socket(std::move(socket)), _side(side), _client(PeerOf(_socket.Get())) {
   link::LimitSends(_socket.Get());  // a client that does not read must not hold a chain
 }
 
@@ -91,9 +89,11 @@ bool Connection::Handle(const AttrSet& request, Fds& fds, AttrSet& answer, std::
   if (command == "tesselMedia") return Describe(request, answer, error);
   if (command == "tesselStatus") return SetStatus(request, error);
   if (command == "tesselDestroy") return Destroy(request, error);
-  if (command == "tesselList") return answer.Add("streams", _directory.List().ToString(false));
+  if (command == "tesselList") return answer.Add("streams", _side.directory.List().ToString(false));
   if (command == "tesselSet") return SetWord(request, error);
   if (command == "tesselRequest") return CountRequest(request, error);
+  if (command == "ProbeAudioDriver") return _side.audio.Probe(request, answer, error);
+  if (command == "SetAudioDriver") return _side.audio.Set(request, error);
   error = "no command \"" + command + "\"";
   return false;
 }
@@ -165,7 +165,7 @@ bool Connection::ReadGrants(const AttrSet& request, Fds& fds, Grants& grants,
 bool Connection::Create(const AttrSet& request, Fds& fds, AttrSet& answer, std::string& error) {
   Grants grants;
   if (!ReadGrants(request, fds, grants, error)) return false;
-  const std::uint64_t handle = _directory.NewHandle();
+  const std::uint64_t handle = _side.directory.NewHandle();
   const auto report = [this, handle](const char* kind, const std::string& text) {
     AttrSet event;
     event.Add("event", kind);
@@ -174,12 +174,12 @@ bool Connection::Create(const AttrSet& request, Fds& fds, AttrSet& answer, std::
     Send(WireMessage::kEvent, 0, event);
   };
   auto application =
-      Application::Create(request, _elements, *_window, _linux_base, std::move(grants),
-                          ReadBoard(request.Get("board")), report, error);
+      Application::Create(request, _side.elements, *_window, _linux_base, std::move(grants),
+                          ReadBoard(request.Get("board"), _side.audio), report, error);
   if (application == nullptr) return false;
   const char* wanted = request.Get("status");
   if (wanted != nullptr && !application->SetStatus(wanted, error)) return false;
-  auto listing = _directory.Add(handle, *application, _client);
+  auto listing = _side.directory.Add(handle, *application, _client);
   _applications.emplace(handle, Listed{std::move(application), std::move(listing)});
   return answer.Add("object_base", HandleText(handle));
 }
@@ -223,7 +223,7 @@ bool Connection::SetWord(const AttrSet& request, std::string& error) {
     error = "tesselSet takes stream=, word= and value=";
     return false;
   }
-  return _directory.SetWord(stream, word, value, error);
+  return _side.directory.SetWord(stream, word, value, error);
 }
 
 bool Connection::CountRequest(const AttrSet& request, std::string& error) {
@@ -233,7 +233,7 @@ bool Connection::CountRequest(const AttrSet& request, std::string& error) {
     error = "tesselRequest takes stream= and word=";
     return false;
   }
-  return _directory.CountRequest(stream, word, error);
+  return _side.directory.CountRequest(stream, word, error);
 }
 
 }  // namespace tessel::rtos

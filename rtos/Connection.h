@@ -5,13 +5,12 @@
 #include <map>
 #include <memory>
 #include <mutex>
-#include <span>
 #include <string>
 #include <vector>
 
 #include "Application.h"
 #include "Descriptors.h"
-#include "Directory.h"
+#include "RealTimeSide.h"
 #include "SharedWindow.h"
 #include "Wire.h"
 
@@ -20,8 +19,8 @@ namespace tessel::rtos {
 // One thread, but for Hangup() and what chains report.
 class Connection {
  public:
-  // `elements` and `directory` have to outlive it.
-  Connection(link::UniqueFd socket, std::span<const ElementRow> elements, Directory& directory);
+  // `side` has to outlive it.
+  Connection(link::UniqueFd socket, RealTimeSide& side);
 
   // Serves commands until the other side is gone; ends its applications before it returns.
   void Serve();
@@ -46,8 +45,7 @@ class Connection {
   void Send(link::WireMessage::Kind kind, std::uint32_t number, const AttrSet& body) const;
 
   const link::UniqueFd _socket;
-  const std::span<const ElementRow> _elements;
-  Directory& _directory;
+  RealTimeSide& _side;
   const pid_t _client;
   std::unique_ptr<link::SharedWindow> _window;  // null before "hello"
   std::uint64_t _linux_base = 0;                // the window's address on the Linux side

@@ -6,6 +6,10 @@
 // Whether a capture is wanted is asked first, and a slot for the result is reserved before its
 // picture is made: a stream that has to drop drops whole captures and never a picture that others
 // refer to. Whichever element writes the final bytes writes them into that slot.
+//
+// Sound is one signal cut into blocks, and elements keep some of it from block to block. So each
+// block goes through the whole chain, also when there is no slot: what is dropped then is the
+// result.
 #pragma once
 
 #include <cstdint>
@@ -24,6 +28,7 @@ class SessionProducer;
 
 namespace tessel::rtos {
 
+class AudioDevice;
 class QpPolicy;
 
 using quill::base::AttrSet;
@@ -33,9 +38,13 @@ using quill::stream::VbrcBlock;
 struct Board {
   // "test": the test pattern. "/dev/video*": a V4L2 camera. Anything else: a media file.
   std::string sensor = "test";
+  // "test": a tone that beeps each second. "tone" or "tone:HZ": without beeps. "alsa" or
+  // "alsa:NAME": a sound card. Anything else: a media file.
+  std::string mic = "test";
   bool loop = true;   // a media file starts anew at its end; else the stream ends there
   bool paced = true;  // live, at the asked rate; else as fast as the consumer takes frames
   int slots = 24;     // most frames in flight of one stream
+  const AudioDevice* microphone = nullptr;  // null: it has none
 };
 
 // What the samples of a picture mean.
@@ -74,14 +83,19 @@ RateControl ReadRateControl(const VbrcBlock& block);
 struct Unit {
   std::uint32_t capture = 0;   // counts captures
   std::uint32_t sequence = 0;  // counts captures but for those passed over on purpose
-  std::int64_t time_ns = 0;    // CLOCK_MONOTONIC at capture
-  int frames_per_second = 0;   // rate of the units at this place of the chain, as planned
+  // CLOCK_MONOTONIC at capture. Sound: of the first sample, be it of `samples` or, behind an
+  // encoder, of the first one that a decoder makes of the result.
+  std::int64_t time_ns = 0;
+  int frames_per_second = 0;  // rate of the units at this place of the chain, as planned
   bool is_key = false;
-  int qp = 0;                    // that the encoder used
-  Picture picture;               // raw video, made by the source
-  std::span<std::uint8_t> room;  // the reserved slot; the last writing element fills it
-  std::size_t size_bytes = 0;    // of the result, at the front of `room`
-  RateControl control;           // zero in a chain without a block
+  int qp = 0;       // that the encoder used
+  Picture picture;  // raw video, made by the source
+  // Sound, channels interleaved, made by the element in front; holds until it makes the next.
+  std::span<const std::int16_t> samples;
+  // The reserved slot; the last writing element fills it. Empty where sound is to be dropped.
+  std::span<std::uint8_t> room;
+  std::size_t size_bytes = 0;  // of the result, at the front of `room`
+  RateControl control;         // zero in a chain without a block
 };
 
 // What is known of the media between two elements once the chain is ready.
@@ -89,6 +103,8 @@ struct Media {
   int width = 0;               // pixels
   int height = 0;              // pixels
   int frames_per_second = 0;   // nominal
+  int sample_rate = 0;         // of sound, samples/s of each channel
+  int channels = 0;            // of sound
   std::size_t unit_bytes = 0;  // an upper bound on one unit
   // What the Linux side is told: "codec", "w", "h" and what the codec adds. Bytes go as lower-case
   // hexadecimal digits.
@@ -112,12 +128,15 @@ class Context {
   // What the later element that turns the source's picture into the final bytes wants to see. Where
   // there is none the source writes its picture into the slot itself.
   virtual std::optional<Colours> EncoderWants() const = 0;
+  // Whether a later element makes the final bytes out of the source's picture or sound.
+  virtual bool HasEncoder() const = 0;
 };
 
 enum class Verdict {
   kPass,  // on to the next element
   kHold,  // passed over: nothing has asked for it
   kThin,  // passed over: it would exceed the frame rate
+  kMore,  // nothing comes of it yet: the element wants to see the next ones first
   kEnd,   // the input has ended
   kFail,  // the chain cannot go on; LastError() says why
 };
@@ -139,6 +158,8 @@ class Element {
   virtual void Start() {}
   virtual Verdict Process(Unit& unit) = 0;
   virtual void Stop() {}
+  // The input has ended: gives what is still kept back, one unit a call. kEnd: nothing (more).
+  virtual Verdict Drain(Unit&) { return Verdict::kEnd; }
 
   // What the elements in front are to be steered by; null for most elements. Once open.
   virtual QpPolicy* Policy() { return nullptr; }
@@ -176,6 +197,8 @@ class Source : public Element {
   virtual Verdict Skip(Unit& unit) = 0;
   // Live sources drop when there is no slot; the others wait for one.
   virtual bool IsLive() const = 0;
+  // Whether its units are pieces of one signal, as those of sound are.
+  virtual bool IsContinuous() const { return false; }
 };
 
 // Reads an integer parameter in `least`..`most` into `value`; an absent one keeps `value`. False
@@ -192,8 +215,9 @@ std::string Hex(std::span<const std::uint8_t> bytes);
 struct ElementRow {
   const char* name;
   std::unique_ptr<Element> (*make)();
-  // Set where it makes the final bytes out of a picture: what it wants to see.
-  std::optional<Colours> encodes;
+  bool is_encoder = false;  // makes the final bytes out of pictures or sound
+  // What it wants to see, where it encodes pictures.
+  std::optional<Colours> encodes = std::nullopt;
 };
 // The board's elements; names are unique.
 std::span<const ElementRow> BoardElements();

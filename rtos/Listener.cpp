@@ -62,8 +62,7 @@ ino_t InodeOf(const std::string& path) {
 }  // namespace
 
 // The socket gets its name when it listens already, so that nobody takes it for a dead one.
-std::unique_ptr<Listener> Listener::Create(const std::string& path,
-                                           std::span<const ElementRow> elements,
+std::unique_ptr<Listener> Listener::Create(const std::string& path, RealTimeSide& side,
                                            std::string& error) {
   const std::string first_path = path + "." + std::to_string(getpid());
   constexpr std::size_t kLongest = sizeof(sockaddr_un::sun_path) - 9;  // room for that
@@ -85,7 +84,7 @@ std::unique_ptr<Listener> Listener::Create(const std::string& path,
       is_free || (IsLeftOver(path) && rename(first_path.c_str(), path.c_str()) == 0);
   unlink(first_path.c_str());
   if (!is_ours) return nullptr;
-  return std::unique_ptr<Listener>(new Listener(path, inode, std::move(socket_fd), elements));
+  return std::unique_ptr<Listener>(new Listener(path, inode, std::move(socket_fd), side));
 }
 
 Listener::~Listener() { RemoveSocket(); }
@@ -140,8 +139,7 @@ void Listener::End() {
 bool Listener::Accept() {
   UniqueFd socket_fd(accept4(_socket.Get(), nullptr, nullptr, SOCK_CLOEXEC));
   if (!socket_fd.IsOpen()) return errno != EMFILE && errno != ENFILE;
-  Client& client = _clients.emplace_back(
-      std::make_unique<Connection>(std::move(socket_fd), _elements, _directory));
+  Client& client = _clients.emplace_back(std::make_unique<Connection>(std::move(socket_fd), _side));
   try {
     client.thread = std::thread([this, &client] {
       pthread_setname_np(pthread_self(), "tessel-client");

@@ -17,9 +17,9 @@ class Listener {
  public:
   // Listens at `path`, which only this user may connect to (mode 0600). A socket that a dead
   // process has left there is replaced; a live one, or another file, is not. Null with `error`.
-  // `elements` has to outlive it.
-  static std::unique_ptr<Listener> Create(const std::string& path,
-                                          std::span<const ElementRow> elements, std::string& error);
+  // `side` has to outlive it.
+  static std::unique_ptr<Listener> Create(const std::string& path, RealTimeSide& side,
+                                          std::string& error);
   // Removes the socket, if it is still the one at its path.
   ~Listener();
 
@@ -35,9 +35,8 @@ class Listener {
     std::thread thread;
   };
 
-  Listener(std::string path, ino_t inode, link::UniqueFd socket,
-           std::span<const ElementRow> elements)
-      : _path(std::move(path)), _inode(inode), _socket(std::move(socket)), _elements(elements) {}
+  Listener(std::string path, ino_t inode, link::UniqueFd socket, RealTimeSide& side)
+      : _path(std::move(path)), _inode(inode), _socket(std::move(socket)), _side(side) {}
   bool Accept();
   void Reap();
   void End();
@@ -46,9 +45,8 @@ class Listener {
   const std::string _path;
   const ino_t _inode;  // of the socket, in case somebody puts another one at its path
   const link::UniqueFd _socket;
-  const std::span<const ElementRow> _elements;
+  RealTimeSide& _side;
   const link::Bell _client_is_over = link::Bell::Create();
-  Directory _directory;
   std::list<Client> _clients;
 };
 

@@ -7,7 +7,6 @@
 #include <signal.h>
 
 #include "Connection.h"
-#include "Directory.h"
 #include "Listener.h"
 
 #include <CLI/CLI.hpp>
@@ -20,9 +19,9 @@ constexpr char kExamples[] = R"(Example:
   TESSEL_RTOS_SOCKET=/tmp/board tessel capture h264 -o clip.mp4 --seconds 10
 )";
 
-int ListenAt(const std::string& path) {
+int ListenAt(const std::string& path, RealTimeSide& side) {
   std::string error;
-  const auto listener = Listener::Create(path, BoardElements(), error);
+  const auto listener = Listener::Create(path, side, error);
   if (listener == nullptr || !listener->Serve(error)) {
     std::fprintf(stderr, "tessel-rtos: cannot listen: %s\n", error.c_str());
     return EXIT_FAILURE;
@@ -40,24 +39,32 @@ int Run(int argc, char** argv) {
   signal(SIGPIPE, SIG_IGN);  // a descriptor of a client's may be anything
   int connection = -1;
   std::string path;
+  std::string board;
   auto* inherited =
       app.add_option("--connection", connection, "File descriptor of the command wire (the host's)")
           ->check(CLI::NonNegativeNumber);
   app.add_option("--listen", path, "Unix socket to serve clients on; only this user may connect")
       ->type_name("PATH")
       ->excludes(inherited);
+  app.add_option("--board", board, "Description of the board's audio devices [the usual ones]")
+      ->type_name("FILE");
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& stop) {
     return app.exit(stop) == 0 ? EXIT_SUCCESS : 2;
   }
-  if (!path.empty()) return ListenAt(path);
+  RealTimeSide side{BoardElements()};
+  std::string error;
+  if (!board.empty() && !side.audio.Load(board, error)) {
+    std::fprintf(stderr, "tessel-rtos: %s\n", error.c_str());
+    return EXIT_FAILURE;
+  }
+  if (!path.empty()) return ListenAt(path, side);
   if (connection < 0) {
     std::fputs("tessel-rtos: --listen PATH is missing; see --help\n", stderr);
     return 2;
   }
-  Directory directory;
-  Connection(link::UniqueFd(connection), BoardElements(), directory).Serve();
+  Connection(link::UniqueFd(connection), side).Serve();
   return EXIT_SUCCESS;
 }
 

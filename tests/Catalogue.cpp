@@ -6,22 +6,29 @@
 #include <dlfcn.h>
 #include <link.h>
 
+#include "common/AudioDevice.h"
 #include "common/StreamAppOutput.h"
 #include "common/StreamVbrc.h"
 #include "Fixture.h"
 #include "quill/IClass.h"
+#include "tessel/IAacSource.h"
+#include "tessel/ISpeaker.h"
 #include "tessel/IYuvSource.h"
 
 namespace tessel::tests {
 namespace {
 
+using api::streaming::IAacSource;
+using api::streaming::IPcmSource;
 using api::streaming::IYuvSource;
+using api::streaming::common::IAudio;
 using api::streaming::common::IBitRateControl;
 using api::streaming::common::IEncoder;
 using api::streaming::common::IStreamControl;
 using api::streaming::common::IStreamOutput;
 using api::streaming::common::ITrigger;
 using api::streaming::common::IYuvDevice;
+using api::streaming::common::PcmMediaInfoList;
 using api::streaming::common::YuvMediaInfoList;
 using dualos::StreamApp;
 using dualos::StreamAppOutput;
@@ -50,10 +57,16 @@ class Catalogue : public StreamTest {
 struct Names {
   const char* entry;  // the exported function
   const char* base;
-  const char* push;
+  const char* push;  // null: a class without aliases
   const char* pull;
 };
 constexpr Names kSources[] = {
+    {"RegisterApiPcmSource", "ApiPcmSource1", "ApiPcmSource-dualos-push",
+     "ApiPcmSource-dualos-pull"},
+    {"RegisterApiAacSource", "ApiAacSource1", "ApiAacSource-dualos-push",
+     "ApiAacSource-dualos-pull"},
+    {"RegisterApiSpeaker", "Speaker-ApiSpeaker-dualos", nullptr, nullptr},
+    {"RegisterApiMicrophone", "Microphone-ApiMicrophone-dualos", nullptr, nullptr},
     {"RegisterApiJpegSource", "ApiJpegSourceCbrc1", "ApiJpegSource-dualos-cbrc-push",
      "ApiJpegSource-dualos-cbrc-pull"},
     {"RegisterApiJpegSourceTrigger", "ApiJpegSourceTrigger1",
@@ -74,7 +87,10 @@ constexpr Names kSources[] = {
 
 Lines AllNames() {
   Lines names;
-  for (const Names& row : kSources) names.insert(names.end(), {row.base, row.push, row.pull});
+  for (const Names& row : kSources) {
+    names.emplace_back(row.base);
+    if (row.push != nullptr) names.insert(names.end(), {row.push, row.pull});
+  }
   return names;
 }
 
@@ -82,19 +98,31 @@ TEST_F(Catalogue, HoldsTheClassesInOrder) {
   EXPECT_EQ(PluginNames(), AllNames());
   for (const auto& [entry, base, push, pull] : kSources) {
     for (const char* name : {base, push, pull}) {
+      if (name == nullptr) continue;
       const IClass* record = IClass::Find(name, true);
       ASSERT_NE(record, nullptr) << name;
       EXPECT_EQ(record->Version(), 65793U);
       EXPECT_EQ(record->Vendor(), "Harvelon");
-      const bool is_base = name == base;
-      EXPECT_EQ(*record->ConstructorType(), is_base ? typeid(void(bool)) : typeid(void())) << name;
-      EXPECT_EQ(record->Base(), is_base ? nullptr : IClass::Find(base, true));
+      const bool takes_delivery = name == base && push != nullptr;
+      EXPECT_EQ(*record->ConstructorType(), takes_delivery ? typeid(void(bool)) : typeid(void()))
+          << name;
+      EXPECT_EQ(record->Base(), name == base ? nullptr : IClass::Find(base, true));
       EXPECT_TRUE(record->Properties().empty());
       const auto* formats = record->Tag<YuvMediaInfoList>();
       EXPECT_EQ(formats != nullptr, std::string(base).find("Yuv") != std::string::npos) << name;
       EXPECT_TRUE(formats == nullptr || formats->at(0).format == "420V50");
+      const auto* sounds = record->Tag<PcmMediaInfoList>();
+      EXPECT_EQ(sounds != nullptr, std::string(base).find("Pcm") != std::string::npos) << name;
     }
   }
+  std::vector<int> sounds;
+  for (const auto& sound : *IClass::Find("ApiPcmSource1", true)->Tag<PcmMediaInfoList>()) {
+    sounds.insert(sounds.end(),
+                  {sound.sampleRate, sound.channels, sound.format, sound.bitsPerSample});
+  }
+  EXPECT_EQ(sounds, (std::vector{48000, 1, 1, 16, 48000, 2, 1, 16, 44100, 1, 1, 16, 44100, 2, 1, 16,
+                                 32000, 1, 1, 16, 32000, 2, 1, 16, 16000, 1, 1, 16, 16000, 2, 1, 16,
+                                 8000,  1, 1, 16, 8000,  2, 1, 16}));
   EXPECT_EQ(IClass::Find("apih264sourcecbrc1", true), nullptr);
   EXPECT_NE(IClass::Find("apih264sourcecbrc1", false), nullptr);
 }
@@ -102,6 +130,7 @@ TEST_F(Catalogue, HoldsTheClassesInOrder) {
 TEST_F(Catalogue, AliasesBindTheDelivery) {
   for (const bool pull : {false, true}) {
     for (const auto& names : kSources) {
+      if (names.push == nullptr) continue;
       const auto made = quill::host::Create<IStreamOutput>(pull ? names.pull : names.push);
       ASSERT_TRUE(made) << names.base;
       EXPECT_EQ(made->IsSupportedPullFrame(), pull);
@@ -185,6 +214,16 @@ void ExpectSlots(std::size_t first, Members... members) {
   EXPECT_EQ((std::vector{Slot(members)...}), expected);
 }
 
+// One of two operations of the same name.
+template <typename Value>
+auto Setter(bool (dev::IAudioDevice::*member)(Value)) {
+  return member;
+}
+template <typename Value>
+auto Getter(Value (dev::IAudioDevice::*member)() const) {
+  return member;
+}
+
 TEST(Slots, StandInTheOrderThatClientsWereBuiltWith) {
   using Control = IStreamControl;
   ExpectSlots(2, &Control::Set, &Control::ChangeUp, &Control::ChangeDown, &Control::ChangeState,
@@ -216,6 +255,38 @@ TEST(Slots, StandInTheOrderThatClientsWereBuiltWith) {
               &Yuv::IsSupportedOutputFrameCallback, &Yuv::PullFrame, &Yuv::RegisterOutputCallback,
               &Yuv::GetMediaInfo, &Yuv::SelectSensor, &Yuv::SetFrameRate, &Yuv::Open, &Yuv::Close,
               &Yuv::Start, &Yuv::Stop);
+  using Sound = IPcmSource;
+  ExpectSlots(2, &IAudio::SetSampleRate, &IAudio::SetChannels);
+  ExpectSlots(14, &Sound::SelectMicrophone, &Sound::Microphone, &Sound::GetPcmMediaInfo);
+  using Aac = IAacSource;
+  ExpectSlots(17, &Aac::SetProfile, &Aac::SetTargetChannels, &Aac::SetBandWidth,
+              &Aac::GetAacMediaInfo, &Aac::SetBitRate, &Aac::SetSampleRate, &Aac::SetChannels);
+  using Device = dev::IAudioDevice;
+  using Switches = dev::IAudioDeviceCtrl;
+  ExpectSlots(2, &Device::DeviceID, &Device::Rate, &Device::Channels, &Device::Depth,
+              &Device::Width, &Device::IsSupportVolumeControl, Setter<int>(&Device::Volume),
+              Getter<int>(&Device::Volume), &Device::VolumeMax, &Device::VolumeMin,
+              &Device::IsSupportAutoGainControl, Setter<bool>(&Device::AGC),
+              Getter<bool>(&Device::AGC), &Device::IsSupportMute, Setter<bool>(&Device::Mute),
+              Getter<bool>(&Device::Mute), &Device::IsSupportGain, Setter<int>(&Device::Gain),
+              Getter<int>(&Device::Gain), &Device::GainMax, &Device::GainMin);
+  ExpectSlots(2, &Switches::DevOpen, &Switches::DevClose, &Switches::DevStart, &Switches::DevStop,
+              &Switches::DevPause, &Switches::DevResume);
+  using Holder = dev::AudioDevice;
+  ExpectSlots(23, static_cast<bool (Holder::*)(int)>(&Holder::Rate),
+              static_cast<bool (Holder::*)(int)>(&Holder::Channels),
+              static_cast<bool (Holder::*)(int)>(&Holder::Depth),
+              static_cast<bool (Holder::*)(int)>(&Holder::VolumeMax),
+              static_cast<bool (Holder::*)(int)>(&Holder::VolumeMin));
+  using Mic = dev::IMicrophone;
+  ExpectSlots(23, &Mic::GetLeftSamples, static_cast<int (Mic::*)(int&, short*, int)>(&Mic::Read),
+              static_cast<int (Mic::*)(int&, int*, int, int)>(&Mic::Read), &Mic::CreateReader,
+              &Mic::DevOpen, &Mic::DevClose, &Mic::DevStart, &Mic::DevStop, &Mic::DevPause,
+              &Mic::DevResume);
+  using Horn = dev::ISpeaker;
+  ExpectSlots(23, &Horn::GetLeftSamples, static_cast<int (Horn::*)(short*, int)>(&Horn::Write),
+              static_cast<int (Horn::*)(int*, int, int)>(&Horn::Write), &Horn::DevOpen,
+              &Horn::DevClose, &Horn::DevStart, &Horn::DevStop, &Horn::DevPause, &Horn::DevResume);
   ExpectSlots(0, &StreamVbrc::SetBitRate);
   ExpectSlots(3, &StreamVbrc::BitRateControlSupportedList, &StreamVbrc::IsSupport,
               &StreamVbrc::SelectBitRateControl);

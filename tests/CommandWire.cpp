@@ -129,8 +129,8 @@ class Served : public ::testing::Test {
  private:
   Ends _ends;
   std::uint32_t _number = 0;
-  rtos::Directory _directory;
-  rtos::Connection _connection{std::move(_ends.far), OddElements(), _directory};
+  rtos::RealTimeSide _side{OddElements()};
+  rtos::Connection _connection{std::move(_ends.far), _side};
   std::thread _thread{[this] { _connection.Serve(); }};
 };
 

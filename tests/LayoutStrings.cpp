@@ -5,6 +5,7 @@
 #include <regex>
 
 #include "Fixture.h"
+#include "tessel/IAacSource.h"
 #include "tessel/IYuvSource.h"
 
 namespace tessel::tests {
@@ -300,6 +301,33 @@ TEST_F(Layouts, TellWhatWasSetBefore) {
   camera->SelectBitRateControl(camera->kConstant);
   trace = OpenAndTrace(camera, "1");
   EXPECT_EQ(trace[1], begin + "0,vbrc=" + _block + ",fr=15" + session);
+}
+
+TEST_F(Layouts, OfSoundBeginWithTheMicrophone) {
+  ASSERT_NE(dev::IAudioDevice::Microphone("dualos"), nullptr);
+  const auto pcm = MakeKnown<api::streaming::IPcmSource>("ApiPcmSource-dualos-pull");
+  pcm->SetSampleRate(-1);  // stored unchecked
+  pcm->SetChannels(0);
+  const std::string place = "plugin/api/linux/PcmSource.cpp/#/";
+  Lines trace = OpenAndTrace(pcm, "1");
+  EXPECT_EQ(trace[1], place + "AppStringCreate0:\t");
+  EXPECT_EQ(trace[2], place + "SelectMicrophone:\tdualos");
+  EXPECT_EQ(trace[3], place +
+                          "AppStringCreate0:\ttype=pipeline,layout={pv-pcm-src:id=1+PcmFilter:"
+                          "rate=-1,ch=0+ShmSink:name=shmsink,session_name=" +
+                          _session + ",init=true}");
+  const auto aac = MakeKnown<api::streaming::IAacSource>("ApiAacSource-dualos-push");
+  aac->SetTargetChannels(1);
+  aac->SetBitRate(96);
+  aac->SetProfile("MAIN");
+  aac->SetBandWidth(-7);
+  trace = OpenAndTrace(aac, "1");
+  EXPECT_EQ(trace[1], place + "SelectMicrophone:\tdualos");
+  EXPECT_EQ(trace[2],
+            "plugin/api/linux/AacSource.cpp/#/AppStringCreate0:\ttype=pipeline,layout={pv-pcm-src:"
+            "+PcmFilter:rate=48000+aac-encoder:name=aac,profile=MAIN,br=96,ch=1,bw=-7+ShmSink:"
+            "name=shmsink,session_name=" +
+                _session + ",init=true}");
 }
 
 // "@" stands for the block's address, "$" for the session; each chain stands in the trace of the

@@ -84,9 +84,9 @@ template <typename Class>
 std::unique_ptr<Element> Make() {
   return std::make_unique<Class>();
 }
-constexpr ElementRow kElements[] = {{"pv-yuv-src-adv", &Make<OddSource>, std::nullopt},
-                                    {"h264-encoder-dma", &Make<OddEncoder>, std::nullopt},
-                                    {"ShmSink", &Make<ShmSink>, std::nullopt}};
+constexpr ElementRow kElements[] = {{"pv-yuv-src-adv", &Make<OddSource>},
+                                    {"h264-encoder-dma", &Make<OddEncoder>},
+                                    {"ShmSink", &Make<ShmSink>}};
 
 void Answer(int socket, std::uint32_t number, const std::string& text) {
   SendMessage(socket, {WireMessage::kAnswer, number, text});
@@ -150,8 +150,8 @@ int RunOddFarSide(const std::string& behaviour, link::UniqueFd connection) {
   } else if (behaviour == "delays") {
     Delay(connection.Get());
   } else {
-    Directory directory;
-    Connection(std::move(connection), OddElements(), directory).Serve();
+    RealTimeSide side{OddElements()};
+    Connection(std::move(connection), side).Serve();
   }
   return 0;
 }

@@ -23,7 +23,7 @@ bool ShmSource::configure(AttrSet& set) {
   if (Failed(_far_side == nullptr, "!_far_side", "no real-time side for apphd=", handle)) {
     return false;
   }
-  _session = _far_side->FindSession(ApplicationHandle(handle), _session_name);
+  _session = _far_side->FindSession(ObjectHandle(handle), _session_name);
   if (Failed(_session == nullptr, "!_session", "no session ", _session_name,
              " in apphd=", _handle)) {
     return false;

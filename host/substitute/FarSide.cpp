@@ -13,6 +13,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "DeviceSettings.h"
 #include "Places.h"
 #include "quill/Debug.h"
 #include "quill/Host.h"
@@ -70,9 +71,16 @@ AttrSet DescribeArea(std::uint64_t offset, std::size_t size_bytes) {
   return area;
 }
 
-// False when the sensor's name cannot be written as text.
-bool DescribeBoard(const host::Options& options, AttrSet& board) {
-  if (!board.Add("sensor", AbsoluteInput(options.sensor))) return false;
+// False, with `error`, when the name of an input cannot be written as text.
+bool DescribeBoard(const host::Options& options, AttrSet& board, std::string& error) {
+  if (!board.Add("sensor", AbsoluteInput(options.sensor))) {
+    error = "sensor \"" + options.sensor + "\" has a name with unbalanced braces";
+    return false;
+  }
+  if (!board.Add("mic", AbsoluteInput(options.mic))) {
+    error = "microphone \"" + options.mic + "\" has a name with unbalanced braces";
+    return false;
+  }
   board.Add("loop", options.loop);
   board.Add("paced", options.paced);
   return board.Add("slots", options.session_slots);
@@ -80,7 +88,7 @@ bool DescribeBoard(const host::Options& options, AttrSet& board) {
 
 }  // namespace
 
-std::uint64_t ApplicationHandle(const char* text) {
+std::uint64_t ObjectHandle(const char* text) {
   return text == nullptr ? 0 : std::strtoull(text, nullptr, 16);
 }
 
@@ -100,6 +108,10 @@ std::shared_ptr<FarSide> FarSide::Ensure(std::string& error) {
   std::shared_ptr<FarSide> fresh(new FarSide);
   if (!fresh->Start(error)) return nullptr;
   current = fresh;
+  DeviceSettings::Globle().Restore([&current](AttrSet& args) {
+    std::string refusal;
+    return current->Run(args, refusal);
+  });
   return current;
 }
 
@@ -177,6 +189,7 @@ bool FarSide::Spawn(std::string& error) {
     return false;
   }
   std::vector<std::string> words = {program, "--connection=" + std::to_string(kTheirSocket)};
+  if (!options.board.empty()) words.push_back("--board=" + options.board);
   words.insert(words.end(), options.far_side_arguments.begin(), options.far_side_arguments.end());
   std::vector<char*> arguments;
   arguments.reserve(words.size() + 1);
@@ -262,12 +275,8 @@ bool FarSide::Run(AttrSet& args, std::string& error) {
 }
 
 bool FarSide::Create(AttrSet& body, nanoseconds timeout, AttrSet& answer, std::string& error) {
-  const host::Options options = host::GetOptions();
   AttrSet board;
-  if (!DescribeBoard(options, board)) {
-    error = "sensor \"" + options.sensor + "\" has a name with unbalanced braces";
-    return false;
-  }
+  if (!DescribeBoard(host::GetOptions(), board, error)) return false;
   body.Add("board", board.ToString(false));
   std::vector<std::string> names;
   FindSessions(body.ToString(false).c_str(), names);
@@ -305,7 +314,7 @@ bool FarSide::Create(AttrSet& body, nanoseconds timeout, AttrSet& answer, std::s
   };
   auto outcome = std::make_shared<Outcome>();  // guarded by _mutex
   const Answer adopt = [this, application, outcome](const AttrSet& created) {
-    const std::uint64_t handle = ApplicationHandle(created.Get("object_base"));
+    const std::uint64_t handle = ObjectHandle(created.Get("object_base"));
     if (handle == 0) return;
     {
       const std::lock_guard lock(_mutex);
@@ -340,7 +349,7 @@ FarSide::Answer FarSide::Forget(std::uint64_t handle) {
 
 bool FarSide::Destroy(const AttrSet& body, nanoseconds timeout, AttrSet& answer,
                       std::string& error) {
-  const std::uint64_t handle = ApplicationHandle(body.Get("object_base"));
+  const std::uint64_t handle = ObjectHandle(body.Get("object_base"));
   if (handle == 0) {
     error = "no object_base=";
     return false;
@@ -443,7 +452,7 @@ void FarSide::TakeAnswer(std::uint32_t number, const std::string& text) {
 void FarSide::TakeEvent(const std::string& text) {
   AttrSet event;
   const char* kind = event.Parse(text.c_str()) ? event.Get("event") : nullptr;
-  const std::uint64_t handle = ApplicationHandle(event.Get("object_base"));
+  const std::uint64_t handle = ObjectHandle(event.Get("object_base"));
   if (kind == nullptr || handle == 0) return;
   std::vector<std::shared_ptr<Session>> sessions;
   {

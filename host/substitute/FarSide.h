@@ -20,9 +20,9 @@
 
 namespace quill::stream {
 
-// The number behind the hexadecimal text of an application's handle; 0, which is no handle, for
+// The number behind the hexadecimal text of a handle; 0, which is no handle, for
 // null or a text that is none.
-std::uint64_t ApplicationHandle(const char* text);
+std::uint64_t ObjectHandle(const char* text);
 
 // One connection, alive until the other side dies; the next command then makes a new one. All that
 // belongs to a connection dies with it, but for frames still held. Any thread.

@@ -6,6 +6,7 @@
 #include <dlfcn.h>
 
 #include "Construction.h"
+#include "DeviceSettings.h"
 #include "Element.h"
 #include "FarSide.h"
 #include "Places.h"
@@ -44,9 +45,15 @@ Entry& TheEntry() {
 
 // "shm0_cmd": a request to the real-time side, which is started by the first one.
 bool RunShm0Command(AttrSet& args) {
-  std::string error;
-  const auto far_side = stream::FarSide::Ensure(error);
+  const char* text = args.Get("cmd");
+  const std::string command = text == nullptr ? "" : text;
+  // A setting is for a device that was probed: where that is gone, nothing is started for it.
+  const bool is_setting = command == "SetAudioDriver";
+  if (is_setting) stream::DeviceSettings::Globle().Note(args);
+  std::string error = "no device was probed";
+  const auto far_side = is_setting ? stream::FarSide::Current() : stream::FarSide::Ensure(error);
   const bool done = far_side != nullptr && far_side->Run(args, error);
+  if (done && command == "ProbeAudioDriver") stream::DeviceSettings::Globle().Learn(args);
   return !stream::Failed(!done, "!far_side->Run(args)", error);
 }
 

@@ -18,7 +18,7 @@ class Media : public virtual base::Object, public IMedia {
   explicit Media(const base::AttrSet& description);
 
   bool IsCodec(const char* name) const override;
-  const std::string& Text() const { return _text; }
+  std::string ToString() const override { return _text; }
 
   using IMedia::Get;
   using Object::Get;

@@ -40,7 +40,8 @@ std::string FindLibrary(const std::string& name) {
 }
 
 std::string AbsoluteInput(const std::string& input) {
-  if (input == "test" || input.empty()) return input;
+  const std::string kind = input.substr(0, input.find(':'));
+  if (kind.empty() || kind == "test" || kind == "tone" || kind == "alsa") return input;
   std::error_code failure;
   const fs::path path = fs::absolute(input, failure);
   return failure ? input : path.string();

@@ -1,4 +1,5 @@
 // The table of the board's elements.
+#include "AacEncoder.h"
 #include "CameraSource.h"
 #include "Element.h"
 #include "FrameDroper.h"
@@ -6,6 +7,8 @@
 #include "H264Encoder.h"
 #include "H264VBrc.h"
 #include "JpegEncoder.h"
+#include "MicrophoneSource.h"
+#include "PcmFilter.h"
 #include "ShmSink.h"
 
 namespace tessel::rtos {
@@ -17,14 +20,17 @@ std::unique_ptr<Element> Make() {
 }
 
 constexpr ElementRow kElements[] = {
-    {"pv-yuv-src-adv", &Make<CameraSource>, std::nullopt},
-    {"FrameTrigger", &Make<FrameTrigger>, std::nullopt},
-    {"FrameDroper", &Make<FrameDroper>, std::nullopt},
-    {"h264-encoder-dma", &Make<H264Encoder>, Colours::kVideo},
-    {"jpeg-encoder-dma", &Make<JpegEncoder>, Colours::kJpeg},
-    {"jpeg-encoder", &Make<JpegEncoder>, Colours::kJpeg},
-    {"H264VBrc", &Make<H264VBrc>, std::nullopt},
-    {"ShmSink", &Make<ShmSink>, std::nullopt},
+    {"pv-yuv-src-adv", &Make<CameraSource>},
+    {"pv-pcm-src", &Make<MicrophoneSource>},
+    {"PcmFilter", &Make<PcmFilter>},
+    {"FrameTrigger", &Make<FrameTrigger>},
+    {"FrameDroper", &Make<FrameDroper>},
+    {"h264-encoder-dma", &Make<H264Encoder>, true, Colours::kVideo},
+    {"jpeg-encoder-dma", &Make<JpegEncoder>, true, Colours::kJpeg},
+    {"jpeg-encoder", &Make<JpegEncoder>, true, Colours::kJpeg},
+    {"aac-encoder", &Make<AacEncoder>, true},
+    {"H264VBrc", &Make<H264VBrc>},
+    {"ShmSink", &Make<ShmSink>},
 };
 
 }  // namespace

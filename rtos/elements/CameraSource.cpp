@@ -16,6 +16,7 @@ constexpr int kMostRate = 1000;  // frames/s
 // A capture that is later than both was held up from outside: what was missed is not caught up.
 constexpr int kMostPeriodsLate = 3;
 constexpr std::int64_t kTolerableLatenessNs = 50'000'000;
+constexpr std::int64_t kLampNs = 100'000'000;  // for how long the test pattern's lamp is lit
 
 bool ReadSide(const AttrSet& params, const char* key, int most, int& side, std::string& error) {
   const char* text = params.Get(key);
@@ -27,6 +28,13 @@ bool ReadSide(const AttrSet& params, const char* key, int most, int& side, std::
   error = std::string(key) + "=" + text + " is not an even number in " +
           std::to_string(kLeastSide) + ".." + std::to_string(most);
   return false;
+}
+
+// The tone beeps from each whole second of CLOCK_MONOTONIC on. The picture nearest to it is lit, and
+// what follows in the next moment.
+bool IsLampTime(const Unit& unit) {
+  const std::int64_t period_ns = kSecondNs / unit.frames_per_second;
+  return (unit.time_ns + period_ns / 2) % kSecondNs < std::max(kLampNs, period_ns);
 }
 
 }  // namespace
@@ -175,31 +183,31 @@ Verdict CameraSource::Process(Unit& unit) {
   }
   if (!_writes_slot) {
     unit.picture = _buffer.Get();
-    return FillBuffer(unit.capture);
+    return FillBuffer(unit);
   }
   const Picture slot = PackedPicture(*_format, _width, _height, unit.room.data());
   unit.picture = IsPlanar420(*_format) ? slot : Picture();
   unit.size_bytes = _picture_bytes;
   unit.is_key = true;  // every raw picture stands alone
-  if (!_buffer) return Make(unit.capture, slot);
-  const Verdict verdict = FillBuffer(unit.capture);
+  if (!_buffer) return Make(unit, slot);
+  const Verdict verdict = FillBuffer(unit);
   if (verdict == Verdict::kPass) CopyPicture(*_format, _buffer.Get(), slot);
   return verdict;
 }
 
 // The picture of the input may be the last one's still.
-Verdict CameraSource::FillBuffer(std::uint32_t capture) {
+Verdict CameraSource::FillBuffer(const Unit& unit) {
   if (_buffer_is_current) return Verdict::kPass;
-  const Verdict verdict = Make(capture, _buffer.Get());
+  const Verdict verdict = Make(unit, _buffer.Get());
   _buffer_is_current = _input != nullptr && verdict == Verdict::kPass;
   return verdict;
 }
 
-Verdict CameraSource::Make(std::uint32_t capture, const Picture& into) {
+Verdict CameraSource::Make(const Unit& unit, const Picture& into) {
   if (_input != nullptr) {
     return _input->Render(*_scaler, into) ? Verdict::kPass : FailWith(_input->Error());
   }
-  _pattern->Draw(capture, _scaler == nullptr ? into : _drawn.Get());
+  _pattern->Draw(unit.capture, _scaler == nullptr ? into : _drawn.Get(), IsLampTime(unit));
   if (_scaler == nullptr || _scaler->Scale(_drawn.Get(), into)) return Verdict::kPass;
   return FailWith("cannot convert the test pattern");
 }

@@ -52,8 +52,8 @@ class CameraSource : public Source {
   bool OpenSensor(const Board& board, Colours colours, std::string& error);
   void Describe(AttrSet& description) const;
   Verdict AdvanceInput();
-  Verdict FillBuffer(std::uint32_t capture);
-  Verdict Make(std::uint32_t capture, const Picture& into);
+  Verdict FillBuffer(const Unit& unit);
+  Verdict Make(const Unit& unit, const Picture& into);
 
   // Constant after Open.
   int _width = 0;

@@ -7,6 +7,10 @@ namespace tessel::rtos {
 bool ShmSink::Open(const Context& context, const AttrSet& params, Media& media,
                    std::string& error) {
   if (!CheckKnown(params, {"name", "session_name", "init"}, error)) return false;
+  if (media.description.Pairs().empty()) {
+    error = "no element in front makes what Linux could take";
+    return false;
+  }
   const char* name = params.Get("session_name");
   if (name == nullptr) {
     error = "no session_name=";
@@ -21,6 +25,10 @@ bool ShmSink::Open(const Context& context, const AttrSet& params, Media& media,
 }
 
 Verdict ShmSink::Process(Unit& unit) {
+  if (unit.room.empty()) {
+    CountDropped();
+    return Verdict::kPass;
+  }
   _producer->Publish(unit.size_bytes, unit.sequence, unit.time_ns, unit.is_key);
   return Verdict::kPass;
 }

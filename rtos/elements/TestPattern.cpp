@@ -36,6 +36,11 @@ constexpr int kMostNoise = 28;
 // How far the noise may be shifted. Enough places that a picture's noise is new to the encoder.
 constexpr int kNoisePlacesX = 256;
 constexpr int kNoisePlacesY = 64;
+// Where the lamp's middle is: in the last bar, which is black, above and right of the digits.
+constexpr int kLampColumn = 15;    // of 16
+constexpr int kLampRow = 9;        // of 48
+constexpr int kLeastLampSide = 8;  // luma samples
+
 constexpr int kTextureSpeed = 4;  // luma samples a picture
 
 // 75 % bars.
@@ -101,18 +106,28 @@ std::uint64_t CellsOf(std::uint32_t number) {
   return std::uint64_t{1} << (kColumns - 1) | std::uint64_t{number} << 1;
 }
 
-// The mean over the inner half of the cell in `column` and `row`, where neighbours do not bleed in.
-int CellLevel(const std::uint8_t* luma, int stride, int width, int height, int column, int row) {
-  const int left = (4 * column + 1) * width / (4 * kColumns);
-  const int right = std::max(left + 1, (4 * column + 3) * width / (4 * kColumns));
-  const int top = (4 * row + 1) * height / (4 * kCellRowsPerPicture);
-  const int bottom = std::max(top + 1, (4 * row + 3) * height / (4 * kCellRowsPerPicture));
+int MeanOf(const std::uint8_t* luma, int stride, int left, int top, int right, int bottom) {
   std::int64_t sum = 0;
   for (int y = top; y < bottom; ++y) {
     const std::uint8_t* line = luma + std::ptrdiff_t{y} * stride;
     for (int x = left; x < right; ++x) sum += line[x];
   }
   return static_cast<int>(sum / (std::int64_t{right - left} * (bottom - top)));
+}
+
+// The mean over the inner half of the cell in `column` and `row`, where neighbours do not bleed in.
+int CellLevel(const std::uint8_t* luma, int stride, int width, int height, int column, int row) {
+  const int left = (4 * column + 1) * width / (4 * kColumns);
+  const int right = std::max(left + 1, (4 * column + 3) * width / (4 * kColumns));
+  const int top = (4 * row + 1) * height / (4 * kCellRowsPerPicture);
+  const int bottom = std::max(top + 1, (4 * row + 3) * height / (4 * kCellRowsPerPicture));
+  return MeanOf(luma, stride, left, top, right, bottom);
+}
+
+// 0 where the picture is too small for a lamp.
+int LampSide(int width, int height) {
+  const int side = std::min(EvenPart(height, 1, 8), EvenPart(width, 1, 10));
+  return side < kLeastLampSide ? 0 : side;
 }
 
 void CopyPlane(const std::uint8_t* from, int width, int height, std::uint8_t* to, int stride) {
@@ -133,6 +148,7 @@ TestPattern::TestPattern(int width, int height, Colours colours)
       _colours(colours),
       _black(Show({kBlack, kGrey, kGrey})),
       _white(Show({kWhite, kGrey, kGrey})),
+      _grey(Show({kGrey, kGrey, kGrey})),
       _red(Show({82, 90, 240})),
       _bars_top(EvenPart(height, 2, kCellRowsPerPicture) + 2),
       _bars_bottom(EvenPart(height, 2, 3)) {
@@ -181,7 +197,7 @@ void TestPattern::DrawBackground() {
   }
 }
 
-void TestPattern::Draw(std::uint32_t number, const Picture& picture) const {
+void TestPattern::Draw(std::uint32_t number, const Picture& picture, bool is_lit) const {
   // Whatever lies in the planes is written over whole. Only mending what moved would save a copy
   // that costs a fraction of a millisecond, at the price of trusting slots that others had in hand.
   for (int plane = 1; plane < 3; ++plane) {
@@ -194,6 +210,7 @@ void TestPattern::Draw(std::uint32_t number, const Picture& picture) const {
   DrawNoise(number, picture);
   DrawMovers(number, picture);
   DrawDigits(number, picture);
+  DrawLamp(picture, is_lit);  // last: the box and the line pass behind it
 }
 
 void TestPattern::Fill(const Picture& picture, Box box, Colour colour) const {
@@ -296,6 +313,17 @@ void TestPattern::DrawDigits(std::uint32_t number, const Picture& picture) const
   }
 }
 
+void TestPattern::DrawLamp(const Picture& picture, bool is_lit) const {
+  const int side = LampSide(_width, _height);
+  if (side == 0) return;
+  const int left = EvenPart(_width, kLampColumn, 16) - side / 2;
+  const int top = EvenPart(_height, kLampRow, 48) - side / 2;
+  const int frame = std::max(2, EvenPart(side, 1, 8));
+  Fill(picture, {left, top, side, side}, _grey);
+  Fill(picture, {left + frame, top + frame, side - 2 * frame, side - 2 * frame},
+       is_lit ? _white : _black);
+}
+
 bool ReadFrameNumber(const std::uint8_t* luma, int stride, int width, int height,
                      std::uint32_t& number) {
   if (width < kLeastCellsWidth || height < kLeastCellsHeight) return false;
@@ -310,6 +338,15 @@ bool ReadFrameNumber(const std::uint8_t* luma, int stride, int width, int height
   if (cells != CellsOf(shown)) return false;
   number = shown;
   return true;
+}
+
+bool IsLampLit(const std::uint8_t* luma, int stride, int width, int height) {
+  const int side = LampSide(width, height);
+  if (side == 0) return false;
+  const int x = EvenPart(width, kLampColumn, 16);
+  const int y = EvenPart(height, kLampRow, 48);
+  const int reach = side / 4;
+  return MeanOf(luma, stride, x - reach, y - reach, x + reach, y + reach) > kGrey;
 }
 
 }  // namespace tessel::rtos

@@ -4,7 +4,8 @@
 // clang-format off
 //   ┌─┬─┬─┬─┬─ … ─┬─┐  34 cells: a white one, 32 bits with the highest first (1 is white), a black one
 //   ├─┼─┼─┼─┼─ … ─┼─┤  the same cells inverted: a reader compares and needs no threshold
-//   │  colour bars  │  a plate with the number in digits, a box that bounces, a line that sweeps
+//   │  colour bars  │  a plate with the number in digits, a box that bounces, a line that sweeps, and
+//   │            □  │  a lamp, so that pictures can be compared with sound
 //   ├───────┬───────┤
 //   │texture│ noise │  the texture pans; the noise is new in each picture
 //   └───────┴───────┘
@@ -24,9 +25,10 @@ class TestPattern {
   // `width` x `height` luma samples, even, at least 16 x 16.
   TestPattern(int width, int height, Colours colours);
 
-  // Draws picture `number` into the planes of `picture`, every sample of them. The same number
-  // always gives the same picture. REQUIRES: `picture` has the size given at construction.
-  void Draw(std::uint32_t number, const Picture& picture) const;
+  // Draws picture `number` into the planes of `picture`, every sample of them, its lamp lit or not.
+  // The same arguments always give the same picture. REQUIRES: `picture` has the size given at
+  // construction.
+  void Draw(std::uint32_t number, const Picture& picture, bool is_lit) const;
 
  private:
   // A rectangle in luma samples; Fill() rounds it to whole chroma samples.
@@ -47,6 +49,7 @@ class TestPattern {
   void DrawNoise(std::uint32_t number, const Picture& picture) const;
   void DrawMovers(std::uint32_t number, const Picture& picture) const;
   void DrawDigits(std::uint32_t number, const Picture& picture) const;
+  void DrawLamp(const Picture& picture, bool is_lit) const;
 
   // Constant after construction.
   int _width;
@@ -54,6 +57,7 @@ class TestPattern {
   Colours _colours;
   Colour _black;
   Colour _white;
+  Colour _grey;
   Colour _red;
   int _bars_top;
   int _bars_bottom;
@@ -68,5 +72,8 @@ class TestPattern {
 // inverted twins or the picture is too small to hold them. `stride` in bytes. Any thread.
 bool ReadFrameNumber(const std::uint8_t* luma, int stride, int width, int height,
                      std::uint32_t& number);
+// Whether the lamp of such a picture is lit; false where the picture is too small to hold one. Any
+// thread. REQUIRES: it is a picture of the pattern: ReadFrameNumber() has read its number.
+bool IsLampLit(const std::uint8_t* luma, int stride, int width, int height);
 
 }  // namespace tessel::rtos

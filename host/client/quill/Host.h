@@ -29,8 +29,15 @@ struct Options {
   // connection is made.
   std::string far_side_socket;
 
+  // File that describes the audio devices of the board of a real-time side that is started here
+  // (doc/audio.md); empty: the usual ones. Read when it is started.
+  std::string board;
+
   // Board inputs; read whenever a chain is created on the real-time side.
   std::string sensor = "test";  // "test", "/dev/video*", or a media file
+  // "test": a tone with a beep each second; "tone" or "tone:HZ" without beeps; "alsa" or
+  // "alsa:DEVICE"; or a media file.
+  std::string mic = "test";
   bool loop = true;             // a media file starts anew at its end
   bool paced = true;            // live; else as fast as frames are taken, and none is dropped
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 #include "quill/IParam.h"
 #include "quill/Reference.h"
@@ -31,6 +32,7 @@ class QUILL_PUBLIC IMedia : public virtual base::IParam {
  public:
   using IParam::Get;
   virtual bool IsCodec(const char* name) const = 0;  // "h264", in any case
+  virtual std::string ToString() const = 0;          // the description as text
 };
 
 }  // namespace quill::stream

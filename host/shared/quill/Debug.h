@@ -77,14 +77,20 @@ void Fail(const At& text, const Details&... details) {
   static_cast<void>(Failed(true, text, details...));
 }
 
-// A cyan line of `text` and `details`, without anything between.
+// A line in `colour` of `text` and `details`, without anything between.
 template <typename... Details>
-void Trace(const At& text, const Details&... details) {
+void TraceIn(const char* colour, const At& text, const Details&... details) {
   if (!__dbg_couts[kTrace]->IsEnabled()) return;
   base::ostream_string message;
   message << text.text;
   if constexpr (sizeof...(details) > 0) (message << ... << details);
-  WriteLine(kTrace, kCyan, text, message.str());
+  WriteLine(kTrace, colour, text, message.str());
+}
+
+// The same in cyan, as most traces are.
+template <typename... Details>
+void Trace(const At& text, const Details&... details) {
+  TraceIn(kCyan, text, details...);
 }
 
 }  // namespace quill::stream

@@ -1,5 +1,6 @@
 // The plug-in's entry: announces it to the host when it is loaded and registers its classes when
 // the host asks. Registration runs on the host's loading thread.
+#include "AacSource.h"
 #include "Catalogue.h"
 #include "H264Source.h"
 #include "H264SourceTrigger.h"
@@ -7,7 +8,10 @@
 #include "H264SourceVbrcTrigger.h"
 #include "JpegSource.h"
 #include "JpegSourceTrigger.h"
+#include "Microphone.h"
+#include "PcmSource.h"
 #include "quill/Factory.h"
+#include "Speaker.h"
 #include "YuvSource.h"
 #include "YuvSourceFake.h"
 
@@ -29,18 +33,38 @@ IClass* EnterSource(const char* name) {
   return TClass<bool>::Enter<Class>(name);
 }
 
+// A device, whose constructor takes nothing.
+template <typename Class>
+IClass* EnterDevice(const char* name) {
+  return TClass<>::Enter<Class>(name);
+}
+
 // What a source can deliver, attached as a `std::vector` of its media records.
-template <typename MediaInfo>
-void TagFormats(IClass& record) {
+template <typename MediaInfo, std::size_t kCount>
+void Tag(IClass& record, const MediaInfo (&formats)[kCount]) {
   using List = std::vector<MediaInfo>;
-  record.Tags(new List{MediaInfo()}, &typeid(List),
+  record.Tags(new List(std::begin(formats), std::end(formats)), &typeid(List),
               [](void* list) { delete static_cast<List*>(list); });
 }
 
-using api::streaming::common::YuvMediaInfo;
+void TagYuvFormats(IClass& record) { Tag(record, {api::streaming::common::YuvMediaInfo()}); }
+
+void TagPcmFormats(IClass& record) {
+  static constexpr api::streaming::common::PcmMediaInfo kFormats[] = {
+      {48000, 1, 1, 16}, {48000, 2, 1, 16}, {44100, 1, 1, 16}, {44100, 2, 1, 16}, {32000, 1, 1, 16},
+      {32000, 2, 1, 16}, {16000, 1, 1, 16}, {16000, 2, 1, 16}, {8000, 1, 1, 16},  {8000, 2, 1, 16},
+  };
+  Tag(record, kFormats);
+}
 
 // In the order of registration.
 constexpr CatalogueRow kCatalogue[] = {
+    {"ApiPcmSource1", "ApiPcmSource-dualos-push", "ApiPcmSource-dualos-pull",
+     &EnterSource<PcmSource>, &TagPcmFormats},
+    {"ApiAacSource1", "ApiAacSource-dualos-push", "ApiAacSource-dualos-pull",
+     &EnterSource<AacSource>, nullptr},
+    {"Speaker-ApiSpeaker-dualos", nullptr, nullptr, &EnterDevice<Speaker>, nullptr},
+    {"Microphone-ApiMicrophone-dualos", nullptr, nullptr, &EnterDevice<Microphone>, nullptr},
     {"ApiJpegSourceCbrc1", "ApiJpegSource-dualos-cbrc-push", "ApiJpegSource-dualos-cbrc-pull",
      &EnterSource<JpegSource>, nullptr},
     {"ApiJpegSourceTrigger1", "ApiJpegSourceTrigger-dualos-trigger-push",
@@ -54,12 +78,16 @@ constexpr CatalogueRow kCatalogue[] = {
     {"ApiH264SourceVbrcTrigger1", "ApiH264Source-dualos-vbrc-trigger-push",
      "ApiH264Source-dualos-vbrc-trigger-pull", &EnterSource<H264SourceVbrcTrigger>, nullptr},
     {"ApiYuvSource1", "ApiYuvSource-dualos-push", "ApiYuvSource-dualos-pull",
-     &EnterSource<YuvSource>, &TagFormats<YuvMediaInfo>},
+     &EnterSource<YuvSource>, &TagYuvFormats},
     {"ApiYuvSourceFake1", "ApiYuvSource-dualos-push-fake", "ApiYuvSource-dualos-pull-fake",
-     &EnterSource<YuvSourceFake>, &TagFormats<YuvMediaInfo>},
+     &EnterSource<YuvSourceFake>, &TagYuvFormats},
 };
 
 enum Row {
+  kPcmSource,
+  kAacSource,
+  kSpeaker,
+  kMicrophone,
   kJpegSource,
   kJpegSourceTrigger,
   kH264Source,
@@ -99,6 +127,10 @@ extern "C" {
 TESSEL_PUBLIC const char* __MODULE_string =  // NOLINT(bugprone-reserved-identifier)
     tessel::dualos::kModuleString;
 
+TESSEL_PUBLIC void RegisterApiPcmSource(const char*) { RegisterRow(tessel::dualos::kPcmSource); }
+TESSEL_PUBLIC void RegisterApiAacSource(const char*) { RegisterRow(tessel::dualos::kAacSource); }
+TESSEL_PUBLIC void RegisterApiSpeaker(const char*) { RegisterRow(tessel::dualos::kSpeaker); }
+TESSEL_PUBLIC void RegisterApiMicrophone(const char*) { RegisterRow(tessel::dualos::kMicrophone); }
 TESSEL_PUBLIC void RegisterApiJpegSource(const char*) { RegisterRow(tessel::dualos::kJpegSource); }
 TESSEL_PUBLIC void RegisterApiJpegSourceTrigger(const char*) {
   RegisterRow(tessel::dualos::kJpegSourceTrigger);
@@ -119,6 +151,10 @@ TESSEL_PUBLIC void RegisterApiYuvSourceFake(const char*) {
 }
 
 TESSEL_PUBLIC void RegisterPluginApiStreaming(const char*) {
+  RegisterApiPcmSource(nullptr);
+  RegisterApiAacSource(nullptr);
+  RegisterApiSpeaker(nullptr);
+  RegisterApiMicrophone(nullptr);
   RegisterApiJpegSource(nullptr);
   RegisterApiJpegSourceTrigger(nullptr);
   RegisterApiH264Source(nullptr);

@@ -6,8 +6,9 @@
 
 namespace tessel::dualos {
 
-using quill::stream::At;
 using quill::stream::Failed;
+using quill::stream::kMagenta;
+using quill::stream::TraceIn;
 using std::chrono::nanoseconds;
 
 namespace {
@@ -24,14 +25,6 @@ std::unique_ptr<std::uint32_t[]> MakeBuffer(int size_bytes) {
 
 const std::uint8_t* BytesOf(const std::uint32_t* words) {
   return reinterpret_cast<const std::uint8_t*>(words);
-}
-
-template <typename Value>
-void Notice(const At& name, const Value& value) {
-  if (!quill::stream::__dbg_couts[quill::stream::kTrace]->IsEnabled()) return;
-  quill::base::ostream_string message;
-  message << name.text << value;
-  quill::stream::WriteLine(quill::stream::kTrace, quill::stream::kMagenta, name, message.str());
 }
 
 }  // namespace
@@ -67,9 +60,9 @@ void YuvSourceFake::SetFrameRate(int frames_per_second) {
 }
 
 bool YuvSourceFake::Open() {
-  Notice("_yuv.width=", _yuv.width);
-  Notice("_yuv.height=", _yuv.height);
-  Notice("_yuv.format=", _yuv.format);
+  TraceIn(kMagenta, "_yuv.width=", _yuv.width);
+  TraceIn(kMagenta, "_yuv.height=", _yuv.height);
+  TraceIn(kMagenta, "_yuv.format=", _yuv.format);
   return true;
 }
 

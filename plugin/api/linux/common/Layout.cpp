@@ -6,22 +6,41 @@ using quill::stream::VbrcBlock;
 
 namespace {
 
+constexpr char kHead[] = "type=pipeline,layout={";
+
 int Read(const VbrcBlock::Word& word) { return word.load(std::memory_order_relaxed); }
 
 }  // namespace
 
+Layout::Layout(const std::string& source) { _text << kHead << source; }
+
 Layout::Layout(const VbrcBlock& block, int width, int height)
     : _block(&block), _address(quill::base::ToString<const void*>(&block)) {
-  Camera(width, height);
+  _text << kHead << Camera(width, height);
 }
 
-Layout::Layout(int width, int height, const std::string& format) : _block(nullptr) {
-  Camera(width, height);
-  _text << ",fmt=" << format;
+Layout::Layout(int width, int height, const std::string& format)
+    : Layout(Camera(width, height) + ",fmt=" + format) {}
+
+std::string Layout::Camera(int width, int height) {
+  return "pv-yuv-src-adv:w=" + std::to_string(width) + ",h=" + std::to_string(height);
 }
 
-void Layout::Camera(int width, int height) {
-  _text << "type=pipeline,layout={pv-yuv-src-adv:w=" << width << ",h=" << height;
+Layout& Layout::PcmFilter(int samples_per_second) {
+  _text << "+PcmFilter:rate=" << samples_per_second;
+  return *this;
+}
+
+Layout& Layout::Channels(int channels) {
+  _text << ",ch=" << channels;
+  return *this;
+}
+
+Layout& Layout::AacEncoder(const std::string& profile, int bit_rate_bps, int channels,
+                           int bandwidth_hz) {
+  _text << "+aac-encoder:name=aac,profile=" << profile << ",br=" << bit_rate_bps
+        << ",ch=" << channels << ",bw=" << bandwidth_hz;
+  return *this;
 }
 
 Layout& Layout::FrameTrigger() {

@@ -1,4 +1,4 @@
-// The chains that the video sources ask for, as text. A layout string reads like the calls that
+// The chains that the sources ask for, as text. A layout string reads like the calls that
 // compose it; element names and the order of keys are what the real-time side was built for.
 #pragma once
 
@@ -10,7 +10,7 @@
 
 namespace tessel::dualos {
 
-// One chain, from the camera to the shared-memory sink. One thread.
+// One chain, from the camera or the microphone to the shared-memory sink. One thread.
 class Layout {
  public:
   // Elements that are steered get the address of `block`, and the encoder what stands in it now.
@@ -18,7 +18,13 @@ class Layout {
   // A chain of raw pictures, which nothing steers.
   Layout(int width, int height, const std::string& format);
 
-  // REQUIRES, all but ShmSink(): the chain is steered by a block.
+  // A chain of sound, which nothing steers; `params` of the microphone.
+  static Layout Microphone(const std::string& params) { return Layout("pv-pcm-src:" + params); }
+
+  Layout& PcmFilter(int samples_per_second);
+  Layout& Channels(int channels);  // of the filter
+  Layout& AacEncoder(const std::string& profile, int bit_rate_bps, int channels, int bandwidth_hz);
+  // REQUIRES, the rest but ShmSink(): the chain is steered by a block.
   Layout& FrameTrigger();
   Layout& FrameDroper();
   Layout& H264Encoder(const api::streaming::common::H264MediaInfo& info);
@@ -29,12 +35,13 @@ class Layout {
   std::string ShmSink(const std::string& session_name);
 
  private:
-  void Camera(int width, int height);
+  explicit Layout(const std::string& source);
+  static std::string Camera(int width, int height);
   // What the encoders have in common, behind their own keys.
   void EncoderClock();
 
-  const quill::stream::VbrcBlock* const _block;  // borrows; null: a chain of raw pictures
-  const std::string _address;                    // of the block
+  const quill::stream::VbrcBlock* const _block = nullptr;  // borrows; null: nothing is steered
+  const std::string _address;                              // of the block
   quill::base::ostream_string _text;
 };
 

@@ -1,0 +1,57 @@
+// An audio device of the camera: what it is, and its volume, automatic gain and mute.
+#pragma once
+
+#include "tessel/object_base.h"
+
+namespace tessel::dev {
+
+class IMicrophone;
+
+// Setters answer false when the device has no such control or the change did not reach it. Client's
+// thread, one at a time a device. The order of declaration is the order of the slots.
+class TESSEL_PUBLIC IAudioDevice {
+ public:
+  virtual ~IAudioDevice() = default;
+
+  virtual int DeviceID() const = 0;
+  virtual int Rate() const = 0;      // samples/s of each channel
+  virtual int Channels() const = 0;  //
+  virtual int Depth() const = 0;     // bits of a sample
+  virtual int Width() const = 0;     // bytes of a sample
+  virtual bool IsSupportVolumeControl() const = 0;
+  virtual bool Volume(int volume) = 0;  // brought into VolumeMin()..VolumeMax()
+  virtual int Volume() const = 0;
+  virtual int VolumeMax() const = 0;
+  virtual int VolumeMin() const = 0;
+  virtual bool IsSupportAutoGainControl() const = 0;
+  virtual bool AGC(bool is_on) = 0;
+  virtual bool AGC() const = 0;
+  virtual bool IsSupportMute() const = 0;
+  virtual bool Mute(bool is_muted) = 0;  // muting sets the volume to 0, for good
+  virtual bool Mute() const = 0;
+  virtual bool IsSupportGain() const = 0;
+  virtual bool Gain(int gain) = 0;
+  virtual int Gain() const = 0;
+  virtual int GainMax() const = 0;
+  virtual int GainMin() const = 0;
+
+  // The microphone of the back end `name` ("dualos"), made on first use and kept for the process's
+  // life; borrowed. Null when there is no such class, or the device could not be probed; the next
+  // call tries again. Any thread. Provided by the host.
+  static IMicrophone* Microphone(const char* name);
+};
+
+// The order of declaration is the order of the slots.
+class TESSEL_PUBLIC IAudioDeviceCtrl {
+ public:
+  virtual ~IAudioDeviceCtrl() = default;
+
+  virtual bool DevOpen() = 0;
+  virtual bool DevClose() = 0;
+  virtual bool DevStart() = 0;
+  virtual bool DevStop() = 0;
+  virtual bool DevPause() = 0;
+  virtual bool DevResume() = 0;
+};
+
+}  // namespace tessel::dev

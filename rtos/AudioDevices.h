@@ -1,0 +1,80 @@
+// The board's audio devices: what they are, which a description says, and how their controls stand,
+// which clients change. See doc/audio.md.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "quill/AttrSet.h"
+
+namespace tessel::rtos {
+
+using quill::base::AttrSet;
+
+// Any thread.
+class AudioDevice {
+ public:
+  // From its pairs in a description. Null with `error` naming what is missing, unknown or wrong.
+  static std::unique_ptr<AudioDevice> Create(const AttrSet& description, std::string& error);
+
+  int Rate() const { return _rate; }          // samples/s of each channel
+  int Channels() const { return _channels; }  //
+  // The factor that volume and mute come to, 0..1. The volume acts by the cube of its place between
+  // its limits, as on mixing desks: half way up is -18 dB.
+  float Gain() const;
+  bool IsLevelled() const { return _agc.load(std::memory_order_relaxed); }  // automatic gain
+
+  // Adds what a probe asks for.
+  void Describe(AttrSet& answer) const;
+  // Sets a control: "vol", "agc" or "mute". Muting sets the volume to 0, for good. False with
+  // `error` when the device has none of that name or the value is out of range.
+  bool Set(const std::string& control, const std::string& value, std::string& error);
+
+ private:
+  AudioDevice() = default;
+  bool Read(const AttrSet& description, std::string& error);
+  bool SetVolume(const std::string& value, std::string& error);
+
+  // Constant after Create.
+  int _rate = 0;
+  int _channels = 0;
+  bool _can_volume = false;
+  int _volume_min = 0;
+  int _volume_max = 100;
+  bool _can_agc = false;
+  bool _can_mute = false;
+
+  std::atomic<int> _volume{100};
+  std::atomic<bool> _agc{false};
+  std::atomic<bool> _mute{false};
+};
+
+// All of them, by kind: "Microphone" and "Speaker". Constant but for the controls. Any thread.
+class AudioDevices {
+ public:
+  // A microphone and a speaker with everything but automatic gain for the speaker.
+  static AudioDevices Usual();
+  // From the file `path`: `Microphone={…},Speaker={…}`. Line breaks, indentation and what follows a
+  // "#" do not count; a kind that is left out is not there. False with `error` naming file, device
+  // and key; the devices then stay as they were.
+  bool Load(const std::string& path, std::string& error);
+
+  // Null when the board has none of that kind.
+  const AudioDevice* Find(const std::string& kind) const;
+  // Serve "ProbeAudioDriver" and "SetAudioDriver". False with `error`.
+  bool Probe(const AttrSet& request, AttrSet& answer, std::string& error) const;
+  bool Set(const AttrSet& request, std::string& error);
+
+ private:
+  using Devices = std::map<std::string, std::unique_ptr<AudioDevice>>;
+  static bool Read(const AttrSet& description, Devices& devices, std::string& error);
+  AudioDevice* Known(const AttrSet& request, std::string& error) const;
+  std::string Handle(const std::string& kind) const;
+
+  Devices _devices;
+};
+
+}  // namespace tessel::rtos

@@ -1,0 +1,86 @@
+// The board's AAC encoder, "aac-encoder". Each unit is one frame of 1024 samples of each channel
+// behind its ADTS header. At most one comes of a block:
+//
+//   name      any text; only for people
+//   profile   LC, also called AAC-LC or low: the one there is
+//   br        8000..576000 bits/s, 128000. AAC allows 6 bits a sample: what exceeds that is brought
+//             down to it
+//   ch        1..2 channels; absent: as it comes
+//   bw        Hz up to which sound is kept, at most half the sample rate; 0: as the encoder likes
+//
+// A decoder makes the samples of one frame with the help of the frame before. So the first unit
+// stands for the 1024 samples before the sound, which are silence. The time of a unit is that of
+// the first sample that comes out of a decoder for it: sample by sample this agrees with what went
+// in. Where captures are missing, silence takes their place up to the end of the frame, and the
+// next frame begins with what was captured next.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <span>
+#include <string>
+
+#include "Element.h"
+
+struct AVCodecContext;
+struct AVFrame;
+struct AVPacket;
+
+namespace tessel::rtos {
+
+class AacEncoder : public Element {
+ public:
+  [[nodiscard]] bool Open(const Context& context, const AttrSet& params, Media& media,
+                          std::string& error) override;
+  void Start() override;
+  Verdict Process(Unit& unit) override;
+  // Gives the last frames; silence fills up the very last one.
+  Verdict Drain(Unit& unit) override;
+
+ private:
+  struct Free {
+    void operator()(AVCodecContext* codec) const;
+    void operator()(AVFrame* frame) const;
+    void operator()(AVPacket* packet) const;
+  };
+
+  [[nodiscard]] bool ReadParams(const AttrSet& params, const Media& media, std::string& error);
+  // The encoder cannot be taken back to its beginning: it is made anew.
+  [[nodiscard]] bool MakeCodec();
+  void Describe(Media& media) const;
+  // Time that so many frames of samples take.
+  std::int64_t DurationNs(int samples) const;
+
+  // These add to the frame being filled, and hand it over once it is full. False when the encoder
+  // fails.
+  [[nodiscard]] bool Add(std::span<const std::int16_t> samples, std::int64_t time_ns);
+  [[nodiscard]] bool AddSilence(int samples);
+  // Fills what is missing between the samples so far and those of `time_ns`.
+  [[nodiscard]] bool Bridge(std::int64_t time_ns);
+  [[nodiscard]] bool SendFull();
+  // The encoder's next frame. kMore: it wants more samples; kEnd: there are no more.
+  Verdict Receive(Unit& unit);
+  Verdict Write(Unit& unit);
+
+  // Constant after Open.
+  int _rate = 0;            // samples/s of each channel
+  int _rate_index = 0;      // what stands for it in headers
+  int _input_channels = 0;  // that come
+  int _channels = 0;        // that are coded
+  int _bit_rate_bps = 128'000;
+  int _bandwidth_hz = 0;  // 0: the encoder's choice
+
+  // Chain's thread, once open.
+  std::unique_ptr<AVCodecContext, Free> _codec;
+  std::unique_ptr<AVFrame, Free> _frame;  // being filled
+  std::unique_ptr<AVPacket, Free> _packet;
+  int _filled = 0;                     // samples of each channel in _frame
+  std::int64_t _frame_ns = 0;          // time of its first sample
+  std::int64_t _next_ns = 0;           // when the next block should begin
+  std::deque<std::int64_t> _times_ns;  // of the units that the encoder still owes
+  bool _is_used = false;               // it has seen samples, or their end
+  bool _is_draining = false;           // it has been told that no more come
+};
+
+}  // namespace tessel::rtos

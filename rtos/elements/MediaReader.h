@@ -1,0 +1,100 @@
+// Reads one stream of a media file or a device, and decodes it.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+
+struct AVCodecContext;
+struct AVFormatContext;
+struct AVFrame;
+struct AVPacket;
+
+namespace tessel::rtos {
+
+struct FreeFrame {
+  void operator()(AVFrame* frame) const;
+};
+using FramePtr = std::unique_ptr<AVFrame, FreeFrame>;
+FramePtr MakeFrame();
+
+// One thread at a time.
+class MediaReader {
+ public:
+  enum class Kind { kVideo, kSound };
+  enum class Step {
+    kFrame,       // a picture, or a piece of sound
+    kNothingYet,  // a device has not captured any
+    kEnd,         // the file is over
+    kFailed,      // Error() says why
+  };
+  struct Option {
+    const char* name;
+    std::string value;
+  };
+
+  // `name` is what errors call it.
+  MediaReader(Kind kind, std::string name);
+  ~MediaReader();
+
+  // Opens the file `path`, within a time that a command may take. False, with Error() set, when it
+  // is none or has no stream of this kind; then, as with OpenDevice(), the reader is of no more
+  // use.
+  [[nodiscard]] bool OpenFile(const std::string& path);
+  // Opens the device `device` of the library's `driver`. Reading it never waits.
+  [[nodiscard]] bool OpenDevice(const char* driver, const std::string& device,
+                                std::span<const Option> options);
+
+  // The next frame. A file that breaks off ends there.
+  Step Decode(AVFrame& frame);
+  // Goes back to the start of the file and decodes the first frame there; not kEnd.
+  Step StartAnew(AVFrame& frame);
+
+  // The frame's time stamp as the container has it, where it has one.
+  std::optional<std::int64_t> StampNs(const AVFrame& frame) const;
+  // That of the first frame that had one, or 0.
+  std::int64_t FirstStampNs() const { return _first_stamp_ns.value_or(0); }
+  // How long the frame is shown: as it says itself, or as the whole stream does, or a guess.
+  std::int64_t DurationNs(const AVFrame& frame) const;
+
+  // Sets Error(); always false.
+  bool FailWith(const std::string& reason);
+  const std::string& Error() const { return _error; }
+
+ private:
+  struct Free {
+    void operator()(AVFormatContext* format) const;
+    void operator()(AVCodecContext* codec) const;
+    void operator()(AVPacket* packet) const;
+  };
+  // What came of giving the decoder a packet.
+  enum class Fed { kTaken, kRefused, kNothingYet, kFailed };
+
+  bool OpenContainer();
+  bool FindStream();
+  bool OpenDecoder();
+  Fed Feed();
+  bool SeekTime();
+  bool SeekPlace();
+  bool Reopen();
+  std::int64_t ToNs(std::int64_t time) const;
+
+  // Constant after opening.
+  const Kind _kind;
+  const std::string _name;
+  std::string _path;
+  bool _is_device = false;
+  int _stream = -1;                    // index of the stream
+  std::int64_t _nominal_frame_ns = 0;  // for frames that do not say how long they last
+
+  std::int64_t _deadline_ns = 0;  // CLOCK_MONOTONIC; reading after it fails. `_format` points to it
+  std::unique_ptr<AVFormatContext, Free> _format;
+  std::unique_ptr<AVCodecContext, Free> _codec;
+  std::unique_ptr<AVPacket, Free> _packet;
+  std::optional<std::int64_t> _first_stamp_ns;
+  std::string _error;
+};
+
+}  // namespace tessel::rtos

@@ -1,0 +1,103 @@
+#include "MicrophoneSource.h"
+
+#include <algorithm>
+
+#include "Clock.h"
+#include "KnownParams.h"
+
+namespace tessel::rtos {
+namespace {
+
+constexpr int kBlocksPerSecond = 50;
+constexpr std::int64_t kBufferNs = 500'000'000;
+constexpr std::int64_t kLookNs = 5'000'000;  // between two looks for a sound card's samples
+
+}  // namespace
+
+bool MicrophoneSource::Open(const Context& context, const AttrSet& params, Media& media,
+                            std::string& error) {
+  int id = 1;
+  if (!CheckKnown(params, {"id"}, error) || !ReadInt(params, "id", 0, 1, id, error)) return false;
+  const Board& board = context.GetBoard();
+  if (board.microphone == nullptr) {
+    error = "the board has no microphone";
+    return false;
+  }
+  const SoundFormat format = {board.microphone->Rate(), board.microphone->Channels()};
+  _input = OpenSoundInput(board.mic, board.loop, format, error);
+  if (_input == nullptr) return false;
+  _paced = board.paced || _input->IsDevice();
+  _rate = format.rate;
+  _block_frames = _rate / kBlocksPerSecond;
+  _block.resize(static_cast<std::size_t>(_block_frames) *
+                static_cast<std::size_t>(format.channels));
+  _level.emplace(*board.microphone);
+
+  media.sample_rate = format.rate;
+  media.channels = format.channels;
+  media.frames_per_second = kBlocksPerSecond;
+  media.unit_bytes = _block.size() * sizeof(std::int16_t);
+  media.description = AttrSet();
+  return true;
+}
+
+void MicrophoneSource::Start() {
+  // Unpaced time stamps may have run ahead of the clock.
+  _start_ns = std::max(NowNs(), TimeOf(_frames));
+  _frames = 0;
+  _level->Start();
+}
+
+std::int64_t MicrophoneSource::TimeOf(std::int64_t frame) const {
+  // NOLINTNEXTLINE(clang-analyzer-core.DivideZero): rates are above 0
+  const std::int64_t seconds = frame / _rate;
+  return _start_ns + seconds * kSecondNs + (frame - seconds * _rate) * kSecondNs / _rate;
+}
+
+// Until the block has been heard. False when the chain is told to stop.
+bool MicrophoneSource::AwaitClock(StopSignal& stop) {
+  if (_paced && !stop.SleepUntil(TimeOf(_frames + _block_frames))) return false;
+  const std::int64_t late_ns = NowNs() - TimeOf(_frames + _block_frames);
+  if (_paced && late_ns > kBufferNs) {
+    const std::int64_t lost = (late_ns - kBufferNs) / (kSecondNs / kBlocksPerSecond) + 1;
+    _captures += static_cast<std::uint32_t>(lost);
+    _frames += lost * _block_frames;
+  }
+  _time_ns = TimeOf(_frames);
+  return true;
+}
+
+SoundInput::Step MicrophoneSource::ReadBlock(StopSignal& stop) {
+  SoundInput::Step step = _input->Read(_block, _time_ns);
+  while (step == SoundInput::Step::kNothingYet) {
+    if (!stop.SleepUntil(NowNs() + kLookNs)) return SoundInput::Step::kEnd;
+    step = _input->Read(_block, _time_ns);
+  }
+  return step;
+}
+
+Verdict MicrophoneSource::Await(Unit& unit, StopSignal& stop) {
+  if (!_input->IsDevice() && !AwaitClock(stop)) return Verdict::kEnd;
+  switch (ReadBlock(stop)) {
+    case SoundInput::Step::kSamples:
+      break;
+    case SoundInput::Step::kNothingYet:
+    case SoundInput::Step::kEnd:
+      return Verdict::kEnd;
+    case SoundInput::Step::kFailed:
+      return FailWith(_input->Error());
+  }
+  _frames += _block_frames;
+  unit.time_ns = _time_ns;
+  unit.capture = _captures++;
+  unit.frames_per_second = kBlocksPerSecond;
+  return Verdict::kPass;
+}
+
+Verdict MicrophoneSource::Process(Unit& unit) {
+  _level->Apply(_block);
+  unit.samples = _block;
+  return Verdict::kPass;
+}
+
+}  // namespace tessel::rtos

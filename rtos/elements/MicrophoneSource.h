@@ -1,0 +1,52 @@
+// The board's microphone: what it hears, at its own rate and channels, with its controls.
+//
+//   pv-pcm-src   id   number of the microphone, 1; 0 and none stand for the same
+//
+// A paced one is like a sound card: blocks of 20 ms, each there when its last sample was heard, by
+// the clock. What a held-up chain did not take in time waits for it, half a second of it at most;
+// what was heard before that is lost, and leaves a gap in the sequence and in the time stamps.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "Element.h"
+#include "SoundInput.h"
+#include "SoundLevel.h"
+
+namespace tessel::rtos {
+
+class MicrophoneSource : public Source {
+ public:
+  [[nodiscard]] bool Open(const Context& context, const AttrSet& params, Media& media,
+                          std::string& error) override;
+  void Start() override;
+  Verdict Await(Unit& unit, StopSignal& stop) override;
+  Verdict Process(Unit& unit) override;
+  Verdict Skip(Unit& unit) override { return Process(unit); }
+  bool IsLive() const override { return _paced; }
+  bool IsContinuous() const override { return true; }
+
+ private:
+  bool AwaitClock(StopSignal& stop);
+  SoundInput::Step ReadBlock(StopSignal& stop);
+  std::int64_t TimeOf(std::int64_t frame) const;
+
+  // Constant after Open.
+  bool _paced = true;
+  int _rate = 0;          // samples/s of each channel
+  int _block_frames = 0;  // samples of each channel in a block
+  std::unique_ptr<SoundInput> _input;
+  std::optional<SoundLevel> _level;
+
+  // Chain's thread only.
+  std::vector<std::int16_t> _block;
+  std::int64_t _start_ns = 0;  // CLOCK_MONOTONIC of the first sample since Start()
+  std::int64_t _frames = 0;    // heard since Start(), with those that were lost
+  std::int64_t _time_ns = 0;   // of the first sample of the block
+  std::uint32_t _captures = 0;
+};
+
+}  // namespace tessel::rtos

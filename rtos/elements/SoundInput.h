@@ -1,0 +1,48 @@
+// What the board's microphone hears: a tone, a media file or a sound card.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+
+namespace tessel::rtos {
+
+// How the samples are wanted: 16 bits, channels interleaved.
+struct SoundFormat {
+  int rate = 0;  // samples/s of each channel
+  int channels = 0;
+  friend bool operator==(const SoundFormat&, const SoundFormat&) = default;
+};
+
+// One thread at a time.
+class SoundInput {
+ public:
+  enum class Step {
+    kSamples,     // `samples` is full
+    kNothingYet,  // a sound card has not captured that many yet; nothing is lost
+    kEnd,         // the input is over; `samples` was not touched
+    kFailed,      // Error() says why
+  };
+
+  virtual ~SoundInput() = default;
+
+  // Fills `samples`, a whole number of frames (one sample of each channel), with the next ones. At
+  // the end of a file the last block is filled up with silence. `time_ns` (CLOCK_MONOTONIC) is when
+  // the first one is heard: given, but for a sound card, which says it itself.
+  virtual Step Read(std::span<std::int16_t> samples, std::int64_t& time_ns) = 0;
+  // Whether the samples come at a pace of their own, and Read() may answer kNothingYet.
+  virtual bool IsDevice() const { return false; }
+
+  const std::string& Error() const { return _error; }
+
+ protected:
+  std::string _error;
+};
+
+// Opens the microphone input `name` (see Board::mic). With `loop` a file starts anew at its end.
+// Null with `error`, which names the input, when there is none or no sound in it.
+std::unique_ptr<SoundInput> OpenSoundInput(const std::string& name, bool loop,
+                                           const SoundFormat& format, std::string& error);
+
+}  // namespace tessel::rtos

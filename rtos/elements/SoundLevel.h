@@ -1,0 +1,35 @@
+// The level of a microphone: its volume, its mute and its automatic gain.
+#pragma once
+
+#include <cstdint>
+#include <span>
+
+#include "AudioDevices.h"
+
+namespace tessel::rtos {
+
+// Changes of level are drawn out over 10 ms, so that none is heard as a click; at full volume
+// samples pass as they are. The automatic gain brings the loudness of what is heard, RMS over about
+// half a second, to -20 dB of full scale. It changes by 6 dB/s at most, between -20 and +30 dB;
+// below -60 dB it takes the sound for silence and holds. Peaks that would exceed -1 dB bring it
+// down at once. One thread.
+class SoundLevel {
+ public:
+  // `device` has to outlive it.
+  explicit SoundLevel(const AudioDevice& device);
+
+  // Starts at the level of the moment, without a transition.
+  void Start();
+  // The next block, channels interleaved, a multiple of their number.
+  void Apply(std::span<std::int16_t> samples);
+
+ private:
+  float Follow(std::span<const std::int16_t> samples);
+
+  const AudioDevice& _device;
+  float _gain = 1;       // at the end of the last block
+  float _automatic = 1;  // its part that the automatic gain has
+  double _power = 0;     // of samples where full scale is 1, smoothed; 0: nothing heard yet
+};
+
+}  // namespace tessel::rtos

@@ -1,0 +1,422 @@
+// Sound from the board's microphone to the client, as samples and as AAC: what comes is judged by
+// fitting the tone that went in, and by a decoder that is not ours.
+#include <cmath>
+#include <numbers>
+#include <span>
+
+#include "AacSource.h"
+#include "Decoder.h"
+#include "Fixture.h"
+#include "quill/IClass.h"
+#include "tessel/IAacSource.h"
+
+namespace tessel::tests {
+namespace {
+
+using api::streaming::IAacSource;
+using api::streaming::IPcmSource;
+using api::streaming::common::IStreamOutput;
+
+constexpr char kPcm[] = "ApiPcmSource-dualos-pull";
+constexpr char kAac[] = "ApiAacSource-dualos-pull";
+constexpr char kSpeech[] = "/usr/share/sounds/alsa/Front_Center.wav";
+constexpr std::int64_t kBlockNs = 20'000'000;
+
+// Samples of full scale 1, a vector a channel.
+struct Sound {
+  int rate = 0;
+  std::vector<std::vector<double>> channels;
+  std::int64_t first_ns = 0;  // time stamp of the first sample
+  std::int64_t last_ns = 0;   // of the last frame, and the samples in front of it
+  std::size_t before_last = 0;
+
+  std::size_t Length() const { return channels.empty() ? 0 : channels[0].size(); }
+  // How far the last time stamp is from what the samples say.
+  double Drift_ns() const {
+    return static_cast<double>(last_ns - first_ns) - static_cast<double>(before_last) * 1e9 / rate;
+  }
+};
+
+struct Sine {
+  double amplitude;
+  double phase;
+};
+
+// The best sine of `hz` in `samples`, the first of which has the number `first`.
+Sine Fit(std::span<const double> samples, double hz, int rate, std::size_t first = 0) {
+  double in_phase = 0;
+  double quadrature = 0;
+  for (std::size_t i = 0; i < samples.size(); ++i) {
+    const double angle = 2 * std::numbers::pi * hz * static_cast<double>(first + i) / rate;
+    in_phase += samples[i] * std::sin(angle);
+    quadrature += samples[i] * std::cos(angle);
+  }
+  const double scale = 2.0 / static_cast<double>(samples.size());
+  return {scale * std::hypot(in_phase, quadrature), std::atan2(quadrature, in_phase)};
+}
+
+// Of a tone of 1 kHz, and an octave below what is left of it: decibels of tone over the rest.
+double SignalToNoise(std::span<const double> samples, int rate) {
+  const Sine tone = Fit(samples, 1000, rate);
+  const Sine marker = Fit(samples, 500, rate);
+  double noise = 0;
+  for (std::size_t i = 0; i < samples.size(); ++i) {
+    const double turn = 2 * std::numbers::pi * static_cast<double>(i) / rate;
+    const double rest = samples[i] - tone.amplitude * std::sin(1000 * turn + tone.phase) -
+                        marker.amplitude * std::sin(500 * turn + marker.phase);
+    noise += rest * rest;
+  }
+  const double signal = tone.amplitude * tone.amplitude / 2;
+  return 10 * std::log10(signal / (noise / static_cast<double>(samples.size())));
+}
+
+class SoundSources : public StreamTest {
+ protected:
+  SoundSources() {
+    Use([](auto& options) { options.paced = false; });
+  }
+
+  template <typename Edit>
+  static void Use(Edit edit) {
+    auto options = quill::host::GetOptions();
+    edit(options);
+    SetOptions(options);
+  }
+
+  // Opens and starts `source` and takes `seconds` of it, or all there is.
+  static Sound Capture(IPcmSource& source, int rate, int channels, double seconds = 1e9) {
+    Sound sound;
+    sound.rate = rate;
+    sound.channels.resize(static_cast<std::size_t>(channels));
+    EXPECT_TRUE(source.Open() && source.Start());
+    const bool is_aac = dynamic_cast<IAacSource*>(&source) != nullptr;
+    Decoder decoder(AV_CODEC_ID_AAC);
+    Frame frame;
+    for (std::uint32_t n = 0; static_cast<double>(sound.Length()) < seconds * rate; ++n) {
+      if (!source.PullFrame(frame, true)) break;
+      EXPECT_EQ(frame->seq, n);
+      EXPECT_TRUE(frame->isKey);
+      if (n == 0) sound.first_ns = frame->timestamp;
+      sound.last_ns = frame->timestamp;
+      sound.before_last = sound.Length();
+      is_aac ? Append(sound, decoder, *frame) : Append(sound, *frame);
+    }
+    EXPECT_TRUE(source.Close());
+    return sound;
+  }
+  static void Append(Sound& sound, const frame_t& frame) {
+    const std::span samples(reinterpret_cast<const std::int16_t*>(frame.data), frame.size / 2);
+    for (std::size_t i = 0; i < samples.size(); ++i) {
+      sound.channels[i % sound.channels.size()].push_back(samples[i] / 32768.0);
+    }
+  }
+  static void Append(Sound& sound, Decoder& decoder, const frame_t& frame) {
+    ASSERT_TRUE(decoder.Decode(frame));
+    const AVFrame& made = *decoder.picture;
+    ASSERT_EQ(made.sample_rate, sound.rate);
+    ASSERT_EQ(static_cast<std::size_t>(made.ch_layout.nb_channels), sound.channels.size());
+    for (std::size_t channel = 0; channel < sound.channels.size(); ++channel) {
+      const auto* samples = reinterpret_cast<const float*>(made.extended_data[channel]);
+      auto& into = sound.channels[channel];
+      into.insert(into.end(), samples, samples + made.nb_samples);
+    }
+  }
+};
+
+TEST_F(SoundSources, BeginWithTheirDefaults) {
+  const auto pcm = quill::host::Create<IPcmSource>(kPcm);
+  const auto info = pcm->GetPcmMediaInfo();
+  EXPECT_EQ((std::vector{info.sampleRate, info.channels, info.format, info.bitsPerSample}),
+            (std::vector{16000, 1, 1, 16}));
+  EXPECT_EQ(pcm->Microphone(), nullptr);
+  const auto aac = quill::host::Create<IAacSource>(kAac);
+  aac->SetBitRate(96);
+  const auto coded = aac->GetAacMediaInfo();
+  EXPECT_EQ((std::vector{coded.rate, coded.channels, int{coded.adts}, coded.adtsLength,
+                         coded.profile, coded.version, coded.rateidx, coded.bitrate}),
+            (std::vector{48000, 2, 1, 7, 0, 0, 0, 0}));
+  EXPECT_EQ(aac->GetPcmMediaInfo().sampleRate, 16000);
+  aac->SetSampleRate(8000);
+  aac->SetChannels(2);
+  aac->SetTargetChannels(1);
+  EXPECT_TRUE(aac->GetPcmMediaInfo().sampleRate == 8000 && aac->GetPcmMediaInfo().channels == 2 &&
+              aac->GetAacMediaInfo().channels == 1);
+}
+
+TEST_F(SoundSources, AreBoundToOneMicrophoneForGood) {
+  const auto source = quill::host::Create<IPcmSource>(kPcm);
+  EXPECT_FALSE(source->SelectMicrophone("nobody"));
+  EXPECT_EQ(source->Microphone(), nullptr);
+  EXPECT_EQ(LogLines().back(),
+            "plugin/api/linux/PcmSource.cpp/#/SelectMicrophone:\t!_mic,has no microphone:nobody");
+  EXPECT_TRUE(source->SelectMicrophone("dualos"));
+  EXPECT_TRUE(source->SelectMicrophone("nobody"));
+  EXPECT_EQ(source->Microphone(), dev::IAudioDevice::Microphone("dualos"));
+  const Lines trace = LogLines(quill::stream::kTrace);
+  ASSERT_GE(trace.size(), 2U);
+  const std::string place = "plugin/api/linux/PcmSource.cpp/#/SelectMicrophone:\t";
+  EXPECT_EQ(trace[trace.size() - 2], place + "nobody");
+  EXPECT_EQ(trace.back(), place + "_mic,Microphone has be selected!");
+}
+
+// Whoever derives from a source decides what a microphone is.
+template <typename Source>
+struct Deaf : Source {
+  Deaf() : Source(true) {}
+  bool SelectMicrophone(const char*) override { return false; }
+};
+
+template <typename Source>
+void ExpectDeafness(const char* name) {
+  quill::base::TClass<>::Enter<Deaf<Source>>(name);
+  const auto made = quill::host::Create<Deaf<Source>>(name);
+  ASSERT_TRUE(made);
+  const std::string place = std::string("plugin/api/linux/") + name + "Source.cpp/#/";
+  LogLines();
+  EXPECT_EQ(made->AppStringCreate0(), "");
+  EXPECT_FALSE(made->CbOpen(nullptr, nullptr) || made->CbOpen(made.Object(), nullptr));
+  EXPECT_EQ(LogLines(), (Lines{place + "AppStringCreate0:\t!SelectMicrophone(\"dualos\")",
+                               place + "CbOpen:\t!obj", place + "CbOpen:\t!media"}));
+  EXPECT_FALSE(made->Open()) << "there is no chain to ask for";
+}
+
+TEST_F(SoundSources, DoNotOpenWithoutAMicrophone) {
+  ExpectDeafness<dualos::PcmSource>("Pcm");
+  ExpectDeafness<dualos::AacSource>("Aac");
+}
+
+TEST_F(SoundSources, RefuseAMediaDescriptionThatLacksAKey) {
+  const auto source = quill::host::Create<IAacSource>(kAac);
+  const std::string place = "plugin/api/linux/AacSource.cpp/#/CbOpen:\t";
+  const struct {
+    const char* key;
+    std::string line;
+  } rows[] = {
+      {"codec", "!media->IsCodec(\"aac\")"},
+      {"profile", "!media->Get(\"profile\",_aac.profile)"},
+      {"version", "!media->Get(\"version\",_aac.version)"},
+      {"rateidx", "!media->Get(\"rateidx\",_aac.rateidx)"},
+      {"adtslen", "!media->Get(\"adtslen\",_aac.adtsLength)"},
+      {"bitrate", "!media->Get(\"bitrate\",_aac.bitrate)"},
+  };
+  std::string lacking;
+  EditMedia([&lacking](AttrSet& media) { media.Remove(lacking.c_str()); });
+  for (const auto& [key, line] : rows) {
+    lacking = key;
+    LogLines();
+    EXPECT_FALSE(source->Open()) << key;
+    EXPECT_EQ(LogLines().front(), place + line);
+    source->Close();
+  }
+  lacking.clear();
+  EXPECT_TRUE(source->Open());
+  const auto info = source->GetAacMediaInfo();
+  EXPECT_EQ((std::vector{info.profile, info.version, info.rateidx, info.adtsLength}),
+            (std::vector{2, 4, 3, 7}));
+  EXPECT_NEAR(info.bitrate, 128000, 1280);
+}
+
+bool IsLogged(const std::string& text) {
+  const Lines lines = LogLines();
+  return std::any_of(lines.begin(), lines.end(), [&text](const std::string& line) {
+    return line.find(text) != std::string::npos;
+  });
+}
+
+TEST_F(SoundSources, AreRefusedByNameWhatTheBoardCannotDo) {
+  const auto source = quill::host::Create<IAacSource>(kAac);
+  const struct {
+    std::function<void(IAacSource&)> set;
+    const char* error;
+  } rows[] = {
+      {[](IAacSource& aac) { aac.SetSampleRate(-1); },
+       "element \"PcmFilter\": rate=-1 outside 8000..48000"},
+      {[](IAacSource& aac) { aac.SetSampleRate(48000), aac.SetTargetChannels(0); },
+       "element \"aac-encoder\": ch=0 outside 1..2"},
+      {[](IAacSource& aac) { aac.SetChannels(2), aac.SetProfile("HE"); },
+       "element \"aac-encoder\": profile=HE"},
+  };
+  for (const auto& [set, error] : rows) {
+    set(*source);
+    EXPECT_FALSE(source->Open()) << error;
+    EXPECT_TRUE(IsLogged(error)) << error;
+    source->Close();
+  }
+  Use([](auto& options) { options.mic = "/nowhere.wav"; });
+  source->SetProfile("LC");
+  EXPECT_FALSE(source->Open());
+  EXPECT_TRUE(IsLogged("element \"pv-pcm-src\": microphone \"/nowhere.wav\": No such file"));
+}
+
+class Tones : public SoundSources, public ::testing::WithParamInterface<std::pair<int, int>> {};
+
+INSTANTIATE_TEST_SUITE_P(Of, Tones,
+                         ::testing::Values(std::pair(48000, 1), std::pair(48000, 2),
+                                           std::pair(44100, 1), std::pair(44100, 2),
+                                           std::pair(32000, 1), std::pair(32000, 2),
+                                           std::pair(16000, 1), std::pair(16000, 2),
+                                           std::pair(8000, 1), std::pair(8000, 2)),
+                         [](const auto& instance) {
+                           return std::to_string(instance.param.first) + "x" +
+                                  std::to_string(instance.param.second);
+                         });
+
+// Where a sample is lost or doubled the phase of the tone jumps: by 0.13 at 48 kHz.
+TEST_P(Tones, ComeInTheRightPitchWithoutASampleLost) {
+  const auto [rate, channels] = GetParam();
+  Use([](auto& options) { options.mic = "tone"; });
+  const auto source = quill::host::Create<IPcmSource>(kPcm);
+  source->SetSampleRate(rate);
+  source->SetChannels(channels);
+  const Sound sound = Capture(*source, rate, channels, 10);
+  ASSERT_GE(sound.Length(), static_cast<std::size_t>(10 * rate));
+  EXPECT_LT(std::abs(sound.Drift_ns()), kBlockNs);
+  const std::size_t window = static_cast<std::size_t>(rate) / 10;
+  for (int channel = 0; channel < channels; ++channel) {
+    const std::span<const double> samples(sound.channels[static_cast<std::size_t>(channel)]);
+    const double phase = Fit(samples.subspan(window, window), 1000, rate, window).phase;
+    for (std::size_t first = 2 * window; first + window <= samples.size(); first += window) {
+      const Sine tone = Fit(samples.subspan(first, window), 1000, rate, first);
+      ASSERT_NEAR(tone.amplitude, 0.25, 0.003) << first;
+      // A frequency 1 Hz off would turn it by 63 in 10 s; this allows 0.0002 Hz.
+      ASSERT_NEAR(std::remainder(tone.phase - phase, 2 * std::numbers::pi), 0, 0.01) << first;
+    }
+    const double marker = channels == 1 ? 0.0625 : channel == 1 ? 0.125 : 0;
+    EXPECT_NEAR(Fit(samples.subspan(window), 500, rate).amplitude, marker, 0.001) << channel;
+  }
+}
+
+TEST_F(SoundSources, ThroughAacKeepATone) {
+  Use([](auto& options) { options.mic = "tone"; });
+  const auto source = quill::host::Create<IAacSource>(kAac);
+  const Sound sound = Capture(*source, 48000, 2, 10);
+  ASSERT_EQ(sound.channels.size(), 2U);
+  EXPECT_NEAR(sound.Drift_ns(), 0, 1000);
+  for (const auto& channel : sound.channels) {
+    ASSERT_GT(channel.size(), 480000U);
+    EXPECT_GT(SignalToNoise(std::span(channel).subspan(48000), 48000), 40);
+  }
+}
+
+TEST_F(SoundSources, KeepTheirTimeOverTenMinutes) {
+  const auto source = quill::host::Create<IPcmSource>(kPcm);
+  source->SetSampleRate(44100);  // does not divide evenly into what the board hears
+  const Sound sound = Capture(*source, 44100, 1, 600);
+  EXPECT_GE(sound.Length(), 600U * 44100);
+  EXPECT_LT(std::abs(sound.Drift_ns()), kBlockNs);
+}
+
+// Samples of `sound` from the one heard at `time_ns` on.
+std::span<const double> From(const Sound& sound, std::int64_t time_ns) {
+  const double skipped = static_cast<double>(time_ns - sound.first_ns) * sound.rate / 1e9;
+  const auto first = static_cast<std::size_t>(std::lround(std::max(skipped, 0.0)));
+  return std::span(sound.channels[0]).subspan(std::min(first, sound.Length()));
+}
+
+TEST_F(SoundSources, OfSpeechComeWholeAndAlikeThroughBoth) {
+  Use([](auto& options) {
+    options.mic = kSpeech;
+    options.loop = false;
+  });
+  const auto pcm = quill::host::Create<IPcmSource>(kPcm);
+  pcm->SetSampleRate(48000);
+  const Sound plain = Capture(*pcm, 48000, 1);
+  // The file itself: 44 bytes of header, then its samples.
+  std::FILE* file = std::fopen(kSpeech, "rb");
+  ASSERT_NE(file, nullptr);
+  std::vector<std::int16_t> source(68545);
+  std::fseek(file, 44, SEEK_SET);
+  ASSERT_EQ(std::fread(source.data(), 2, source.size(), file), source.size());
+  std::fclose(file);
+  ASSERT_GE(plain.Length(), source.size());
+  EXPECT_LT(plain.Length(), source.size() + 960);
+  std::size_t wrong = 0;
+  for (std::size_t i = 0; i < source.size(); ++i) {
+    wrong += std::lround(plain.channels[0][i] * 32768) == source[i] ? 0 : 1;
+  }
+  EXPECT_EQ(wrong, 0U) << "nothing was to be converted";
+
+  const auto aac = quill::host::Create<IAacSource>(kAac);
+  aac->SetTargetChannels(1);
+  const Sound coded = Capture(*aac, 48000, 1);
+  // By the time stamps alone: both begin with the file's first sample.
+  const std::int64_t begin_ns = coded.first_ns + 1024 * 1'000'000'000LL / 48000;
+  const auto decoded = From(coded, begin_ns);
+  ASSERT_GE(decoded.size(), source.size()) << "the end is not cut off";
+  double signal = 0;
+  double noise = 0;
+  for (std::size_t i = 0; i < source.size(); ++i) {
+    signal += plain.channels[0][i] * plain.channels[0][i];
+    noise += std::pow(plain.channels[0][i] - decoded[i], 2);
+  }
+  EXPECT_GT(10 * std::log10(signal / noise), 20);
+}
+
+TEST_F(SoundSources, AreInStepWithThePicture) {
+  const Camera camera = Make();
+  camera->SetWidth(320);
+  camera->SetHeight(240);
+  std::vector<std::int64_t> flashes;
+  ASSERT_TRUE(camera->Open() && camera->Start());
+  Decoder pictures(AV_CODEC_ID_H264);
+  for (bool was_lit = true; flashes.size() < 60;) {
+    const Frame frame = NextFrame(camera);
+    ASSERT_TRUE(frame != nullptr && pictures.Decode(*frame));
+    const bool is_lit =
+        rtos::IsLampLit(pictures.picture->data[0], pictures.picture->linesize[0], 320, 240);
+    if (is_lit && !was_lit) flashes.push_back(frame->timestamp);
+    was_lit = is_lit;
+  }
+  EXPECT_TRUE(camera->Close());
+  const auto source = quill::host::Create<IAacSource>(kAac);
+  const Sound sound = Capture(*source, 48000, 2, 62);
+  // The beep stands out where 3 kHz do, looked for in steps of a millisecond.
+  constexpr std::size_t kStep = 48;
+  int heard = 0;
+  bool was_loud = true;
+  for (std::size_t at = 0; at + kStep <= sound.Length(); at += kStep) {
+    const bool is_loud =
+        Fit(std::span(sound.channels[0]).subspan(at, kStep), 3000, 48000).amplitude > 0.12;
+    if (is_loud && !was_loud) {
+      const auto time_ns = sound.first_ns + static_cast<std::int64_t>(at) * 1'000'000'000 / 48000;
+      const double off_ns = std::remainder(static_cast<double>(time_ns), 1e9);
+      EXPECT_LT(std::abs(off_ns), 3e6) << heard;
+      ++heard;
+    }
+    was_loud = is_loud;
+  }
+  EXPECT_GE(heard, 60);
+  for (const std::int64_t flash_ns : flashes) {
+    EXPECT_LT(std::abs(std::remainder(static_cast<double>(flash_ns), 1e9)), 17'000'000);
+  }
+}
+
+// At 20 ms a block a stalled client loses whole blocks, and is told by the sequence.
+TEST_F(SoundSources, DropWholeBlocksWhereTheClientIsSlow) {
+  Use([](auto& options) {
+    options.paced = true;
+    options.session_slots = 2;
+    options.mic = "tone";
+  });
+  const auto source = quill::host::Create<IPcmSource>(kPcm);
+  ASSERT_TRUE(source->Open() && source->Start());
+  ASSERT_TRUE(Eventually([] { return Counters().dropped >= 3; }));
+  Frame frame;
+  std::uint32_t last = 0;
+  std::int64_t last_ns = 0;
+  bool has_gap = false;
+  for (int i = 0; i < 6; ++i) {
+    ASSERT_TRUE(source->PullFrame(frame, true));
+    if (i > 0) {
+      const auto steps = frame->seq - last;
+      has_gap |= steps > 1;
+      EXPECT_NEAR(static_cast<double>(frame->timestamp - last_ns), steps * 2e7, 1e6);
+    }
+    last = frame->seq;
+    last_ns = frame->timestamp;
+  }
+  EXPECT_TRUE(has_gap);
+}
+
+}  // namespace
+}  // namespace tessel::tests
