@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
+#include <new>
 #include <system_error>
 
 #include <pthread.h>
@@ -212,7 +213,12 @@ bool Application::SetStatus(const std::string& status, std::string& error) {
   try {
     _thread = std::thread([this] {
       pthread_setname_np(pthread_self(), "tessel-chain");
-      Run();
+      try {
+        Run();
+      } catch (const std::bad_alloc&) {
+        _state = State::kFailed;
+        _report("failed", OfElement(_chain.front().class_name, "out of memory"));
+      }
     });
   } catch (const std::system_error& failure) {
     _state = State::kReady;

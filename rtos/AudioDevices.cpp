@@ -2,9 +2,12 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string_view>
+#include <system_error>
 
 #include <unistd.h>
 
@@ -21,7 +24,8 @@ constexpr std::string_view kKeys[] = {"rate",   "channels", "canVol", "vol",    
 constexpr char kUsual[] =
     "Microphone={rate=48000,channels=2,canVol=true,vol=100,canAgc=true,canMute=true},"
     "Speaker={rate=48000,channels=2,canVol=true,vol=100,canAgc=false,canMute=true}";
-constexpr int kLeastRate = 8'000;  // samples/s
+constexpr std::size_t kMostBytes = std::size_t{64} << 10;  // of a description
+constexpr int kLeastRate = 8'000;                          // samples/s
 constexpr int kMostRate = 192'000;
 constexpr int kRateStep = 50;  // a block of 20 ms is a whole number of samples
 constexpr int kMostChannels = 2;
@@ -42,16 +46,14 @@ bool ReadValue(const AttrSet& set, const char* key, bool is_needed, Value& value
   return false;
 }
 
-// The description as one line.
-std::string ReadText(std::istream& file) {
-  std::string text;
-  for (std::string line; std::getline(file, line);) {
+// The description as one line, without blanks, which no value has. False when it is none.
+bool ReadText(std::istream& file, std::string& text) {
+  for (std::string line; std::getline(file, line) && text.size() < kMostBytes;) {
     line.erase(std::min(line.find('#'), line.size()));
-    const auto first = line.find_first_not_of(" \t\r");
-    if (first == std::string::npos) continue;
-    text += line.substr(first, line.find_last_not_of(" \t\r") + 1 - first);
+    std::copy_if(line.begin(), line.end(), std::back_inserter(text),
+                 [](char letter) { return std::strchr(" \t\r", letter) == nullptr; });
   }
-  return text;
+  return file.eof() && text.find('\0') == std::string::npos;
 }
 
 }  // namespace
@@ -67,7 +69,6 @@ bool AudioDevice::Read(const AttrSet& description, std::string& error) {
     error = "unknown key \"" + pair.key + "\"";
     return false;
   }
-  int volume = _volume;
   bool agc = false;
   bool mute = false;
   const bool is_read = ReadValue(description, "rate", true, _rate, error) &&
@@ -75,12 +76,12 @@ bool AudioDevice::Read(const AttrSet& description, std::string& error) {
                        ReadValue(description, "canVol", true, _can_volume, error) &&
                        ReadValue(description, "volmin", false, _volume_min, error) &&
                        ReadValue(description, "volmax", false, _volume_max, error) &&
-                       ReadValue(description, "vol", false, volume, error) &&
                        ReadValue(description, "canAgc", true, _can_agc, error) &&
                        ReadValue(description, "agc", false, agc, error) &&
                        ReadValue(description, "canMute", true, _can_mute, error) &&
                        ReadValue(description, "mute", false, mute, error);
-  if (!is_read) return false;
+  int volume = _volume_max;
+  if (!is_read || !ReadValue(description, "vol", false, volume, error)) return false;
   _volume = volume;
   _agc = _can_agc && agc;
   _mute = _can_mute && mute;
@@ -88,9 +89,9 @@ bool AudioDevice::Read(const AttrSet& description, std::string& error) {
     error = "rate=" + std::to_string(_rate) + " is no multiple of 50 in 8000..192000";
   } else if (_channels < 1 || _channels > kMostChannels) {
     error = "channels=" + std::to_string(_channels) + " outside 1..2";
-  } else if (_volume_min >= _volume_max) {
-    error = "volmin=" + std::to_string(_volume_min) +
-            " is not below volmax=" + std::to_string(_volume_max);
+  } else if (_volume_max <= 0 || _volume_max <= _volume_min) {  // muting leaves 0 behind
+    error = "volmax=" + std::to_string(_volume_max) +
+            " is not above 0 and volmin=" + std::to_string(_volume_min);
   } else if (volume < _volume_min || volume > _volume_max) {
     error = "vol=" + std::to_string(volume) + " outside volmin..volmax";
   } else {
@@ -164,10 +165,12 @@ AudioDevices AudioDevices::Usual() {
 
 bool AudioDevices::Load(const std::string& path, std::string& error) {
   std::ifstream file(path);
-  const std::string text = file ? ReadText(file) : "";
+  std::error_code failure;
+  const bool is_file = std::filesystem::is_regular_file(path, failure);
+  std::string text;
   AttrSet description;
   Devices devices;
-  error = file.is_open() && !file.bad() ? "" : "cannot be read";
+  error = is_file && ReadText(file, text) ? "" : "cannot be read";
   if (error.empty() && !description.Parse(text.c_str())) error = description.Error();
   if (error.empty() && Read(description, devices, error)) {
     _devices = std::move(devices);

@@ -1,6 +1,7 @@
 #include "Connection.h"
 
 #include <cstdlib>
+#include <new>
 
 #include <sys/socket.h>
 #include <unistd.h>
@@ -58,7 +59,7 @@ void Connection::Serve() {
     std::string error;
     const bool is_read = request.Parse(message.text.c_str());
     if (!is_read) error = request.Error();
-    if (!is_read || !Handle(request, fds, answer, error)) {
+    if (!is_read || !HandleWhole(request, fds, answer, error)) {
       answer = AttrSet();
       // What an error quotes comes from the request, and need not be fit for an attribute set.
       if (!answer.Add("error", error)) answer.Add("error", "refused; the reason cannot be written");
@@ -75,6 +76,17 @@ void Connection::Send(WireMessage::Kind kind, std::uint32_t number, const AttrSe
   // Goes on: a Linux side that is gone is noticed by the next receive.
   if (sent != link::SendResult::kTooLong) return;
   link::SendMessage(_socket.Get(), {kind, number, "error=the answer is too long"});
+}
+
+// What a client asks for may be more than there is memory.
+bool Connection::HandleWhole(const AttrSet& request, Fds& fds, AttrSet& answer,
+                             std::string& error) {
+  try {
+    return Handle(request, fds, answer, error);
+  } catch (const std::bad_alloc&) {
+    error = "out of memory";
+    return false;
+  }
 }
 
 bool Connection::Handle(const AttrSet& request, Fds& fds, AttrSet& answer, std::string& error) {

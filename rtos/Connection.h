@@ -30,6 +30,7 @@ class Connection {
  private:
   using Fds = std::vector<link::UniqueFd>;
   // Fill `answer`, or return false with `error` set.
+  bool HandleWhole(const AttrSet& request, Fds& fds, AttrSet& answer, std::string& error);
   bool Handle(const AttrSet& request, Fds& fds, AttrSet& answer, std::string& error);
   bool Hello(const AttrSet& request, Fds& fds, AttrSet& answer, std::string& error);
   bool Create(const AttrSet& request, Fds& fds, AttrSet& answer, std::string& error);

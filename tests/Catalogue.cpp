@@ -71,6 +71,7 @@ constexpr Names kSources[] = {
      "ApiJpegSource-dualos-cbrc-pull"},
     {"RegisterApiJpegSourceTrigger", "ApiJpegSourceTrigger1",
      "ApiJpegSourceTrigger-dualos-trigger-push", "ApiJpegSourceTrigger-dualos-trigger-pull"},
+    {"RegisterApiJpegSnap", "ApiJpegSnap-dualos", nullptr, nullptr},
     {"RegisterApiH264Source", "ApiH264SourceCbrc1", "ApiH264Source-dualos-cbrc-push",
      "ApiH264Source-dualos-cbrc-pull"},
     {"RegisterApiH264SourceTrigger", "ApiH264SourceTrigger1",
@@ -83,6 +84,7 @@ constexpr Names kSources[] = {
      "ApiYuvSource-dualos-pull"},
     {"RegisterApiYuvSourceFake", "ApiYuvSourceFake1", "ApiYuvSource-dualos-push-fake",
      "ApiYuvSource-dualos-pull-fake"},
+    {"RegisterApiPhotography", "ApiPhotography-dualos", nullptr, nullptr},
 };
 
 Lines AllNames() {
@@ -256,7 +258,7 @@ TEST(Slots, StandInTheOrderThatClientsWereBuiltWith) {
               &Yuv::GetMediaInfo, &Yuv::SelectSensor, &Yuv::SetFrameRate, &Yuv::Open, &Yuv::Close,
               &Yuv::Start, &Yuv::Stop);
   using Sound = IPcmSource;
-  ExpectSlots(2, &IAudio::SetSampleRate, &IAudio::SetChannels);
+  ExpectSlots(0, &IAudio::SetSampleRate, &IAudio::SetChannels);
   ExpectSlots(14, &Sound::SelectMicrophone, &Sound::Microphone, &Sound::GetPcmMediaInfo);
   using Aac = IAacSource;
   ExpectSlots(17, &Aac::SetProfile, &Aac::SetTargetChannels, &Aac::SetBandWidth,

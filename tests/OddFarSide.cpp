@@ -24,6 +24,7 @@ class OddSource : public Source {
  public:
   bool Open(const Context&, const AttrSet&, Media& media, std::string&) override {
     media.unit_bytes = 1000;
+    media.description.Add("codec", "odd");
     return true;
   }
   Verdict Await(Unit& unit, StopSignal&) override {

@@ -24,9 +24,11 @@ using PcmMediaInfoList = std::vector<PcmMediaInfo>;
 // declaration is the order of the slots.
 class TESSEL_PUBLIC IAudio {
  public:
-  virtual ~IAudio() = default;
   virtual void SetSampleRate(int samples_per_second) = 0;
   virtual void SetChannels(int channels) = 0;
+
+ protected:
+  ~IAudio() = default;  // never deleted through this interface
 };
 
 }  // namespace common

@@ -1,24 +1,44 @@
 #include "DeviceSettings.h"
 
 #include "FarSide.h"
-#include "quill/Debug.h"
 #include "quill/ostream_string.h"
 
 namespace quill::stream {
-namespace {
-
 using base::AttrSet;
-
-void PutHandle(AttrSet& request, std::uint64_t handle) {
-  request.Add("object_base", base::ToString(reinterpret_cast<const void*>(handle)));
-}
-
-}  // namespace
 
 DeviceSettings& DeviceSettings::Globle() {
   static auto* settings = new DeviceSettings;
   return *settings;
 }
+
+namespace {
+
+void AddHandle(AttrSet& request, std::uint64_t handle) {
+  request.Add("object_base", base::ToString(reinterpret_cast<const void*>(handle)));
+}
+
+// The handle that a probe of `kind` brings, 0 when it fails.
+std::uint64_t Probe(const std::string& kind, const std::function<bool(AttrSet&)>& run) {
+  AttrSet probe;
+  probe.Add("cmd", "ProbeAudioDriver");
+  probe.Add("devType", kind);
+  return run(probe) ? ObjectHandle(probe.Get("object_base")) : 0;
+}
+
+void Send(const std::string& kind, std::uint64_t handle, const AttrSet& settings,
+          const std::function<bool(AttrSet&)>& run) {
+  for (const AttrSet::Pair& setting : settings.Pairs()) {
+    AttrSet request;
+    request.Add("cmd", "SetAudioDriver");
+    request.Add("devType", kind);
+    AddHandle(request, handle);
+    request.Add(setting.key.c_str(), setting.value);
+    // Goes on: another board may lack a control.
+    static_cast<void>(run(request));
+  }
+}
+
+}  // namespace
 
 void DeviceSettings::Learn(const AttrSet& probe) {
   const char* kind = probe.Get("devType");
@@ -26,55 +46,55 @@ void DeviceSettings::Learn(const AttrSet& probe) {
   if (kind == nullptr || handle == 0) return;
   const std::lock_guard lock(_mutex);
   _devices[kind].handle = handle;
-  _kinds[handle] = kind;
+  _devices[kind].given.insert(handle);
 }
 
-void DeviceSettings::Note(AttrSet& request) {
+DeviceSettings::Device* DeviceSettings::Find(const AttrSet& request) {
+  const char* kind = request.Get("devType");
+  const auto place = _devices.find(kind == nullptr ? "" : kind);
+  if (place == _devices.end()) return nullptr;
+  const std::uint64_t handle = ObjectHandle(request.Get("object_base"));
+  return place->second.given.contains(handle) ? &place->second : nullptr;
+}
+
+void DeviceSettings::PutHandle(AttrSet& request) {
   const std::lock_guard lock(_mutex);
-  const auto known = _kinds.find(ObjectHandle(request.Get("object_base")));
-  if (known == _kinds.end()) return;
-  Device& device = _devices[known->second];
-  const auto keep = [&device](const char* control, const char* value) {
-    device.settings.Remove(control);
-    device.settings.Add(control, value);
+  if (const Device* device = Find(request)) AddHandle(request, device->handle);
+}
+
+void DeviceSettings::Note(const AttrSet& request) {
+  const std::lock_guard lock(_mutex);
+  Device* device = Find(request);
+  if (device == nullptr) return;
+  const auto keep = [device](const char* control, const char* value) {
+    device->settings.Remove(control);
+    device->settings.Add(control, value);
   };
+  bool is_muted = false;
+  const char* mute = request.Get("mute");
+  // Muting leaves a volume of 0 behind when it goes.
+  if (mute != nullptr && base::ConvertToImpl(mute, is_muted) && is_muted) keep("vol", "0");
   for (const char* control : {"vol", "agc", "mute"}) {
-    const char* value = request.Get(control);
-    if (value == nullptr) continue;
-    bool is_muted = false;
-    const bool is_mute = std::string(control) == "mute" && base::ConvertToImpl(value, is_muted);
-    if (is_mute && is_muted) keep("vol", "0");  // which stays when the mute goes
-    keep(control, value);
+    if (const char* value = request.Get(control)) keep(control, value);
   }
-  PutHandle(request, device.handle);
 }
 
 void DeviceSettings::Restore(const std::function<bool(AttrSet&)>& run) {
-  const std::lock_guard lock(_mutex);
-  for (auto& [kind, device] : _devices) {
-    // Goes on: the device answers false until the next real-time side has it.
-    static_cast<void>(Failed(!RestoreOne(kind, device, run), "!RestoreOne(kind,device,run)", kind));
+  Devices devices;
+  {
+    const std::lock_guard lock(_mutex);
+    devices = _devices;
   }
-}
-
-bool DeviceSettings::RestoreOne(const std::string& kind, Device& device,
-                                const std::function<bool(AttrSet&)>& run) {
-  AttrSet probe;
-  probe.Add("cmd", "ProbeAudioDriver");
-  probe.Add("devType", kind);
-  if (!run(probe)) return false;
-  device.handle = ObjectHandle(probe.Get("object_base"));
-  _kinds[device.handle] = kind;
-  for (const AttrSet::Pair& setting : device.settings.Pairs()) {
-    AttrSet request;
-    request.Add("cmd", "SetAudioDriver");
-    request.Add("devType", kind);
-    PutHandle(request, device.handle);
-    request.Add(setting.key.c_str(), setting.value);
-    // Goes on: what the device refuses it refused the first time too.
-    static_cast<void>(run(request));
+  for (const auto& [kind, device] : devices) {
+    const std::uint64_t handle = Probe(kind, run);
+    // One that is not there answers false until the next real-time side has it; one that has its
+    // handle still is the same as ever, reached anew.
+    if (handle == 0 || handle == device.handle) continue;
+    Send(kind, handle, device.settings, run);
+    const std::lock_guard lock(_mutex);
+    _devices[kind].handle = handle;
+    _devices[kind].given.insert(handle);
   }
-  return true;
 }
 
 }  // namespace quill::stream

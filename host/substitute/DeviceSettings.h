@@ -6,6 +6,7 @@
 #include <functional>
 #include <map>
 #include <mutex>
+#include <set>
 #include <string>
 
 #include "quill/AttrSet.h"
@@ -19,24 +20,25 @@ class DeviceSettings {
 
   // The device that `probe` asked for has answered, in the same set.
   void Learn(const base::AttrSet& probe);
-  // Notes the setting that `request` makes, whether it will succeed or not, and puts the handle in
-  // that the device has now.
-  void Note(base::AttrSet& request);
-  // On a new real-time side: probes the devices known and sends their settings anew. `run` runs one
-  // command there.
+  // Puts the handle in that the device has now.
+  void PutHandle(base::AttrSet& request);
+  // Notes the setting that `request` made, or would have made if somebody had heard it.
+  void Note(const base::AttrSet& request);
+  // On a new connection: probes the devices known, and sends their settings anew to those that have
+  // come into being since. `run` runs one command there.
   void Restore(const std::function<bool(base::AttrSet&)>& run);
 
  private:
   struct Device {
-    std::uint64_t handle = 0;  // as it is now
-    base::AttrSet settings;    // the last of each control, in the order of their making
+    std::uint64_t handle = 0;       // as it is now
+    std::set<std::uint64_t> given;  // all that it ever had
+    base::AttrSet settings;         // the last of each control, in the order of their making
   };
-  bool RestoreOne(const std::string& kind, Device& device,
-                  const std::function<bool(base::AttrSet&)>& run);
+  using Devices = std::map<std::string, Device>;
+  Device* Find(const base::AttrSet& request);  // REQUIRES: _mutex is held
 
   std::mutex _mutex;
-  std::map<std::string, Device> _devices;       // guarded by _mutex; by kind
-  std::map<std::uint64_t, std::string> _kinds;  // guarded by _mutex; of all handles given out
+  Devices _devices;  // guarded by _mutex; by kind
 };
 
 }  // namespace quill::stream

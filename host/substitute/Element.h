@@ -8,6 +8,7 @@
 #include "Media.h"
 #include "quill/Service.h"
 #include "Session.h"
+#include "StreamThread.h"
 
 namespace quill::stream {
 
@@ -24,13 +25,17 @@ class Element : public virtual Service {
 
  protected:
   Element* Upstream() const { return _upstream; }
+  // Of the stream object that owns the pipeline: it must outlive what its callbacks do.
+  std::shared_ptr<Callbacks> OwnerCallbacks() const;
 
  private:
   Element* _upstream = nullptr;
 };
 
-// "ShmSource": the Linux end of a session. Parameters: session_name, apphd (handle of the
-// application over there, which this element owns), init.
+// "ShmSource": the Linux end of a session, and the owner of the application over there. Parameters:
+// either session_name, apphd (the application's handle) and init, for one that exists already; or
+// connect={type=pipeline,serialize={chain},name=N} and link, for one that is made whenever this is
+// opened: the sink at the end of that chain gets the session N.
 class ShmSource : public Element {
  public:
   bool configure(base::AttrSet& set) override;
@@ -45,11 +50,15 @@ class ShmSource : public Element {
   ~ShmSource() override;
 
  private:
+  bool ReadConnection(const base::AttrSet& connection);
+  bool Connect();
+  bool FindSession();
   bool Command(const char* command, const char* status, base::AttrSet& answer) const;
   void Leave();
 
   std::string _session_name;
-  std::string _handle;  // as the real-time side wrote it; empty when it is gone
+  std::string _application;  // description of the one to be made; empty: it exists already
+  std::string _handle;       // as the real-time side wrote it; empty when it is gone
   std::shared_ptr<FarSide> _far_side;
   std::shared_ptr<Session> _session;
   std::shared_ptr<Media> _media;
@@ -84,9 +93,6 @@ class FuncSink : public Element {
 
  private:
   struct Port;
-  struct Delivery;
-  std::shared_ptr<Callbacks> OwnerCallbacks() const;
-  void JoinDelivery();
 
   const OpenFunction _open;
   const CloseFunction _close;
@@ -97,8 +103,7 @@ class FuncSink : public Element {
   std::shared_ptr<Media> _media;
   std::shared_ptr<Session> _session;
   const std::shared_ptr<Port> _port;  // what the pull function reaches
-  // In push mode, from Start() on; a stream that was stopped by its own callback is joined later.
-  std::shared_ptr<Delivery> _delivery;
+  StreamThread _thread;               // runs in push mode alone
 };
 
 // "pipeline": a chain of elements, given as layout=.

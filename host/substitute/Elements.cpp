@@ -12,24 +12,70 @@ namespace quill::stream {
 using base::AttrSet;
 using Status = IStatus::Status;
 
+std::shared_ptr<Service::Callbacks> Element::OwnerCallbacks() const {
+  const base::object* owner = this;
+  while (owner->Parent() != nullptr) owner = owner->Parent();
+  const auto* service = dynamic_cast<const Service*>(owner);
+  return service == nullptr ? GetCallbacks() : service->GetCallbacks();
+}
+
 bool ShmSource::configure(AttrSet& set) {
+  if (const char* text = set.Get("connect")) {
+    AttrSet connection;
+    if (Failed(!connection.Parse(text), "!connection.Parse(text)", connection.Error()))
+      return false;
+    for (const char* key : {"connect", "link"}) set.Remove(key);
+    return ReadConnection(connection) && fromAttrSet(set);
+  }
   const char* name = set.Get("session_name");
   const char* handle = set.Get("apphd");
   if (Failed(name == nullptr, "!session_name")) return false;
   if (Failed(handle == nullptr, "!apphd")) return false;
   _session_name = name;
   _handle = handle;
-  _far_side = FarSide::Current();
-  if (Failed(_far_side == nullptr, "!_far_side", "no real-time side for apphd=", handle)) {
-    return false;
-  }
-  _session = _far_side->FindSession(ObjectHandle(handle), _session_name);
-  if (Failed(_session == nullptr, "!_session", "no session ", _session_name,
-             " in apphd=", _handle)) {
-    return false;
-  }
   for (const char* key : {"session_name", "apphd", "init"}) set.Remove(key);
-  return fromAttrSet(set);
+  return FindSession() && fromAttrSet(set);
+}
+
+bool ShmSource::ReadConnection(const AttrSet& connection) {
+  const char* name = connection.Get("name");
+  const char* chain = connection.Get("serialize");
+  if (Failed(name == nullptr, "!name")) return false;
+  if (Failed(chain == nullptr, "!serialize")) return false;
+  std::vector<base::LayoutElement> elements;
+  std::string error;
+  if (Failed(!base::ParseLayout(chain, elements, error), "!ParseLayout(chain)", error))
+    return false;
+  elements.back().params.Add("session_name", name);
+  std::string layout;
+  for (const base::LayoutElement& element : elements) {
+    layout +=
+        (layout.empty() ? "" : "+") + element.class_name + ":" + element.params.ToString(false);
+  }
+  _session_name = name;
+  _application = "type=Application,layout={type=pipeline,layout={" + layout + "}},status=ready";
+  return true;
+}
+
+bool ShmSource::FindSession() {
+  _far_side = FarSide::Current();
+  if (Failed(_far_side == nullptr, "!_far_side", "no real-time side for apphd=", _handle)) {
+    return false;
+  }
+  _session = _far_side->FindSession(ObjectHandle(_handle.c_str()), _session_name);
+  return !Failed(_session == nullptr, "!_session", "no session ", _session_name,
+                 " in apphd=", _handle);
+}
+
+// Makes the application over there.
+bool ShmSource::Connect() {
+  AttrSet request(_application.c_str());
+  request.Add("cmd", "tesselCreate");
+  if (!base::Factory::Globle().Run("shm0_cmd", request)) return false;
+  const char* handle = request.Get("object_base");
+  if (Failed(handle == nullptr, "!handle", _session_name)) return false;
+  _handle = handle;
+  return FindSession();
 }
 
 ShmSource::~ShmSource() { Leave(); }
@@ -44,6 +90,7 @@ bool ShmSource::Command(const char* command, const char* status, AttrSet& answer
 }
 
 bool ShmSource::Open() {
+  if (!_application.empty() && _handle.empty() && !Connect()) return false;
   AttrSet answer;
   if (Failed(!Command("tesselMedia", nullptr, answer), "!media", _session_name)) return false;
   AttrSet description;

@@ -52,8 +52,9 @@ void FindSessions(const char* text, std::vector<std::string>& names) {
   std::string error;
   if (!base::ParseLayout(layout, elements, error)) return;
   for (const base::LayoutElement& element : elements) {
+    const bool is_sink = element.class_name == "ShmSink" || element.class_name == "FifoSink";
     const char* name = element.params.Get("session_name");
-    if (element.class_name == "ShmSink" && name != nullptr) names.emplace_back(name);
+    if (is_sink && name != nullptr) names.emplace_back(name);
   }
 }
 
@@ -99,7 +100,7 @@ std::shared_ptr<FarSide> FarSide::Current() {
 
 std::shared_ptr<FarSide> FarSide::Ensure(std::string& error) {
   if (IsForkedChild()) {
-    error = "the connection is the parent process's";
+    error = kForked;
     return nullptr;
   }
   const std::lock_guard lock(g_current_mutex);

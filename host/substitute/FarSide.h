@@ -24,6 +24,9 @@ namespace quill::stream {
 // null or a text that is none.
 std::uint64_t ObjectHandle(const char* text);
 
+// Why a child after fork gets nothing from the real-time side.
+inline constexpr char kForked[] = "the connection is the parent process's";
+
 // One connection, alive until the other side dies; the next command then makes a new one. All that
 // belongs to a connection dies with it, but for frames still held. Any thread.
 class FarSide : public std::enable_shared_from_this<FarSide> {

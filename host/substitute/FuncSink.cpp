@@ -1,7 +1,6 @@
 // The end of a pipeline: hands packets to functions, on a thread of its own or on request.
 #include "Element.h"
 #include "quill/Debug.h"
-#include "Threads.h"
 
 namespace quill::stream {
 
@@ -20,38 +19,6 @@ struct FuncSink::Port {
   }
 };
 
-// One run of the stream thread. It holds all it needs, as a callback may stop or close the stream
-// under its feet.
-struct FuncSink::Delivery {
-  Delivery(std::shared_ptr<Session> from, OutputFunction to, std::shared_ptr<Callbacks> counted)
-      : session(std::move(from)), output(std::move(to)), callbacks(std::move(counted)) {}
-
-  void Run() {
-    may_run.wait(false);
-    while (!is_over.load(std::memory_order_acquire)) {
-      Packet* packet = session->Pull(true);
-      if (packet == nullptr) return;
-      // The function adds a hold of its own for what it keeps.
-      Packet* lent = packet;
-      if (output) output(lent);
-      packet->Release();
-    }
-  }
-
-  const std::shared_ptr<Session> session;
-  const OutputFunction output;
-  const std::shared_ptr<Callbacks> callbacks;
-  // No callback before the whole pipeline plays: one that stops the stream would cross its start.
-  std::atomic<bool> may_run{false};
-  std::atomic<bool> is_over{false};
-  std::thread thread;
-
-  void Release() {
-    may_run.store(true, std::memory_order_release);
-    may_run.notify_all();
-  }
-};
-
 FuncSink::FuncSink(OpenFunction open, CloseFunction close, OutputFunction output,
                    MessageFunction message)
     : _open(std::move(open)),
@@ -60,12 +27,7 @@ FuncSink::FuncSink(OpenFunction open, CloseFunction close, OutputFunction output
       _message(std::move(message)),
       _port(std::make_shared<Port>()) {}
 
-FuncSink::~FuncSink() {
-  Close();
-  // Destroyed by its own callback, which closed the stream: the thread ends by itself, and the
-  // stream object waits for that.
-  if (_delivery != nullptr) _delivery->thread.detach();
-}
+FuncSink::~FuncSink() { Close(); }
 
 bool FuncSink::configure(base::AttrSet& set) {
   if (const char* mode = set.Get("pullMode")) {
@@ -109,36 +71,18 @@ bool FuncSink::Open() {
   return false;
 }
 
-// Of the stream object that owns the pipeline: it must outlive what its callbacks do.
-std::shared_ptr<Service::Callbacks> FuncSink::OwnerCallbacks() const {
-  const base::object* owner = this;
-  while (owner->Parent() != nullptr) owner = owner->Parent();
-  const auto* service = dynamic_cast<const Service*>(owner);
-  return service == nullptr ? GetCallbacks() : service->GetCallbacks();
-}
-
 bool FuncSink::Start() {
-  JoinDelivery();
+  _thread.Join();  // before it could find something to take
   _session->Play();
-  if (!_pull_mode) {
-    _delivery = std::make_shared<Delivery>(_session, _output, OwnerCallbacks());
-    _delivery->callbacks->Begin();
-    _delivery->thread = StartThread("tessel-stream", [run = _delivery] {
-      run->Run();
-      run->callbacks->End();
-    });
-    if (!_delivery->thread.joinable()) {
-      _delivery->callbacks->End();
-      _delivery.reset();
-      return false;
-    }
-  }
+  const auto output = [output = _output](Packet& packet) {
+    Packet* lent = &packet;
+    if (output) output(lent);
+  };
+  if (!_pull_mode && !_thread.Start(_session, output, OwnerCallbacks())) return false;
   return Element::Start();
 }
 
-void FuncSink::Playing() {
-  if (_delivery != nullptr) _delivery->Release();
-}
+void FuncSink::Playing() { _thread.Release(); }
 
 bool FuncSink::Pause() {
   _session->Pause();
@@ -152,18 +96,8 @@ bool FuncSink::Resume() {
 
 bool FuncSink::Stop() {
   if (_session != nullptr) _session->Halt();
-  JoinDelivery();
+  _thread.Join();
   return Element::Stop();
-}
-
-// Waits for the stream thread, unless this is it: then whoever comes next does.
-void FuncSink::JoinDelivery() {
-  if (_delivery == nullptr) return;
-  _delivery->is_over.store(true, std::memory_order_release);
-  _delivery->Release();
-  if (_delivery->thread.get_id() == std::this_thread::get_id()) return;
-  _delivery->thread.join();
-  _delivery.reset();
 }
 
 bool FuncSink::Close() {

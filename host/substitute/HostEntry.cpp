@@ -9,6 +9,7 @@
 #include "DeviceSettings.h"
 #include "Element.h"
 #include "FarSide.h"
+#include "IOSinkPerFrame.h"
 #include "Places.h"
 #include "quill/Debug.h"
 #include "quill/Factory.h"
@@ -49,11 +50,16 @@ bool RunShm0Command(AttrSet& args) {
   const std::string command = text == nullptr ? "" : text;
   // A setting is for a device that was probed: where that is gone, nothing is started for it.
   const bool is_setting = command == "SetAudioDriver";
-  if (is_setting) stream::DeviceSettings::Globle().Note(args);
+  if (stream::Failed(stream::IsForkedChild(), "!far_side->Run(args)", stream::kForked))
+    return false;
+  stream::DeviceSettings& devices = stream::DeviceSettings::Globle();
   std::string error = "no device was probed";
   const auto far_side = is_setting ? stream::FarSide::Current() : stream::FarSide::Ensure(error);
+  if (is_setting) devices.PutHandle(args);
   const bool done = far_side != nullptr && far_side->Run(args, error);
-  if (done && command == "ProbeAudioDriver") stream::DeviceSettings::Globle().Learn(args);
+  const bool is_refused = !done && args.Get("error") != nullptr;
+  if (is_setting && !is_refused) devices.Note(args);
+  if (done && command == "ProbeAudioDriver") devices.Learn(args);
   return !stream::Failed(!done, "!far_side->Run(args)", error);
 }
 
@@ -88,6 +94,7 @@ const bool g_is_set_up = [] {
   EnterHostClass<stream::Application>("Application");
   EnterHostClass<stream::Pipeline>("pipeline");
   EnterHostClass<stream::ShmSource>("ShmSource");
+  EnterHostClass<stream::IOSinkPerFrame>("IOSinkPerFrame");
   EnterHostClass<stream::FuncSink, stream::FuncSink::OpenFunction, stream::FuncSink::CloseFunction,
                  stream::FuncSink::OutputFunction, stream::FuncSink::MessageFunction>("FuncSink");
   Factory& factory = Factory::Globle();

@@ -9,8 +9,8 @@ namespace {
 
 // Parameters that are numbers; every other one is text. Shared by all codecs.
 constexpr const char* kNumbers[] = {
-    "w",    "h",  "fr",      "gop",     "spsoffset", "isps",    "ppsoffset", "ipps",
-    "rate", "ch", "profile", "version", "rateidx",   "adtslen", "bitrate",
+    "w",  "h",       "fr",      "gop",     "spsoffset", "isps",    "ppsoffset", "ipps",  "rate",
+    "ch", "profile", "version", "rateidx", "adtslen",   "bitrate", "bits",      "block",
 };
 
 bool IsNumber(const std::string& key) {

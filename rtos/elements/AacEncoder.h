@@ -4,9 +4,10 @@
 //   name      any text; only for people
 //   profile   LC, also called AAC-LC or low: the one there is
 //   br        8000..576000 bits/s, 128000. AAC allows 6 bits a sample: what exceeds that is brought
-//             down to it
+//             down to it. Plain sounds take less than what is asked
 //   ch        1..2 channels; absent: as it comes
-//   bw        Hz up to which sound is kept, at most half the sample rate; 0: as the encoder likes
+//   bw        Hz up to which sound is kept, to about 300 Hz, at most half the sample rate; 0: as
+//             the encoder likes
 //
 // A decoder makes the samples of one frame with the help of the frame before. So the first unit
 // stands for the 1024 samples before the sound, which are silence. The time of a unit is that of
@@ -64,12 +65,12 @@ class AacEncoder : public Element {
   Verdict Write(Unit& unit);
 
   // Constant after Open.
-  int _rate = 0;            // samples/s of each channel
-  int _rate_index = 0;      // what stands for it in headers
-  int _input_channels = 0;  // that come
-  int _channels = 0;        // that are coded
-  int _bit_rate_bps = 128'000;
-  int _bandwidth_hz = 0;  // 0: the encoder's choice
+  int _rate = 0;                // samples/s of each channel
+  int _rate_index = 0;          // what stands for it in headers
+  int _input_channels = 0;      // that come
+  int _channels = 0;            // that are coded
+  int _bit_rate_bps = 128'000;  // as asked
+  int _bandwidth_hz = 0;        // 0: the encoder's choice
 
   // Chain's thread, once open.
   std::unique_ptr<AVCodecContext, Free> _codec;

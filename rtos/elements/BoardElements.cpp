@@ -2,6 +2,7 @@
 #include "AacEncoder.h"
 #include "CameraSource.h"
 #include "Element.h"
+#include "FifoSink.h"
 #include "FrameDroper.h"
 #include "FrameTrigger.h"
 #include "H264Encoder.h"
@@ -28,9 +29,11 @@ constexpr ElementRow kElements[] = {
     {"h264-encoder-dma", &Make<H264Encoder>, true, Colours::kVideo},
     {"jpeg-encoder-dma", &Make<JpegEncoder>, true, Colours::kJpeg},
     {"jpeg-encoder", &Make<JpegEncoder>, true, Colours::kJpeg},
+    {"encoder-jpeg", &Make<JpegEncoder>, true, Colours::kJpeg},
     {"aac-encoder", &Make<AacEncoder>, true},
     {"H264VBrc", &Make<H264VBrc>},
     {"ShmSink", &Make<ShmSink>},
+    {"FifoSink", &Make<FifoSink>},
 };
 
 }  // namespace

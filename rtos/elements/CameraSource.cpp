@@ -30,8 +30,8 @@ bool ReadSide(const AttrSet& params, const char* key, int most, int& side, std::
   return false;
 }
 
-// The tone beeps from each whole second of CLOCK_MONOTONIC on. The picture nearest to it is lit, and
-// what follows in the next moment.
+// The tone beeps from each whole second of CLOCK_MONOTONIC on. Lit are the picture nearest to that
+// and those of the moment that follows.
 bool IsLampTime(const Unit& unit) {
   const std::int64_t period_ns = kSecondNs / unit.frames_per_second;
   return (unit.time_ns + period_ns / 2) % kSecondNs < std::max(kLampNs, period_ns);

@@ -23,11 +23,13 @@ void BitRateMeter::Reset() {
   _bytes = 0;
 }
 
-void EncoderReport::Tell(const Unit& unit, VbrcBlock* block) {
+void EncoderReport::Tell(const Unit& unit, const EncoderParams& params) {
   const int bit_rate_bps = _meter.Add(unit.time_ns, unit.size_bytes);
+  VbrcBlock* block = params.block;
   if (block == nullptr) return;
   block->bitrate.store(bit_rate_bps, std::memory_order_relaxed);
   block->qp_reported.store(unit.qp, std::memory_order_relaxed);
+  if (!params.counts_frames) return;
   // The one writer of the count: no locked instruction needed. Runs over like every running count.
   const auto done = static_cast<std::uint32_t>(block->frame_count.load(std::memory_order_relaxed));
   block->frame_count.store(static_cast<std::int32_t>(done + 1), std::memory_order_relaxed);

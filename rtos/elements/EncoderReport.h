@@ -5,6 +5,7 @@
 #include <deque>
 
 #include "Element.h"
+#include "EncoderParams.h"
 
 namespace tessel::rtos {
 
@@ -30,8 +31,9 @@ class EncoderReport {
  public:
   // Measures anew.
   void Start() { _meter.Reset(); }
-  // Tells of a finished unit, its QP and the bit rate with it. Without a block nobody is told.
-  void Tell(const Unit& unit, VbrcBlock* block);
+  // Tells of a finished unit, its QP and the bit rate with it, and counts it where that is asked
+  // for. Without a block nobody is told.
+  void Tell(const Unit& unit, const EncoderParams& params);
 
  private:
   BitRateMeter _meter;

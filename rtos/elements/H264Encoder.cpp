@@ -201,7 +201,7 @@ Verdict H264Encoder::Encode(Unit& unit, Kind kind) {
   unit.is_key = out.b_keyframe != 0;
   unit.qp = out.i_qpplus1 - 1;
   _policy->Account(unit);
-  _report.Tell(unit, _params.block);
+  _report.Tell(unit, _params);
   return Verdict::kPass;
 }
 

@@ -129,6 +129,10 @@ JpegEncoder::~JpegEncoder() = default;
 bool JpegEncoder::Open(const Context& context, const AttrSet& params, Media& media,
                        std::string& error) {
   if (!_params.Read(context, params, {}, error)) return false;
+  if (media.width <= 0 || media.height <= 0) {
+    error = "no pictures come in";
+    return false;
+  }
   _codec = std::make_unique<Codec>();
   if (!_codec->Prepare(media.width, media.height)) {
     error = _codec->reason;
@@ -163,7 +167,7 @@ Verdict JpegEncoder::Process(Unit& unit) {
   }
   unit.size_bytes = unit.room.size() - _codec->FreeBytes();
   unit.is_key = true;  // every picture stands alone
-  _report.Tell(unit, _params.block);
+  _report.Tell(unit, _params);
   return Verdict::kPass;
 }
 

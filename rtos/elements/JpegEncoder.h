@@ -1,5 +1,5 @@
-// The board's JPEG encoder, "jpeg-encoder-dma" or "jpeg-encoder": each unit is one whole picture,
-// baseline, 4:2:0, JFIF. Its parameters are those in EncoderParams.h.
+// The board's JPEG encoder, "jpeg-encoder-dma", "jpeg-encoder" or "encoder-jpeg": each unit is one
+// whole picture, baseline, 4:2:0, JFIF. Its parameters are those in EncoderParams.h.
 //
 // The quantisers follow the QP by one rule: the luma DC step is that of H.264 at the same QP,
 // 0.625 * 2^(QP/6), and all others keep their proportion to it. QP 0 leaves it to the encoder,

@@ -23,6 +23,8 @@ constexpr std::int64_t kDefaultFrameNs = 40'000'000;  // 25 frames/s, where a fi
 // The client's command gives up after a second, and other commands wait meanwhile: an input that
 // takes longer to open is refused before that, with its own reason.
 constexpr std::int64_t kOpenNs = 800'000'000;
+// A file is there or it is not; a playlist could wait for its next part.
+constexpr std::int64_t kReadNs = 500'000'000;
 // Broken packets are passed over, but a whole stretch of them means that nothing will come.
 constexpr int kMostBrokenPackets = 10'000;
 
@@ -177,15 +179,15 @@ MediaReader::Step MediaReader::Decode(AVFrame& frame) {
 // Gives the decoder one packet, or tells it that no more come. One that it refuses is passed over.
 MediaReader::Fed MediaReader::Feed() {
   int failure = 0;
+  _deadline_ns = NowNs() + kReadNs;
   do {
     av_packet_unref(_packet.get());
     failure = av_read_frame(_format.get(), _packet.get());
   } while (failure >= 0 && _packet->stream_index != _stream);
   if (failure == AVERROR(EAGAIN)) return Fed::kNothingYet;
-  if (failure < 0 && _is_device) {
-    FailWith(Reason(failure));
-    return Fed::kFailed;
-  }
+  if (failure == AVERROR_EXIT) FailWith("takes too long to read");
+  if (failure < 0 && failure != AVERROR_EXIT && _is_device) FailWith(Reason(failure));
+  if (failure == AVERROR_EXIT || (failure < 0 && _is_device)) return Fed::kFailed;
   const AVPacket* packet = failure < 0 ? nullptr : _packet.get();
   const int sent = avcodec_send_packet(_codec.get(), packet);
   av_packet_unref(_packet.get());
@@ -198,8 +200,8 @@ MediaReader::Step MediaReader::StartAnew(AVFrame& frame) {
   for (const auto rewind :
        {&MediaReader::SeekTime, &MediaReader::SeekPlace, &MediaReader::Reopen}) {
     // After a seek some demuxers forget what of the first sound is padding, and decoders do not
-    // begin as they did. Opening it
-    // once more takes milliseconds, and each pass is the same to the sample.
+    // begin as they did. Opening it once more takes milliseconds, and each pass is the same to the
+    // sample.
     if (_kind == Kind::kSound && rewind != &MediaReader::Reopen) continue;
     if (!(this->*rewind)() || Decode(frame) != Step::kFrame) continue;
     if (StampNs(frame).value_or(FirstStampNs()) <= FirstStampNs()) return Step::kFrame;

@@ -45,6 +45,8 @@ void MicrophoneSource::Start() {
   // Unpaced time stamps may have run ahead of the clock.
   _start_ns = std::max(NowNs(), TimeOf(_frames));
   _frames = 0;
+  _next_ns = 0;
+  _input->Start();
   _level->Start();
 }
 
@@ -67,6 +69,16 @@ bool MicrophoneSource::AwaitClock(StopSignal& stop) {
   return true;
 }
 
+// Where a sound card's times jump, whole blocks are missing.
+void MicrophoneSource::CountLost() {
+  constexpr std::int64_t kBlockNs = kSecondNs / kBlocksPerSecond;
+  const std::int64_t gap_ns = _next_ns == 0 ? 0 : _time_ns - _next_ns;
+  if (gap_ns > kBlockNs / 2) {
+    _captures += static_cast<std::uint32_t>((gap_ns + kBlockNs / 2) / kBlockNs);
+  }
+  _next_ns = _time_ns + kBlockNs;
+}
+
 SoundInput::Step MicrophoneSource::ReadBlock(StopSignal& stop) {
   SoundInput::Step step = _input->Read(_block, _time_ns);
   while (step == SoundInput::Step::kNothingYet) {
@@ -87,6 +99,7 @@ Verdict MicrophoneSource::Await(Unit& unit, StopSignal& stop) {
     case SoundInput::Step::kFailed:
       return FailWith(_input->Error());
   }
+  if (_input->IsDevice()) CountLost();
   _frames += _block_frames;
   unit.time_ns = _time_ns;
   unit.capture = _captures++;

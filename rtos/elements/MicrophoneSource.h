@@ -4,7 +4,8 @@
 //
 // A paced one is like a sound card: blocks of 20 ms, each there when its last sample was heard, by
 // the clock. What a held-up chain did not take in time waits for it, half a second of it at most;
-// what was heard before that is lost, and leaves a gap in the sequence and in the time stamps.
+// what was heard before that is lost, and leaves a gap in the sequence and in the time stamps; a
+// file or a tone goes on where it was.
 #pragma once
 
 #include <cstdint>
@@ -33,6 +34,7 @@ class MicrophoneSource : public Source {
   bool AwaitClock(StopSignal& stop);
   SoundInput::Step ReadBlock(StopSignal& stop);
   std::int64_t TimeOf(std::int64_t frame) const;
+  void CountLost();
 
   // Constant after Open.
   bool _paced = true;
@@ -46,6 +48,7 @@ class MicrophoneSource : public Source {
   std::int64_t _start_ns = 0;  // CLOCK_MONOTONIC of the first sample since Start()
   std::int64_t _frames = 0;    // heard since Start(), with those that were lost
   std::int64_t _time_ns = 0;   // of the first sample of the block
+  std::int64_t _next_ns = 0;   // of the one behind the last block; 0 before the first
   std::uint32_t _captures = 0;
 };
 

@@ -9,7 +9,6 @@
 namespace tessel::rtos {
 namespace {
 
-constexpr int kBlocksPerSecond = 50;
 // What a unit may have above its share: one frame where the rates do not divide, and at the end
 // what the converter keeps back, half the length of its filter. That is 16 frames at the lower of
 // the two rates: at most 96 of the result, from 8000 to 48000 samples/s.
@@ -30,7 +29,7 @@ bool PcmFilter::Open(const Context& context, const AttrSet& params, Media& media
       !ReadInt(params, "ch", 1, 2, _to.channels, error)) {
     return false;
   }
-  if (_from.rate <= 0 || _from.channels <= 0) {
+  if (_from.rate <= 0 || _from.channels <= 0 || media.frames_per_second <= 0) {
     error = "no sound comes from the elements in front";
     return false;
   }
@@ -55,7 +54,6 @@ bool PcmFilter::Open(const Context& context, const AttrSet& params, Media& media
 void PcmFilter::Describe(Media& media) const {
   media.sample_rate = _to.rate;
   media.channels = _to.channels;
-  media.frames_per_second = kBlocksPerSecond;
   media.description = AttrSet();
   if (!_is_last) return;
   media.description.Add("codec", "pcm");
@@ -63,7 +61,7 @@ void PcmFilter::Describe(Media& media) const {
   media.description.Add("ch", _to.channels);
   media.description.Add("fmt", "s16le");
   media.description.Add("bits", 16);
-  media.description.Add("block", _to.rate / kBlocksPerSecond);
+  media.description.Add("block", _to.rate / media.frames_per_second);
 }
 
 // What the converter keeps back is no part of what comes now.
@@ -86,7 +84,7 @@ Verdict PcmFilter::Drain(Unit& unit) {
 Verdict PcmFilter::Convert(std::span<const std::int16_t> samples, std::int64_t time_ns,
                            Unit& unit) {
   if (_converter == nullptr) return FailWith("the sound cannot be converted");
-  unit.time_ns = time_ns - (_is_used ? _converter->DelayNs() : 0);
+  unit.time_ns = time_ns - _converter->DelayNs();
   _is_used = true;
   const int frames = _converter->Convert(samples, _samples);
   if (frames < 0) return FailWith("a block cannot be converted");

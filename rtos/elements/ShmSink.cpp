@@ -6,11 +6,12 @@ namespace tessel::rtos {
 
 bool ShmSink::Open(const Context& context, const AttrSet& params, Media& media,
                    std::string& error) {
+  return OpenSession(context, params, media, context.GetBoard().slots, error);
+}
+
+bool ShmSink::OpenSession(const Context& context, const AttrSet& params, const Media& media,
+                          int most_slots, std::string& error) {
   if (!CheckKnown(params, {"name", "session_name", "init"}, error)) return false;
-  if (media.description.Pairs().empty()) {
-    error = "no element in front makes what Linux could take";
-    return false;
-  }
   const char* name = params.Get("session_name");
   if (name == nullptr) {
     error = "no session_name=";
@@ -18,7 +19,11 @@ bool ShmSink::Open(const Context& context, const AttrSet& params, Media& media,
   }
   _producer = context.Session(name, error);
   if (_producer == nullptr) return false;
-  if (_producer->Divide(media.unit_bytes, context.GetBoard().slots)) return true;
+  if (media.description.Pairs().empty()) {
+    error = "no element in front makes what Linux could take";
+    return false;
+  }
+  if (_producer->Divide(media.unit_bytes, most_slots)) return true;
   error = std::string("session_name=") + name + " has no room for two units of " +
           std::to_string(media.unit_bytes) + " bytes";
   return false;

@@ -26,6 +26,11 @@ class ShmSink : public Element {
   void Interrupt() { _producer->Interrupt(); }
   void Resume() { _producer->Resume(); }
 
+ protected:
+  // With at most `most_slots` units under way.
+  bool OpenSession(const Context& context, const AttrSet& params, const Media& media,
+                   int most_slots, std::string& error);
+
  private:
   std::unique_ptr<link::SessionProducer> _producer;
 };

@@ -27,11 +27,13 @@ class SoundClock {
 
 class SoundCard : public SoundInput {
  public:
-  // Opens the ALSA device `device`; `name` is what errors call it. Rate and channels are wishes,
-  // the device may deliver others. Null with `error` when it cannot be opened.
+  // Opens the ALSA device `device`; `name` is what errors call it. The rate is a wish, the device
+  // may deliver another; the other number of channels is tried where it refuses that of `format`.
+  // Null with `error` when it cannot be opened.
   static std::unique_ptr<SoundCard> Open(const std::string& device, const std::string& name,
                                          const SoundFormat& format, std::string& error);
 
+  void Start() override;
   Step Read(std::span<std::int16_t> samples, std::int64_t& time_ns) override;
   bool IsDevice() const override { return true; }
 
@@ -42,8 +44,7 @@ class SoundCard : public SoundInput {
   MediaReader _reader;
   FramePtr _frame = MakeFrame();
   SoundQueue _queue;
-  SoundClock _clock;           // CLOCK_MONOTONIC
-  std::int64_t _wall_lead_ns;  // of the wall clock, by which devices are stamped
+  SoundClock _clock;  // CLOCK_MONOTONIC
 };
 
 }  // namespace tessel::rtos

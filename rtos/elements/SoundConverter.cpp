@@ -1,6 +1,5 @@
 #include "SoundConverter.h"
 
-#include <utility>
 #include <vector>
 
 extern "C" {
@@ -48,7 +47,8 @@ std::unique_ptr<SoundConverter> SoundConverter::Create(const SoundFormat& from,
   // Filtering in 16 bits adds noise of its own.
   if (from.rate != to.rate)
     av_opt_set_sample_fmt(context, "internal_sample_fmt", AV_SAMPLE_FMT_FLTP, 0);
-  return swr_init(context) < 0 ? nullptr : std::move(converter);
+  if (swr_init(context) < 0) return nullptr;
+  return converter;
 }
 
 int SoundConverter::Convert(const std::uint8_t* const* in, int frames, std::uint8_t* const* out,

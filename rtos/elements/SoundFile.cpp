@@ -6,19 +6,42 @@ namespace tessel::rtos {
 
 std::unique_ptr<SoundFile> SoundFile::Open(const std::string& path, bool loop,
                                            const SoundFormat& format, std::string& error) {
-  std::unique_ptr<SoundFile> file(new SoundFile(path, loop, format));
-  if (file->_reader.OpenFile(path) && file->FillQueue() &&
-      (!file->_is_over || file->_reader.FailWith("no sound in it"))) {
-    return file;
-  }
+  std::unique_ptr<SoundFile> file(new SoundFile(path, format));
+  if (file->_reader.OpenFile(path) && file->ReadAhead(loop)) return file;
   error = file->_reader.Error();
   return nullptr;
 }
 
-SoundFile::SoundFile(const std::string& path, bool loop, const SoundFormat& format)
-    : _loop(loop), _reader(MediaReader::Kind::kSound, path), _queue(format) {}
+SoundFile::SoundFile(const std::string& path, const SoundFormat& format)
+    : _ahead(static_cast<std::size_t>(format.rate) * static_cast<std::size_t>(format.channels)),
+      _reader(MediaReader::Kind::kSound, path),
+      _queue(format) {}
+
+// The first second.
+bool SoundFile::ReadAhead(bool loop) {
+  while (!_is_over && _queue.Size() < _ahead) {
+    if (!FillQueue()) return false;
+  }
+  if (_queue.Size() == 0) return _reader.FailWith("no sound in it");
+  _loop = loop;
+  if (!loop || !_is_over) return true;
+  _short_file.resize(_queue.Size());
+  _queue.Take(_short_file);
+  return true;
+}
+
+void SoundFile::Repeat(std::span<std::int16_t> samples) {
+  for (std::int16_t& sample : samples) {
+    sample = _short_file[_place];
+    _place = (_place + 1) % _short_file.size();
+  }
+}
 
 SoundInput::Step SoundFile::Read(std::span<std::int16_t> samples, std::int64_t&) {
+  if (!_short_file.empty()) {
+    Repeat(samples);
+    return Step::kSamples;
+  }
   while (_queue.Size() < samples.size() && !_is_over) {
     if (FillQueue()) continue;
     _error = _reader.Error();

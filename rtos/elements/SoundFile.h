@@ -4,6 +4,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <vector>
 
 #include "MediaReader.h"
 #include "SoundInput.h"
@@ -12,7 +13,8 @@
 namespace tessel::rtos {
 
 // Samples follow one another as decoded, whatever time stamps say: neither gaps nor overlaps in a
-// file's times drop or double any. A loop joins the last sample to the first without a seam.
+// file's times drop or double any. A loop joins the last sample to the first without a seam; a
+// file of less than a second is decoded once and then repeated from memory.
 class SoundFile : public SoundInput {
  public:
   // Opens the file `path` and decodes the first of it. Null with `error`, which names the
@@ -23,14 +25,19 @@ class SoundFile : public SoundInput {
   Step Read(std::span<std::int16_t> samples, std::int64_t& time_ns) override;
 
  private:
-  SoundFile(const std::string& path, bool loop, const SoundFormat& format);
+  SoundFile(const std::string& path, const SoundFormat& format);
   bool FillQueue();
+  bool ReadAhead(bool loop);
+  void Repeat(std::span<std::int16_t> samples);
 
-  const bool _loop;
+  const std::size_t _ahead;  // samples of all channels that make a second
+  bool _loop = false;        // once something has been decoded
   MediaReader _reader;
   FramePtr _frame = MakeFrame();
   SoundQueue _queue;
-  bool _is_over = false;  // nothing follows what is in the queue
+  bool _is_over = false;                  // nothing follows what is in the queue
+  std::vector<std::int16_t> _short_file;  // whole; empty unless it is one that loops
+  std::size_t _place = 0;                 // in _short_file
 };
 
 }  // namespace tessel::rtos

@@ -31,6 +31,8 @@ class SoundInput {
   // the end of a file the last block is filled up with silence. `time_ns` (CLOCK_MONOTONIC) is when
   // the first one is heard: given, but for a sound card, which says it itself.
   virtual Step Read(std::span<std::int16_t> samples, std::int64_t& time_ns) = 0;
+  // The chain begins, or begins again, to read: what a sound card has kept meanwhile is forgotten.
+  virtual void Start() {}
   // Whether the samples come at a pace of their own, and Read() may answer kNothingYet.
   virtual bool IsDevice() const { return false; }
 

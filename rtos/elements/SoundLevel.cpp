@@ -62,7 +62,10 @@ float SoundLevel::Follow(std::span<const std::int16_t> samples) {
     const double step = std::pow(10, kDbPerSecond * block_s / 20);
     gain = std::clamp(wanted, gain / step, gain * step);
   }
-  if (peak * gain > kMostPeak) gain = kMostPeak / peak;
+  if (peak * gain > kMostPeak) {
+    gain = kMostPeak / peak;
+    _gain = std::min(_gain, static_cast<float>(gain));  // without a transition, which would clip
+  }
   return static_cast<float>(gain);
 }
 

@@ -12,7 +12,7 @@ namespace tessel::rtos {
 // samples pass as they are. The automatic gain brings the loudness of what is heard, RMS over about
 // half a second, to -20 dB of full scale. It changes by 6 dB/s at most, between -20 and +30 dB;
 // below -60 dB it takes the sound for silence and holds. Peaks that would exceed -1 dB bring it
-// down at once. One thread.
+// down at once, from the start of their block. One thread.
 class SoundLevel {
  public:
   // `device` has to outlive it.

@@ -9,8 +9,16 @@ extern "C" {
 #include "Clock.h"
 
 namespace tessel::rtos {
+namespace {
+
+constexpr int kLeastRate = 4'000;  // samples/s
+constexpr int kMostRate = 768'000;
+
+}  // namespace
 
 bool SoundQueue::Add(const AVFrame& frame) {
+  // A file may claim any rate, and would be blown up by the ratio.
+  if (frame.sample_rate < kLeastRate || frame.sample_rate > kMostRate) return false;
   const SoundFormat from = {.rate = frame.sample_rate, .channels = frame.ch_layout.nb_channels};
   const bool is_as_before =
       _converter != nullptr && from == _from && frame.format == _from_sample_format;
@@ -41,6 +49,12 @@ bool SoundQueue::Convert(const std::uint8_t* const* in, int frames) {
   const int made = _converter->Convert(in, frames, &out, most);
   _samples.resize(before + static_cast<std::size_t>(std::max(0, made)) * channels);
   return made >= 0;
+}
+
+void SoundQueue::Clear() {
+  _samples.clear();
+  _taken = 0;
+  _converter.reset();
 }
 
 std::size_t SoundQueue::Take(std::span<std::int16_t> samples) {

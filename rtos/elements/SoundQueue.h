@@ -20,10 +20,13 @@ class SoundQueue {
   explicit SoundQueue(const SoundFormat& format) : _format(format) {}
 
   // Adds a decoded piece, which joins the last one without a seam. False when it cannot be
-  // converted.
+  // converted, or claims less than 4000 or more than 768000 samples/s.
   [[nodiscard]] bool Add(const AVFrame& frame);
   // No more pieces follow: gets out what the conversion has kept back.
   [[nodiscard]] bool Finish();
+
+  // Forgets everything.
+  void Clear();
 
   // Samples of all channels that can be taken.
   std::size_t Size() const { return _samples.size() - _taken; }

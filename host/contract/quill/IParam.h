@@ -3,8 +3,10 @@
 
 #include <functional>
 #include <string>
+#include <tuple>
 #include <type_traits>
 #include <typeinfo>
+#include <utility>
 #include <vector>
 
 #include "quill/AttrSet.h"
@@ -37,7 +39,38 @@ class QUILL_PUBLIC IParam {
   bool Get(const char* key, T& out) const {
     return Get(key, &out, &typeid(T));
   }
+  // An integer of whatever type the parameter has, brought to `T`. False when it is unknown, no
+  // integer, or outside the range of `T`; `out` then keeps its value.
+  template <typename T>
+  bool GetIntT(const char* key, T& out) const;
 };
+
+template <typename T>
+bool IParam::GetIntT(const char* key, T& out) const {
+  std::tuple<int, unsigned, long, unsigned long, long long, unsigned long long> room;
+  bool is_integer = false;
+  bool fits = false;
+  const auto try_one = [&](auto& value, const std::type_info& type) -> void* {
+    return typeid(value) == type ? &value : nullptr;
+  };
+  const std::type_info* found = nullptr;
+  const auto accept = [&](const std::type_info& type) {
+    found = &type;
+    void* place = nullptr;
+    std::apply([&](auto&... value) { ((place = place ? place : try_one(value, type)), ...); },
+               room);
+    is_integer = place != nullptr;
+    return place;
+  };
+  if (!GetWithType(key, accept) || !is_integer) return false;
+  const auto take = [&](const auto& value) {
+    if (typeid(value) != *found || !std::in_range<T>(value)) return;
+    out = static_cast<T>(value);
+    fits = true;
+  };
+  std::apply([&](const auto&... value) { (take(value), ...); }, room);
+  return fits;
+}
 
 // Describes one property of a class or of one object.
 class QUILL_PUBLIC IProperty {

@@ -205,7 +205,10 @@ object* object::create(AttrSet& description) const {
   pairs.Remove("type");
   // Entering a child belongs to creating it, which is how a const object gets one.
   auto* self = const_cast<object*>(this);
-  if (child->InitObject(pairs) && self->addChild(child)) return child;
+  if (child->InitObject(pairs) && self->addChild(child)) {
+    child->_parent = self;  // also of one that keeps its child elsewhere than in the list
+    return child;
+  }
   child->Release();
   return nullptr;
 }
@@ -307,9 +310,12 @@ object* object::Clone() const {
 }
 
 bool object::Dispatch(Message& message, const Orient& orient) {
-  // A receiver may close what this object belongs to.
+  // A receiver may close what this object belongs to. The topmost owner is the client's: a hold on
+  // it could become the last one, and it would be destroyed here.
   std::vector<Held> kept;
-  for (object* each = this; each != nullptr; each = each->_parent) kept.push_back(Keep(*each));
+  for (object* each = this; each->_parent != nullptr; each = each->_parent) {
+    kept.push_back(Keep(*each));
+  }
   return sendMessage(message, orient);
 }
 
@@ -361,6 +367,13 @@ bool object::Forward(Message& message, const Orient& orient) {
         if (process(*owner)) return true;
       }
       return false;
+    case Orient::kOwners: {
+      bool is_taken = false;
+      for (object* owner = _parent; owner != nullptr; owner = owner->_parent) {
+        is_taken = process(*owner) || is_taken;
+      }
+      return is_taken;
+    }
   }
   return false;
 }

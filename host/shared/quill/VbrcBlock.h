@@ -88,6 +88,12 @@ static_assert(offsetof(VbrcBlock, extra_max) == 608, "");
 static_assert(offsetof(VbrcBlock, extra_len) == 612, "");
 static_assert(offsetof(VbrcBlock, extra) == 616, "the extra area starts inside the record");
 
+// The extra area, which goes on behind the record. Both operating systems may write there at any
+// time: its bytes are read and written with std::atomic_ref.
+inline std::uint8_t* ExtraArea(VbrcBlock& block) {
+  return reinterpret_cast<std::uint8_t*>(&block) + offsetof(VbrcBlock, extra);
+}
+
 // Zeroes the fixed part and stores what a fresh source asks for. `extra_size` is the number of
 // bytes behind the fixed part; those are left alone.
 inline void InitVbrcBlock(VbrcBlock& block, int extra_size) {

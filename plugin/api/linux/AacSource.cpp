@@ -12,7 +12,7 @@ using quill::stream::Trace;
 
 AacSource::AacSource(bool pull) : PcmSource(pull) { Trace("AacSource"); }
 
-void AacSource::SetProfile(const char* name) { _profile = name; }
+void AacSource::SetProfile(const char* name) { _profile = name == nullptr ? "" : name; }
 void AacSource::SetTargetChannels(int channels) { _aac.channels = channels; }
 void AacSource::SetBandWidth(int hertz) { _bandWidth = hertz; }
 AacSource::AacMediaInfo AacSource::GetAacMediaInfo() const { return _aac; }
@@ -47,7 +47,7 @@ bool AacSource::CbOpen(quill::base::object* obj, quill::stream::IMedia* media) {
   if (Failed(!media->IsCodec("aac"), "!media->IsCodec(\"aac\")")) return false;
   Trace("", media->ToString());
   const auto get = [media](const char* key, std::int32_t& out, const At& text) {
-    return !Failed(!media->Get(key, out), text);
+    return !Failed(!media->GetIntT<int>(key, out), text);
   };
   if (!get("profile", _aac.profile, "!media->Get(\"profile\",_aac.profile)")) return false;
   if (!get("version", _aac.version, "!media->Get(\"version\",_aac.version)")) return false;

@@ -6,10 +6,12 @@
 #include "H264SourceTrigger.h"
 #include "H264SourceVbrc.h"
 #include "H264SourceVbrcTrigger.h"
+#include "JpegSnap.h"
 #include "JpegSource.h"
 #include "JpegSourceTrigger.h"
 #include "Microphone.h"
 #include "PcmSource.h"
+#include "Photography.h"
 #include "quill/Factory.h"
 #include "Speaker.h"
 #include "YuvSource.h"
@@ -33,9 +35,9 @@ IClass* EnterSource(const char* name) {
   return TClass<bool>::Enter<Class>(name);
 }
 
-// A device, whose constructor takes nothing.
+// A device or a taker of pictures, whose constructor takes nothing.
 template <typename Class>
-IClass* EnterDevice(const char* name) {
+IClass* EnterPlain(const char* name) {
   return TClass<>::Enter<Class>(name);
 }
 
@@ -63,12 +65,13 @@ constexpr CatalogueRow kCatalogue[] = {
      &EnterSource<PcmSource>, &TagPcmFormats},
     {"ApiAacSource1", "ApiAacSource-dualos-push", "ApiAacSource-dualos-pull",
      &EnterSource<AacSource>, nullptr},
-    {"Speaker-ApiSpeaker-dualos", nullptr, nullptr, &EnterDevice<Speaker>, nullptr},
-    {"Microphone-ApiMicrophone-dualos", nullptr, nullptr, &EnterDevice<Microphone>, nullptr},
+    {"Speaker-ApiSpeaker-dualos", nullptr, nullptr, &EnterPlain<Speaker>, nullptr},
+    {"Microphone-ApiMicrophone-dualos", nullptr, nullptr, &EnterPlain<Microphone>, nullptr},
     {"ApiJpegSourceCbrc1", "ApiJpegSource-dualos-cbrc-push", "ApiJpegSource-dualos-cbrc-pull",
      &EnterSource<JpegSource>, nullptr},
     {"ApiJpegSourceTrigger1", "ApiJpegSourceTrigger-dualos-trigger-push",
      "ApiJpegSourceTrigger-dualos-trigger-pull", &EnterSource<JpegSourceTrigger>, nullptr},
+    {"ApiJpegSnap-dualos", nullptr, nullptr, &EnterPlain<JpegSnap>, nullptr},
     {"ApiH264SourceCbrc1", "ApiH264Source-dualos-cbrc-push", "ApiH264Source-dualos-cbrc-pull",
      &EnterSource<H264Source>, nullptr},
     {"ApiH264SourceTrigger1", "ApiH264SourceTrigger-dualos-trigger-push",
@@ -81,6 +84,7 @@ constexpr CatalogueRow kCatalogue[] = {
      &EnterSource<YuvSource>, &TagYuvFormats},
     {"ApiYuvSourceFake1", "ApiYuvSource-dualos-push-fake", "ApiYuvSource-dualos-pull-fake",
      &EnterSource<YuvSourceFake>, &TagYuvFormats},
+    {"ApiPhotography-dualos", nullptr, nullptr, &EnterPlain<Photography>, nullptr},
 };
 
 enum Row {
@@ -90,12 +94,14 @@ enum Row {
   kMicrophone,
   kJpegSource,
   kJpegSourceTrigger,
+  kJpegSnap,
   kH264Source,
   kH264SourceTrigger,
   kH264SourceVbrc,
   kH264SourceVbrcTrigger,
   kYuvSource,
   kYuvSourceFake,
+  kPhotography,
   kRows
 };
 static_assert(std::size(kCatalogue) == kRows, "a name for each row");
@@ -135,6 +141,7 @@ TESSEL_PUBLIC void RegisterApiJpegSource(const char*) { RegisterRow(tessel::dual
 TESSEL_PUBLIC void RegisterApiJpegSourceTrigger(const char*) {
   RegisterRow(tessel::dualos::kJpegSourceTrigger);
 }
+TESSEL_PUBLIC void RegisterApiJpegSnap(const char*) { RegisterRow(tessel::dualos::kJpegSnap); }
 TESSEL_PUBLIC void RegisterApiH264Source(const char*) { RegisterRow(tessel::dualos::kH264Source); }
 TESSEL_PUBLIC void RegisterApiH264SourceTrigger(const char*) {
   RegisterRow(tessel::dualos::kH264SourceTrigger);
@@ -150,6 +157,10 @@ TESSEL_PUBLIC void RegisterApiYuvSourceFake(const char*) {
   RegisterRow(tessel::dualos::kYuvSourceFake);
 }
 
+TESSEL_PUBLIC void RegisterApiPhotography(const char*) {
+  RegisterRow(tessel::dualos::kPhotography);
+}
+
 TESSEL_PUBLIC void RegisterPluginApiStreaming(const char*) {
   RegisterApiPcmSource(nullptr);
   RegisterApiAacSource(nullptr);
@@ -157,12 +168,14 @@ TESSEL_PUBLIC void RegisterPluginApiStreaming(const char*) {
   RegisterApiMicrophone(nullptr);
   RegisterApiJpegSource(nullptr);
   RegisterApiJpegSourceTrigger(nullptr);
+  RegisterApiJpegSnap(nullptr);
   RegisterApiH264Source(nullptr);
   RegisterApiH264SourceTrigger(nullptr);
   RegisterApiH264SourceVbrc(nullptr);
   RegisterApiH264SourceVbrcTrigger(nullptr);
   RegisterApiYuvSource(nullptr);
   RegisterApiYuvSourceFake(nullptr);
+  RegisterApiPhotography(nullptr);
 }
 
 TESSEL_PUBLIC int __cb_register_PluginApiStreaming =  // NOLINT(bugprone-reserved-identifier)

@@ -73,6 +73,12 @@ Layout& Layout::JpegEncoder() {
   return *this;
 }
 
+Layout& Layout::SnapEncoder() {
+  _text << "+jpeg-encoder:name=jpeg,qp=" << Read(_block->qp) << ",vbrc=" << _address
+        << ",clk=400000";
+  return *this;
+}
+
 void Layout::EncoderClock() {
   _text << ",vbrc=" << _address << ",fr=" << Read(_block->framerate_max) << ",clk=400000";
 }

@@ -30,6 +30,7 @@ class Layout {
   Layout& H264Encoder(const api::streaming::common::H264MediaInfo& info);
   Layout& JpegEncoderDma();
   Layout& JpegEncoder();
+  Layout& SnapEncoder();  // JPEG for single pictures
   Layout& H264VBrc();
   // The end of every chain: the whole text.
   std::string ShmSink(const std::string& session_name);

@@ -1,0 +1,141 @@
+#include "IOSinkPerFrame.h"
+
+#include <algorithm>
+#include <span>
+
+#include "FileUrl.h"
+#include "quill/Debug.h"
+#include "quill/VbrcBlock.h"
+
+namespace quill::stream {
+
+using base::AttrSet;
+
+namespace {
+
+AttrSet Inner(const AttrSet& set, const char* key) {
+  const char* text = set.Get(key);
+  return AttrSet(text == nullptr ? "" : text);
+}
+
+// A message's text. What cannot be written in it is left out.
+std::string TextOf(const std::string& name, const AttrSet& body) {
+  return name + ":" + body.ToString(false);
+}
+
+}  // namespace
+
+IOSinkPerFrame::~IOSinkPerFrame() { Close(); }
+
+bool IOSinkPerFrame::configure(AttrSet& set) {
+  std::string error;
+  _urls = UrlLayout::Create(Inner(set, "urlLayout"), error);
+  if (Failed(_urls == nullptr, "!urlLayout", error)) return false;
+  if (!ReadNotices(Inner(set, "sendmsg"))) return false;
+  bool has_new_frame = false;
+  set.Get("newFrame", has_new_frame);
+  const bool is_listed = std::any_of(_notices.begin(), _notices.end(), [](const Notice& notice) {
+    return notice.name == "newframe";
+  });
+  if (has_new_frame && !is_listed) _notices.push_back({"newframe", true});
+  set.Get("dbg", _is_chatty);
+  int index = 0;
+  if (Failed(set.Get("vbrcidx") != nullptr && (!set.Get("vbrcidx", index) || index != 0),
+             "!vbrcidx", "there is one count, 0")) {
+    return false;
+  }
+  if (const char* address = set.Get("vbrc")) {
+    _counted = FindBlock(address);
+    if (Failed(_counted == nullptr, "!vbrc", "no rate-control block at ", address)) return false;
+  }
+  for (const char* key : {"urlLayout", "sendmsg", "newFrame", "dbg", "vbrc", "vbrcidx"}) {
+    set.Remove(key);
+  }
+  return fromAttrSet(set);
+}
+
+bool IOSinkPerFrame::ReadNotices(const AttrSet& notices) {
+  for (const auto& [name, text] : notices.Pairs()) {
+    const AttrSet notice(text.c_str());
+    const char* word = notice.Get("oper");
+    const std::string moment = word == nullptr ? "" : word;
+    const char* way = notice.Get("send");
+    const bool is_known = (moment == "AfterOpen" || moment == "AfterClose") && way != nullptr &&
+                          std::string(way) == "upward";
+    if (Failed(!is_known, "!sendmsg", name, "={", text, "}")) return false;
+    _notices.push_back({name, moment == "AfterClose"});
+  }
+  return true;
+}
+
+bool IOSinkPerFrame::Open() {
+  if (Failed(Upstream() == nullptr, "!Upstream()", "a sink needs a source")) return false;
+  _session = Upstream()->Output();
+  if (Failed(_session == nullptr, "!_session", "the source is not open")) return false;
+  _session->Listen([this](const std::string& text) { PostFailure("", text); });
+  return Element::Open();
+}
+
+bool IOSinkPerFrame::Start() {
+  _thread.Join();  // before it could find something to take
+  _session->Play();
+  const auto output = [this](const Packet& packet) { Take(packet); };
+  return _thread.Start(_session, output, OwnerCallbacks()) && Element::Start();
+}
+
+bool IOSinkPerFrame::Stop() {
+  if (_session != nullptr) _session->Halt();
+  _thread.Join();
+  return Element::Stop();
+}
+
+bool IOSinkPerFrame::Close() {
+  if (_session == nullptr) return Element::Close();
+  Stop();
+  _session->Listen(nullptr);
+  _session.reset();
+  return Element::Close();
+}
+
+void IOSinkPerFrame::Take(const Packet& packet) {
+  std::string url;
+  std::string error;
+  if (!_urls->Next(url, error) || !Write(url, packet, error)) return PostFailure(url, error);
+  CountFile();
+  if (_is_chatty) Trace("", url, ", ", packet.Size(), " bytes");
+  Post(true, url, packet);
+}
+
+bool IOSinkPerFrame::Write(const std::string& url, const Packet& packet, std::string& error) {
+  std::string path;
+  if (!ReadFileUrl(url, path, error)) return false;
+  Post(false, url, packet);
+  return WriteWholeFile(path, std::span(packet.Data(), packet.Size()), error);
+}
+
+void IOSinkPerFrame::CountFile() const {
+  if (_counted == nullptr) return;
+  auto& block = *reinterpret_cast<VbrcBlock*>(_counted->area.Bytes().data());
+  // Pairs with the acquire of whoever waits for the file.
+  block.frame_count.fetch_add(1, std::memory_order_release);
+}
+
+void IOSinkPerFrame::Post(bool after_close, const std::string& url, const Packet& packet) {
+  for (const Notice& notice : _notices) {
+    if (notice.after_close != after_close) continue;
+    AttrSet body;
+    body.Add("url", url);
+    if (after_close) body.Add("size", packet.Size());
+    SendMessage(TextOf(notice.name, body).c_str(), base::Orient::kOwners, notice.name.c_str());
+  }
+}
+
+void IOSinkPerFrame::PostFailure(const std::string& url, const std::string& reason) {
+  Fail("!Write(url,packet)", url, url.empty() ? "" : " ", reason);
+  AttrSet body;
+  if (!url.empty()) body.Add("url", url);
+  body.Add("reason", reason);
+  SendMessage(TextOf("failed", body).c_str(), base::Orient::kOwners, "failed");
+}
+
+}  // namespace quill::stream

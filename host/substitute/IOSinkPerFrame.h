@@ -1,0 +1,61 @@
+// The end of a pipeline that writes a file for each frame.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Element.h"
+#include "UrlLayout.h"
+
+namespace quill::stream {
+
+// "IOSinkPerFrame". Parameters:
+//
+//   urlLayout  where the URLs come from, see UrlLayout; required
+//   sendmsg    messages to post: name={oper=AfterOpen|AfterClose,send={upward}},…; AfterOpen when a
+//              frame's URL is known and taken up, AfterClose when its file is there
+//   newFrame   true: also a message "newframe", AfterClose, unless sendmsg has one
+//   vbrc       block whose frame_count advances when a file is there; vbrcidx, 0, says which count
+//   dbg        true: a line in the trace for each file
+//
+// Every message goes to all owners. Its text is `name:url={…}`, AfterClose with `,size=BYTES`; its
+// note ("extra") is the name. What goes wrong is in the log and comes as
+// `failed:url={…},reason={…}` (note "failed"): a frame that could not be written, and also that
+// none will come any more. The next frame is tried all the same. Messages come on the stream
+// thread, those of the real-time side on the message thread.
+class IOSinkPerFrame : public Element {
+ public:
+  bool configure(base::AttrSet& set) override;
+  bool Open() override;
+  bool Start() override;
+  bool Stop() override;
+  bool Close() override;
+  void Playing() override { _thread.Release(); }
+
+ protected:
+  ~IOSinkPerFrame() override;
+
+ private:
+  struct Notice {
+    std::string name;
+    bool after_close;
+  };
+  bool ReadNotices(const base::AttrSet& notices);
+  void Take(const Packet& packet);
+  bool Write(const std::string& url, const Packet& packet, std::string& error);
+  void Post(bool after_close, const std::string& url, const Packet& packet);
+  void PostFailure(const std::string& url, const std::string& reason);
+  void CountFile() const;
+
+  // Constant after configure.
+  std::unique_ptr<UrlLayout> _urls;
+  std::vector<Notice> _notices;
+  std::shared_ptr<const Window::Block> _counted;  // null: no count advances
+  bool _is_chatty = false;
+
+  std::shared_ptr<Session> _session;  // null while closed
+  StreamThread _thread;
+};
+
+}  // namespace quill::stream

@@ -1,0 +1,132 @@
+#include "UrlLayout.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+
+#include "quill/Hash.h"
+#include "quill/ostream_string.h"
+#include "quill/VbrcBlock.h"
+
+namespace quill::stream {
+namespace {
+
+using base::AttrSet;
+
+constexpr auto kRelaxed = std::memory_order_relaxed;
+
+// The URL that stands in the extra area of a rate-control block. Both operating systems, and the
+// client while this looks, may write there: what is read is copied first and then checked.
+class UrlSimple : public UrlLayout {
+ public:
+  explicit UrlSimple(std::shared_ptr<const Window::Block> block) : _block(std::move(block)) {}
+
+  bool Next(std::string& url, std::string& error) override {
+    // One that changes meanwhile is being written by the client, which comes to an end.
+    constexpr int kMostLooks = 1000;
+    Area untrusted = Look();
+    for (int i = 0; i < kMostLooks; ++i) {
+      const Area again = Look();
+      if (again == untrusted) return Read(untrusted, url, error);
+      untrusted = again;
+    }
+    error = "the URL in the extra area never stands still";
+    return false;
+  }
+
+ private:
+  struct Area {
+    unsigned user;
+    int most_bytes;
+    int used_bytes;
+    std::string bytes;  // as many as are used, if the area has them
+    friend bool operator==(const Area&, const Area&) = default;
+  };
+
+  Area Look() const {
+    const std::span<std::byte> block = _block->area.Bytes().first(_block->asked_bytes);
+    auto& vbrc = *reinterpret_cast<VbrcBlock*>(block.data());
+    Area area = {vbrc.extra_user.load(kRelaxed), vbrc.extra_max.load(kRelaxed),
+                 vbrc.extra_len.load(kRelaxed), ""};
+    const auto room = static_cast<int>(block.size() - offsetof(VbrcBlock, extra));
+    if (area.used_bytes < 1 || area.used_bytes > room) return area;
+    area.bytes.resize(static_cast<std::size_t>(area.used_bytes));
+    std::uint8_t* extra = ExtraArea(vbrc);
+    for (char& letter : area.bytes) {
+      letter = static_cast<char>(std::atomic_ref(*extra++).load(kRelaxed));
+    }
+    return area;
+  }
+
+  static bool Read(const Area& area, std::string& url, std::string& error) {
+    if (area.user != base::Hash("UrlSimple")) {
+      error = "the extra area belongs to somebody else";
+    } else if (area.bytes.empty() || area.used_bytes > area.most_bytes) {
+      error = "extra_len=" + std::to_string(area.used_bytes) + " is outside the extra area";
+    } else if (area.bytes.find('\0') != area.bytes.size() - 1) {
+      error = "the URL in the extra area does not end where it should";
+    } else {
+      url = area.bytes.substr(0, area.bytes.size() - 1);
+      return true;
+    }
+    return false;
+  }
+
+  const std::shared_ptr<const Window::Block> _block;
+};
+
+// The URL that a function of this process gives.
+class UrlCallback : public UrlLayout {
+ public:
+  using Function = std::string (*)(void* handle);
+  UrlCallback(Function function, void* handle) : _function(function), _handle(handle) {}
+
+  bool Next(std::string& url, std::string& error) override {
+    url = _function(_handle);
+    if (url.empty()) error = "the callback gives no URL";
+    return !url.empty();
+  }
+
+ private:
+  const Function _function;
+  void* const _handle;
+};
+
+std::uintptr_t AddressAt(const AttrSet& set, const char* key) {
+  const char* text = set.Get(key);
+  return text == nullptr ? 0 : std::strtoull(text, nullptr, 16);
+}
+
+}  // namespace
+
+std::shared_ptr<const Window::Block> FindBlock(const char* text) {
+  const Window* window = Window::Globle();
+  if (text == nullptr || window == nullptr) return nullptr;
+  const auto* address = reinterpret_cast<const void*>(std::strtoull(text, nullptr, 16));
+  const auto blocks = window->BlocksNamedIn(base::ToString(address));
+  const auto place = std::find_if(blocks.begin(), blocks.end(), [address](const auto& block) {
+    return block->area.Bytes().data() == address && block->asked_bytes >= kVbrcBlockBytes;
+  });
+  return place == blocks.end() ? nullptr : *place;
+}
+
+std::unique_ptr<UrlLayout> UrlLayout::Create(const AttrSet& description, std::string& error) {
+  const char* text = description.Get("type");
+  const std::string type = text == nullptr ? "" : text;
+  if (type == "UrlSimple") {
+    auto block = FindBlock(description.Get("vbrc"));
+    if (block != nullptr) return std::make_unique<UrlSimple>(std::move(block));
+    error = "UrlSimple: vbrc= names no rate-control block";
+  } else if (type == "UrlCallback") {
+    const auto function = reinterpret_cast<UrlCallback::Function>(AddressAt(description, "cb"));
+    auto* handle = reinterpret_cast<void*>(AddressAt(description, "hd"));
+    if (function != nullptr) return std::make_unique<UrlCallback>(function, handle);
+    error = "UrlCallback: cb= names no function";
+  } else {
+    error = "type=" + type + " is neither UrlSimple nor UrlCallback";
+  }
+  return nullptr;
+}
+
+}  // namespace quill::stream

@@ -1,0 +1,28 @@
+// Where a sink that writes a file for each frame gets the URL of the next one.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "quill/AttrSet.h"
+#include "Window.h"
+
+namespace quill::stream {
+
+// One thread at a time.
+class UrlLayout {
+ public:
+  // From `type=UrlSimple,vbrc=ADDRESS` or `type=UrlCallback,cb=ADDRESS,hd=ADDRESS`. Null with
+  // `error`.
+  static std::unique_ptr<UrlLayout> Create(const base::AttrSet& description, std::string& error);
+  virtual ~UrlLayout() = default;
+
+  // The URL of the frame that has come. False with `error` when there is none to be had.
+  virtual bool Next(std::string& url, std::string& error) = 0;
+};
+
+// The rate-control block at the address that `text` shows, held, with all its bytes; null when
+// there is none.
+std::shared_ptr<const Window::Block> FindBlock(const char* text);
+
+}  // namespace quill::stream

@@ -1,0 +1,130 @@
+#include "JpegSnap.h"
+
+#include <algorithm>
+#include <chrono>
+#include <thread>
+
+#include "quill/Debug.h"
+#include "quill/Hash.h"
+
+#include "common/Layout.h"
+#include "common/SinkNotice.h"
+
+namespace tessel::dualos {
+
+using quill::base::Hash;
+using quill::stream::Failed;
+using quill::stream::kYellow;
+using quill::stream::Trace;
+using quill::stream::TraceIn;
+using quill::stream::VbrcBlock;
+
+namespace {
+
+constexpr int kExtraBytes = 1024;  // room for a URL and its terminator
+constexpr std::chrono::milliseconds kPoll(10);
+constexpr auto kRelaxed = std::memory_order_relaxed;
+
+}  // namespace
+
+JpegSnap::JpegSnap() : StreamVbrc(kExtraBytes) {
+  if (_vbrc != nullptr) _vbrc->extra_user.store(Hash("UrlSimple"), kRelaxed);
+}
+
+void JpegSnap::RegisterMessageCallback(const std::function<bool(const char*)>&) {}
+bool JpegSnap::SendMessage(const char*) { return false; }
+
+void JpegSnap::SelectSensor(int index) { _sensor = index; }
+void JpegSnap::SetWidth(int pixels) { _width = pixels; }
+void JpegSnap::SetHeight(int pixels) { _height = pixels; }
+void JpegSnap::SetURL(const char* url) { _url = url; }
+void JpegSnap::ForceKeyFrame() {}
+
+void JpegSnap::SetQP(int qp) {
+  if (!Failed(!_vbrc, "!_vbrc")) _vbrc->qp.store(qp, kRelaxed);
+}
+
+int JpegSnap::GetQP() const { return _vbrc == nullptr ? 0 : _vbrc->qp_reported.load(kRelaxed); }
+
+std::string JpegSnap::AppStringCreate0() {
+  if (Failed(!_vbrc, "!_vbrc")) return "";
+  std::string layout =
+      Layout(*_vbrc, _width, _height).FrameTrigger().SnapEncoder().ShmSink(_session_name);
+  Trace("", layout);
+  return layout;
+}
+
+std::string JpegSnap::AppStringCreate1(void* apphd) {
+  const std::string vbrc = quill::base::ToString<const void*>(_vbrc);
+  quill::base::ostream_string layout;
+  layout << "type=pipeline,layout={ShmSource:name=shmsrc,session_name=" << _session_name
+         << ",apphd=" << apphd
+         << ",init=true+IOSinkPerFrame:name=fifo,dbg=true,newFrame=true,"
+            "sendmsg={iosink={oper=AfterOpen,send={upward}},"
+            "newframe={oper=AfterClose,send={upward}}},"
+            "urlLayout={type=UrlSimple,vbrc="
+         << vbrc << "},vbrc=" << vbrc << ",vbrcidx=0}";
+  return layout.str();
+}
+
+// Into the block's extra area, for the sink to read. On failure nothing is touched.
+bool JpegSnap::PostUrl() {
+  VbrcBlock* vbrc = _vbrc;
+  if (Failed(!vbrc, "!vbrc")) return false;
+  const std::int32_t extra_max = vbrc->extra_max.load(kRelaxed);
+  if (Failed(extra_max == 0, "!vbrc->extra_max")) return false;
+  if (Failed(vbrc->extra_user.load(kRelaxed) != Hash("UrlSimple"),
+             "vbrc->extra_user!=(void*)::Hash(\"UrlSimple\")")) {
+    return false;
+  }
+  const std::size_t len = _url.size();
+  TraceIn(kYellow, "len=", static_cast<long long>(len));
+  // The word is shared: whatever it says, the block has no more room than it was made with.
+  const std::int32_t room = std::clamp(extra_max, 0, kExtraBytes);
+  if (Failed(static_cast<std::size_t>(room) < len + 1, "vbrc->extra_max<len+1")) return false;
+  // Byte by byte, as the sink may be reading for the snapshot before this one.
+  std::uint8_t* extra = ExtraArea(*vbrc);
+  for (std::size_t i = 0; i <= len; ++i) {
+    std::atomic_ref(extra[i]).store(static_cast<std::uint8_t>(_url.c_str()[i]), kRelaxed);
+  }
+  vbrc->extra_len.store(static_cast<std::int32_t>(len + 1), kRelaxed);
+  TraceIn(kYellow, "(void*)vbrc=", static_cast<const void*>(vbrc));
+  TraceIn(kYellow, "_url=", _url);
+  TraceIn(kYellow, "(char*)vbrc->extra=", reinterpret_cast<const char*>(extra));
+  return true;
+}
+
+bool JpegSnap::Snap(bool blocking) {
+  if (!PostUrl()) return false;
+  const std::uint32_t failures = _failures.load();
+  const auto done = static_cast<std::uint32_t>(_vbrc->frame_count.load(std::memory_order_acquire));
+  // Pairs with the acquire of whoever serves it: the URL stands before the request.
+  _vbrc->trigger_req.fetch_add(1, std::memory_order_release);
+  return !blocking || WaitForFile(done + 1, failures);
+}
+
+// False when another picture than those of before came to nothing.
+bool JpegSnap::WaitForFile(std::uint32_t target, std::uint32_t failures) const {
+  const auto is_done = [this, target] {
+    const auto done =
+        static_cast<std::uint32_t>(_vbrc->frame_count.load(std::memory_order_acquire));
+    return static_cast<std::int32_t>(done - target) >= 0;  // the count runs over
+  };
+  while (Enable() && !is_done()) {
+    if (Failed(_failures.load() != failures, "!file", _url)) return false;
+    std::this_thread::sleep_for(kPoll);
+  }
+  return true;
+}
+
+void JpegSnap::Snap(const char* url, bool blocking) {
+  _url = url;
+  Snap(blocking);
+}
+
+bool JpegSnap::processMessage(quill::base::Message& message) {
+  if (IsFailure(message)) _failures.fetch_add(1);
+  return StreamApp::processMessage(message);
+}
+
+}  // namespace tessel::dualos

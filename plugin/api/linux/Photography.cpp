@@ -1,0 +1,157 @@
+#include "Photography.h"
+
+#include <chrono>
+#include <thread>
+
+#include "quill/Debug.h"
+
+#include "common/SinkNotice.h"
+
+namespace tessel::dualos {
+
+using api::streaming::common::TextCallback;
+using quill::base::AttrSet;
+using quill::base::Message;
+using quill::base::Orient;
+using quill::base::ToString;
+using quill::stream::Failed;
+using Status = quill::stream::IStatus::Status;
+
+namespace {
+
+constexpr std::chrono::milliseconds kPoll(10);
+
+}  // namespace
+
+Photography::Photography() : VBRC(nullptr) {}
+
+// The application has to go while the URL that its sink asks for is still there.
+Photography::~Photography() {
+  if (_obj != nullptr) Photography::Close();
+  Children().Delete(_obj, false);
+}
+
+void Photography::RegisterMessageCallback(const std::function<bool(const char*)>& cb) {
+  _messageCallback = cb ? TextCallback(cb) : nullptr;
+  if (_obj != nullptr) _obj->RegisterMessageProcessCallback(_messageCallback);
+}
+
+bool Photography::SendMessage(const char* text) {
+  if (Failed(!_obj, "!_obj")) return false;
+  return _obj->IMessageProcesser::SendMessage(text, Orient::kChildren, nullptr);
+}
+
+bool Photography::addChild(quill::base::object* child) {
+  _obj = child;
+  return true;
+}
+
+void Photography::SelectSensor(int index) { _sensor = index; }
+void Photography::SetWidth(int pixels) { _width = pixels; }
+void Photography::SetHeight(int pixels) { _height = pixels; }
+void Photography::SetQP(int qp) { _qp = qp; }
+int Photography::GetQP() const { return _qp; }
+
+void Photography::SetURL(const char* url) {
+  const std::lock_guard lock(_url_mutex);
+  _url = url;
+}
+
+std::string Photography::CreateUrl() {
+  const std::lock_guard lock(_url_mutex);
+  return _url;
+}
+
+std::string Photography::cbCreateUrl(void* hd) {
+  if (Failed(!hd, "!hd")) return "";
+  return static_cast<Photography*>(hd)->CreateUrl();
+}
+
+std::string Photography::AppStringCreate() {
+  quill::base::ostream_string text;
+  text << "type=Application,layout={type=pipeline,layout={ShmSource:connect={type=pipeline,"
+          "serialize={pv-yuv-src-adv:w="
+       << _width << ",h=" << _height
+       << "+FrameTrigger:name=ftrig,vbrc=" << static_cast<const void*>(Block())
+       << "+encoder-jpeg:name=enc,clock=400000,qp=" << _qp << "+FifoSink:max=2},name=plPvH264Src"
+       << quill::base::UniqueString()
+       << "},name=vsrc,link=null+IOSinkPerFrame:name=fifo,dbg=true,newFrame=true,"
+          "urlLayout={type=UrlCallback,cb="
+       << reinterpret_cast<const void*>(&cbCreateUrl) << ",hd=" << static_cast<const void*>(this)
+       << "}}}";
+  return text.str();
+}
+
+bool Photography::Open() {
+  const Turn turn(*this, Status::kReady);
+  if (Failed(!turn, "!turn")) return false;
+  if (_obj == nullptr) {
+    AttrSet description(AppStringCreate().c_str());
+    create(description);  // enters what it made with addChild()
+  }
+  if (Failed(!_obj, "!_obj")) return false;
+  _obj->RegisterMessageProcessCallback(_messageCallback);
+  if (Failed(!_obj->SetStr("statusup", "ready"), "!_obj->Set(\"statusup\",\"ready\")")) {
+    return false;
+  }
+  return Service::Open();
+}
+
+bool Photography::Start() {
+  const Turn turn(*this, Status::kPlay);
+  if (Failed(!turn, "!turn")) return false;
+  _newFrames = 0;
+  if (Failed(!_obj, "!_obj")) return false;
+  if (Failed(!_obj->SetStr("statusup", "play"), "!_obj->Set(\"statusup\",\"play\")")) return false;
+  return Service::Start();
+}
+
+// Takes the application down to `status` and destroys it.
+bool Photography::StopAt(const char* status, const char* condition) {
+  if (_obj == nullptr) return true;
+  if (Failed(!_obj->SetStr("statusdown", status), condition)) return false;
+  Children().Delete(_obj, false);
+  return true;
+}
+
+bool Photography::Stop() {
+  const Turn turn(*this, Status::kReady);
+  if (!turn) return turn.IsDoneByOther();
+  return StopAt("ready", "!_obj->Set(\"statusdown\",\"ready\")") && Service::Stop();
+}
+
+bool Photography::Close() {
+  const Turn turn(*this, Status::kNull);
+  if (!turn) return turn.IsDoneByOther();
+  return StopAt("null", "!_obj->Set(\"statusdown\",\"null\")") && Service::Close();
+}
+
+bool Photography::Snap(bool blocking) {
+  const std::int32_t target = _newFrames.load() + (blocking ? 1 : 0);
+  const std::uint32_t failures = _failures.load();
+  if (Failed(Block() == nullptr, "!Block()")) return false;
+  Block()->trigger_req.fetch_add(1, std::memory_order_release);
+  while (blocking && Enable() && _newFrames.load() != target) {
+    if (Failed(_failures.load() != failures, "!file", CreateUrl())) return false;
+    std::this_thread::sleep_for(kPoll);
+  }
+  return true;
+}
+
+void Photography::Snap(const char* url, bool blocking) {
+  SetURL(url);
+  Snap(blocking);
+}
+
+bool Photography::processMessageNewFrame(Message&) {
+  _newFrames.fetch_add(1);
+  return true;
+}
+
+bool Photography::processMessage(Message& message) {
+  if (dualos::IsNewFrame(message)) processMessageNewFrame(message);
+  if (dualos::IsFailure(message)) _failures.fetch_add(1);
+  return StreamControl::processMessage(message);
+}
+
+}  // namespace tessel::dualos

@@ -1,0 +1,247 @@
+// What the microphone hears, sample by sample: the tone, media files and sound cards. And the lamp
+// of the test pattern, which is lit while the tone beeps.
+#include <algorithm>
+#include <complex>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <numbers>
+#include <random>
+
+#include <sys/stat.h>
+
+#include "Clock.h"
+#include "Decoder.h"
+#include "Fixture.h"
+#include "SoundCard.h"
+
+namespace tessel::tests {
+namespace {
+
+using rtos::SoundFormat;
+using Samples = std::vector<std::int16_t>;
+
+constexpr std::int64_t kMillisecondNs = 1'000'000;
+
+// Opens an input and reads blocks of 20 ms until `most` samples are there or the input is over.
+Samples Read(const std::string& name, const SoundFormat& format, std::size_t most = SIZE_MAX,
+             bool loop = false, std::int64_t time_ns = 0) {
+  std::string error;
+  const auto input = rtos::OpenSoundInput(name, loop, format, error);
+  EXPECT_NE(input, nullptr) << error;
+  Samples samples;
+  Samples block(static_cast<std::size_t>(format.rate / 50 * format.channels));
+  while (input && samples.size() < most &&
+         input->Read(block, time_ns) == rtos::SoundInput::Step::kSamples) {
+    samples.insert(samples.end(), block.begin(), block.end());
+    time_ns += 20 * kMillisecondNs;
+  }
+  return samples;
+}
+
+// The amplitude of the sine of `hz` that began at sample 0, over the samples [first, last) of one
+// channel; any other phase makes it complex.
+std::complex<double> Part(const Samples& samples, const SoundFormat& format, int channel, double hz,
+                          int first, int last) {
+  std::complex<double> sum;
+  for (int i = first; i < last; ++i) {
+    const double sample = samples[static_cast<std::size_t>(i * format.channels + channel)];
+    sum += std::polar(sample, -2 * std::numbers::pi * std::fmod(i * hz, format.rate) / format.rate);
+  }
+  return sum * std::complex<double>(0, 2) / static_cast<double>(last - first);
+}
+
+Samples Noise(std::size_t count) {
+  std::minstd_rand random(7);
+  Samples noise(count, 1);  // the last one is not to be taken for padding
+  std::generate(noise.begin(), noise.end() - 1,
+                [&] { return static_cast<std::int16_t>(random()); });
+  return noise;
+}
+
+class Sounds : public ::testing::Test {
+ protected:
+  Sounds() { std::filesystem::create_directory(_folder); }
+  ~Sounds() override { std::filesystem::remove_all(_folder); }
+
+  std::string Path(const std::string& name) const { return _folder + "/" + name; }
+  // Writes a WAV file that claims to hold `missing` bytes more than it does.
+  std::string WriteWav(const SoundFormat& format, const Samples& samples, int missing = 0) const {
+    const int size = 2 * static_cast<int>(samples.size());
+    const int frame = 2 * format.channels;
+    const int head[] = {0x46464952,
+                        size + missing + 36,
+                        0x45564157,  // "RIFF", "WAVE"
+                        0x20746d66,
+                        16,
+                        1 | format.channels << 16,  // "fmt "
+                        format.rate,
+                        format.rate * frame,
+                        frame | 16 << 16,
+                        0x61746164,
+                        size + missing};  // "data"
+    std::ofstream file(Path("a.wav"), std::ios::binary);
+    file.write(reinterpret_cast<const char*>(head), sizeof head);
+    file.write(reinterpret_cast<const char*>(samples.data()), size);
+    return Path("a.wav");
+  }
+
+  const std::string _folder = ::testing::TempDir() + "tessel-sounds-" + std::to_string(getpid());
+};
+
+TEST_F(Sounds, OfAToneStayExactAndTellTheirChannels) {
+  for (const auto& [name, hz, format] : {std::tuple("tone", 1000, SoundFormat{48000, 2}),
+                                         {"tone:997", 997, {44100, 2}},
+                                         {"tone:3999", 3999, {8000, 3}}}) {
+    const auto count = static_cast<std::size_t>(10 * format.rate * format.channels);
+    const Samples samples = Read(name, format, count);
+    ASSERT_EQ(samples.size(), count);
+    for (int i = 0; i < 2 * format.channels; ++i) {
+      const int channel = i / 2;
+      const int from = i % 2 * 8 * format.rate;  // the phase at the end tells the frequency
+      const int to = from + 2 * format.rate;
+      const double marker = channel == 1 ? 4096 : 0;
+      EXPECT_LT(std::abs(Part(samples, format, channel, hz, from, to) - 8192.0), 0.1) << name;
+      EXPECT_LT(std::abs(Part(samples, format, channel, hz / 2.0, from, to) - marker), 0.1) << name;
+    }
+  }
+}
+
+TEST_F(Sounds, OfTheTestInputBeepSoftlyOnTheSecond) {
+  constexpr SoundFormat kFormat = {48000, 1};
+  constexpr int kFirst = 48 * 305;  // the sample on the second
+  const Samples tone = Read("tone", kFormat, 96000);
+  Samples beeps = Read("test", kFormat, 96000, false, 77 * kSecondNs - 305 * kMillisecondNs);
+  for (int i = 0; i < 96000; ++i) {
+    auto& sample = beeps[static_cast<std::size_t>(i)];
+    sample = static_cast<std::int16_t>(sample - tone[static_cast<std::size_t>(i)]);
+    const bool is_beep = (i + 48000 - kFirst) % 48000 < 4800;
+    ASSERT_TRUE(is_beep || sample == 0) << i;
+  }
+  for (const int first : {kFirst, kFirst + 48000}) {
+    for (const auto& [from, to, amplitude] :
+         {std::tuple(48, 48 * 99, 8192), {0, 48, 4096}, {48 * 99, 48 * 100, 4096}}) {
+      const auto part = Part(beeps, kFormat, 0, 3000, first + from, first + to);
+      EXPECT_LT(std::abs(part - 1.0 * amplitude), amplitude == 8192 ? 1 : 300) << from;
+    }
+  }
+}
+
+TEST_F(Sounds, OfAFileComeOnceOrAgainAndAgainBitByBit) {
+  for (const SoundFormat& format : {SoundFormat{8000, 2}, {48000, 1}}) {
+    const Samples known = Noise(2 * 5003);
+    const auto block = static_cast<std::size_t>(format.rate / 50 * format.channels);
+    Samples padded = known;
+    padded.resize((known.size() + block - 1) / block * block);
+    EXPECT_EQ(Read(WriteWav(format, known), format), padded);
+    EXPECT_EQ(Read(WriteWav(format, known, 5000), format), padded);  // ends where it breaks off
+    const Samples looped = Read(Path("a.wav"), format, 5 * known.size(), true);
+    ASSERT_GE(looped.size(), 5 * known.size());
+    for (std::size_t i = 0; i < looped.size(); ++i) ASSERT_EQ(looped[i], known[i % known.size()]);
+  }
+}
+
+TEST_F(Sounds, OfAFileKeepLengthAndLevelHoweverConverted) {
+  for (const auto& [from, to] : {std::pair(SoundFormat{8000, 1}, SoundFormat{48000, 2}),
+                                 {{44100, 2}, {48000, 1}},
+                                 {{16000, 2}, {16000, 1}}}) {
+    const Samples level(static_cast<std::size_t>(from.rate * from.channels), 30000);
+    const Samples samples = Read(WriteWav(from, level), to);
+    ASSERT_EQ(std::ssize(samples), to.rate * to.channels);
+    for (const int sample : samples) ASSERT_NEAR(sample, 30000, 1);
+  }
+}
+
+TEST_F(Sounds, OfNoKnownInputAreRefusedByName) {
+  ASSERT_EQ(mkfifo(Path("pipe").c_str(), 0600), 0);
+  std::ofstream(Path("text")) << "not a sound\n";
+  const std::string hz = " is not a whole number of Hz in 1..7999, below half of 16000 samples/s";
+  for (const auto& [name, reason] :
+       std::map<std::string, std::string>{{"tone:abc", "abc" + hz},
+                                          {"tone:0", "0" + hz},
+                                          {"tone:8000", "8000" + hz},
+                                          {"tone:99999999999", "99999999999" + hz},
+                                          {"alsa:nosuch", "Input/output error"},
+                                          {"nosuch:file", "No such file or directory"},
+                                          {_folder, "neither a file nor a sound card"},
+                                          {Path("pipe"), "neither a file nor a sound card"},
+                                          {Path("text"), "no sound in it"},
+                                          {WriteWav({8000, 1}, {}), "no sound in it"}}) {
+    std::string error;
+    EXPECT_EQ(rtos::OpenSoundInput(name, true, {16000, 2}, error), nullptr);
+    EXPECT_EQ(error, "microphone \"" + name + "\": " + reason);
+  }
+}
+
+TEST_F(Sounds, OfACardComeWholeAndWithTheirTime) {
+  const Samples known = Noise(9600);
+  std::ofstream(Path("card.conf")) << "pcm.fed { type file format raw file \"/dev/null\" infile \""
+                                   << WriteWav({48000, 2}, known) << "\" slave.pcm { type null } }";
+  setenv("ALSA_CONFIG_PATH", Path("card.conf").c_str(), 1);
+  std::string error;
+  const auto card = rtos::OpenSoundInput("alsa:fed", true, {48000, 2}, error);
+  unsetenv("ALSA_CONFIG_PATH");
+  ASSERT_TRUE(card && card->IsDevice()) << error;
+  Samples block(1920);
+  for (std::size_t i = 0; i < 7680; ++i) {
+    std::int64_t time_ns = 0;
+    if (i % 1920 == 0) {
+      ASSERT_EQ(card->Read(block, time_ns), rtos::SoundInput::Step::kSamples);
+      EXPECT_NEAR(1e-6 * static_cast<double>(NowNs() - time_ns), 20, 20);
+    }
+    ASSERT_TRUE(i < 22 || block[i % 1920] == known[i - 22]) << i;  // behind the file's head
+  }
+}
+
+TEST_F(Sounds, OfACardAreTimedEvenlyUnlessSomeWereLost) {
+  rtos::SoundClock clock;
+  std::minstd_rand random(3);
+  std::int64_t end_ns = 5 * kSecondNs;
+  for (int i = 0; i < 1000; ++i) {
+    if (i == 500) end_ns += kSecondNs;  // lost
+    const auto jitter_ns = static_cast<std::int64_t>(random() % 4'000'000) - 2'000'000;
+    const std::int64_t last_ns = clock.EndNs();
+    clock.Add(end_ns + jitter_ns, 10'001'000);  // the card's clock is 100 ppm off
+    end_ns += 10'000'000;
+    EXPECT_NEAR(static_cast<double>(clock.EndNs() - end_ns), 0, 2.1e6) << i;
+    const bool is_even = std::abs(clock.EndNs() - last_ns - 10'000'000) < 200'000;
+    EXPECT_TRUE(is_even || i % 500 == 0) << i;
+  }
+}
+
+class Lamp : public StreamTest {};
+
+TEST_F(Lamp, IsLitFromEachSecondOn) {
+  auto options = quill::host::GetOptions();
+  options.paced = false;
+  SetOptions(options);
+  const Camera camera = OpenPull();
+  Decoder decoder(AV_CODEC_ID_H264);
+  int lit = 0;
+  for (int i = 0; i < 60; ++i) {  // two seconds
+    const Frame frame = NextFrame(camera);
+    ASSERT_TRUE(frame && decoder.Decode(*frame));
+    const AVFrame& picture = *decoder.picture;
+    const bool is_lit = rtos::IsLampLit(picture.data[0], picture.linesize[0], 160, 120);
+    EXPECT_EQ(is_lit, (frame->timestamp + kSecondNs / 60) % kSecondNs < kSecondNs / 10);
+    lit += is_lit ? 1 : 0;
+  }
+  EXPECT_EQ(lit, 6);
+}
+
+TEST_F(Lamp, IsNeverHidden) {
+  for (const auto& [width, height] : {std::pair(80, 64), {640, 480}, {240, 640}}) {
+    const auto area = static_cast<std::size_t>(width * height);
+    std::vector<std::uint8_t> y(area), u(area / 4), v(area / 4);
+    const rtos::Picture picture = {
+        width, height, {y.data(), u.data(), v.data()}, {width, width / 2, width / 2}};
+    const rtos::TestPattern pattern(width, height, rtos::Colours::kJpeg);
+    for (std::uint32_t number = 0; number < 600; ++number) {
+      pattern.Draw(number, picture, number % 3 == 0);
+      ASSERT_EQ(rtos::IsLampLit(y.data(), width, width, height), number % 3 == 0) << number;
+    }
+  }
+}
+
+}  // namespace
+}  // namespace tessel::tests

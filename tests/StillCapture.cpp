@@ -1,0 +1,429 @@
+// Still pictures as files: by a snapshot's URL in shared memory, and by an application that asks
+// for each picture's URL.
+#include <algorithm>
+#include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <numeric>
+#include <thread>
+
+#include <signal.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "Decoder.h"
+#include "Fixture.h"
+#include "quill/Hash.h"
+#include "quill/VbrcBlock.h"
+#include "tessel/IPhotography.h"
+
+namespace tessel::tests {
+namespace {
+
+namespace fs = std::filesystem;
+
+using api::streaming::IPhotography;
+using quill::stream::VbrcBlock;
+using Taker = quill::host::Handle<IPhotography>;
+
+constexpr char kSnap[] = "ApiJpegSnap-dualos";
+constexpr char kPhotography[] = "ApiPhotography-dualos";
+
+class StillCapture : public StreamTest {
+ protected:
+  StillCapture() {
+    auto options = quill::host::GetOptions();
+    options.session_bytes = std::size_t{64} << 20;
+    options.paced = false;
+    SetOptions(options);
+    std::string pattern = ::testing::TempDir() + "/snapXXXXXX";
+    _folder = mkdtemp(pattern.data());
+  }
+  ~StillCapture() override {
+    chmod(_folder.c_str(), 0700);
+    fs::remove_all(_folder);
+  }
+
+  static Taker Make(const char* name, int width = 160, int height = 120) {
+    Taker taker = quill::host::Create<IPhotography>(name);
+    taker->SetWidth(width);
+    taker->SetHeight(height);
+    return taker;
+  }
+  static Taker Playing(const char* name, int width = 160, int height = 120) {
+    Taker taker = Make(name, width, height);
+    EXPECT_TRUE(taker->Open() && taker->Start());
+    return taker;
+  }
+  std::string Path(const std::string& name) const { return _folder + "/" + name; }
+  std::string Url(const std::string& name) const { return "file://" + Path(name); }
+
+  static bool SnapTo(const Taker& taker, const std::string& url) {
+    taker->SetURL(url.c_str());
+    return taker->Snap(true);
+  }
+  // Whether the file is one whole JPEG picture of that size.
+  static bool IsPicture(const std::string& path, int width = 160, int height = 120) {
+    std::ifstream file(path, std::ios::binary);
+    std::string bytes((std::istreambuf_iterator<char>(file)), {});
+    if (!bytes.ends_with("\xff\xd9")) return false;
+    frame_t frame;
+    frame.data = reinterpret_cast<const std::uint8_t*>(bytes.data());
+    frame.size = static_cast<std::uint32_t>(bytes.size());
+    Decoder decoder(AV_CODEC_ID_MJPEG);
+    return decoder.Decode(frame) && decoder.picture->width == width &&
+           decoder.picture->height == height && decoder.Number();
+  }
+  // Names of what is in the folder, whatever it is.
+  std::vector<std::string> Files() const {
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator(_folder)) {
+      names.push_back(entry.path().filename());
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+  }
+  // Makes a snapshot object and shows its block.
+  Taker MakeKnown(VbrcBlock*& block) {
+    Replace("shm_alloc", [&block](AttrSet& args, const Command& real) {
+      const bool done = real(args);
+      block = reinterpret_cast<VbrcBlock*>(std::strtoull(args.Get("ptr"), nullptr, 16));
+      return done;
+    });
+    return Make(kSnap);
+  }
+
+  std::string _folder;
+};
+
+class EachTaker : public StillCapture, public ::testing::WithParamInterface<const char*> {};
+
+INSTANTIATE_TEST_SUITE_P(Of, EachTaker, ::testing::Values(kSnap, kPhotography),
+                         [](const auto& instance) {
+                           return std::string(instance.param == kSnap ? "Snap" : "Photography");
+                         });
+
+TEST_P(EachTaker, WritesWholePicturesUnderTheirNames) {
+  const Taker taker = Playing(GetParam());
+  std::vector<std::string> names;
+  for (int i = 10; i < 40; ++i) {
+    names.push_back("p" + std::to_string(i) + ".jpeg");
+    ASSERT_TRUE(SnapTo(taker, Url(names.back())));
+    ASSERT_TRUE(IsPicture(Path(names.back()))) << "it is there when the snapshot returns";
+  }
+  EXPECT_EQ(Files(), names) << "and nothing else is";
+  taker->Snap(Url("p10.jpeg").c_str(), true);
+  EXPECT_TRUE(IsPicture(Path("p10.jpeg"))) << "in the place of the older one";
+  EXPECT_TRUE(taker->Close());
+  EXPECT_TRUE(taker->Open() && taker->Start() && SnapTo(taker, Url("again.jpeg")));
+  EXPECT_TRUE(IsPicture(Path("again.jpeg")));
+}
+
+TEST_P(EachTaker, ReadsUrlsAsTheyAreMeant) {
+  const Taker taker = Playing(GetParam());
+  const fs::path before = fs::current_path();
+  fs::current_path(_folder);
+  const std::pair<std::string, std::string> rows[] = {
+      {"file://plain.jpeg", "plain.jpeg"},
+      {"FILE://" + Path("absolute.jpeg"), "absolute.jpeg"},
+      {"file://with%20blank.jpeg", "with blank.jpeg"},
+      {"file://%C3%a4.jpeg", "\xc3\xa4.jpeg"},
+      {"file://n%03d.jpeg", "n%03d.jpeg"},
+      {"file://n%d.jpeg", "n%d.jpeg"},
+      {"file://hundred%.jpeg", "hundred%.jpeg"},
+      {"file://a%2", "a%2"},
+      {"file://q?x=1#y", "q?x=1#y"},
+      {"file://.//twice.jpeg", "twice.jpeg"},
+      {"file://{", "{"},
+      {"file://" + std::string(255, 'x'), std::string(255, 'x')},
+  };
+  for (const auto& [url, name] : rows) {
+    EXPECT_TRUE(SnapTo(taker, url)) << url;
+    EXPECT_TRUE(IsPicture(Path(name))) << url;
+  }
+  EXPECT_EQ(Files().size(), std::size(rows));
+  fs::current_path(before);
+}
+
+TEST_P(EachTaker, TellsWhatCannotBeWrittenAndGoesOn) {
+  const Taker taker = Playing(GetParam());
+  fs::create_directory(Path("folder"));
+  fs::create_symlink("loop", Path("loop"));
+  fs::create_symlink("nowhere/file", Path("dangling"));
+  ASSERT_EQ(mkfifo(Path("fifo").c_str(), 0600), 0);
+  std::ofstream(Path("file")) << "old";
+  const struct {
+    std::string url;
+    const char* reason;
+  } rows[] = {
+      {"", GetParam() == kSnap ? "is no file:// URL" : "the callback gives no URL"},
+      {"snap.jpeg", "is no file:// URL"},
+      {Path("snap.jpeg"), "is no file:// URL"},
+      {"file", "is no file:// URL"},
+      {"file:", "is no file:// URL"},
+      {"file:/", "is no file:// URL"},
+      {"file:/tmp/snap.jpeg", "is no file:// URL"},
+      {"file;//snap.jpeg", "is no file:// URL"},
+      {" file://snap.jpeg", "is no file:// URL"},
+      {"file ://snap.jpeg", "is no file:// URL"},
+      {"files://snap.jpeg", "is no file:// URL"},
+      {"http://localhost/snap.jpeg", "is no file:// URL"},
+      {"https://localhost/snap.jpeg", "is no file:// URL"},
+      {"ftp://localhost/snap.jpeg", "is no file:// URL"},
+      {"rtsp://localhost/snap.jpeg", "is no file:// URL"},
+      {"data:image/jpeg;base64,", "is no file:// URL"},
+      {"pipe:1", "is no file:// URL"},
+      {"-", "is no file:// URL"},
+      {"://snap.jpeg", "is no file:// URL"},
+      {"//snap.jpeg", "is no file:// URL"},
+      {"\xff\xfe", "is no file:// URL"},
+      {"file://", "names no file"},
+      {"file:///", "names no file"},
+      {"file://./", "names no file"},
+      {"file://../", "names no file"},
+      {Url("folder/"), "names no file"},
+      {Url("new/"), "names no file"},
+      {"file://%2f", "names no file"},
+      {"file://a%00b", "has a zero byte in its path"},
+      {"file://%00", "has a zero byte in its path"},
+      {Url("folder"), "is a folder"},
+      {"file://.", "is a folder"},
+      {"file://..", "is a folder"},
+      {"file:///tmp", "is a folder"},
+      {Url("fifo"), "is no regular file"},
+      {"file:///dev/null", "is no regular file"},
+      {"file:///dev/full", "is no regular file"},
+      {"file:///proc/self/fd/0/x", "Not a directory"},
+      {Url("missing/snap.jpeg"), "No such file or directory"},
+      {Url("loop"), "Too many levels of symbolic links"},
+      {Url("file/snap.jpeg"), "Not a directory"},
+      {Url(std::string(256, 'x')), "File name too long"},
+      {"file:///proc/snap.jpeg", "No such file or directory"},
+      {"file:///sys/snap.jpeg", geteuid() == 0 ? "" : "Permission denied"},
+  };
+  static_assert(std::size(rows) >= 40);
+  LogLines();
+  for (const auto& [url, reason] : rows) {
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_FALSE(SnapTo(taker, url)) << url;
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(1)) << url;
+    EXPECT_NE(LogLines().front().find(reason), std::string::npos) << url;
+  }
+  EXPECT_EQ(Files(), (std::vector<std::string>{"dangling", "fifo", "file", "folder", "loop"}));
+  EXPECT_TRUE(SnapTo(taker, Url("good.jpeg"))) << "the next one works";
+  EXPECT_TRUE(IsPicture(Path("good.jpeg")));
+}
+
+// Limits the size of this process's files, as a disk does that runs full in the middle of one.
+TEST_P(EachTaker, LeavesTheOlderFileWholeWhenThereIsNoRoom) {
+  const Taker taker = Playing(GetParam());
+  ASSERT_TRUE(SnapTo(taker, Url("snap.jpeg")));
+  signal(SIGXFSZ, SIG_IGN);
+  rlimit before = {};
+  getrlimit(RLIMIT_FSIZE, &before);
+  const rlimit small = {.rlim_cur = 1000, .rlim_max = before.rlim_max};
+  setrlimit(RLIMIT_FSIZE, &small);
+  EXPECT_FALSE(SnapTo(taker, Url("snap.jpeg")));
+  setrlimit(RLIMIT_FSIZE, &before);
+  EXPECT_NE(LogLines().front().find("File too large"), std::string::npos);
+  EXPECT_TRUE(IsPicture(Path("snap.jpeg")));
+  EXPECT_EQ(Files(), Lines{"snap.jpeg"});
+  EXPECT_TRUE(SnapTo(taker, Url("next.jpeg")));
+
+  fs::create_directory(Path("disk"));
+  if (mount("none", Path("disk").c_str(), "tmpfs", 0, "size=4k") != 0) return;  // not allowed to
+  std::ofstream(Path("disk/full")) << std::string(4096, 'x');
+  EXPECT_FALSE(SnapTo(taker, Url("disk/snap.jpeg")));
+  EXPECT_NE(LogLines().front().find("No space left on device"), std::string::npos);
+  EXPECT_TRUE(fs::remove(Path("disk/full")) && fs::is_empty(Path("disk")));
+  EXPECT_EQ(umount(Path("disk").c_str()), 0);
+}
+
+TEST_P(EachTaker, DoesNotWaitForEverForWhatCannotCome) {
+  const Taker taker = Make(GetParam());
+  ASSERT_TRUE(taker->Open());
+  Event waits;
+  std::thread disabled([&] {
+    waits.Set();
+    EXPECT_TRUE(taker->Snap(true)) << "it was told not to wait";
+  });
+  EXPECT_TRUE(waits.Wait());
+  taker.Object()->Enable(false);
+  disabled.join();
+  taker.Object()->Enable(true);
+  std::thread lost([&] { EXPECT_FALSE(taker->Snap(true)) << "the real-time side is gone"; });
+  KillFarSide();
+  lost.join();
+  taker->Close();
+  ASSERT_TRUE(taker->Open() && taker->Start());
+  EXPECT_TRUE(SnapTo(taker, Url("after.jpeg")));
+}
+
+TEST_P(EachTaker, TakesPicturesBesideAStream) {
+  auto options = quill::host::GetOptions();
+  options.paced = true;
+  SetOptions(options);
+  std::atomic<std::uint32_t> frames{0};
+  std::atomic<bool> has_gap{false};
+  const Camera camera = OpenPush([&](Frame& frame) {
+    if (frame->seq != frames++) has_gap = true;
+    return true;
+  });
+  const Taker taker = Playing(GetParam(), 640, 480);
+  for (int i = 0; i < 20; ++i) ASSERT_TRUE(SnapTo(taker, Url("beside.jpeg")));
+  EXPECT_TRUE(camera->Close());
+  EXPECT_GT(frames, 10U);
+  EXPECT_FALSE(has_gap);
+}
+
+// Each that stays goes on working whatever goes before it.
+TEST_F(StillCapture, ObjectsMayGoInAnyOrder) {
+  std::vector<int> order(4);
+  std::iota(order.begin(), order.end(), 0);
+  do {
+    std::vector<quill::host::Handle<quill::base::object>> objects;
+    for (const char* name : {kSnap, kSnap, kPhotography, kPull}) {
+      objects.push_back(quill::host::Create<quill::base::object>(name, ""));
+      auto* taker = dynamic_cast<IPhotography*>(objects.back().get());
+      if (taker != nullptr) taker->SetWidth(160);
+      if (taker != nullptr) taker->SetHeight(120);
+      ASSERT_TRUE(taker == nullptr || (taker->Open() && taker->Start() && taker->Snap(false)));
+    }
+    auto* camera = dynamic_cast<api::streaming::IH264Source*>(objects[3].get());
+    ASSERT_TRUE(camera->Open() && camera->Start());
+    for (const int index : order) {
+      objects[static_cast<std::size_t>(index)].reset();
+      for (const auto& left : objects) {
+        auto* taker = dynamic_cast<IPhotography*>(left.get());
+        if (taker == nullptr) continue;
+        taker->SetURL(Url("left.jpeg").c_str());
+        ASSERT_TRUE(taker->Snap(true));
+      }
+    }
+  } while (std::next_permutation(order.begin(), order.end()));
+  fs::remove("snap.jpeg");
+}
+
+TEST_F(StillCapture, OfAnObjectThatGoesMeanwhileNothingIsAsked) {
+  for (int round = 0; round < 20; ++round) {
+    Taker taker = Playing(kPhotography);
+    taker->SetURL(Url("late.jpeg").c_str());
+    for (int i = 0; i < round; ++i) taker->Snap(false);
+    taker.reset();  // what would call it afterwards is found by the sanitizers
+  }
+}
+
+TEST_F(StillCapture, MessagesReachTheClientWhereThereIsAWay) {
+  Taker taker = Make(kPhotography);
+  Lines texts;
+  taker->RegisterMessageCallback([&texts](const char* text) {
+    texts.emplace_back(text);  // the snapshot waits for it
+    return true;
+  });
+  EXPECT_FALSE(taker->SendMessage("before"));
+  EXPECT_EQ(LogLines().back(), "plugin/api/linux/Photography.cpp/#/SendMessage:\t!_obj");
+  ASSERT_TRUE(taker->Open() && taker->Start());
+  ASSERT_TRUE(SnapTo(taker, Url("told.jpeg")));
+  EXPECT_FALSE(SnapTo(taker, "nonsense"));
+  ASSERT_TRUE(taker->Stop());
+  const auto size = std::to_string(fs::file_size(Path("told.jpeg")));
+  EXPECT_EQ(texts, (Lines{"newframe:url=" + Url("told.jpeg") + ",size=" + size,
+                          "failed:url=nonsense,reason=is no file:// URL"}));
+  EXPECT_FALSE(taker->Start()) << "its application is gone";
+  EXPECT_TRUE(taker->Stop() && taker->Close());
+
+  const Taker snap = Playing(kSnap);
+  snap->RegisterMessageCallback([](const char*) {
+    ADD_FAILURE() << "it has no way for messages";
+    return true;
+  });
+  EXPECT_FALSE(snap->SendMessage("anything"));
+  EXPECT_TRUE(SnapTo(snap, Url("told.jpeg")));
+}
+
+TEST_F(StillCapture, ASnapshotPostsItsUrlWholeOrNotAtAll) {
+  VbrcBlock* block = nullptr;
+  const Taker taker = MakeKnown(block);
+  EXPECT_EQ(block->extra_user, quill::base::Hash("UrlSimple"));
+  EXPECT_EQ(block->extra_max, 1024);
+  const auto* extra = reinterpret_cast<const char*>(block) + 616;
+  const std::string longest = "file://" + std::string(1016, 'y');
+  taker->SetURL(longest.c_str());
+  EXPECT_TRUE(taker->Snap(false));
+  EXPECT_EQ(extra, longest);
+  EXPECT_EQ(block->extra_len, 1024);
+  const struct {
+    const char* line;
+    int room;
+    unsigned user;
+    std::string url;
+  } rows[] = {
+      {"!vbrc->extra_max", 0, 0, longest},
+      {"vbrc->extra_user!=(void*)::Hash(\"UrlSimple\")", 10, 7, longest},
+      {"vbrc->extra_max<len+1", 1024, quill::base::Hash("UrlSimple"), longest + "y"},
+      {"vbrc->extra_max<len+1", 1 << 20, quill::base::Hash("UrlSimple"), longest + "y"},
+      {"vbrc->extra_max<len+1", -1, quill::base::Hash("UrlSimple"), ""},
+  };
+  for (const auto& [line, room, user, url] : rows) {
+    block->extra_max = room;
+    block->extra_user = user;
+    taker->SetURL(url.c_str());
+    EXPECT_FALSE(taker->Snap(false)) << line;
+    EXPECT_EQ(LogLines(), Lines{std::string("plugin/api/linux/JpegSnap.cpp/#/PostUrl:\t") + line});
+  }
+  EXPECT_EQ(extra, longest);
+  EXPECT_EQ(block->trigger_req, 1) << "nothing was touched";
+  block->qp_reported = 33;
+  taker->SetQP(12);
+  EXPECT_TRUE(block->qp == 12 && taker->GetQP() == 33);
+}
+
+// What a stranger leaves in the area is refused and reported, and not read past its end.
+TEST_F(StillCapture, ABadAreaIsNoUrl) {
+  VbrcBlock* block = nullptr;
+  const Taker taker = MakeKnown(block);
+  ASSERT_TRUE(taker->Open() && taker->Start());
+  const auto user = quill::base::Hash("UrlSimple");
+  const struct {
+    unsigned user;
+    int length;
+    const char* reason;
+  } rows[] = {
+      {user + 1, 5, "the extra area belongs to somebody else"},
+      {user, 0, "extra_len=0 is outside the extra area"},
+      {user, -1, "extra_len=-1 is outside the extra area"},
+      {user, 1025, "extra_len=1025 is outside the extra area"},
+      {user, 1 << 30, "extra_len=1073741824 is outside the extra area"},
+      {user, 5, "the URL in the extra area does not end where it should"},
+  };
+  LogLines();
+  for (const auto& row : rows) {
+    block->extra_user = row.user;
+    block->extra_len = row.length;
+    std::memset(block->extra, 'z', sizeof block->extra);
+    block->trigger_req.fetch_add(1);
+    Lines lines;
+    ASSERT_TRUE(Eventually([&] { return !(lines = LogLines()).empty(); })) << row.reason;
+    EXPECT_EQ(lines, Lines{std::string("host/substitute/IOSinkPerFrame.cpp/#/PostFailure:\t"
+                                       "!Write(url,packet),") +
+                           row.reason});
+  }
+  EXPECT_EQ(block->frame_count, 0);
+  block->extra_user = user;
+  EXPECT_TRUE(SnapTo(taker, Url("good.jpeg")));
+  EXPECT_EQ(block->frame_count, 1) << "of files, not of pictures";
+}
+
+TEST_F(StillCapture, WithoutItsBlockASnapshotDoesNothing) {
+  Replace("shm_alloc", [](AttrSet&, const Command&) { return false; });
+  const Taker taker = Make(kSnap);
+  ASSERT_TRUE(taker);
+  taker->SetQP(1);
+  EXPECT_EQ(taker->GetQP(), 0);
+  EXPECT_FALSE(taker->Snap(true) || taker->Open());
+}
+
+}  // namespace
+}  // namespace tessel::tests
