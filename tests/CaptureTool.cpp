@@ -3,13 +3,12 @@
 #include <filesystem>
 #include <fstream>
 #include <regex>
-#include <sstream>
 
 #include <signal.h>
-#include <unistd.h>
 
 #include "Fixture.h"
 #include "TestPattern.h"
+#include "ToolTest.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -19,29 +18,8 @@ extern "C" {
 namespace tessel::tests {
 namespace {
 
-// The programs run in a folder of the test's own; what they say is in "out" and "err".
-class CaptureTool : public ::testing::Test {
+class CaptureTool : public ToolTest {
  protected:
-  CaptureTool() { std::filesystem::create_directories(_folder); }
-  ~CaptureTool() override {
-    if (_program != nullptr) kill(std::stoi(Text("pid")), SIGKILL);
-    if (_program != nullptr) End();
-    std::filesystem::remove_all(_folder);
-  }
-  void Begin(const std::string& line) {
-    _program =
-        popen(("cd " + _folder + "; echo $$ >pid; exec " + line + " >out 2>err").c_str(), "r");
-  }
-  int End() {
-    const int status = pclose(std::exchange(_program, nullptr));
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  }
-  int Run(const std::string& words) { return Begin(TESSEL_TOOL " " + words), End(); }
-  std::string Text(const std::string& name) const {
-    std::ostringstream text;
-    text << std::ifstream(_folder + name).rdbuf();
-    return text.str();
-  }
   long LogLength() const {
     const std::string text = Text("log");
     return std::count(text.begin(), text.end(), '\n');
@@ -76,9 +54,6 @@ class CaptureTool : public ::testing::Test {
     avformat_close_input(&file);
     return count;
   }
-
-  const std::string _folder = ::testing::TempDir() + "tool-" + std::to_string(getpid()) + "/";
-  std::FILE* _program = nullptr;
 };
 
 TEST_F(CaptureTool, TellsTheCulpritAndExitsAccordingly) {

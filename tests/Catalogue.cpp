@@ -10,6 +10,8 @@
 #include "common/StreamAppOutput.h"
 #include "common/StreamVbrc.h"
 #include "Fixture.h"
+#include "JpegSnap.h"
+#include "Photography.h"
 #include "quill/IClass.h"
 #include "tessel/IAacSource.h"
 #include "tessel/ISpeaker.h"
@@ -289,6 +291,16 @@ TEST(Slots, StandInTheOrderThatClientsWereBuiltWith) {
   ExpectSlots(23, &Horn::GetLeftSamples, static_cast<int (Horn::*)(short*, int)>(&Horn::Write),
               static_cast<int (Horn::*)(int*, int, int)>(&Horn::Write), &Horn::DevOpen,
               &Horn::DevClose, &Horn::DevStart, &Horn::DevStop, &Horn::DevPause, &Horn::DevResume);
+  using Still = dualos::JpegSnap;
+  ExpectSlots(17, &Still::SelectSensor, &Still::SetWidth, &Still::SetHeight, &Still::SetQP,
+              &Still::GetQP, &Still::SetURL, static_cast<bool (Still::*)(bool)>(&Still::Snap),
+              static_cast<void (Still::*)(const char*, bool)>(&Still::Snap), &Still::ForceKeyFrame);
+  using Photo = dualos::Photography;
+  ExpectSlots(7, &Photo::RegisterMessageCallback, &Photo::SendMessage, &Photo::addChild,
+              &Photo::SelectSensor, &Photo::SetQP, &Photo::GetQP, &Photo::SetURL,
+              static_cast<bool (Photo::*)(bool)>(&Photo::Snap),
+              static_cast<void (Photo::*)(const char*, bool)>(&Photo::Snap), &Photo::SetWidth,
+              &Photo::SetHeight, &Photo::Open, &Photo::Close, &Photo::Start, &Photo::Stop);
   ExpectSlots(0, &StreamVbrc::SetBitRate);
   ExpectSlots(3, &StreamVbrc::BitRateControlSupportedList, &StreamVbrc::IsSupport,
               &StreamVbrc::SelectBitRateControl);

@@ -6,6 +6,7 @@
 
 #include "Fixture.h"
 #include "tessel/IAacSource.h"
+#include "tessel/IPhotography.h"
 #include "tessel/IYuvSource.h"
 
 namespace tessel::tests {
@@ -328,6 +329,48 @@ TEST_F(Layouts, OfSoundBeginWithTheMicrophone) {
             "+PcmFilter:rate=48000+aac-encoder:name=aac,profile=MAIN,br=96,ch=1,bw=-7+ShmSink:"
             "name=shmsink,session_name=" +
                 _session + ",init=true}");
+}
+
+TEST_F(Layouts, OfASnapshotAreLetterForLetter) {
+  const auto snap = MakeKnown<api::streaming::IPhotography>("ApiJpegSnap-dualos");
+  snap->SetQP(27);
+  snap->SelectSensor(3);  // nowhere in the text
+  const Lines trace = OpenAndTrace(snap, "5ac0");
+  EXPECT_EQ(trace[1],
+            "plugin/api/linux/JpegSnap.cpp/#/AppStringCreate0:\ttype=pipeline,layout={"
+            "pv-yuv-src-adv:w=1920,h=1080+FrameTrigger:name=trig,vbrc=" +
+                _block + "+jpeg-encoder:name=jpeg,qp=27,vbrc=" + _block +
+                ",clk=400000+ShmSink:name=shmsink,session_name=" + _session + ",init=true}");
+  EXPECT_EQ(trace.back(),
+            "plugin/api/linux/common/StreamApp.cpp/#/AppCreate:\ttype=Application,layout={"
+            "type=pipeline,layout={ShmSource:name=shmsrc,session_name=" +
+                _session +
+                ",apphd=0x5ac0,init=true+IOSinkPerFrame:name=fifo,dbg=true,newFrame=true,"
+                "sendmsg={iosink={oper=AfterOpen,send={upward}},newframe={oper=AfterClose,send={"
+                "upward}}},urlLayout={type=UrlSimple,vbrc=" +
+                _block + "},vbrc=" + _block + ",vbrcidx=0}},status=ready");
+}
+
+// Its application asks for the chain over there while it opens; what it asks for, the block's and
+// the object's address apart.
+TEST_F(Layouts, OfPhotographyAreCarriedByItsApplication) {
+  const auto taker = quill::host::Create<api::streaming::IPhotography>("ApiPhotography-dualos");
+  taker->SetWidth(640);
+  taker->SetQP(40);
+  std::string asked;
+  Replace("shm0_cmd", [&asked](AttrSet& args, const Command&) {
+    asked = args.Get("layout");
+    return false;
+  });
+  EXPECT_FALSE(taker->Open());
+  asked = std::regex_replace(asked, std::regex("0x[0-9a-f]+"), "@");
+  EXPECT_TRUE(std::regex_match(
+      asked, std::regex("type=pipeline,layout=\\{pv-yuv-src-adv:w=640,h=1080\\+FrameTrigger:name="
+                        "ftrig,vbrc=@\\+encoder-jpeg:name=enc,clock=400000,qp=40\\+FifoSink:max=2,"
+                        "session_name=plPvH264Srcunique_[0-9]+\\}")))
+      << asked;
+  EXPECT_EQ(LogLines().back(),
+            "plugin/api/linux/Photography.cpp/#/Open:\t!_obj->Set(\"statusup\",\"ready\")");
 }
 
 // "@" stands for the block's address, "$" for the session; each chain stands in the trace of the

@@ -256,6 +256,7 @@ TEST_P(EachTaker, DoesNotWaitForEverForWhatCannotCome) {
   std::thread lost([&] { EXPECT_FALSE(taker->Snap(true)) << "the real-time side is gone"; });
   KillFarSide();
   lost.join();
+  EXPECT_FALSE(taker->Snap(true)) << "still";
   taker->Close();
   ASSERT_TRUE(taker->Open() && taker->Start());
   EXPECT_TRUE(SnapTo(taker, Url("after.jpeg")));

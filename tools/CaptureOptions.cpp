@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <system_error>
+#include <utility>
 
 #include "quill/AttrSet.h"
 
@@ -21,15 +22,25 @@ struct OptionRow {
   bool (*is_given)(const CaptureOptions& options);
 };
 using Options = const CaptureOptions&;
+constexpr unsigned kSensed = kAnyVideo & ~kSynthetic;
 constexpr OptionRow kRows[] = {
     {"gop", kAnyH264, "has no GOP", [](Options all) { return all.gop.has_value(); }},
     {"goptype", kAnyH264, "has no GOP", [](Options all) { return !all.goptype.empty(); }},
     {"key-every", kAnyH264, "has key frames only", [](Options all) { return all.key_every > 0; }},
     {"key-at", kAnyH264, "has key frames only", [](Options all) { return !all.key_at.empty(); }},
     {"format", kRaw, "has no choice of formats", [](Options all) { return !all.format.empty(); }},
-    {"sensor", ~kSynthetic, "has no sensor", [](Options all) { return all.sensor != "test"; }},
-    {"once", ~kSynthetic, "has no sensor", [](Options all) { return all.once; }},
-    {"unpaced", ~kSynthetic, "has no sensor", [](Options all) { return all.unpaced; }},
+    {"width", kAnyVideo, "", [](Options all) { return all.width.has_value(); }},
+    {"height", kAnyVideo, "", [](Options all) { return all.height.has_value(); }},
+    {"sensor", kSensed, "has no sensor", [](Options all) { return all.sensor != "test"; }},
+    {"once", kSensed | kAnySound, "has no sensor", [](Options all) { return all.once; }},
+    {"unpaced", kSensed | kAnySound, "has no sensor", [](Options all) { return all.unpaced; }},
+    {"mic", kAnySound, "", [](Options all) { return all.mic != "test"; }},
+    {"rate", kAnySound, "", [](Options all) { return all.rate.has_value(); }},
+    {"channels", kAnySound, "", [](Options all) { return all.channels.has_value(); }},
+    {"profile", kAac, "has no profile", [](Options all) { return !all.profile.empty(); }},
+    {"bandwidth", kAac, "has no encoder", [](Options all) { return all.bandwidth_hz.has_value(); }},
+    {"sound-bitrate", kAac, "has no encoder",
+     [](Options all) { return all.sound_bit_rate_bps.has_value(); }},
 };
 
 // Whether two names lead to one file, or both to standard output.
@@ -73,16 +84,62 @@ bool CheckPictures(Options options, std::string& error) {
   return false;
 }
 
-bool CheckTriggers(const VideoSource& source, Options options, std::string& error) {
+bool CheckTriggers(std::span<const Source> sources, Options options, std::string& error) {
+  const Source& source = Addressed(sources, kAnyVideo);
   if (source.trigger == nullptr && options.Triggers()) {
     error = Format("--trigger-%s: %s takes no triggers; `tessel list` shows what does",
-                   options.trigger_on_stdin ? "on-stdin" : "every", options.name.c_str());
+                   options.trigger_on_stdin ? "on-stdin" : "every", source.name.c_str());
     return false;
   }
-  if (source.trigger == nullptr || options.Triggers()) return true;
-  error = options.name + " delivers nothing untriggered; add --trigger-every MS or " +
-          "--trigger-on-stdin";
+  if (source.trigger == nullptr) return true;
+  if (!options.Triggers()) {
+    error = source.name + " delivers nothing untriggered; add --trigger-every MS or " +
+            "--trigger-on-stdin";
+    return false;
+  }
+  // Nothing tells how far the sound may go on until somebody triggers.
+  if (sources.size() == 1 || !options.unpaced) return true;
+  error = "--unpaced: sound beside triggered pictures is captured live";
   return false;
+}
+
+unsigned Family(const Source& source) { return source.IsSound() ? kAnySound : kAnyVideo; }
+
+bool CheckPair(std::span<const Source> sources, std::string& error) {
+  if (sources.size() < 2 || sources[0].IsSound() != sources[1].IsSound()) return true;
+  error = sources[0].name + " and " + sources[1].name + " are both " +
+          (sources[0].IsSound() ? "sound" : "video") + "; one of each goes into a file";
+  return false;
+}
+
+bool CheckOutput(std::span<const Source> sources, Options options, std::string& error) {
+  unsigned kinds = 0;
+  std::string nouns;
+  for (const Source& source : sources) {
+    kinds |= source.kind->kind;
+    nouns += (nouns.empty() ? "" : " with ") + std::string(source.kind->noun);
+  }
+  if (FindContainer(options.output, kinds) != nullptr) return true;
+  const std::string known = ContainersOf(kinds);
+  error = "--output: " + nouns + (known.empty() ? " goes into no file" : " goes into " + known);
+  return false;
+}
+
+bool CheckChanges(std::span<const Source> sources, Options options, std::string& error) {
+  for (const ControlChange& change : options.changes) {
+    const Source& source = Addressed(sources, change.row->kinds);
+    const std::string head = std::string("--") + change.row->name + ": " + source.kind->noun;
+    if ((change.row->kinds & source.kind->kind) == 0) {
+      const bool is_kin = (change.row->kinds & Family(source)) != 0;
+      error = head + " " + (is_kin ? change.row->lack : "has no pictures");
+      return false;
+    }
+    if (source.IsSound() && change.frame > 0) {
+      error = head + " keeps the value that it begins with; --set cannot change it";
+      return false;
+    }
+  }
+  return true;
 }
 
 }  // namespace
@@ -94,16 +151,35 @@ const ControlChange* CaptureOptions::FirstOf(const char* control) const {
   return found == changes.end() ? nullptr : &*found;
 }
 
+const Source& Addressed(std::span<const Source> sources, unsigned kinds) {
+  for (const Source& source : sources) {
+    if ((source.kind->kind & kinds) != 0) return source;
+  }
+  const unsigned family = (kinds & kAnyVideo) != 0 ? kAnyVideo : kAnySound;
+  for (const Source& source : sources) {
+    if ((source.kind->kind & family) != 0) return source;
+  }
+  return sources.front();
+}
+
 bool Check(Options options, std::string& error) {
-  const Container* container = FindContainer(options.output, kAnyKind);
+  const Container* container = FindContainer(options.output);
   if (container == nullptr) {
-    error = "--output: " + Quoted(options.output) + " ends in none of " + ContainersOf(kAnyKind) +
+    error = "--output: " + Quoted(options.output) + " ends in none of " + ContainersOf() +
             ", which choose the container";
     return false;
   }
   if (IsPictures(*container) && !CheckPictures(options, error)) return false;
-  if (IsSameFile(options.output, options.sensor) || IsNumbered(options.output, options.sensor)) {
-    error = "--output: " + options.output + " is what --sensor reads";
+  const std::pair<const char*, std::string> inputs[] = {{"sensor", options.sensor},
+                                                        {"mic", options.mic}};
+  for (const auto& [option, input] : inputs) {
+    if (IsSameFile(options.output, input) || IsNumbered(options.output, input)) {
+      error = "--output: " + options.output + " is what --" + option + " reads";
+      return false;
+    }
+    // What cannot be written as text would not arrive.
+    if (quill::base::AttrSet().Add(option, input)) continue;
+    error = Format("--%s: ", option) + Quoted(input) + " has unbalanced braces; rename the file";
     return false;
   }
   if (IsSameFile(options.output, options.frame_log)) {
@@ -114,44 +190,40 @@ bool Check(Options options, std::string& error) {
     error = "--trigger-every and --trigger-on-stdin exclude each other";
     return false;
   }
-  // What cannot be written as text would not arrive.
-  if (!quill::base::AttrSet().Add("sensor", options.sensor)) {
-    error = "--sensor: " + Quoted(options.sensor) + " has unbalanced braces; rename the file";
-    return false;
-  }
   return IsOrdered(options, "bitrate-min", "bitrate-max", error) &&
          IsOrdered(options, "qp-min", "qp-max", error) &&
          IsOrdered(options, "fps", "capture-fps", error);
 }
 
-bool CheckFor(const VideoSource& source, Options options, std::string& error) {
-  const KindRow& kind = *source.kind;
-  const auto refuse = [&error, &kind](const std::string& option, const std::string& lack) {
-    error = "--" + option + ": " + kind.noun + " " + lack;
+bool CheckFor(std::span<const Source> sources, Options options, std::string& error) {
+  if (!CheckPair(sources, error) || !CheckOutput(sources, options, error)) return false;
+  const auto refuse = [&error](const char* option, const Source& source, const std::string& lack) {
+    error = Format("--%s: %s %s", option, source.kind->noun, lack.c_str());
     return false;
   };
-  const Container* container = FindContainer(options.output, kind.kind);
-  if (container == nullptr) {
-    return refuse("output", "goes into " + ContainersOf(kind.kind));
-  }
   for (const OptionRow& row : kRows) {
-    if ((row.kinds & kind.kind) == 0 && row.is_given(options)) return refuse(row.name, row.lack);
+    const Source& source = Addressed(sources, row.kinds);
+    if ((row.kinds & source.kind->kind) != 0 || !row.is_given(options)) continue;
+    const bool is_kin = (row.kinds & Family(source)) != 0;
+    return refuse(row.name, source,
+                  is_kin             ? row.lack
+                  : source.IsSound() ? "has no pictures"
+                                     : "has no sound");
   }
-  for (const ControlChange& change : options.changes) {
-    const ControlRow& row = *change.row;
-    if ((row.kinds & kind.kind) == 0) return refuse(row.name, row.lack);
-  }
+  if (!CheckChanges(sources, options, error)) return false;
+  const Source& video = Addressed(sources, kAnyVideo);
   const ControlChange* fps = options.FirstOf("fps");
-  if (kind.kind == kH264Variable && fps != nullptr && fps->value > kCaptureRate &&
+  if (video.kind->kind == kH264Variable && fps != nullptr && fps->value > kCaptureRate &&
       options.FirstOf("capture-fps") == nullptr) {
     return refuse(
-        "fps", Format("captures at %d frames/s; add --capture-fps %d", kCaptureRate, fps->value));
+        "fps", video,
+        Format("captures at %d frames/s; add --capture-fps %d", kCaptureRate, fps->value));
   }
-  if (!CheckTriggers(source, options, error)) return false;
-  if (kind.kind != kRaw) return true;
+  if (!CheckTriggers(sources, options, error)) return false;
+  if (video.kind->kind != kRaw) return true;
   const std::string format =
-      options.format.empty() ? source.raw->GetYuvMediaInfo().format : options.format;
-  if (TakesFormat(*container, format, error)) return true;
+      options.format.empty() ? video.raw->GetYuvMediaInfo().format : options.format;
+  if (TakesFormat(*FindContainer(options.output, kRaw), format, error)) return true;
   error = "--format: " + error;
   return false;
 }

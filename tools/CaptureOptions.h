@@ -2,21 +2,21 @@
 #pragma once
 
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
 #include "Controls.h"
-#include "MediaWriter.h"
-#include "VideoSource.h"
+#include "Source.h"
 
 namespace tessel::tool {
 
 // Ranges of the single values are checked where they are read.
 struct CaptureOptions {
-  std::string name;    // as FindCreatable() takes it
-  std::string output;  // as FindContainer() takes it
-  std::optional<int> frames;
-  std::optional<double> seconds;  // of the stream's own time; triggered: of the clock
+  std::vector<std::string> names;  // one, or one of video and one of sound; see FindCreatable()
+  std::string output;              // as FindContainer() takes it
+  std::optional<int> frames;       // of video, where there is any
+  std::optional<double> seconds;   // of the stream's own time; triggered: of the clock
 
   std::optional<int> width;   // pixels
   std::optional<int> height;  // pixels
@@ -25,7 +25,14 @@ struct CaptureOptions {
   std::string goptype;
   std::vector<ControlChange> changes;  // those for frame 0 hold from the start
 
+  std::optional<int> rate;      // of sound, samples/s
+  std::optional<int> channels;  //
+  std::string profile;          // of AAC
+  std::optional<int> bandwidth_hz;
+  std::optional<int> sound_bit_rate_bps;
+
   std::string sensor = "test";
+  std::string mic = "test";
   bool once = false;     // a media file is played once
   bool unpaced = false;  // as fast as it goes
 
@@ -43,10 +50,14 @@ struct CaptureOptions {
   const ControlChange* FirstOf(const char* control) const;
 };
 
+// The source that an option for those kinds goes to, the first one that takes it; else the one that
+// it is refused for. REQUIRES: there is a source.
+const Source& Addressed(std::span<const Source> sources, unsigned kinds);
+
 // False with `error`, naming the options, when they do not go together, whatever the class.
 [[nodiscard]] bool Check(const CaptureOptions& options, std::string& error);
-// The same, when they do not go with the class.
-[[nodiscard]] bool CheckFor(const VideoSource& source, const CaptureOptions& options,
+// The same, when they do not go with the classes.
+[[nodiscard]] bool CheckFor(std::span<const Source> sources, const CaptureOptions& options,
                             std::string& error);
 
 }  // namespace tessel::tool

@@ -11,6 +11,7 @@
 #include "tessel/IVideo.h"
 
 #include "Console.h"
+#include "Devices.h"
 #include "Kinds.h"
 
 namespace tessel::tool {
@@ -87,6 +88,7 @@ std::vector<std::string> AliasesOf(const IClass& record) {
 std::string ShortName(const IClass& record) {
   constexpr std::string_view kHead = "api";
   constexpr std::string_view kSource = "source";
+  if (const std::string device = DeviceKind(record.Name()); !device.empty()) return device;
   const std::string lower = LowerCase(record.Name());
   const std::size_t kind_end = lower.find(kSource);
   if (!lower.starts_with(kHead) || kind_end == lower.npos || !IsCreatable(record)) return "";
@@ -138,6 +140,10 @@ const IClass* FindCreatable(const std::string& name, std::string& error) {
 
 ClassTraits TraitsOf(const IClass& record) {
   ClassTraits traits;
+  if (const std::string device = DeviceKind(record.Name()); !device.empty()) {
+    traits.kind = device;
+    return traits;
+  }
   const quill::host::Handle<object> made(quill::host::CreateObject(record.Name().c_str(), ""));
   if (!made) return traits;
   const KindRow* kind = KindOf(*made, record.Name());

@@ -27,6 +27,8 @@ std::vector<std::string> AliasesOf(const IClass& record);
 //   ApiH264Source-dualos-vbrc-trigger-push   h264-vbrc-trigger-push
 //   ApiYuvSource-dualos-pull-fake            yuv-fake
 //
+// Devices are called by their kind: "microphone", "speaker".
+//
 // Empty where there is no such name.
 std::string ShortName(const IClass& record);
 
@@ -36,10 +38,11 @@ const IClass* FindClass(const std::string& name, std::string& error);
 // The same, for a class that has to be creatable; one that is not is refused with its aliases.
 const IClass* FindCreatable(const std::string& name, std::string& error);
 
-// What is found out by making an object of a class.
+// What is found out by making an object of a class; of a device by its name, as its making needs
+// the real-time side.
 struct ClassTraits {
   std::string delivery = "-";  // "push" or "pull"
-  std::string kind = "-";      // what it delivers
+  std::string kind = "-";      // what it delivers, or is
 };
 // REQUIRES: IsCreatable(record).
 ClassTraits TraitsOf(const IClass& record);

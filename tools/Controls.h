@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "VideoSource.h"
+#include "Source.h"
 
 namespace tessel::tool {
 
@@ -23,7 +23,7 @@ struct ControlRow {
   unsigned kinds;    // that it can be asked of
   const char* lack;  // what is said of the others
   // No pointer to a member: SetBitRate() belongs to a virtual base, whose members do not convert.
-  void (*set)(VideoSource& source, int value);  // REQUIRES: source.kind is among `kinds`
+  void (*set)(Source& source, int value);  // REQUIRES: source.kind is among `kinds`
   const char* help;
 };
 

@@ -1,5 +1,6 @@
 #include "FrameInbox.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace tessel::tool {
@@ -7,29 +8,33 @@ namespace {
 
 constexpr std::size_t kMostInTurn = 8;  // frames
 
+bool IsAmong(std::size_t lane, unsigned lanes) { return (lanes >> lane & 1U) != 0; }
+
 }  // namespace
 
-void FrameInbox::Put(Frame frame) {
+void FrameInbox::Put(std::size_t lane, Frame frame) {
   const std::lock_guard lock(_mutex);
-  if (_is_closed || _is_interrupted) return;  // nobody takes it out any more
-  _frames.push_back(std::move(frame));
+  if (_lanes[lane].is_closed || _is_interrupted) return;  // nobody takes it out any more
+  _lanes[lane].frames.push_back(std::move(frame));
   _changed.notify_all();
 }
 
-bool FrameInbox::PutInTurn(Frame frame) {
+bool FrameInbox::PutInTurn(std::size_t lane, Frame frame) {
   std::unique_lock lock(_mutex);
-  _changed.wait(lock,
-                [this] { return _is_closed || _is_interrupted || _frames.size() < kMostInTurn; });
-  if (_is_closed || _is_interrupted) return false;
-  _frames.push_back(std::move(frame));
+  Lane& into = _lanes[lane];
+  _changed.wait(lock, [this, &into] {
+    return into.is_closed || _is_interrupted || into.frames.size() < kMostInTurn;
+  });
+  if (into.is_closed || _is_interrupted) return false;
+  into.frames.push_back(std::move(frame));
   _changed.notify_all();
   return true;
 }
 
-void FrameInbox::Tell(std::string message) {
+void FrameInbox::Tell(std::size_t lane, std::string message) {
   const std::lock_guard lock(_mutex);
-  _message = std::move(message);
-  _message_is_new = true;
+  _lanes[lane].message = std::move(message);
+  _lanes[lane].message_is_new = true;
   _changed.notify_all();
 }
 
@@ -39,9 +44,9 @@ void FrameInbox::Interrupt() {
   _changed.notify_all();
 }
 
-void FrameInbox::Close() {
+void FrameInbox::Close(std::size_t lane) {
   const std::lock_guard lock(_mutex);
-  _is_closed = true;
+  _lanes[lane].is_closed = true;
   _changed.notify_all();
 }
 
@@ -51,27 +56,73 @@ void FrameInbox::Wake() {
   _changed.notify_all();
 }
 
-FrameInbox::News FrameInbox::Wait(Frame& frame, Clock::time_point deadline) {
-  std::unique_lock lock(_mutex);
-  _changed.wait_until(lock, deadline, [this] {
-    return _is_interrupted || !_frames.empty() || _is_closed || _message_is_new || _is_woken;
-  });
+bool FrameInbox::HasNews(unsigned lanes) const {
+  for (std::size_t i = 0; i < _lanes.size(); ++i) {
+    const Lane& lane = _lanes[i];
+    if (!lane.frames.empty() && IsAmong(i, lanes)) return true;
+    const bool has_said = lane.is_closed ? !lane.end_is_told : lane.message_is_new;
+    if (lane.frames.empty() && has_said) return true;
+  }
+  return _is_interrupted || _is_woken;
+}
+
+FrameInbox::News FrameInbox::TakeNews(Item& item, unsigned lanes) {
   _is_woken = false;
   if (_is_interrupted) return News::kInterrupt;
-  if (!_frames.empty()) {
-    frame = std::move(_frames.front());
-    _frames.pop_front();
+  Lane* first = nullptr;
+  for (std::size_t i = 0; i < _lanes.size(); ++i) {
+    Lane& lane = _lanes[i];
+    if (lane.frames.empty() || !IsAmong(i, lanes)) continue;
+    if (first != nullptr && first->frames.front()->timestamp <= lane.frames.front()->timestamp) {
+      continue;
+    }
+    first = &lane;
+    item.lane = i;
+  }
+  if (first != nullptr) {
+    item.frame = std::move(first->frames.front());
+    first->frames.pop_front();
     _changed.notify_all();  // there is room
     return News::kFrame;
   }
-  if (_is_closed) return News::kOver;
-  return std::exchange(_message_is_new, false) ? News::kMessage : News::kNothing;
+  for (item.lane = 0; item.lane < _lanes.size(); ++item.lane) {
+    Lane& lane = _lanes[item.lane];
+    if (!lane.frames.empty()) continue;
+    if (lane.is_closed && !std::exchange(lane.end_is_told, true)) return News::kOver;
+    if (!lane.is_closed && std::exchange(lane.message_is_new, false)) return News::kMessage;
+  }
+  return News::kNothing;
 }
 
-std::string FrameInbox::WaitForMessage(Clock::time_point deadline) {
+FrameInbox::News FrameInbox::Wait(Item& item, Clock::time_point deadline, unsigned lanes) {
   std::unique_lock lock(_mutex);
-  _changed.wait_until(lock, deadline, [this] { return _message.has_value(); });
-  return _message.value_or("");
+  _changed.wait_until(lock, deadline, [this, lanes] { return HasNews(lanes); });
+  return TakeNews(item, lanes);
+}
+
+void FrameInbox::WaitForEach(unsigned lanes, std::chrono::milliseconds patience,
+                             Clock::time_point deadline) {
+  std::unique_lock lock(_mutex);
+  _changed.wait_until(lock, deadline, [this] { return HasNews(kAllLanes); });
+  _changed.wait_for(lock, patience, [this, lanes] {
+    bool has_each = true;
+    for (std::size_t i = 0; i < _lanes.size(); ++i) {
+      has_each = has_each && (!_lanes[i].frames.empty() || !IsAmong(i, lanes));
+    }
+    return has_each || HasNews(0);
+  });
+}
+
+std::optional<std::int64_t> FrameInbox::NextStamp(std::size_t lane) {
+  const std::lock_guard lock(_mutex);
+  const auto& frames = _lanes[lane].frames;
+  return frames.empty() ? std::nullopt : std::optional(frames.front()->timestamp);
+}
+
+std::string FrameInbox::WaitForMessage(std::size_t lane, Clock::time_point deadline) {
+  std::unique_lock lock(_mutex);
+  _changed.wait_until(lock, deadline, [&] { return _lanes[lane].message.has_value(); });
+  return _lanes[lane].message.value_or("");
 }
 
 }  // namespace tessel::tool

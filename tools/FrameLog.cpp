@@ -14,12 +14,13 @@ bool FrameLog::Open(const std::string& path, std::string& error) {
 }
 
 bool FrameLog::Write(const api::streaming::common::frame_t& frame, int bit_rate_bps,
-                     std::string& error) {
+                     const std::string& source, std::string& error) {
   if (_file == nullptr) return true;
+  const std::string tail = source.empty() ? "" : ",\"source\":\"" + source + "\"";
   std::fprintf(_file.get(),
-               "{\"seq\":%u,\"timestamp\":%lld,\"size\":%u,\"key\":%s,\"bit_rate\":%d}\n",
+               "{\"seq\":%u,\"timestamp\":%lld,\"size\":%u,\"key\":%s,\"bit_rate\":%d%s}\n",
                frame.seq, static_cast<long long>(frame.timestamp), frame.size,
-               frame.isKey ? "true" : "false", bit_rate_bps);
+               frame.isKey ? "true" : "false", bit_rate_bps, tail.c_str());
   // Whoever follows the log wants each line when it comes.
   if (std::fflush(_file.get()) == 0) return true;
   error = std::strerror(errno);

@@ -14,9 +14,10 @@ class FrameLog {
  public:
   // `path` "-" is standard output, "" no log at all. False with `error` when it cannot be written.
   [[nodiscard]] bool Open(const std::string& path, std::string& error);
-  // `bit_rate_bps` is what the encoder measured last.
+  // `bit_rate_bps` is what the encoder measured last; `source` goes into the line unless it is
+  // empty.
   [[nodiscard]] bool Write(const api::streaming::common::frame_t& frame, int bit_rate_bps,
-                           std::string& error);
+                           const std::string& source, std::string& error);
 
  private:
   struct Close {

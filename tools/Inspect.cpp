@@ -5,12 +5,14 @@
 
 #include "quill/Factory.h"
 #include "quill/Host.h"
+#include "tessel/IAacSource.h"
 #include "tessel/IH264Source.h"
 #include "tessel/IJpegSource.h"
 #include "tessel/IYuvSource.h"
 
 #include "Classes.h"
 #include "Console.h"
+#include "Devices.h"
 #include "ErrorLog.h"
 
 namespace tessel::tool {
@@ -65,6 +67,10 @@ void PrintClass(const IClass& record) {
   Row("author", record.Author());
 }
 
+std::string SoundText(int rate, int channels) {
+  return Format("%d Hz, %d channel%s", rate, channels, channels == 1 ? "" : "s");
+}
+
 void PrintDefaults(object& made) {
   if (const auto* video = dynamic_cast<IH264*>(&made)) {
     const H264MediaInfo info = video->GetH264MediaInfo();
@@ -82,6 +88,17 @@ void PrintDefaults(object& made) {
     Row("format", info.format);
     Row("frame rate", std::to_string(info.frameRate) + " frames/s");
   }
+  if (const auto* aac = dynamic_cast<api::streaming::IAacSource*>(&made)) {
+    const auto info = aac->GetAacMediaInfo();
+    Row("sound", SoundText(info.rate, info.channels));
+  } else if (const auto* pcm = dynamic_cast<api::streaming::IPcmSource*>(&made)) {
+    const auto info = pcm->GetPcmMediaInfo();
+    Row("sound",
+        SoundText(info.sampleRate, info.channels) + Format(", %d bits", info.bitsPerSample));
+  }
+  if (const auto* device = dynamic_cast<dev::IAudioDevice*>(&made)) {
+    Row("device", DeviceText(*device));
+  }
   if (const auto* control = dynamic_cast<IBitRateControl*>(&made)) {
     Row("frame rate", std::to_string(control->GetCurrentFrameRate()) + " frames/s");
     Row("bit rate", std::to_string(control->GetCurrentBitRate()) + " bit/s measured");
@@ -91,10 +108,23 @@ void PrintDefaults(object& made) {
   }
 }
 
+// Answers what a source asks of its microphone before it describes its chain. None of that goes
+// into the description.
+bool AnswerProbe(AttrSet& request) {
+  request.Add("object_base", "1");
+  request.Add("rate", 48000);
+  request.Add("channels", 2);
+  for (const char* control : {"canVol", "canAgc", "canMute"}) request.Add(control, false);
+  return true;
+}
+
 // The description that Open() sends to the real-time side. Empty when it sends none.
 std::string RecordDescription(IStreamOutput& output) {
   std::string description;
   const auto record = [&description](AttrSet& request) {
+    const char* command = request.Get("cmd");
+    if (command != nullptr && command == std::string("ProbeAudioDriver"))
+      return AnswerProbe(request);
     if (description.empty()) description = request.ToString(false);
     return false;  // nothing is there to open
   };

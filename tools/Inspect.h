@@ -1,4 +1,5 @@
-// `tessel inspect`: one class in detail, found out without the real-time side.
+// `tessel inspect`: one class in detail, found out without the real-time side unless it is a
+// device.
 #pragma once
 
 #include <string>

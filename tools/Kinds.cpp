@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "tessel/IAacSource.h"
 #include "tessel/IH264Source.h"
 #include "tessel/IJpegSource.h"
 #include "tessel/IYuvSource.h"
@@ -37,6 +38,8 @@ constexpr KindRow kKinds[] = {
     {kJpeg, "JPEG pictures", "a JPEG source", &Is<api::streaming::IJpegSource>},
     {kSynthetic, "raw video, synthetic", "the synthetic source", &IsSynthetic},
     {kRaw, "raw video", "the raw source", &Is<api::streaming::IYuvSource>},
+    {kAac, "AAC sound", "the AAC source", &Is<api::streaming::IAacSource>},
+    {kPcm, "PCM sound", "the PCM source", &Is<api::streaming::IPcmSource>},
 };
 
 }  // namespace

@@ -1,4 +1,4 @@
-// The kinds of video that a source can deliver, for the tables of what goes with which.
+// The kinds of video and sound that a source can deliver, for the tables of what goes with which.
 #pragma once
 
 #include <string>
@@ -14,18 +14,24 @@ enum Kind : unsigned {
   kJpeg = 4,
   kRaw = 8,
   kSynthetic = 16,  // buffers without a picture, made without the real-time side
+  kPcm = 32,
+  kAac = 64,
 };
 inline constexpr unsigned kAnyH264 = kH264 | kH264Variable;
-inline constexpr unsigned kAnyKind = kAnyH264 | kJpeg | kRaw | kSynthetic;
+inline constexpr unsigned kAnyVideo = kAnyH264 | kJpeg | kRaw | kSynthetic;
+inline constexpr unsigned kAnySound = kPcm | kAac;
+inline constexpr unsigned kAnyKind = kAnyVideo | kAnySound;
 
 struct KindRow {
   Kind kind;
   const char* text;  // in a list
   const char* noun;  // as the subject of a sentence
   bool (*is)(quill::base::object& made, const std::string& class_name);
+
+  bool IsSound() const { return (kind & kAnySound) != 0; }
 };
 
-// What `made`, an object of that class, delivers. Null: no video.
+// What `made`, an object of that class, delivers. Null: neither video nor sound.
 const KindRow* KindOf(quill::base::object& made, const std::string& class_name);
 
 }  // namespace tessel::tool

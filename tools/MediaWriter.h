@@ -1,83 +1,89 @@
-// Writes video into a file, or into numbered ones. The file's extension chooses the container.
+// Writes a stream, or a video and a sound stream together, into a file; pictures into numbered
+// ones, too.
 #pragma once
 
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
-#include "tessel/frame_t.h"
-
+#include "Containers.h"
 #include "Kinds.h"
 
 struct AVFormatContext;
 struct AVFrame;
 struct AVPacket;
+struct AVStream;
 
 namespace tessel::tool {
 
-// The file names that stand for standard output, and for nothing, where frames are only counted.
-// Both take the bytes of the frames as they are.
-inline constexpr char kStandardOutput[] = "-";
-inline constexpr char kNowhere[] = "/dev/null";
-
-struct Container;
-// The container that `path` asks for, for any of `kinds`, or null.
-const Container* FindContainer(const std::string& path, unsigned kinds);
-// The extensions that FindContainer() knows for these, as they are told: ".mp4, .mkv or .h264".
-std::string ContainersOf(unsigned kinds);
-// Whether raw pictures of that format, by its name on the real-time side or in FFmpeg, go into the
-// container. False with `error` naming the formats that do.
-[[nodiscard]] bool TakesFormat(const Container& container, const std::string& pixel_format,
-                               std::string& error);
-// Whether each frame becomes a file of its own. Their names are numbered by the pattern in the
-// path, as "x-%03d.jpg", from 1 on; a path without one takes a single frame.
-bool IsPictures(const Container& container);
-bool IsPattern(const std::string& path);
-
-struct VideoFormat {
+struct MediaFormat {
   Kind kind = kH264;
-  int width = 0;                     // pixels
-  int height = 0;                    // pixels
-  int frames_per_second = 0;         // nominal; 0: there is no such rate
-  std::string pixel_format;          // raw video: as TakesFormat() takes it
-  std::vector<std::uint8_t> header;  // H.264: SPS and PPS, each behind a start code
+  // What a decoder has to know. H.264: SPS and PPS, each behind a start code; AAC: an
+  // AudioSpecificConfig.
+  std::vector<std::uint8_t> header;
+  // Of video.
+  int width = 0;              // pixels
+  int height = 0;             // pixels
+  int frames_per_second = 0;  // nominal; 0: there is no such rate
+  std::string pixel_format;   // raw video: as TakesFormat() takes it
+  // Of sound.
+  int rate = 0;             // samples/s of each channel
+  int channels = 0;         //
+  int bit_rate_bps = 0;     // announced; 0: nothing was
+  int priming_samples = 0;  // of each channel, in front of what was captured
+  int adts_bytes = 0;       // header of each frame, which a container that has its own goes without
 };
 
 // One thread at a time.
 class MediaWriter {
  public:
-  using frame_t = api::streaming::common::frame_t;
+  // A frame's bytes, to be shown or heard at `time_ns` for `duration_ns`, the start of the file
+  // being 0. Priming lies before it.
+  struct Unit {
+    std::span<const std::uint8_t> bytes;
+    bool is_key = true;
+    std::int64_t time_ns = 0;
+    std::int64_t duration_ns = 0;
+  };
 
   // Creates the file, or empties it. Null with `error` when it cannot be written.
   static std::unique_ptr<MediaWriter> Open(const Container& container, const std::string& path,
-                                           const VideoFormat& format, std::string& error);
+                                           std::span<const MediaFormat> formats,
+                                           std::string& error);
   // Finishes a file that was not finished, as well as it can be.
   ~MediaWriter();
   MediaWriter(const MediaWriter&) = delete;
   MediaWriter& operator=(const MediaWriter&) = delete;
 
-  // Appends a frame, to be shown at `time_ns` for `duration_ns`, the start of
-  // the file being 0. A later frame ends it as well.
-  [[nodiscard]] bool Write(const frame_t& frame, std::int64_t time_ns, std::int64_t duration_ns,
-                           std::string& error);
+  // Appends to the stream of that number among the formats. A later unit of the stream ends it as
+  // well. Of two streams each unit waits until the other one has caught up, or ten seconds of the
+  // stream's time.
+  [[nodiscard]] bool Write(std::size_t stream, const Unit& unit, std::string& error);
   // Writes what a player needs to find its way, and closes the file.
   [[nodiscard]] bool Finish(std::string& error);
 
  private:
+  struct Track {
+    std::size_t skipped_bytes = 0;       // at the head of each unit
+    std::vector<std::uint8_t> leading;   // goes in front of the first one, where that lacks it
+    std::int64_t last_time = INT64_MIN;  // of the last one, in units of the stream
+  };
+
   MediaWriter() = default;
-  bool Begin(const Container& container, const std::string& path, const VideoFormat& format,
-             std::string& error);
-  bool AddStream(const Container& container, const VideoFormat& format);
-  bool WrapPicture(const frame_t& frame);
+  bool Begin(const Container& container, const std::string& path,
+             std::span<const MediaFormat> formats, std::string& error);
+  bool AddStream(const Container& container, const MediaFormat& format);
+  bool DescribeVideo(const Container& container, const MediaFormat& format, AVStream& stream);
+  bool WrapPicture(std::span<const std::uint8_t> bytes);
   bool Check(int result, std::string& error) const;
 
   AVFormatContext* _format = nullptr;
   AVPacket* _packet = nullptr;
-  AVFrame* _picture = nullptr;         // where the container wants planes instead of bytes
-  std::vector<std::uint8_t> _leading;  // goes in front of the first frame, where that lacks it
-  std::int64_t _last_time = -1;        // of the last frame, in units of the stream
-  bool _is_begun = false;              // the container's head is written
+  AVFrame* _picture = nullptr;  // where the container wants planes instead of bytes
+  std::vector<Track> _tracks;
+  bool _is_begun = false;  // the container's head is written
 };
 
 }  // namespace tessel::tool

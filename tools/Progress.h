@@ -1,9 +1,14 @@
-// The line that shows on a terminal how a capture is going.
+// What shows on a terminal how a capture is going: a line of the video, one of the sound.
 #pragma once
 
 #include <chrono>
 #include <cstdint>
 #include <deque>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "SoundMeter.h"
 
 namespace tessel::tool {
 
@@ -12,12 +17,17 @@ class Progress {
  public:
   using Clock = std::chrono::steady_clock;
 
-  struct Values {
+  struct Video {
     std::uint64_t frames = 0;
-    double seconds = 0;       // of the stream
     bool is_encoded = false;  // else the next two say nothing
     int bit_rate_bps = 0;
     int qp = 0;  // 0: rate control decides
+  };
+  // REQUIRES: video, or sound.
+  struct Values {
+    double seconds = 0;  // of the stream that is ahead
+    std::optional<Video> video;
+    std::vector<SoundMeter::Level> sound;  // a channel each
     std::uint64_t dropped = 0;
   };
 
@@ -26,7 +36,7 @@ class Progress {
 
   bool IsDue(Clock::time_point now) const { return _is_shown && now >= _next; }
   void Show(Clock::time_point now, const Values& values);
-  // Makes room for another line.
+  // Makes room for other lines.
   void Clear();
 
  private:
@@ -34,11 +44,15 @@ class Progress {
     Clock::time_point time;
     std::uint64_t frames;
   };
+  double FrameRate(Clock::time_point now, std::uint64_t frames);
 
   const bool _is_shown;
-  bool _has_line = false;
+  int _lines = 0;  // that are shown
   Clock::time_point _next;
   std::deque<Sample> _recent;  // what the frame rate is measured over
 };
+
+// A level as a bar from -60 dBFS to 0: "=" up to the RMS, "|" at the peak.
+std::string LevelBar(const SoundMeter::Level& level);
 
 }  // namespace tessel::tool

@@ -125,6 +125,8 @@ std::string Media(const BoardStream& stream, const char* key) {
   return place == stream.media.end() ? "" : place->second;
 }
 
+bool IsSound(const BoardStream& stream) { return !Media(stream, "rate").empty(); }
+
 // "-" where a stream has no rate control.
 std::string Word(const BoardStream& stream, const char* name, int unit = 1) {
   const auto place = stream.control.find(name);
@@ -134,18 +136,29 @@ std::string Word(const BoardStream& stream, const char* name, int unit = 1) {
 // The rate that a stream is held to.
 std::string AskedRate(const BoardStream& stream) {
   const bool is_thinned = HasElement(stream, "FrameDroper");
+  if (IsSound(stream)) return "-";
   if (stream.control.empty()) return Media(stream, "fr");
   return Word(stream, is_thinned ? "framerate" : "framerate_max");
 }
 
-// JPEG encoders are not held to a bit rate.
+// JPEG encoders are not held to a bit rate, and those of AAC measure none.
 std::string AskedKilobits(const BoardStream& stream) {
+  const std::string announced_bps = Media(stream, "bitrate");
+  if (IsSound(stream) && announced_bps.size() > 3) {
+    return announced_bps.substr(0, announced_bps.size() - 3);
+  }
   return Media(stream, "codec") == "h264" ? Word(stream, "bitrate_target", 1000) : "-";
 }
 
 std::string AskedQp(const BoardStream& stream) {
   const std::string qp = Word(stream, "qp");
   return qp == "0" ? "auto" : qp;
+}
+
+// Pixels; of sound the sample rate and the channels.
+std::string Size(const BoardStream& stream) {
+  return IsSound(stream) ? Media(stream, "rate") + "x" + Media(stream, "ch")
+                         : Media(stream, "w") + "x" + Media(stream, "h");
 }
 
 // The measured value beside the asked one.
@@ -162,7 +175,7 @@ void PrintScreen(const std::vector<Row>& rows) {
               "THINNED", "WAITED", "HELD", "REFUSED");
   for (const auto& [stream, rate] : rows) {
     const auto& counters = stream.counters;
-    const std::string size = Media(stream, "w") + "x" + Media(stream, "h");
+    const std::string size = Size(stream);
     const std::string rates = Pair(rate ? Format("%.1f", *rate) : "-", AskedRate(stream));
     const std::string bits = Pair(Word(stream, "bitrate", 1000), AskedKilobits(stream));
     const std::string qp = Pair(Word(stream, "qp_reported"), AskedQp(stream));
@@ -238,7 +251,7 @@ int Top(const TopOptions& options) {
     if (std::fflush(stdout) != 0) return kFailed;        // nobody reads any more
     due += std::chrono::duration_cast<Clock::duration>(
         std::chrono::duration<double>(options.interval_s));
-    FrameInbox::Frame none;
+    FrameInbox::Item none;
     if (inbox->Wait(none, due) == FrameInbox::News::kInterrupt) break;
   }
   return kDone;

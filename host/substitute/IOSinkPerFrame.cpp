@@ -3,9 +3,10 @@
 #include <algorithm>
 #include <span>
 
-#include "FileUrl.h"
 #include "quill/Debug.h"
+#include "quill/Host.h"
 #include "quill/VbrcBlock.h"
+#include "WholeFile.h"
 
 namespace quill::stream {
 
@@ -72,7 +73,7 @@ bool IOSinkPerFrame::Open() {
   if (Failed(Upstream() == nullptr, "!Upstream()", "a sink needs a source")) return false;
   _session = Upstream()->Output();
   if (Failed(_session == nullptr, "!_session", "the source is not open")) return false;
-  _session->Listen([this](const std::string& text) { PostFailure("", text); });
+  _session->Listen([this](const std::string& text) { PostEnd(text); });
   return Element::Open();
 }
 
@@ -108,7 +109,7 @@ void IOSinkPerFrame::Take(const Packet& packet) {
 
 bool IOSinkPerFrame::Write(const std::string& url, const Packet& packet, std::string& error) {
   std::string path;
-  if (!ReadFileUrl(url, path, error)) return false;
+  if (!host::ReadFileUrl(url, path, error)) return false;
   Post(false, url, packet);
   return WriteWholeFile(path, std::span(packet.Data(), packet.Size()), error);
 }
@@ -136,6 +137,13 @@ void IOSinkPerFrame::PostFailure(const std::string& url, const std::string& reas
   if (!url.empty()) body.Add("url", url);
   body.Add("reason", reason);
   SendMessage(TextOf("failed", body).c_str(), base::Orient::kOwners, "failed");
+}
+
+void IOSinkPerFrame::PostEnd(const std::string& reason) {
+  Fail("!packet", reason);
+  AttrSet body;
+  body.Add("reason", reason);
+  SendMessage(TextOf("ended", body).c_str(), base::Orient::kOwners, "ended");
 }
 
 }  // namespace quill::stream

@@ -20,10 +20,9 @@ namespace quill::stream {
 //   dbg        true: a line in the trace for each file
 //
 // Every message goes to all owners. Its text is `name:url={…}`, AfterClose with `,size=BYTES`; its
-// note ("extra") is the name. What goes wrong is in the log and comes as
-// `failed:url={…},reason={…}` (note "failed"): a frame that could not be written, and also that
-// none will come any more. The next frame is tried all the same. Messages come on the stream
-// thread, those of the real-time side on the message thread.
+// note ("extra") is the name. What goes wrong is in the log too: `failed:url={…},reason={…}` is a
+// frame that could not be written, the next one is tried all the same; `ended:reason={…}` says that
+// none will come any more. Messages come on the stream thread, the last one on the message thread.
 class IOSinkPerFrame : public Element {
  public:
   bool configure(base::AttrSet& set) override;
@@ -46,6 +45,7 @@ class IOSinkPerFrame : public Element {
   bool Write(const std::string& url, const Packet& packet, std::string& error);
   void Post(bool after_close, const std::string& url, const Packet& packet);
   void PostFailure(const std::string& url, const std::string& reason);
+  void PostEnd(const std::string& reason);
   void CountFile() const;
 
   // Constant after configure.

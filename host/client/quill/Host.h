@@ -38,8 +38,8 @@ struct Options {
   // "test": a tone with a beep each second; "tone" or "tone:HZ" without beeps; "alsa" or
   // "alsa:DEVICE"; or a media file.
   std::string mic = "test";
-  bool loop = true;             // a media file starts anew at its end
-  bool paced = true;            // live; else as fast as frames are taken, and none is dropped
+  bool loop = true;   // a media file starts anew at its end
+  bool paced = true;  // live; else as fast as frames are taken, and none is dropped
 
   // Memory costs nothing before it is touched. `window_bytes` is read once, at first use.
   std::size_t window_bytes = std::size_t{4} << 30;
@@ -143,6 +143,13 @@ QUILL_PUBLIC bool ListBoard(std::vector<BoardStream>& streams, std::string& erro
 QUILL_PUBLIC bool SetBoardWord(int id, const std::string& word, int value, std::string& error);
 QUILL_PUBLIC bool RequestKeyFrame(int id, std::string& error);
 QUILL_PUBLIC bool TriggerFrame(int id, std::string& error);
+
+// The path that the "file://" URL of a still picture names: relative to the working directory
+// unless it begins with "/". A "%" and two hexadecimal digits stand for a byte (RFC 3986);
+// numbering patterns as printf has them, "%d" and "%03d", stay as they are, and so does any other
+// "%". False with `error`, which does not repeat the URL. Any thread.
+[[nodiscard]] QUILL_PUBLIC bool ReadFileUrl(const std::string& url, std::string& path,
+                                            std::string& error);
 
 // The shared window: bytes handed out, and in how many pieces the rest is.
 struct WindowUse {

@@ -94,6 +94,11 @@ bool JpegSnap::PostUrl() {
   return true;
 }
 
+bool JpegSnap::Open() {
+  if (_app == nullptr) _isOver = false;
+  return StreamApp::Open();
+}
+
 bool JpegSnap::Snap(bool blocking) {
   if (!PostUrl()) return false;
   const std::uint32_t failures = _failures.load();
@@ -103,7 +108,7 @@ bool JpegSnap::Snap(bool blocking) {
   return !blocking || WaitForFile(done + 1, failures);
 }
 
-// False when another picture than those of before came to nothing.
+// False when another picture than those of before came to nothing, or none will come any more.
 bool JpegSnap::WaitForFile(std::uint32_t target, std::uint32_t failures) const {
   const auto is_done = [this, target] {
     const auto done =
@@ -111,7 +116,7 @@ bool JpegSnap::WaitForFile(std::uint32_t target, std::uint32_t failures) const {
     return static_cast<std::int32_t>(done - target) >= 0;  // the count runs over
   };
   while (Enable() && !is_done()) {
-    if (Failed(_failures.load() != failures, "!file", _url)) return false;
+    if (Failed(_isOver || _failures.load() != failures, "!file", _url)) return false;
     std::this_thread::sleep_for(kPoll);
   }
   return true;
@@ -124,6 +129,7 @@ void JpegSnap::Snap(const char* url, bool blocking) {
 
 bool JpegSnap::processMessage(quill::base::Message& message) {
   if (IsFailure(message)) _failures.fetch_add(1);
+  if (IsEnd(message)) _isOver = true;
   return StreamApp::processMessage(message);
 }
 

@@ -34,7 +34,7 @@ class JpegSnap : public StreamApp, public StreamVbrc, public api::streaming::IPh
   void Snap(const char* url, bool blocking) override;
   virtual void ForceKeyFrame();  // nothing to do: every picture stands alone
 
-  bool Open() override { return StreamApp::Open(); }
+  bool Open() override;
   bool Close() override { return StreamApp::Close(); }
   bool Start() override { return StreamApp::Start(); }
   bool Stop() override { return StreamApp::Stop(); }
@@ -53,6 +53,7 @@ class JpegSnap : public StreamApp, public StreamVbrc, public api::streaming::IPh
   bool WaitForFile(std::uint32_t target, std::uint32_t failures) const;
 
   std::atomic<std::uint32_t> _failures{0};  // pictures that came to nothing
+  std::atomic<bool> _isOver{false};         // none will come any more
 };
 
 }  // namespace tessel::dualos

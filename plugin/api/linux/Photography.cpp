@@ -86,6 +86,7 @@ bool Photography::Open() {
   const Turn turn(*this, Status::kReady);
   if (Failed(!turn, "!turn")) return false;
   if (_obj == nullptr) {
+    _isOver = false;
     AttrSet description(AppStringCreate().c_str());
     create(description);  // enters what it made with addChild()
   }
@@ -132,7 +133,7 @@ bool Photography::Snap(bool blocking) {
   if (Failed(Block() == nullptr, "!Block()")) return false;
   Block()->trigger_req.fetch_add(1, std::memory_order_release);
   while (blocking && Enable() && _newFrames.load() != target) {
-    if (Failed(_failures.load() != failures, "!file", CreateUrl())) return false;
+    if (Failed(_isOver || _failures.load() != failures, "!file", CreateUrl())) return false;
     std::this_thread::sleep_for(kPoll);
   }
   return true;
@@ -151,6 +152,7 @@ bool Photography::processMessageNewFrame(Message&) {
 bool Photography::processMessage(Message& message) {
   if (dualos::IsNewFrame(message)) processMessageNewFrame(message);
   if (dualos::IsFailure(message)) _failures.fetch_add(1);
+  if (dualos::IsEnd(message)) _isOver = true;
   return StreamControl::processMessage(message);
 }
 

@@ -66,6 +66,7 @@ class Photography : public api::streaming::common::StreamControl,
   // The stream thread copies the URL while the client may change it.
   std::mutex _url_mutex;
   std::atomic<std::uint32_t> _failures{0};  // pictures that came to nothing
+  std::atomic<bool> _isOver{false};         // none will come any more
 };
 
 }  // namespace tessel::dualos

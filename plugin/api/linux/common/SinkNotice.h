@@ -16,7 +16,9 @@ inline bool IsNotice(const quill::base::Message& message, const char* kind) {
 inline bool IsNewFrame(const quill::base::Message& message) {
   return IsNotice(message, "newframe");
 }
-// One came to nothing, or none can come any more.
+// One came to nothing.
 inline bool IsFailure(const quill::base::Message& message) { return IsNotice(message, "failed"); }
+// None will come any more, until the stream is opened anew.
+inline bool IsEnd(const quill::base::Message& message) { return IsNotice(message, "ended"); }
 
 }  // namespace tessel::dualos

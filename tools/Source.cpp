@@ -1,15 +1,19 @@
-#include "VideoSource.h"
+#include "Source.h"
 
-#include <cstdint>
 #include <iterator>
 #include <utility>
+#include <vector>
 
 #include "ErrorLog.h"
 
 namespace tessel::tool {
 namespace {
 
+using api::streaming::common::AacMediaInfo;
 using api::streaming::common::H264MediaInfo;
+
+// The first frame of an AAC stream only prepares the decoder for the second.
+constexpr int kAacPriming = 1024;  // samples of each channel
 
 // SPS and PPS, each behind a start code.
 std::vector<std::uint8_t> StreamHeader(const H264MediaInfo& info) {
@@ -24,10 +28,20 @@ std::vector<std::uint8_t> StreamHeader(const H264MediaInfo& info) {
   return header;
 }
 
+// ISO/IEC 14496-3, AudioSpecificConfig: 5 bits object type, 4 sampling frequency index, 4 channel
+// configuration, and three zeros: 1024 samples a frame, nothing that this depends on, no extension.
+std::vector<std::uint8_t> AudioConfig(const AacMediaInfo& info) {
+  const auto bits = static_cast<unsigned>(info.profile) << 11 |
+                    static_cast<unsigned>(info.rateidx) << 7 |
+                    static_cast<unsigned>(info.channels) << 3;
+  return {static_cast<std::uint8_t>(bits >> 8), static_cast<std::uint8_t>(bits)};
+}
+
 }  // namespace
 
-bool VideoSource::Create(const std::string& class_name, std::string& error) {
+bool Source::Create(const std::string& class_name, const std::string& typed, std::string& error) {
   using quill::base::object;
+  name = typed;
   ErrorLog::Forget();
   object* made = quill::host::CreateObject(class_name.c_str(), "");
   if (made == nullptr) {
@@ -37,9 +51,10 @@ bool VideoSource::Create(const std::string& class_name, std::string& error) {
   kind = KindOf(*made, class_name);
   stream = quill::host::Handle<api::streaming::common::IStreamOutput>(made);
   if (kind == nullptr || !stream) {
-    error = "cannot capture " + class_name + ": it delivers no video";
+    error = "cannot capture " + class_name + ": it delivers neither video nor sound";
     return false;
   }
+  encoder = dynamic_cast<decltype(encoder)>(made);
   control = dynamic_cast<decltype(control)>(made);
   trigger = dynamic_cast<decltype(trigger)>(made);
   if (trigger != nullptr && !trigger->IsSupportSingleFrameTrigger()) trigger = nullptr;
@@ -47,19 +62,22 @@ bool VideoSource::Create(const std::string& class_name, std::string& error) {
   h264 = dynamic_cast<decltype(h264)>(made);
   raw = dynamic_cast<decltype(raw)>(made);
   jpeg = dynamic_cast<decltype(jpeg)>(made);
+  sound = dynamic_cast<decltype(sound)>(made);
+  pcm = dynamic_cast<decltype(pcm)>(made);
+  aac = dynamic_cast<decltype(aac)>(made);
   if (raw != nullptr) raw_rate = raw->GetYuvMediaInfo().frameRate;
   return true;
 }
 
-void VideoSource::SetWidth(int pixels) const {
+void Source::SetWidth(int pixels) const {
   raw != nullptr ? raw->SetWidth(pixels) : video->SetWidth(pixels);
 }
 
-void VideoSource::SetHeight(int pixels) const {
+void Source::SetHeight(int pixels) const {
   raw != nullptr ? raw->SetHeight(pixels) : video->SetHeight(pixels);
 }
 
-void VideoSource::SetFrameRate(int frames_per_second) {
+void Source::SetFrameRate(int frames_per_second) {
   if (control == nullptr) {
     raw_rate = frames_per_second;  // what the synthetic source reports stays as it was
     raw->SetFrameRate(frames_per_second);
@@ -70,14 +88,17 @@ void VideoSource::SetFrameRate(int frames_per_second) {
   control->SetFrameRate(frames_per_second);
 }
 
-int VideoSource::FramesPerSecond() const {
+int Source::FramesPerSecond() const {
   return control != nullptr ? control->GetCurrentFrameRate() : raw_rate;
 }
 
-int VideoSource::BitRate() const { return control != nullptr ? control->GetCurrentBitRate() : 0; }
+int Source::BitRate() const {
+  if (aac != nullptr) return aac->GetAacMediaInfo().bitrate;
+  return control != nullptr ? control->GetCurrentBitRate() : 0;
+}
 
-VideoFormat VideoSource::Format() const {
-  VideoFormat format;
+MediaFormat Source::Format() const {
+  MediaFormat format;
   format.kind = kind->kind;
   // Triggered frames come as they are asked for.
   format.frames_per_second = trigger == nullptr ? FramesPerSecond() : 0;
@@ -90,11 +111,23 @@ VideoFormat VideoSource::Format() const {
     const auto [width, height] = jpeg->GetJpegMediaInfo();
     format.width = width;
     format.height = height;
-  } else {
+  } else if (raw != nullptr) {
     const auto info = raw->GetYuvMediaInfo();
     format.width = info.width;
     format.height = info.height;
     format.pixel_format = info.format;
+  } else if (aac != nullptr) {
+    const AacMediaInfo info = aac->GetAacMediaInfo();
+    format.rate = info.rate;
+    format.channels = info.channels;
+    format.bit_rate_bps = info.bitrate;
+    format.header = AudioConfig(info);
+    format.priming_samples = kAacPriming;
+    format.adts_bytes = info.adtsLength;
+  } else {
+    const auto info = pcm->GetPcmMediaInfo();
+    format.rate = info.sampleRate;
+    format.channels = info.channels;
   }
   return format;
 }

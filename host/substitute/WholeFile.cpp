@@ -1,0 +1,66 @@
+#include "WholeFile.h"
+
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "Descriptors.h"
+
+namespace quill::stream {
+namespace {
+
+std::string Reason() { return std::strerror(errno); }
+
+std::string FolderOf(const std::string& path) {
+  const auto slash = path.rfind('/');
+  return slash == std::string::npos ? "" : path.substr(0, slash + 1);
+}
+
+// A name that nothing else in the folder has, whatever process writes there.
+std::string TemporaryName(const std::string& path) {
+  static std::atomic<unsigned> last{0};
+  return FolderOf(path) + ".tessel-" + std::to_string(getpid()) + "-" + std::to_string(++last);
+}
+
+bool WriteAll(int fd, std::span<const std::uint8_t> bytes) {
+  while (!bytes.empty()) {
+    const ssize_t written = write(fd, bytes.data(), bytes.size());
+    if (written < 0 && errno == EINTR) continue;
+    if (written < 0) return false;
+    bytes = bytes.subspan(static_cast<std::size_t>(written));
+  }
+  return fsync(fd) == 0;
+}
+
+}  // namespace
+
+bool WriteWholeFile(const std::string& path, std::span<const std::uint8_t> bytes,
+                    std::string& error) {
+  struct stat older = {};
+  const bool is_there = stat(path.c_str(), &older) == 0;
+  if (is_there && !S_ISREG(older.st_mode)) {
+    error = S_ISDIR(older.st_mode) ? "is a folder" : "is no regular file";
+    return false;
+  }
+  if (!is_there && errno != ENOENT) {  // a name too long, a folder that may not be searched
+    error = Reason();
+    return false;
+  }
+  const std::string temporary = TemporaryName(path);
+  const tessel::link::UniqueFd file(
+      open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+  if (!file.IsOpen()) {
+    error = Reason();
+    return false;
+  }
+  if (WriteAll(file.Get(), bytes) && rename(temporary.c_str(), path.c_str()) == 0) return true;
+  error = Reason();
+  unlink(temporary.c_str());
+  return false;
+}
+
+}  // namespace quill::stream

@@ -1,0 +1,54 @@
+// Runs the programs as a user does.
+#pragma once
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <utility>
+
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+namespace tessel::tests {
+
+// The programs run in a folder of the test's own; what they say is in "out" and "err".
+class ToolTest : public ::testing::Test {
+ protected:
+  ToolTest() { std::filesystem::create_directories(_folder); }
+  ~ToolTest() override {
+    if (_program != nullptr) kill(std::stoi(Text("pid")), SIGKILL);
+    if (_program != nullptr) End();
+    std::filesystem::remove_all(_folder);
+  }
+  // One program may run meanwhile.
+  void Begin(const std::string& line) { _program = Open("echo $$ >pid; exec " + line); }
+  int End() { return Join(std::exchange(_program, nullptr)); }
+  int Run(const std::string& words) { return Join(Open("exec " TESSEL_TOOL " " + words)); }
+  std::string Text(const std::string& name) const {
+    std::ostringstream text;
+    text << std::ifstream(_folder + name).rdbuf();
+    return text.str();
+  }
+
+ private:
+  std::FILE* Open(const std::string& line) const {
+    return popen(("cd " + _folder + "; " + line + " >out 2>err").c_str(), "r");
+  }
+  static int Join(std::FILE* program) {
+    const int status = pclose(program);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+
+ protected:
+  const std::string _folder = ::testing::TempDir() + "tool-" + std::to_string(getpid()) + "/";
+
+ private:
+  std::FILE* _program = nullptr;
+};
+
+}  // namespace tessel::tests

@@ -1,0 +1,105 @@
+#include "Containers.h"
+
+#include <algorithm>
+#include <cctype>
+#include <filesystem>
+
+extern "C" {
+#include <libavformat/avformat.h>
+#include <libavutil/pixdesc.h>
+}
+
+namespace tessel::tool {
+namespace {
+
+constexpr Container kContainers[] = {
+    {".mp4", "mp4", kAnyH264 | kJpeg | kAac, false, true, ".mp4"},
+    {".mkv", "matroska", kAnyH264 | kJpeg | kAnySound, false, true, ".mkv"},
+    {".h264", "h264", kAnyH264, true, false, ".h264"},
+    {".mjpeg", "mjpeg", kJpeg, true, false, ".mjpeg"},
+    {".jpg", "image2", kJpeg, false, false, "numbered .jpg"},
+    {".y4m", "yuv4mpegpipe", kRaw, false, false, ".y4m"},
+    {".yuv", "rawvideo", kRaw | kSynthetic, true, false, ".yuv"},
+    {".wav", "wav", kPcm, false, false, ".wav"},
+    {".pcm", "s16le", kPcm, true, false, ".pcm"},
+    {".m4a", "ipod", kAac, false, false, ".m4a"},
+    {".aac", "adts", kAac, true, false, ".aac"},
+};
+// What two streams are piped in: it needs no way back.
+constexpr const Container& kPiped = kContainers[1];
+
+// What the real-time side calls differently from FFmpeg.
+struct FormatRow {
+  const char* name;
+  AVPixelFormat format;
+};
+constexpr FormatRow kFormats[] = {
+    {"420v50", AV_PIX_FMT_YUV420P},
+    {"i420", AV_PIX_FMT_YUV420P},
+    {"y800", AV_PIX_FMT_GRAY8},
+};
+
+// A container that keeps planes apart. Deeper samples would need a dialect that few players know.
+constexpr char kPlanarMuxer[] = "yuv4mpegpipe";
+constexpr AVPixelFormat kPlanarFormats[] = {AV_PIX_FMT_YUV420P, AV_PIX_FMT_YUV422P,
+                                            AV_PIX_FMT_YUV444P, AV_PIX_FMT_GRAY8};
+
+bool IsBoth(unsigned kinds) { return (kinds & kAnyVideo) != 0 && (kinds & kAnySound) != 0; }
+
+bool Takes(const Container& container, unsigned kinds) {
+  return (container.kinds & kinds) == kinds && (container.takes_both || !IsBoth(kinds));
+}
+
+}  // namespace
+
+const Container* FindContainer(const std::string& path, unsigned kinds) {
+  const std::string extension = std::filesystem::path(path).extension().string();
+  const bool is_bare = path == kStandardOutput || path == kNowhere;
+  if (is_bare && IsBoth(kinds)) return Takes(kPiped, kinds) ? &kPiped : nullptr;
+  for (const Container& container : kContainers) {
+    if (!Takes(container, kinds)) continue;
+    if (is_bare ? container.is_bare : extension == container.extension) return &container;
+  }
+  return nullptr;
+}
+
+std::string ContainersOf(unsigned kinds) {
+  std::string text;
+  std::string last;
+  for (const Container& container : kContainers) {
+    if (!Takes(container, kinds)) continue;
+    if (!last.empty()) text += (text.empty() ? "" : ", ") + last;
+    last = container.hint;
+  }
+  return text.empty() ? last : text + " or " + last;
+}
+
+int PixelFormat(std::string name) {
+  std::transform(name.begin(), name.end(), name.begin(),
+                 [](unsigned char letter) { return static_cast<char>(std::tolower(letter)); });
+  for (const FormatRow& row : kFormats) {
+    if (name == row.name) return row.format;
+  }
+  return av_get_pix_fmt(name.c_str());
+}
+
+bool TakesFormat(const Container& container, const std::string& pixel_format, std::string& error) {
+  if (!IsPlanar(container)) return true;
+  const int format = PixelFormat(pixel_format);
+  std::string known = "420V50, i420";
+  for (const AVPixelFormat planar : kPlanarFormats) {
+    if (format == planar) return true;
+    known += std::string(", ") + av_get_pix_fmt_name(planar);
+  }
+  error = pixel_format + " does not go into " + container.extension + ", which takes " + known +
+          "; .yuv takes every format";
+  return false;
+}
+
+bool IsPlanar(const Container& container) { return container.muxer == std::string(kPlanarMuxer); }
+
+bool IsPictures(const Container& container) { return container.muxer == std::string("image2"); }
+
+bool IsPattern(const std::string& path) { return av_filename_number_test(path.c_str()) != 0; }
+
+}  // namespace tessel::tool

@@ -1,0 +1,129 @@
+#include "Snap.h"
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <filesystem>
+#include <mutex>
+#include <regex>
+#include <system_error>
+
+#include "quill/Host.h"
+#include "tessel/IPhotography.h"
+
+#include "Console.h"
+#include "ErrorLog.h"
+#include "Interrupts.h"
+
+namespace tessel::tool {
+namespace {
+
+using api::streaming::IPhotography;
+using Taker = quill::host::Handle<IPhotography>;
+using Clock = std::chrono::steady_clock;
+
+// A path as a URL: what is no URL already, and does not look like one.
+std::string UrlOf(const std::string& text) {
+  if (text.find("://") != std::string::npos) return text;
+  return "file://" + std::regex_replace(text, std::regex("%(?!0?[1-9]?d)"), "%25");
+}
+
+// "%d" and "%03d" stand for `number`.
+std::string Numbered(const std::string& url, int number) {
+  std::smatch pattern;
+  if (!std::regex_search(url, pattern, std::regex("%(0[1-9])?d"))) return url;
+  const int width = pattern[1].matched ? pattern[1].str()[1] - '0' : 1;
+  return pattern.prefix().str() + Format("%0*d", width, number) + pattern.suffix().str();
+}
+
+// One run of the command. Client's thread, but for End().
+class SnapRun {
+ public:
+  explicit SnapRun(const SnapOptions& options) : _options(options) {}
+  int Run();
+
+ private:
+  bool Open();
+  bool Take(const std::string& url);
+  bool WaitUntil(Clock::time_point due);
+  void End();  // any thread
+  bool HasEnded() const { return _has_ended; }
+
+  const SnapOptions& _options;
+  Taker _taker;
+  std::atomic<bool> _has_ended{false};
+  std::mutex _mutex;
+  std::condition_variable _ended;
+};
+
+bool SnapRun::Open() {
+  auto board = quill::host::GetOptions();
+  board.sensor = _options.sensor;
+  board.paced = !_options.unpaced;
+  SetOptions(board);
+  const char* name = _options.photography ? "ApiPhotography-dualos" : "ApiJpegSnap-dualos";
+  ErrorLog::Forget();
+  _taker = quill::host::Create<IPhotography>(name);
+  if (_taker && _options.width) _taker->SetWidth(*_options.width);
+  if (_taker && _options.height) _taker->SetHeight(*_options.height);
+  if (_taker && _options.qp) _taker->SetQP(*_options.qp);
+  if (_taker && _taker->Open() && _taker->Start()) return true;
+  Say(std::string("cannot open ") + name + ": " + ErrorLog::LastReason());
+  return false;
+}
+
+bool SnapRun::Take(const std::string& url) {
+  ErrorLog::Forget();
+  const auto asked = Clock::now();
+  _taker->SetURL(url.c_str());
+  const bool is_done = _taker->Snap(true);
+  const std::chrono::duration<double, std::milli> took = Clock::now() - asked;
+  if (HasEnded()) return true;
+  std::string path;
+  std::string error;
+  std::error_code failure;
+  if (is_done && quill::host::ReadFileUrl(url, path, error)) {
+    const auto bytes = std::filesystem::file_size(path, failure);
+    std::printf("%s %ju bytes %.1f ms\n", url.c_str(), failure ? 0 : bytes, took.count());
+    std::fflush(stdout);
+    return true;
+  }
+  Say("cannot write " + url + ": " + ErrorLog::LastReason());
+  return false;
+}
+
+// False when the run is to end.
+bool SnapRun::WaitUntil(Clock::time_point due) {
+  std::unique_lock lock(_mutex);
+  return !_ended.wait_until(lock, due, [this] { return HasEnded(); });
+}
+
+void SnapRun::End() {
+  const std::lock_guard lock(_mutex);
+  _has_ended = true;
+  _ended.notify_all();
+  if (_taker) _taker.Object()->Enable(false);  // ends the wait for a picture
+}
+
+int SnapRun::Run() {
+  if (!WatchInterrupts([this] { End(); })) return kFailed;
+  if (!Open()) return kFailed;
+  bool is_whole = true;
+  Clock::time_point due = Clock::now();
+  int number = 0;
+  for (int round = 0; round < _options.count; ++round) {
+    for (const std::string& url : _options.urls) {
+      if (!WaitUntil(due)) return is_whole ? kDone : kFailed;
+      due = std::max(due + std::chrono::milliseconds(_options.interval_ms), Clock::now());
+      is_whole = Take(Numbered(UrlOf(url), ++number)) && is_whole;
+    }
+  }
+  return is_whole ? kDone : kFailed;
+}
+
+}  // namespace
+
+int Snap(const SnapOptions& options) { return SnapRun(options).Run(); }
+
+}  // namespace tessel::tool

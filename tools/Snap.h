@@ -1,0 +1,28 @@
+// `tessel snap`: still pictures.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tessel::tool {
+
+// Ranges of the single values are checked where they are read.
+struct SnapOptions {
+  std::vector<std::string> urls;  // "file://…", or paths; "%d" and "%03d" become the number
+  int count = 1;                  // pictures of each URL
+  int interval_ms = 0;            // from request to request; 0: each when the last one is there
+  std::optional<int> width;       // pixels
+  std::optional<int> height;      // pixels
+  std::optional<int> qp;
+  bool photography = false;  // by the photography class
+
+  std::string sensor = "test";
+  bool unpaced = false;
+};
+
+// Takes them one after the other, a line each; the exit code. One that could not be written does
+// not end the others; where none can come any more it does.
+int Snap(const SnapOptions& options);
+
+}  // namespace tessel::tool

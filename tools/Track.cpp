@@ -1,0 +1,153 @@
+#include "Track.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <utility>
+
+#include "Console.h"
+
+namespace tessel::tool {
+namespace {
+
+constexpr std::int64_t kAacFrame = 1024;  // samples of each channel
+constexpr std::int64_t kPcmBytes = 2;     // of a sample
+// Time stamps of a sound card waver, samples do not: only what differs more is taken for a gap.
+constexpr std::int64_t kSoundSlackNs = 10'000'000;
+constexpr std::int64_t kMostSilenceNs = 60 * kSecondNs;  // in one piece
+
+}  // namespace
+
+void Track::Begin(bool is_metered) {
+  _format = stream.Of().Format();
+  if (!stream.Of().IsSound()) return;
+  _priming_ns = SoundNs(_format.priming_samples);
+  if (is_metered) _meter = SoundMeter::Create(_format);
+}
+
+std::int64_t Track::SoundNs(std::int64_t samples) const {
+  return (samples * kSecondNs + _format.rate / 2) / _format.rate;
+}
+
+std::int64_t Track::SamplesIn(const frame_t& frame) const {
+  return _format.kind == kAac ? kAacFrame
+                              : std::int64_t{frame.size} / (kPcmBytes * _format.channels);
+}
+
+// Of video.
+std::int64_t Track::FrameNs() const {
+  return kSecondNs / std::max(1, stream.Of().FramesPerSecond());
+}
+
+bool Track::IsBehind(const frame_t& frame, std::int64_t end_ns) const {
+  if (!_start_ns) return false;
+  if (stream.Of().IsSound()) return PlaceSound(frame) >= end_ns;
+  // Half a frame of jitter does not make one more.
+  return frame.timestamp - _origin_ns + FrameNs() / 2 >= end_ns;
+}
+
+bool Track::Reaches(std::int64_t end_ns) const {
+  return stream.Of().IsSound() && _start_ns && _end_ns >= end_ns;
+}
+
+bool Track::Write(const frame_t& frame, std::int64_t end_ns, MediaWriter& writer,
+                  std::string& error) {
+  const bool is_sound = stream.Of().IsSound();
+  if (!(is_sound ? WriteSound(frame, end_ns, writer, error) : WriteVideo(frame, writer, error))) {
+    return false;
+  }
+  ++_frames;
+  if (frame.isKey) ++_key_frames;
+  return true;
+}
+
+bool Track::WriteVideo(const frame_t& frame, MediaWriter& writer, std::string& error) {
+  const std::int64_t time_ns = std::max(_last_ns, frame.timestamp - _origin_ns);
+  if (!_start_ns) _start_ns = time_ns;
+  _last_ns = time_ns;
+  _end_ns = time_ns + FrameNs();
+  _bytes += frame.size;
+  return writer.Write(_number, {{frame.data, frame.size}, frame.isKey, time_ns, FrameNs()}, error);
+}
+
+// Where its samples follow those before, or where its stamp says when some are missing.
+std::int64_t Track::PlaceSound(const frame_t& frame) const {
+  const std::int64_t stamped_ns = frame.timestamp - _origin_ns;
+  const std::int64_t next_ns = _anchor_ns + SoundNs(_samples);
+  const bool follows = _start_ns && stamped_ns - next_ns < kSoundSlackNs;
+  return follows ? next_ns : stamped_ns;
+}
+
+bool Track::WriteSound(const frame_t& frame, std::int64_t end_ns, MediaWriter& writer,
+                       std::string& error) {
+  std::int64_t time_ns = PlaceSound(frame);
+  if (_format.kind == kPcm && _start_ns && !WriteSilence(time_ns, writer, error)) return false;
+  if (!_start_ns || time_ns != _anchor_ns + SoundNs(_samples)) {
+    _anchor_ns = time_ns;
+    _samples = 0;
+  }
+  if (!_start_ns) _start_ns = time_ns;
+  if (_meter != nullptr) _meter->Add({frame.data, frame.size});
+  std::size_t size_bytes = frame.size;
+  std::int64_t samples = SamplesIn(frame);
+  if (end_ns - time_ns < SoundNs(samples)) {
+    samples =
+        std::llround(static_cast<double>(end_ns - time_ns) * _format.rate / double{kSecondNs});
+    if (samples <= 0) return true;
+    // An AAC frame is whole, but its end need not be heard.
+    if (_format.kind == kPcm)
+      size_bytes = static_cast<std::size_t>(samples * kPcmBytes * _format.channels);
+  }
+  _samples += samples;
+  _end_ns = _anchor_ns + SoundNs(_samples);
+  _bytes += size_bytes;
+  return writer.Write(_number, {{frame.data, size_bytes}, true, time_ns, _end_ns - time_ns}, error);
+}
+
+// A file of samples has no other time than their number.
+bool Track::WriteSilence(std::int64_t until_ns, MediaWriter& writer, std::string& error) {
+  while (until_ns > _end_ns) {
+    const std::int64_t span_ns = std::min(until_ns - _end_ns, kMostSilenceNs);
+    const std::int64_t samples =
+        std::llround(static_cast<double>(span_ns) * _format.rate / double{kSecondNs});
+    if (samples == 0) return true;
+    const std::vector<std::uint8_t> zeros(
+        static_cast<std::size_t>(samples * kPcmBytes * _format.channels));
+    if (!writer.Write(_number, {zeros, true, _end_ns, span_ns}, error)) return false;
+    _samples += samples;
+    _end_ns = _anchor_ns + SoundNs(_samples);
+  }
+  return true;
+}
+
+double Track::Seconds() const {
+  // Video begins when its first frame is shown, sound where it was captured.
+  const std::int64_t start_ns = _start_ns.value_or(0) + _priming_ns;
+  return _start_ns ? static_cast<double>(_end_ns - start_ns) / double{kSecondNs} : 0;
+}
+
+std::vector<SoundMeter::Level> Track::RecentLevels(SoundMeter::Clock::time_point now) {
+  return _meter != nullptr ? _meter->Recent(now) : std::vector<SoundMeter::Level>();
+}
+
+std::string Track::Summary() const {
+  const auto count = [](std::uint64_t value) { return static_cast<unsigned long long>(value); };
+  const double kilobits = static_cast<double>(_bytes) * 8 / 1000;
+  if (!stream.Of().IsSound()) {
+    return Format("%llu frames, %.2f s, %.0f kbit/s, %llu key frames, %llu dropped", count(_frames),
+                  Seconds(), kilobits / Seconds(), count(_key_frames), count(stream.Dropped()));
+  }
+  const std::int64_t samples = std::llround(Seconds() * _format.rate);
+  std::string text =
+      Format("%lld samples, %.2f s, %d Hz, %d channel%s, %.0f kbit/s",
+             static_cast<long long>(samples), Seconds(), _format.rate, _format.channels,
+             _format.channels == 1 ? "" : "s", kilobits / Seconds());
+  if (_meter != nullptr) {
+    const auto levels = _meter->Total();
+    text += ", peak " + LevelText(levels, &SoundMeter::Level::peak_db) + " dBFS, RMS " +
+            LevelText(levels, &SoundMeter::Level::rms_db) + " dBFS";
+  }
+  return text + Format(", %llu dropped", count(stream.Dropped()));
+}
+
+}  // namespace tessel::tool

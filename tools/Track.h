@@ -1,0 +1,80 @@
+// One stream's way into the file: where its frames belong in time, and what has been written.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "FrameLog.h"
+#include "MediaWriter.h"
+#include "SoundMeter.h"
+#include "Stream.h"
+
+namespace tessel::tool {
+
+// Client's thread.
+class Track {
+ public:
+  using frame_t = api::streaming::common::frame_t;
+
+  Track(Source source, std::size_t number, std::shared_ptr<FrameInbox> inbox)
+      : stream(std::move(source), number, std::move(inbox)), _number(number) {}
+
+  // Once the stream is open. `is_metered`: sound is to be measured.
+  void Begin(bool is_metered);
+  const MediaFormat& Media() const { return _format; }
+
+  // When what a frame of that time stamp brings was captured.
+  std::int64_t CapturedNs(std::int64_t stamp_ns) const { return stamp_ns + _priming_ns; }
+  // Times in the file count from here on: CLOCK_MONOTONIC, ns.
+  void SetOrigin(std::int64_t origin_ns) { _origin_ns = origin_ns; }
+  // Whether a frame only begins where the file ends, or so little before that it does not count.
+  bool IsBehind(const frame_t& frame, std::int64_t end_ns) const;
+  // Whether nothing is missing up to there. Video tells by its next frame only.
+  bool Reaches(std::int64_t end_ns) const;
+  // Writes a frame, of sound as much as lies before `end_ns`. False with `error` when the file
+  // cannot be written.
+  [[nodiscard]] bool Write(const frame_t& frame, std::int64_t end_ns, MediaWriter& writer,
+                           std::string& error);
+
+  std::uint64_t Frames() const { return _frames; }
+  std::int64_t EndNs() const { return _end_ns; }  // of what is written, from the origin on
+  double Seconds() const;                         // of what is written
+  std::vector<SoundMeter::Level> RecentLevels(SoundMeter::Clock::time_point now);
+  // "250 frames, 10.00 s, …", for the summary.
+  std::string Summary() const;
+
+  Stream stream;
+  bool is_done = false;  // nothing more of it is wanted, or comes
+
+ private:
+  std::int64_t PlaceSound(const frame_t& frame) const;
+  std::int64_t SoundNs(std::int64_t samples) const;
+  std::int64_t SamplesIn(const frame_t& frame) const;
+  std::int64_t FrameNs() const;
+  bool WriteVideo(const frame_t& frame, MediaWriter& writer, std::string& error);
+  bool WriteSound(const frame_t& frame, std::int64_t end_ns, MediaWriter& writer,
+                  std::string& error);
+  bool WriteSilence(std::int64_t until_ns, MediaWriter& writer, std::string& error);
+
+  const std::size_t _number;
+  // Constant after Begin.
+  MediaFormat _format;
+  std::int64_t _priming_ns = 0;
+  std::unique_ptr<SoundMeter> _meter;
+
+  std::int64_t _origin_ns = 0;
+  std::uint64_t _frames = 0;
+  std::uint64_t _key_frames = 0;
+  std::uint64_t _bytes = 0;
+  std::optional<std::int64_t> _start_ns;  // of the first frame, from the origin on
+  std::int64_t _last_ns = 0;              // of the last frame
+  std::int64_t _end_ns = 0;
+  // Sound: by whose number of samples its time is told.
+  std::int64_t _anchor_ns = 0;
+  std::int64_t _samples = 0;  // of each channel, since the anchor
+};
+
+}  // namespace tessel::tool
