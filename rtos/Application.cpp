@@ -383,19 +383,23 @@ Verdict Application::PassThrough(Unit& unit, std::size_t first) {
   return Verdict::kPass;
 }
 
-// What the elements keep back still belongs to the input that has ended.
-void Application::Drain(Unit& unit) {
+// What the elements keep back still belongs to the input that has ended. kEnd when it is through.
+Verdict Application::Drain(Unit& unit) {
   for (std::size_t i = 0; i < _chain.size(); ++i) {
-    while (!_is_stopping) {
+    while (!_is_stopping && _chain[i].element->KeepsBack()) {
       unit.room = _sink->Reserve();
-      if (unit.room.empty() && !WaitForRoom(unit)) return;
-      if (Told(_chain[i], _chain[i].element->Drain(unit)) != Verdict::kPass) break;
+      const bool waits = unit.room.empty() && !_source->IsLive();
+      if (waits && !WaitForRoom(unit)) return Verdict::kEnd;
+      const Verdict verdict = Told(_chain[i], _chain[i].element->Drain(unit));
+      if (verdict == Verdict::kFail) return verdict;
+      if (verdict != Verdict::kPass) break;
       unit.sequence = _next_sequence;
-      const Verdict verdict = PassThrough(unit, i + 1);
-      if (verdict == Verdict::kPass) ++_next_sequence;
-      if (verdict == Verdict::kFail) return;
+      const Verdict passed = PassThrough(unit, i + 1);
+      if (passed == Verdict::kFail) return passed;
+      if (passed == Verdict::kPass) ++_next_sequence;
     }
   }
+  return Verdict::kEnd;
 }
 
 void Application::Run() {
@@ -405,11 +409,10 @@ void Application::Run() {
   while (!_is_stopping) {
     unit.is_key = false;
     unit.size_bytes = 0;
-    const Verdict verdict = MoveOne(unit);
-    if (verdict == Verdict::kFail) break;
-    if (verdict != Verdict::kEnd) continue;
-    if (_is_stopping) break;
-    Drain(unit);
+    Verdict verdict = MoveOne(unit);
+    if (verdict != Verdict::kFail && verdict != Verdict::kEnd) continue;
+    if (verdict == Verdict::kEnd && !_is_stopping) verdict = Drain(unit);
+    if (_is_stopping || verdict == Verdict::kFail) break;
     _state = State::kEnded;
     _report("end", "end of input");
     break;

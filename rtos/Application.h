@@ -92,7 +92,7 @@ class Application : private Context, private StopSignal {
   Verdict PassOver(Unit& unit, Verdict reason);
   bool WaitForRoom(Unit& unit);
   Verdict PassThrough(Unit& unit, std::size_t first);
-  void Drain(Unit& unit);
+  Verdict Drain(Unit& unit);
   Verdict Told(const Link& link, Verdict verdict);
   void ReadControl(Unit& unit) const;
   void StopThread();

@@ -6,10 +6,9 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <random>
 #include <string_view>
 #include <system_error>
-
-#include <unistd.h>
 
 #include "quill/ostream_string.h"
 
@@ -30,11 +29,6 @@ constexpr int kMostRate = 192'000;
 constexpr int kRateStep = 50;  // a block of 20 ms is a whole number of samples
 constexpr int kMostChannels = 2;
 
-// Above the numbers of all streams that a process comes to; the upper bits are the process, so that
-// no handle of one is a handle of the next.
-constexpr std::uint64_t kFirstNumber = 0xfffff0;
-constexpr int kNumberBits = 24;
-
 template <typename Value>
 bool ReadValue(const AttrSet& set, const char* key, bool is_needed, Value& value,
                std::string& error) {
@@ -48,12 +42,15 @@ bool ReadValue(const AttrSet& set, const char* key, bool is_needed, Value& value
 
 // The description as one line, without blanks, which no value has. False when it is none.
 bool ReadText(std::istream& file, std::string& text) {
-  for (std::string line; std::getline(file, line) && text.size() < kMostBytes;) {
-    line.erase(std::min(line.find('#'), line.size()));
-    std::copy_if(line.begin(), line.end(), std::back_inserter(text),
-                 [](char letter) { return std::strchr(" \t\r", letter) == nullptr; });
+  bool is_comment = false;
+  for (std::size_t i = 0; i < kMostBytes; ++i) {
+    const int letter = file.get();
+    if (letter == std::istream::traits_type::eof()) return !file.bad();
+    if (letter == '\0') return false;
+    is_comment = letter == '#' || (is_comment && letter != '\n');
+    if (!is_comment && std::strchr(" \t\r\n", letter) == nullptr) text += static_cast<char>(letter);
   }
-  return file.eof() && text.find('\0') == std::string::npos;
+  return false;
 }
 
 }  // namespace
@@ -164,9 +161,10 @@ AudioDevices AudioDevices::Usual() {
 }
 
 bool AudioDevices::Load(const std::string& path, std::string& error) {
-  std::ifstream file(path);
   std::error_code failure;
-  const bool is_file = std::filesystem::is_regular_file(path, failure);
+  const bool is_file = std::filesystem::is_regular_file(path, failure);  // else opening may wait
+  std::ifstream file;
+  if (is_file) file.open(path);
   std::string text;
   AttrSet description;
   Devices devices;
@@ -204,11 +202,17 @@ const AudioDevice* AudioDevices::Find(const std::string& kind) const {
   return place == _devices.end() ? nullptr : place->second.get();
 }
 
+// Not by the process, whose number may come again: no handle of one is a handle of the next.
+std::uint64_t AudioDevices::NewHandles() {
+  std::random_device random;
+  const std::uint64_t upper = random() & 0x7fffffffU;
+  return (upper << 32 | (random() & 0xfffffff0U)) + 1;
+}
+
 std::string AudioDevices::Handle(const std::string& kind) const {
-  const auto number = kFirstNumber + static_cast<std::uint64_t>(
-                                         std::distance(_devices.begin(), _devices.find(kind)));
-  const std::uint64_t handle = static_cast<std::uint64_t>(getpid()) << kNumberBits | number;
-  return quill::base::ToString(reinterpret_cast<const void*>(handle));
+  const auto number =
+      static_cast<std::uint64_t>(std::distance(_devices.begin(), _devices.find(kind)));
+  return quill::base::ToString(reinterpret_cast<const void*>(_first_handle + number));
 }
 
 AudioDevice* AudioDevices::Known(const AttrSet& request, std::string& error) const {

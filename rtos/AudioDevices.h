@@ -73,8 +73,10 @@ class AudioDevices {
   static bool Read(const AttrSet& description, Devices& devices, std::string& error);
   AudioDevice* Known(const AttrSet& request, std::string& error) const;
   std::string Handle(const std::string& kind) const;
+  static std::uint64_t NewHandles();
 
   Devices _devices;
+  std::uint64_t _first_handle = NewHandles();  // the others follow
 };
 
 }  // namespace tessel::rtos

@@ -158,7 +158,9 @@ class Element {
   virtual void Start() {}
   virtual Verdict Process(Unit& unit) = 0;
   virtual void Stop() {}
-  // The input has ended: gives what is still kept back, one unit a call. kEnd: nothing (more).
+  // Whether anything of what was processed is still to come.
+  virtual bool KeepsBack() const { return false; }
+  // The input has ended: gives what is kept back, one unit a call. kEnd: nothing (more).
   virtual Verdict Drain(Unit&) { return Verdict::kEnd; }
 
   // What the elements in front are to be steered by; null for most elements. Once open.

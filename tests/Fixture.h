@@ -58,7 +58,11 @@ class Event {
   void Set() {
     if (!_is_set.exchange(true)) _promise.set_value();
   }
-  [[nodiscard]] bool Wait() { return _future.wait_for(kDeadline) == std::future_status::ready; }
+  [[nodiscard]] bool Wait() { return WaitFor(kDeadline); }
+  // For what is not to happen.
+  [[nodiscard]] bool WaitFor(std::chrono::milliseconds time) {
+    return _future.wait_for(time) == std::future_status::ready;
+  }
 
  private:
   std::atomic<bool> _is_set{false};

@@ -1,6 +1,8 @@
 // Sound from the board's microphone to the client, as samples and as AAC: what comes is judged by
 // fitting the tone that went in, and by a decoder that is not ours.
+#include <algorithm>
 #include <cmath>
+#include <filesystem>
 #include <numbers>
 #include <span>
 
@@ -389,6 +391,41 @@ TEST_F(SoundSources, AreInStepWithThePicture) {
   for (const std::int64_t flash_ns : flashes) {
     EXPECT_LT(std::abs(std::remainder(static_cast<double>(flash_ns), 1e9)), 17'000'000);
   }
+}
+
+TEST_F(SoundSources, EndWhileTheClientHoldsAllThereIs) {
+  Use([](auto& options) {
+    options.paced = true;
+    options.session_slots = 2;
+    options.loop = false;
+    options.mic = kSpeech;
+  });
+  const auto source = quill::host::Create<IPcmSource>(kPcm);
+  ASSERT_TRUE(source->Open() && source->Start());
+  Frame frames[2];
+  Frame none;
+  ASSERT_TRUE(source->PullFrame(frames[0], true) && source->PullFrame(frames[1], true));
+  EXPECT_FALSE(source->PullFrame(none, true));
+}
+
+TEST_F(SoundSources, SurviveAFileThatIsGoneWhenItStartsAnew) {
+  const std::string path = ::testing::TempDir() + "/gone.wav";
+  std::filesystem::copy_file(kSpeech, path, std::filesystem::copy_options::overwrite_existing);
+  Use([&path](auto& options) { options.mic = path; });
+  const auto source = quill::host::Create<IPcmSource>(kPcm);
+  ASSERT_TRUE(source->Open());
+  std::filesystem::remove(path);
+  const pid_t process = quill::host::FarSideProcess();
+  Frame frame;
+  for (int round = 0; round < 2; ++round) {
+    ASSERT_TRUE(source->Start());
+    while (source->PullFrame(frame, true)) {
+    }
+    EXPECT_TRUE(source->Stop());
+  }
+  AttrSet probe("devType=Microphone");
+  EXPECT_TRUE(RunFarSide("ProbeAudioDriver", probe));
+  EXPECT_EQ(quill::host::FarSideProcess(), process);
 }
 
 // At 20 ms a block a stalled client loses whole blocks, and is told by the sequence.

@@ -11,6 +11,7 @@
 namespace tessel::tool {
 
 inline constexpr int kMostCount = 1'000'000'000;
+inline constexpr int kMostPixels = 16'384;  // a side; the real-time side may take less
 
 // Ends the reading of the command line with wrong usage.
 [[noreturn]] void Refuse(const std::string& option, const std::string& reason);

@@ -12,8 +12,6 @@
 namespace tessel::tool {
 namespace {
 
-constexpr int kMostPixels = 16'384;  // a side; the real-time side may take less
-
 constexpr char kCaptureExamples[] =
     R"(Frames are counted from 0 as they are written. A request for frame N is made when frame N-1 has come,
 so a live source serves it with frame N; an --unpaced one is ahead and serves it a few frames later.

@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "quill/Host.h"
+#include "tessel/IPhotography.h"
 #include "tessel/IStreamOutput.h"
 #include "tessel/IVideo.h"
 
@@ -149,6 +150,9 @@ ClassTraits TraitsOf(const IClass& record) {
   const KindRow* kind = KindOf(*made, record.Name());
   const auto* trigger = dynamic_cast<ITrigger*>(made.get());
   if (kind != nullptr) traits.kind = kind->text;
+  if (dynamic_cast<api::streaming::IPhotography*>(made.get()) != nullptr) {
+    traits.kind = "JPEG files, one a snapshot";
+  }
   if (trigger != nullptr && trigger->IsSupportSingleFrameTrigger()) traits.kind += ", triggered";
   if (const auto* output = dynamic_cast<IStreamOutput*>(made.get())) {
     if (kind == nullptr) traits.kind = "stream";

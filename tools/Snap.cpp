@@ -89,7 +89,9 @@ bool SnapRun::Take(const std::string& url) {
     std::fflush(stdout);
     return true;
   }
-  Say("cannot write " + url + ": " + ErrorLog::LastReason());
+  const std::string reason = ErrorLog::LastReason();
+  Say("cannot write " + (reason.starts_with(url) ? "" : url + ": ") + reason);
+  if (quill::host::FarSideProcess() == 0) End();  // it would be the same with all others
   return false;
 }
 
@@ -111,12 +113,11 @@ int SnapRun::Run() {
   if (!Open()) return kFailed;
   bool is_whole = true;
   Clock::time_point due = Clock::now();
-  int number = 0;
-  for (int round = 0; round < _options.count; ++round) {
+  for (int round = 1; round <= _options.count; ++round) {
     for (const std::string& url : _options.urls) {
       if (!WaitUntil(due)) return is_whole ? kDone : kFailed;
       due = std::max(due + std::chrono::milliseconds(_options.interval_ms), Clock::now());
-      is_whole = Take(Numbered(UrlOf(url), ++number)) && is_whole;
+      is_whole = Take(Numbered(UrlOf(url), round)) && is_whole;
     }
   }
   return is_whole ? kDone : kFailed;

@@ -9,7 +9,7 @@ namespace tessel::tool {
 
 // Ranges of the single values are checked where they are read.
 struct SnapOptions {
-  std::vector<std::string> urls;  // "file://…", or paths; "%d" and "%03d" become the number
+  std::vector<std::string> urls;  // "file://…", or paths; "%d" and "%03d" become the round
   int count = 1;                  // pictures of each URL
   int interval_ms = 0;            // from request to request; 0: each when the last one is there
   std::optional<int> width;       // pixels

@@ -16,6 +16,7 @@
 #include "Inspect.h"
 #include "Interrupts.h"
 #include "List.h"
+#include "Snap.h"
 #include "Steer.h"
 #include "Top.h"
 
@@ -119,6 +120,46 @@ void AddSwitch(CLI::App& tool, const char* name, const char* help, DeviceOptions
   AddText(command, "on|off", "", "", read)->required();
 }
 
+void ReadSize(const std::string& text, SnapOptions& options) {
+  const auto cross = text.find('x');
+  const auto side = [&text](std::size_t from, std::size_t count, std::optional<int>& into) {
+    int pixels = 0;
+    std::string error;
+    if (!ParseWhole(text.substr(from, count), 2, kMostPixels, pixels, error)) {
+      Refuse("--size", Quoted(text) + " is no size such as 1280x720: " + error);
+    }
+    into = pixels;
+  };
+  if (cross == text.npos) Refuse("--size", Quoted(text) + " is no size such as 1280x720");
+  side(0, cross, options.width);
+  side(cross + 1, text.npos, options.height);
+}
+
+void AddSnap(CLI::App& tool, SnapOptions& options, std::string& rtos) {
+  CLI::App& command = *tool.add_subcommand("snap", "Take still pictures");
+  command.footer(
+      "A line a picture: URL, size, milliseconds from the request to the file. One that cannot be\n"
+      "written does not end the others; the exit code is 1 then.\n\n"
+      "Examples:\n  tessel snap door.jpeg --size 1280x720\n"
+      "  tessel snap file:///tmp/shot-%03d.jpeg --count 10 --interval 500\n");
+  command
+      .add_option("URL", options.urls,
+                  "file:// URL or path; %d or %03d in it becomes the picture's number")
+      ->required();
+  AddWhole(command, "--count", 1, kMostCount, options.count, "Pictures of each URL");
+  AddWhole(command, "--interval", 0, kMostCount, options.interval_ms,
+           "Milliseconds from request to request; else as fast as they come");
+  AddText(command, "--size", "WxH", "Picture size, pixels [1920x1080]",
+          [&options](const std::string& text) { ReadSize(text, options); });
+  AddWhole(command, "--qp", 0, 51, options.qp, "Quantiser; 0 leaves it to the encoder");
+  command.add_flag("--photography", options.photography, "By the photography class");
+  command.add_option("--sensor", options.sensor, "test, a media file, or a camera as /dev/video0")
+      ->type_name("INPUT")
+      ->capture_default_str();
+  command.add_flag("--unpaced", options.unpaced, "Without waiting for the sensor's next picture");
+  AddRtos(command, rtos);
+}
+
 int WrongUsage(const CLI::App& tool, const std::string& reason) {
   std::string command = "tessel";
   for (const CLI::App* sub : tool.get_subcommands()) command += " " + sub->get_name();
@@ -137,6 +178,7 @@ int Run(int argc, char** argv) {
   CaptureOptions capture;
   TopOptions top;
   SteerOptions steer;
+  SnapOptions snap;
   DevicesOptions devices;
   DeviceOptions device;
   quill::host::Options host = quill::host::GetOptions();
@@ -149,6 +191,7 @@ int Run(int argc, char** argv) {
   AddSteering(tool, "key", "Ask a stream that another process runs for a key frame", steer, rtos);
   AddSteering(tool, "trigger", "Ask a triggered stream of another process for a frame", steer,
               rtos);
+  AddSnap(tool, snap, rtos);
   AddDevices(tool, devices, rtos, host.board);
   AddVolume(tool, device, rtos);
   AddSwitch(tool, "mute", "Mute a device of a real-time side that runs; its volume goes to 0",
@@ -166,7 +209,8 @@ int Run(int argc, char** argv) {
   if (tool.got_subcommand("capture") && !Check(capture, error)) return WrongUsage(tool, error);
 
   // Whoever asks for an end while things are being loaded is heard later.
-  if (tool.got_subcommand("capture") || tool.got_subcommand("top")) HoldInterrupts();
+  const bool runs_on = tool.got_subcommand("capture") || tool.got_subcommand("top");
+  if (runs_on || tool.got_subcommand("snap")) HoldInterrupts();
   ErrorLog::Install();
   quill::host::SetOptions(host);
   if (!quill::host::LoadPlugin(nullptr, &error)) {
@@ -181,6 +225,7 @@ int Run(int argc, char** argv) {
       {"set", [&] { return Set(steer); }},
       {"key", [&] { return RequestKey(steer); }},
       {"trigger", [&] { return Trigger(steer); }},
+      {"snap", [&] { return Snap(snap); }},
       {"devices", [&] { return Devices(devices); }},
       {"volume", [&] { return SetVolume(device); }},
       {"mute", [&] { return SetMute(device); }},

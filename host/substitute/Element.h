@@ -1,14 +1,12 @@
 // The Linux-side elements: what a pipeline is made of.
 #pragma once
 
-#include <functional>
 #include <memory>
 #include <vector>
 
 #include "Media.h"
 #include "quill/Service.h"
 #include "Session.h"
-#include "StreamThread.h"
 
 namespace quill::stream {
 
@@ -25,8 +23,6 @@ class Element : public virtual Service {
 
  protected:
   Element* Upstream() const { return _upstream; }
-  // Of the stream object that owns the pipeline: it must outlive what its callbacks do.
-  std::shared_ptr<Callbacks> OwnerCallbacks() const;
 
  private:
   Element* _upstream = nullptr;
@@ -62,48 +58,6 @@ class ShmSource : public Element {
   std::shared_ptr<FarSide> _far_side;
   std::shared_ptr<Session> _session;
   std::shared_ptr<Media> _media;
-};
-
-// "FuncSink": the end of a pipeline, made of four functions. Parameters: pullMode. In push mode it
-// has a thread that calls the output function; in pull mode it offers the parameter
-// "funcPullBlocking", a std::function<Packet*(bool)> that may be kept beyond the sink's life.
-class FuncSink : public Element {
- public:
-  // The functions of StreamFunc; any may be empty. Open, close: client's thread. Output: stream
-  // thread. Message: message thread.
-  using OpenFunction = std::function<bool(base::object*, IMedia*&)>;
-  using CloseFunction = std::function<bool()>;
-  using OutputFunction = std::function<bool(Packet*&)>;
-  using MessageFunction = std::function<bool(base::Message&)>;
-
-  FuncSink(OpenFunction open, CloseFunction close, OutputFunction output, MessageFunction message);
-
-  bool configure(base::AttrSet& set) override;
-  bool Open() override;
-  bool Start() override;
-  bool Pause() override;
-  bool Resume() override;
-  bool Stop() override;
-  bool Close() override;
-  void Playing() override;  // only now callbacks begin: they may stop the stream
-  bool processMessage(base::Message& message) override;
-
- protected:
-  ~FuncSink() override;
-
- private:
-  struct Port;
-
-  const OpenFunction _open;
-  const CloseFunction _close;
-  const OutputFunction _output;
-  const MessageFunction _message;
-  bool _pull_mode = false;  // constant after configure
-  bool _is_open = false;
-  std::shared_ptr<Media> _media;
-  std::shared_ptr<Session> _session;
-  const std::shared_ptr<Port> _port;  // what the pull function reaches
-  StreamThread _thread;               // runs in push mode alone
 };
 
 // "pipeline": a chain of elements, given as layout=.

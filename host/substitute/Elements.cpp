@@ -12,13 +12,6 @@ namespace quill::stream {
 using base::AttrSet;
 using Status = IStatus::Status;
 
-std::shared_ptr<Service::Callbacks> Element::OwnerCallbacks() const {
-  const base::object* owner = this;
-  while (owner->Parent() != nullptr) owner = owner->Parent();
-  const auto* service = dynamic_cast<const Service*>(owner);
-  return service == nullptr ? GetCallbacks() : service->GetCallbacks();
-}
-
 bool ShmSource::configure(AttrSet& set) {
   if (const char* text = set.Get("connect")) {
     AttrSet connection;

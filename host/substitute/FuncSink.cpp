@@ -1,5 +1,7 @@
-// The end of a pipeline: hands packets to functions, on a thread of its own or on request.
-#include "Element.h"
+#include "FuncSink.h"
+
+#include <mutex>
+
 #include "quill/Debug.h"
 
 namespace quill::stream {
@@ -27,7 +29,7 @@ FuncSink::FuncSink(OpenFunction open, CloseFunction close, OutputFunction output
       _message(std::move(message)),
       _port(std::make_shared<Port>()) {}
 
-FuncSink::~FuncSink() { Close(); }
+FuncSink::~FuncSink() { FuncSink::Close(); }
 
 bool FuncSink::configure(base::AttrSet& set) {
   if (const char* mode = set.Get("pullMode")) {
@@ -48,76 +50,47 @@ bool FuncSink::configure(base::AttrSet& set) {
 }
 
 bool FuncSink::Open() {
-  if (Failed(Upstream() == nullptr, "!Upstream()", "a sink needs a source")) return false;
-  _session = Upstream()->Output();
+  if (!SessionSink::Open()) return false;
   _media = Upstream()->OutputMedia();
-  if (Failed(_session == nullptr || _media == nullptr, "!_session", "the source is not open")) {
-    return false;
-  }
   {
     const std::lock_guard lock(_port->mutex);
-    _port->session = _session;
+    _port->session = GetSession();
   }
-  _session->Listen([message = _message](const std::string& text) {
-    if (!message) return;
-    auto* note = new base::Message(text.c_str(), nullptr);
-    message(*note);
-    note->Release();
-  });
-  _is_open = true;
   IMedia* media = _media.get();
-  if (!_open || _open(this, media)) return Element::Open();
-  Close();
+  const bool has_media = !Failed(media == nullptr, "!_media", "the source is not open");
+  if (has_media && (!_open || _open(this, media))) return true;
+  FuncSink::Close();
   return false;
 }
 
-bool FuncSink::Start() {
-  _thread.Join();  // before it could find something to take
-  _session->Play();
-  const auto output = [output = _output](Packet& packet) {
-    Packet* lent = &packet;
-    if (output) output(lent);
-  };
-  if (!_pull_mode && !_thread.Start(_session, output, OwnerCallbacks())) return false;
-  return Element::Start();
+void FuncSink::Take(Packet& packet) {
+  Packet* lent = &packet;
+  if (_output) _output(lent);
 }
 
-void FuncSink::Playing() { _thread.Release(); }
-
-bool FuncSink::Pause() {
-  _session->Pause();
-  return Element::Pause();
-}
-
-bool FuncSink::Resume() {
-  _session->Resume();
-  return Element::Resume();
-}
-
-bool FuncSink::Stop() {
-  if (_session != nullptr) _session->Halt();
-  _thread.Join();
-  return Element::Stop();
+void FuncSink::Told(const std::string& text) {
+  if (!_message) return;
+  auto* note = new base::Message(text.c_str(), nullptr);
+  _message(*note);
+  note->Release();
 }
 
 bool FuncSink::Close() {
-  if (!_is_open) return Element::Close();
-  _is_open = false;
-  Stop();
-  _session->Listen(nullptr);
+  const bool is_open = GetSession() != nullptr;
+  const bool is_closed = SessionSink::Close();
+  if (!is_open) return is_closed;
   {
     const std::lock_guard lock(_port->mutex);
     _port->session.reset();
   }
-  _session.reset();
   const bool done = !_close || _close();
   _media.reset();
-  return Element::Close() && done;
+  return is_closed && done;
 }
 
 bool FuncSink::processMessage(base::Message& message) {
   if (_message && _message(message)) return true;
-  return Element::processMessage(message);
+  return SessionSink::processMessage(message);
 }
 
 }  // namespace quill::stream

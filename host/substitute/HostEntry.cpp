@@ -9,6 +9,7 @@
 #include "DeviceSettings.h"
 #include "Element.h"
 #include "FarSide.h"
+#include "FuncSink.h"
 #include "IOSinkPerFrame.h"
 #include "Places.h"
 #include "quill/Debug.h"

@@ -19,6 +19,13 @@ AttrSet Inner(const AttrSet& set, const char* key) {
   return AttrSet(text == nullptr ? "" : text);
 }
 
+// An absent one keeps its value.
+bool ReadSwitch(const AttrSet& set, const char* key, bool& is_on) {
+  const char* text = set.Get(key);
+  return text == nullptr ||
+         !Failed(!base::ConvertToImpl(text, is_on), "!ConvertToImpl(text,is_on)", key, "=", text);
+}
+
 // A message's text. What cannot be written in it is left out.
 std::string TextOf(const std::string& name, const AttrSet& body) {
   return name + ":" + body.ToString(false);
@@ -26,20 +33,19 @@ std::string TextOf(const std::string& name, const AttrSet& body) {
 
 }  // namespace
 
-IOSinkPerFrame::~IOSinkPerFrame() { Close(); }
-
 bool IOSinkPerFrame::configure(AttrSet& set) {
   std::string error;
   _urls = UrlLayout::Create(Inner(set, "urlLayout"), error);
   if (Failed(_urls == nullptr, "!urlLayout", error)) return false;
   if (!ReadNotices(Inner(set, "sendmsg"))) return false;
   bool has_new_frame = false;
-  set.Get("newFrame", has_new_frame);
+  if (!ReadSwitch(set, "newFrame", has_new_frame) || !ReadSwitch(set, "dbg", _is_chatty)) {
+    return false;
+  }
   const bool is_listed = std::any_of(_notices.begin(), _notices.end(), [](const Notice& notice) {
     return notice.name == "newframe";
   });
   if (has_new_frame && !is_listed) _notices.push_back({"newframe", true});
-  set.Get("dbg", _is_chatty);
   int index = 0;
   if (Failed(set.Get("vbrcidx") != nullptr && (!set.Get("vbrcidx", index) || index != 0),
              "!vbrcidx", "there is one count, 0")) {
@@ -69,36 +75,7 @@ bool IOSinkPerFrame::ReadNotices(const AttrSet& notices) {
   return true;
 }
 
-bool IOSinkPerFrame::Open() {
-  if (Failed(Upstream() == nullptr, "!Upstream()", "a sink needs a source")) return false;
-  _session = Upstream()->Output();
-  if (Failed(_session == nullptr, "!_session", "the source is not open")) return false;
-  _session->Listen([this](const std::string& text) { PostEnd(text); });
-  return Element::Open();
-}
-
-bool IOSinkPerFrame::Start() {
-  _thread.Join();  // before it could find something to take
-  _session->Play();
-  const auto output = [this](const Packet& packet) { Take(packet); };
-  return _thread.Start(_session, output, OwnerCallbacks()) && Element::Start();
-}
-
-bool IOSinkPerFrame::Stop() {
-  if (_session != nullptr) _session->Halt();
-  _thread.Join();
-  return Element::Stop();
-}
-
-bool IOSinkPerFrame::Close() {
-  if (_session == nullptr) return Element::Close();
-  Stop();
-  _session->Listen(nullptr);
-  _session.reset();
-  return Element::Close();
-}
-
-void IOSinkPerFrame::Take(const Packet& packet) {
+void IOSinkPerFrame::Take(Packet& packet) {
   std::string url;
   std::string error;
   if (!_urls->Next(url, error) || !Write(url, packet, error)) return PostFailure(url, error);
@@ -139,7 +116,7 @@ void IOSinkPerFrame::PostFailure(const std::string& url, const std::string& reas
   SendMessage(TextOf("failed", body).c_str(), base::Orient::kOwners, "failed");
 }
 
-void IOSinkPerFrame::PostEnd(const std::string& reason) {
+void IOSinkPerFrame::Told(const std::string& reason) {
   Fail("!packet", reason);
   AttrSet body;
   body.Add("reason", reason);

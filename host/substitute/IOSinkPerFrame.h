@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "Element.h"
+#include "SessionSink.h"
 #include "UrlLayout.h"
 
 namespace quill::stream {
@@ -23,17 +23,12 @@ namespace quill::stream {
 // note ("extra") is the name. What goes wrong is in the log too: `failed:url={…},reason={…}` is a
 // frame that could not be written, the next one is tried all the same; `ended:reason={…}` says that
 // none will come any more. Messages come on the stream thread, the last one on the message thread.
-class IOSinkPerFrame : public Element {
+class IOSinkPerFrame : public SessionSink {
  public:
   bool configure(base::AttrSet& set) override;
-  bool Open() override;
-  bool Start() override;
-  bool Stop() override;
-  bool Close() override;
-  void Playing() override { _thread.Release(); }
 
  protected:
-  ~IOSinkPerFrame() override;
+  ~IOSinkPerFrame() override { IOSinkPerFrame::Close(); }
 
  private:
   struct Notice {
@@ -41,11 +36,11 @@ class IOSinkPerFrame : public Element {
     bool after_close;
   };
   bool ReadNotices(const base::AttrSet& notices);
-  void Take(const Packet& packet);
+  void Take(Packet& packet) override;
+  void Told(const std::string& reason) override;
   bool Write(const std::string& url, const Packet& packet, std::string& error);
   void Post(bool after_close, const std::string& url, const Packet& packet);
   void PostFailure(const std::string& url, const std::string& reason);
-  void PostEnd(const std::string& reason);
   void CountFile() const;
 
   // Constant after configure.
@@ -53,9 +48,6 @@ class IOSinkPerFrame : public Element {
   std::vector<Notice> _notices;
   std::shared_ptr<const Window::Block> _counted;  // null: no count advances
   bool _is_chatty = false;
-
-  std::shared_ptr<Session> _session;  // null while closed
-  StreamThread _thread;
 };
 
 }  // namespace quill::stream

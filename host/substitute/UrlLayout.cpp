@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <thread>
 
 #include "quill/Hash.h"
 #include "quill/ostream_string.h"
@@ -23,16 +25,19 @@ class UrlSimple : public UrlLayout {
   explicit UrlSimple(std::shared_ptr<const Window::Block> block) : _block(std::move(block)) {}
 
   bool Next(std::string& url, std::string& error) override {
-    // One that changes meanwhile is being written by the client, which comes to an end.
+    // The client empties the area before it writes, and says the length behind it: an empty one, or
+    // one that has changed on the second look, is being written, for as long as that thread gets
+    // no time.
     constexpr int kMostLooks = 1000;
+    constexpr std::chrono::microseconds kNap(100);
     Area untrusted = Look();
     for (int i = 0; i < kMostLooks; ++i) {
       const Area again = Look();
-      if (again == untrusted) return Read(untrusted, url, error);
+      if (again == untrusted && again.used_bytes != 0) break;
+      if (again.used_bytes == 0) std::this_thread::sleep_for(kNap);
       untrusted = again;
     }
-    error = "the URL in the extra area never stands still";
-    return false;
+    return Read(untrusted, url, error);
   }
 
  private:
@@ -48,7 +53,7 @@ class UrlSimple : public UrlLayout {
     const std::span<std::byte> block = _block->area.Bytes().first(_block->asked_bytes);
     auto& vbrc = *reinterpret_cast<VbrcBlock*>(block.data());
     Area area = {vbrc.extra_user.load(kRelaxed), vbrc.extra_max.load(kRelaxed),
-                 vbrc.extra_len.load(kRelaxed), ""};
+                 vbrc.extra_len.load(std::memory_order_acquire), ""};
     const auto room = static_cast<int>(block.size() - offsetof(VbrcBlock, extra));
     if (area.used_bytes < 1 || area.used_bytes > room) return area;
     area.bytes.resize(static_cast<std::size_t>(area.used_bytes));
@@ -56,6 +61,7 @@ class UrlSimple : public UrlLayout {
     for (char& letter : area.bytes) {
       letter = static_cast<char>(std::atomic_ref(*extra++).load(kRelaxed));
     }
+    std::atomic_thread_fence(std::memory_order_acquire);  // the next look is behind this one
     return area;
   }
 

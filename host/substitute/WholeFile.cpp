@@ -20,10 +20,19 @@ std::string FolderOf(const std::string& path) {
   return slash == std::string::npos ? "" : path.substr(0, slash + 1);
 }
 
-// A name that nothing else in the folder has, whatever process writes there.
-std::string TemporaryName(const std::string& path) {
+// A new file beside `path`, whose name is in `temporary`. Process numbers come again, so that a
+// name may be taken by what another process has left behind.
+tessel::link::UniqueFd CreateBeside(const std::string& path, std::string& temporary) {
   static std::atomic<unsigned> last{0};
-  return FolderOf(path) + ".tessel-" + std::to_string(getpid()) + "-" + std::to_string(++last);
+  constexpr int kMostNames = 1000;
+  for (int i = 0; i < kMostNames; ++i) {
+    temporary =
+        FolderOf(path) + ".tessel-" + std::to_string(getpid()) + "-" + std::to_string(++last);
+    tessel::link::UniqueFd file(
+        open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+    if (file.IsOpen() || errno != EEXIST) return file;
+  }
+  return {};
 }
 
 bool WriteAll(int fd, std::span<const std::uint8_t> bytes) {
@@ -50,9 +59,8 @@ bool WriteWholeFile(const std::string& path, std::span<const std::uint8_t> bytes
     error = Reason();
     return false;
   }
-  const std::string temporary = TemporaryName(path);
-  const tessel::link::UniqueFd file(
-      open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+  std::string temporary;
+  const tessel::link::UniqueFd file = CreateBeside(path, temporary);
   if (!file.IsOpen()) {
     error = Reason();
     return false;

@@ -36,6 +36,7 @@ class AacEncoder : public Element {
                           std::string& error) override;
   void Start() override;
   Verdict Process(Unit& unit) override;
+  bool KeepsBack() const override { return _is_used && (!_is_draining || !_times_ns.empty()); }
   // Gives the last frames; silence fills up the very last one.
   Verdict Drain(Unit& unit) override;
 

@@ -156,6 +156,7 @@ bool MediaReader::OpenDecoder() {
 }
 
 MediaReader::Step MediaReader::Decode(AVFrame& frame) {
+  if (_codec == nullptr) return Step::kFailed;  // it could not be opened again, as Error() says
   for (int broken = 0; broken < kMostBrokenPackets;) {
     const int received = avcodec_receive_frame(_codec.get(), &frame);
     if (received >= 0) {

@@ -81,7 +81,7 @@ class MediaReader {
   bool Reopen();
   std::int64_t ToNs(std::int64_t time) const;
 
-  // Constant after opening.
+  // Constant until it is opened anew.
   const Kind _kind;
   const std::string _name;
   std::string _path;

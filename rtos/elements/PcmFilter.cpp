@@ -68,6 +68,7 @@ void PcmFilter::Describe(Media& media) const {
 void PcmFilter::Start() {
   if (_is_converting && _is_used) _converter = SoundConverter::Create(_from, _to);
   _is_used = false;
+  _is_drained = false;
 }
 
 Verdict PcmFilter::Process(Unit& unit) {
@@ -76,8 +77,8 @@ Verdict PcmFilter::Process(Unit& unit) {
 }
 
 Verdict PcmFilter::Drain(Unit& unit) {
-  if (!_is_converting || !_is_used) return Verdict::kEnd;
   const Verdict verdict = Convert({}, _next_ns, unit);
+  _is_drained = true;
   return verdict == Verdict::kMore ? Verdict::kEnd : verdict;
 }
 

@@ -26,6 +26,7 @@ class PcmFilter : public Element {
                           std::string& error) override;
   void Start() override;
   Verdict Process(Unit& unit) override;
+  bool KeepsBack() const override { return _is_used && !_is_drained; }
   // Gives what the converter keeps back.
   Verdict Drain(Unit& unit) override;
 
@@ -46,6 +47,7 @@ class PcmFilter : public Element {
   // Chain's thread, once open.
   std::unique_ptr<SoundConverter> _converter;
   bool _is_used = false;               // the converter has seen samples
+  bool _is_drained = false;            // it has given up what it kept
   std::vector<std::int16_t> _samples;  // of the unit
   std::int64_t _next_ns = 0;           // time of the next input sample
 };

@@ -145,9 +145,9 @@ QUILL_PUBLIC bool RequestKeyFrame(int id, std::string& error);
 QUILL_PUBLIC bool TriggerFrame(int id, std::string& error);
 
 // The path that the "file://" URL of a still picture names: relative to the working directory
-// unless it begins with "/". A "%" and two hexadecimal digits stand for a byte (RFC 3986);
-// numbering patterns as printf has them, "%d" and "%03d", stay as they are, and so does any other
-// "%". False with `error`, which does not repeat the URL. Any thread.
+// unless it begins with "/". A "%" and two hexadecimal digits stand for a byte (RFC 3986); "%01d" to
+// "%09d", which number files, stay as they are, and so does a "%" before anything else, as in
+// "%d.jpeg". False with `error`, which does not repeat the URL. Any thread.
 [[nodiscard]] QUILL_PUBLIC bool ReadFileUrl(const std::string& url, std::string& path,
                                             std::string& error);
 

@@ -3,7 +3,6 @@
 
 #include <functional>
 #include <string>
-#include <tuple>
 #include <type_traits>
 #include <typeinfo>
 #include <utility>
@@ -47,29 +46,12 @@ class QUILL_PUBLIC IParam {
 
 template <typename T>
 bool IParam::GetIntT(const char* key, T& out) const {
-  std::tuple<int, unsigned, long, unsigned long, long long, unsigned long long> room;
-  bool is_integer = false;
-  bool fits = false;
-  const auto try_one = [&](auto& value, const std::type_info& type) -> void* {
-    return typeid(value) == type ? &value : nullptr;
-  };
-  const std::type_info* found = nullptr;
-  const auto accept = [&](const std::type_info& type) {
-    found = &type;
-    void* place = nullptr;
-    std::apply([&](auto&... value) { ((place = place ? place : try_one(value, type)), ...); },
-               room);
-    is_integer = place != nullptr;
-    return place;
-  };
-  if (!GetWithType(key, accept) || !is_integer) return false;
-  const auto take = [&](const auto& value) {
-    if (typeid(value) != *found || !std::in_range<T>(value)) return;
+  const auto as = [&](auto value) {
+    if (!Get(key, value) || !std::in_range<T>(value)) return false;
     out = static_cast<T>(value);
-    fits = true;
+    return true;
   };
-  std::apply([&](const auto&... value) { (take(value), ...); }, room);
-  return fits;
+  return as(int{}) || as(unsigned{}) || as(0L) || as(0UL) || as(0LL) || as(0ULL);
 }
 
 // Describes one property of a class or of one object.

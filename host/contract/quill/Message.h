@@ -2,6 +2,8 @@
 #pragma once
 
 #include <functional>
+#include <memory>
+#include <mutex>
 #include <string>
 
 #include "quill/Visibility.h"
@@ -39,15 +41,17 @@ class QUILL_PUBLIC IMessageProcesser {
   bool SendMessage(const char* text, const Orient& orient, const char* extra);
 
   // Replaces the one callback that receives incoming messages; empty removes it. The callback runs
-  // on the thread that sends. Client's thread, while no message can come.
+  // on the thread that sends. Any thread; a former one that runs already comes to its end.
   void RegisterMessageProcessCallback(const std::function<bool(Message&)>& callback);
 
  protected:
   virtual bool Dispatch(Message& message, const Orient& orient) = 0;
-  bool RunCallback(Message& message) const { return _callback && _callback(message); }
+  bool RunCallback(Message& message) const;
 
  private:
-  std::function<bool(Message&)> _callback;
+  using Callback = std::function<bool(Message&)>;
+  mutable std::mutex _callback_mutex;
+  std::shared_ptr<const Callback> _callback;  // guarded by _callback_mutex; null: none
 };
 
 }  // namespace quill::base

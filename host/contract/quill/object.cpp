@@ -68,7 +68,18 @@ bool IMessageProcesser::SendMessage(const char* text, const Orient& orient, cons
 
 void IMessageProcesser::RegisterMessageProcessCallback(
     const std::function<bool(Message&)>& callback) {
-  _callback = callback;
+  auto fresh = callback ? std::make_shared<const Callback>(callback) : nullptr;
+  const std::lock_guard lock(_callback_mutex);
+  _callback.swap(fresh);  // the former one goes with its last run
+}
+
+bool IMessageProcesser::RunCallback(Message& message) const {
+  std::shared_ptr<const Callback> callback;
+  {
+    const std::lock_guard lock(_callback_mutex);
+    callback = _callback;
+  }
+  return callback != nullptr && (*callback)(message);
 }
 
 bool ObjectList::Add(object* child) {
@@ -203,12 +214,13 @@ object* object::create(AttrSet& description) const {
   if (stream::Failed(child == nullptr, "!child", type)) return nullptr;
   AttrSet pairs = description;
   pairs.Remove("type");
-  // Entering a child belongs to creating it, which is how a const object gets one.
+  // Entering a child belongs to creating it, which is how a const object gets one. It knows its
+  // owner from the start, as it may have something to tell while it is configured, and also where
+  // the owner keeps it elsewhere than in the list.
   auto* self = const_cast<object*>(this);
-  if (child->InitObject(pairs) && self->addChild(child)) {
-    child->_parent = self;  // also of one that keeps its child elsewhere than in the list
-    return child;
-  }
+  child->_parent = self;
+  if (child->InitObject(pairs) && self->addChild(child)) return child;
+  child->_parent = nullptr;
   child->Release();
   return nullptr;
 }

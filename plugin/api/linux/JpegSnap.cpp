@@ -8,7 +8,6 @@
 #include "quill/Hash.h"
 
 #include "common/Layout.h"
-#include "common/SinkNotice.h"
 
 namespace tessel::dualos {
 
@@ -21,7 +20,8 @@ using quill::stream::VbrcBlock;
 
 namespace {
 
-constexpr int kExtraBytes = 1024;  // room for a URL and its terminator
+constexpr int kExtraBytes = 1024;  // room for a URL and its terminator, asked for beyond
+constexpr int kRoomBytes = static_cast<int>(sizeof(VbrcBlock::extra)) + kExtraBytes;
 constexpr std::chrono::milliseconds kPoll(10);
 constexpr auto kRelaxed = std::memory_order_relaxed;
 
@@ -37,7 +37,7 @@ bool JpegSnap::SendMessage(const char*) { return false; }
 void JpegSnap::SelectSensor(int index) { _sensor = index; }
 void JpegSnap::SetWidth(int pixels) { _width = pixels; }
 void JpegSnap::SetHeight(int pixels) { _height = pixels; }
-void JpegSnap::SetURL(const char* url) { _url = url; }
+void JpegSnap::SetURL(const char* url) { _url = url == nullptr ? "" : url; }
 void JpegSnap::ForceKeyFrame() {}
 
 void JpegSnap::SetQP(int qp) {
@@ -67,8 +67,31 @@ std::string JpegSnap::AppStringCreate1(void* apphd) {
   return layout.str();
 }
 
-// Into the block's extra area, for the sink to read. On failure nothing is touched.
-bool JpegSnap::PostUrl() {
+bool JpegSnap::Open() {
+  if (_app == nullptr) _outcome.Begin();
+  return StreamApp::Open();
+}
+
+// Into the block's extra area, for the sink to read. It is empty meanwhile, and its bytes are
+// stored one by one, as the sink may be reading for the snapshot before this one.
+void JpegSnap::StoreUrl() {
+  _vbrc->extra_len.store(0, kRelaxed);
+  std::atomic_thread_fence(std::memory_order_release);
+  std::uint8_t* extra = ExtraArea(*_vbrc);
+  for (std::size_t i = 0; i <= _url.size(); ++i) {
+    std::atomic_ref(extra[i]).store(static_cast<std::uint8_t>(_url.c_str()[i]), kRelaxed);
+  }
+  // Pairs with the acquire of the sink.
+  _vbrc->extra_len.store(static_cast<std::int32_t>(_url.size() + 1), std::memory_order_release);
+}
+
+// Whether the count of files has come to `target`. It runs over.
+bool JpegSnap::HasFile(std::uint32_t target) const {
+  const auto done = static_cast<std::uint32_t>(_vbrc->frame_count.load(std::memory_order_acquire));
+  return static_cast<std::int32_t>(done - target) >= 0;
+}
+
+bool JpegSnap::Snap(bool blocking) {
   VbrcBlock* vbrc = _vbrc;
   if (Failed(!vbrc, "!vbrc")) return false;
   const std::int32_t extra_max = vbrc->extra_max.load(kRelaxed);
@@ -80,56 +103,32 @@ bool JpegSnap::PostUrl() {
   const std::size_t len = _url.size();
   TraceIn(kYellow, "len=", static_cast<long long>(len));
   // The word is shared: whatever it says, the block has no more room than it was made with.
-  const std::int32_t room = std::clamp(extra_max, 0, kExtraBytes);
+  const std::int32_t room = std::clamp(extra_max, 0, kRoomBytes);
   if (Failed(static_cast<std::size_t>(room) < len + 1, "vbrc->extra_max<len+1")) return false;
-  // Byte by byte, as the sink may be reading for the snapshot before this one.
-  std::uint8_t* extra = ExtraArea(*vbrc);
-  for (std::size_t i = 0; i <= len; ++i) {
-    std::atomic_ref(extra[i]).store(static_cast<std::uint8_t>(_url.c_str()[i]), kRelaxed);
-  }
-  vbrc->extra_len.store(static_cast<std::int32_t>(len + 1), kRelaxed);
+  StoreUrl();
   TraceIn(kYellow, "(void*)vbrc=", static_cast<const void*>(vbrc));
   TraceIn(kYellow, "_url=", _url);
-  TraceIn(kYellow, "(char*)vbrc->extra=", reinterpret_cast<const char*>(extra));
-  return true;
-}
+  TraceIn(kYellow,
+          "(char*)vbrc->extra=", std::string(reinterpret_cast<const char*>(ExtraArea(*vbrc)), len));
 
-bool JpegSnap::Open() {
-  if (_app == nullptr) _isOver = false;
-  return StreamApp::Open();
-}
-
-bool JpegSnap::Snap(bool blocking) {
-  if (!PostUrl()) return false;
-  const std::uint32_t failures = _failures.load();
-  const auto done = static_cast<std::uint32_t>(_vbrc->frame_count.load(std::memory_order_acquire));
-  // Pairs with the acquire of whoever serves it: the URL stands before the request.
-  _vbrc->trigger_req.fetch_add(1, std::memory_order_release);
-  return !blocking || WaitForFile(done + 1, failures);
-}
-
-// False when another picture than those of before came to nothing, or none will come any more.
-bool JpegSnap::WaitForFile(std::uint32_t target, std::uint32_t failures) const {
-  const auto is_done = [this, target] {
-    const auto done =
-        static_cast<std::uint32_t>(_vbrc->frame_count.load(std::memory_order_acquire));
-    return static_cast<std::int32_t>(done - target) >= 0;  // the count runs over
-  };
-  while (Enable() && !is_done()) {
-    if (Failed(_isOver || _failures.load() != failures, "!file", _url)) return false;
+  const std::uint32_t failures = _outcome.Failures();
+  const auto done = static_cast<std::uint32_t>(vbrc->frame_count.load(std::memory_order_acquire));
+  // The URL stands before the request.
+  vbrc->trigger_req.fetch_add(1, std::memory_order_release);
+  while (blocking && Enable() && !HasFile(done + 1)) {
+    if (Failed(_outcome.IsHopeless(failures), "!file", _url)) return false;
     std::this_thread::sleep_for(kPoll);
   }
   return true;
 }
 
 void JpegSnap::Snap(const char* url, bool blocking) {
-  _url = url;
+  JpegSnap::SetURL(url);
   Snap(blocking);
 }
 
 bool JpegSnap::processMessage(quill::base::Message& message) {
-  if (IsFailure(message)) _failures.fetch_add(1);
-  if (IsEnd(message)) _isOver = true;
+  _outcome.Heed(message);
   return StreamApp::processMessage(message);
 }
 

@@ -2,10 +2,10 @@
 // written to the URL that stands in the rate-control block.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <string>
 
+#include "common/SnapOutcome.h"
 #include "common/StreamApp.h"
 #include "common/StreamVbrc.h"
 #include "tessel/IPhotography.h"
@@ -49,11 +49,10 @@ class JpegSnap : public StreamApp, public StreamVbrc, public api::streaming::IPh
   std::string _url = "file://snap.jpeg";
 
  private:
-  bool PostUrl();
-  bool WaitForFile(std::uint32_t target, std::uint32_t failures) const;
+  void StoreUrl();
+  bool HasFile(std::uint32_t target) const;
 
-  std::atomic<std::uint32_t> _failures{0};  // pictures that came to nothing
-  std::atomic<bool> _isOver{false};         // none will come any more
+  SnapOutcome _outcome;
 };
 
 }  // namespace tessel::dualos

@@ -3,10 +3,6 @@
 #include <chrono>
 #include <thread>
 
-#include "quill/Debug.h"
-
-#include "common/SinkNotice.h"
-
 namespace tessel::dualos {
 
 using api::streaming::common::TextCallback;
@@ -32,8 +28,8 @@ Photography::~Photography() {
 }
 
 void Photography::RegisterMessageCallback(const std::function<bool(const char*)>& cb) {
-  _messageCallback = cb ? TextCallback(cb) : nullptr;
-  if (_obj != nullptr) _obj->RegisterMessageProcessCallback(_messageCallback);
+  _message_callback = cb ? TextCallback(cb) : nullptr;
+  if (_obj != nullptr) _obj->RegisterMessageProcessCallback(_message_callback);
 }
 
 bool Photography::SendMessage(const char* text) {
@@ -54,7 +50,7 @@ int Photography::GetQP() const { return _qp; }
 
 void Photography::SetURL(const char* url) {
   const std::lock_guard lock(_url_mutex);
-  _url = url;
+  _url = url == nullptr ? "" : url;
 }
 
 std::string Photography::CreateUrl() {
@@ -86,12 +82,12 @@ bool Photography::Open() {
   const Turn turn(*this, Status::kReady);
   if (Failed(!turn, "!turn")) return false;
   if (_obj == nullptr) {
-    _isOver = false;
+    _outcome.Begin();
     AttrSet description(AppStringCreate().c_str());
     create(description);  // enters what it made with addChild()
   }
   if (Failed(!_obj, "!_obj")) return false;
-  _obj->RegisterMessageProcessCallback(_messageCallback);
+  _obj->RegisterMessageProcessCallback(_message_callback);
   if (Failed(!_obj->SetStr("statusup", "ready"), "!_obj->Set(\"statusup\",\"ready\")")) {
     return false;
   }
@@ -101,14 +97,14 @@ bool Photography::Open() {
 bool Photography::Start() {
   const Turn turn(*this, Status::kPlay);
   if (Failed(!turn, "!turn")) return false;
-  _newFrames = 0;
+  _new_frames = 0;
   if (Failed(!_obj, "!_obj")) return false;
   if (Failed(!_obj->SetStr("statusup", "play"), "!_obj->Set(\"statusup\",\"play\")")) return false;
   return Service::Start();
 }
 
 // Takes the application down to `status` and destroys it.
-bool Photography::StopAt(const char* status, const char* condition) {
+bool Photography::StopAt(const char* status, const quill::stream::At& condition) {
   if (_obj == nullptr) return true;
   if (Failed(!_obj->SetStr("statusdown", status), condition)) return false;
   Children().Delete(_obj, false);
@@ -118,7 +114,8 @@ bool Photography::StopAt(const char* status, const char* condition) {
 bool Photography::Stop() {
   const Turn turn(*this, Status::kReady);
   if (!turn) return turn.IsDoneByOther();
-  return StopAt("ready", "!_obj->Set(\"statusdown\",\"ready\")") && Service::Stop();
+  if (!StopAt("ready", "!_obj->Set(\"statusdown\",\"ready\")")) return false;
+  return Service::Stop() && Service::Close();  // as there is no application any more
 }
 
 bool Photography::Close() {
@@ -127,32 +124,40 @@ bool Photography::Close() {
   return StopAt("null", "!_obj->Set(\"statusdown\",\"null\")") && Service::Close();
 }
 
+bool Photography::Pause() {
+  auto* application = dynamic_cast<Service*>(_obj);
+  return application != nullptr && application->Pause() && Service::Pause();
+}
+
+bool Photography::Resume() {
+  auto* application = dynamic_cast<Service*>(_obj);
+  return application != nullptr && application->Resume() && Service::Resume();
+}
+
 bool Photography::Snap(bool blocking) {
-  const std::int32_t target = _newFrames.load() + (blocking ? 1 : 0);
-  const std::uint32_t failures = _failures.load();
-  if (Failed(Block() == nullptr, "!Block()")) return false;
+  const std::int32_t target = _new_frames.load() + (blocking ? 1 : 0);
+  const std::uint32_t failures = _outcome.Failures();
+  if (Failed(Block() == nullptr, "!Block()")) return false;  // an object without one is harmless
   Block()->trigger_req.fetch_add(1, std::memory_order_release);
-  while (blocking && Enable() && _newFrames.load() != target) {
-    if (Failed(_isOver || _failures.load() != failures, "!file", CreateUrl())) return false;
+  while (blocking && Enable() && _new_frames.load() != target) {
+    if (Failed(_outcome.IsHopeless(failures), "!file", CreateUrl())) return false;
     std::this_thread::sleep_for(kPoll);
   }
   return true;
 }
 
 void Photography::Snap(const char* url, bool blocking) {
-  SetURL(url);
+  Photography::SetURL(url);
   Snap(blocking);
 }
 
 bool Photography::processMessageNewFrame(Message&) {
-  _newFrames.fetch_add(1);
+  _new_frames.fetch_add(1);
   return true;
 }
 
 bool Photography::processMessage(Message& message) {
-  if (dualos::IsNewFrame(message)) processMessageNewFrame(message);
-  if (dualos::IsFailure(message)) _failures.fetch_add(1);
-  if (dualos::IsEnd(message)) _isOver = true;
+  if (_outcome.Heed(message) == SnapOutcome::Notice::kNewFrame) processMessageNewFrame(message);
   return StreamControl::processMessage(message);
 }
 

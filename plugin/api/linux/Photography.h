@@ -8,7 +8,9 @@
 #include <mutex>
 #include <string>
 
+#include "common/SnapOutcome.h"
 #include "common/StreamControl.h"
+#include "quill/Debug.h"
 #include "quill/SharedMemory.h"
 #include "tessel/IPhotography.h"
 
@@ -41,6 +43,9 @@ class Photography : public api::streaming::common::StreamControl,
 
   // What the sink of the pictures tells. Stream or message thread.
   bool processMessage(quill::base::Message& message) override;
+  // The application is no child in the host's list, so it is told from here.
+  bool Pause() override;
+  bool Resume() override;
 
   std::string AppStringCreate();
   std::string CreateUrl();
@@ -51,22 +56,21 @@ class Photography : public api::streaming::common::StreamControl,
 
  protected:
   std::int32_t _sensor = 0;
-  std::int32_t _width = 1920;    // pixels
-  std::int32_t _height = 1080;   // pixels
-  std::int32_t _frameRate = 30;  // frames/s; nothing reads it
+  std::int32_t _width = 1920;     // pixels
+  std::int32_t _height = 1080;    // pixels
+  std::int32_t _frame_rate = 30;  // frames/s; nothing reads it
   std::int32_t _qp = 32;
   quill::base::object* _obj = nullptr;  // owns; the application, from Open() on
-  std::function<bool(quill::base::Message&)> _messageCallback;
-  std::string _url = "file://snap.jpeg";    // guarded by _url_mutex
-  std::atomic<std::int32_t> _newFrames{0};  // since the last Start()
+  std::function<bool(quill::base::Message&)> _message_callback;
+  std::string _url = "file://snap.jpeg";     // guarded by _url_mutex
+  std::atomic<std::int32_t> _new_frames{0};  // since the last Start()
 
  private:
-  bool StopAt(const char* status, const char* condition);
+  bool StopAt(const char* status, const quill::stream::At& condition);
 
   // The stream thread copies the URL while the client may change it.
   std::mutex _url_mutex;
-  std::atomic<std::uint32_t> _failures{0};  // pictures that came to nothing
-  std::atomic<bool> _isOver{false};         // none will come any more
+  SnapOutcome _outcome;
 };
 
 }  // namespace tessel::dualos

@@ -1,0 +1,43 @@
+// What ends of a pipeline have in common: they take the packets of the session in front of them.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "Element.h"
+#include "StreamThread.h"
+
+namespace quill::stream {
+
+// Client's thread, but for what says otherwise.
+class SessionSink : public Element {
+ public:
+  bool Open() override;  // attaches to the session of the element in front
+  bool Start() override;
+  bool Pause() override;
+  bool Resume() override;
+  bool Stop() override;
+  bool Close() override;
+  void Playing() override;  // only now packets come: what takes them may stop the stream
+
+ protected:
+  ~SessionSink() override;
+
+  // Whether Take() is called, by a thread of the sink's.
+  virtual bool HasThread() const { return true; }
+  // One packet, lent until return. It may stop, close or destroy the stream. Stream thread.
+  virtual void Take(Packet&) {}
+  // The real-time side says something of the stream, or is gone. Message thread.
+  virtual void Told(const std::string&) {}
+
+  const std::shared_ptr<Session>& GetSession() const { return _session; }  // null while closed
+
+ private:
+  // Of the stream object that owns the pipeline: it must outlive what its callbacks do.
+  std::shared_ptr<Callbacks> OwnerCallbacks() const;
+
+  std::shared_ptr<Session> _session;
+  StreamThread _thread;
+};
+
+}  // namespace quill::stream
