@@ -1,5 +1,6 @@
 #include "Fixture.h"
 
+#include <algorithm>
 #include <thread>
 
 #include <signal.h>
@@ -43,6 +44,13 @@ Lines LogLines(DebugLevel level) {
     line = line.substr(0, begin) + "/#" + line.substr(end, line.size() - end - (has_end ? 1 : 0));
   }
   return lines;
+}
+
+bool IsLogged(const std::string& text) {
+  const Lines lines = LogLines();
+  return std::any_of(lines.begin(), lines.end(), [&text](const std::string& line) {
+    return line.find(text) != std::string::npos;
+  });
 }
 
 bool Eventually(const std::function<bool()>& is_so) {

@@ -52,6 +52,9 @@ void KeepLogs();
 // The lines of a level since the last call, the number of the source line as "#".
 Lines LogLines(quill::stream::DebugLevel level = quill::stream::kError);
 
+// Whether one of the red lines since the last call has that text.
+bool IsLogged(const std::string& text);
+
 // Happens once; waited for with the deadline.
 class Event {
  public:

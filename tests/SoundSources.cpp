@@ -218,34 +218,16 @@ TEST_F(SoundSources, RefuseAMediaDescriptionThatLacksAKey) {
   EXPECT_NEAR(info.bitrate, 128000, 1280);
 }
 
-bool IsLogged(const std::string& text) {
-  const Lines lines = LogLines();
-  return std::any_of(lines.begin(), lines.end(), [&text](const std::string& line) {
-    return line.find(text) != std::string::npos;
-  });
-}
-
 TEST_F(SoundSources, AreRefusedByNameWhatTheBoardCannotDo) {
   const auto source = quill::host::Create<IAacSource>(kAac);
-  const struct {
-    std::function<void(IAacSource&)> set;
-    const char* error;
-  } rows[] = {
-      {[](IAacSource& aac) { aac.SetSampleRate(-1); },
-       "element \"PcmFilter\": rate=-1 outside 8000..48000"},
-      {[](IAacSource& aac) { aac.SetSampleRate(48000), aac.SetTargetChannels(0); },
-       "element \"aac-encoder\": ch=0 outside 1..2"},
-      {[](IAacSource& aac) { aac.SetChannels(2), aac.SetProfile("HE"); },
-       "element \"aac-encoder\": profile=HE"},
-  };
-  for (const auto& [set, error] : rows) {
-    set(*source);
-    EXPECT_FALSE(source->Open()) << error;
-    EXPECT_TRUE(IsLogged(error)) << error;
-    source->Close();
-  }
+  source->SetSampleRate(-1);
+  EXPECT_FALSE(source->Open());
+  EXPECT_TRUE(IsLogged("element \"PcmFilter\": rate=-1 outside 8000..48000"));
+  source->SetSampleRate(48000);
+  source->SetTargetChannels(0);
+  EXPECT_FALSE(source->Open());
+  EXPECT_TRUE(IsLogged("element \"aac-encoder\": ch=0 outside 1..2"));
   Use([](auto& options) { options.mic = "/nowhere.wav"; });
-  source->SetProfile("LC");
   EXPECT_FALSE(source->Open());
   EXPECT_TRUE(IsLogged("element \"pv-pcm-src\": microphone \"/nowhere.wav\": No such file"));
 }
@@ -352,45 +334,6 @@ TEST_F(SoundSources, OfSpeechComeWholeAndAlikeThroughBoth) {
     noise += std::pow(plain.channels[0][i] - decoded[i], 2);
   }
   EXPECT_GT(10 * std::log10(signal / noise), 20);
-}
-
-TEST_F(SoundSources, AreInStepWithThePicture) {
-  const Camera camera = Make();
-  camera->SetWidth(320);
-  camera->SetHeight(240);
-  std::vector<std::int64_t> flashes;
-  ASSERT_TRUE(camera->Open() && camera->Start());
-  Decoder pictures(AV_CODEC_ID_H264);
-  for (bool was_lit = true; flashes.size() < 60;) {
-    const Frame frame = NextFrame(camera);
-    ASSERT_TRUE(frame != nullptr && pictures.Decode(*frame));
-    const bool is_lit =
-        rtos::IsLampLit(pictures.picture->data[0], pictures.picture->linesize[0], 320, 240);
-    if (is_lit && !was_lit) flashes.push_back(frame->timestamp);
-    was_lit = is_lit;
-  }
-  EXPECT_TRUE(camera->Close());
-  const auto source = quill::host::Create<IAacSource>(kAac);
-  const Sound sound = Capture(*source, 48000, 2, 62);
-  // The beep stands out where 3 kHz do, looked for in steps of a millisecond.
-  constexpr std::size_t kStep = 48;
-  int heard = 0;
-  bool was_loud = true;
-  for (std::size_t at = 0; at + kStep <= sound.Length(); at += kStep) {
-    const bool is_loud =
-        Fit(std::span(sound.channels[0]).subspan(at, kStep), 3000, 48000).amplitude > 0.12;
-    if (is_loud && !was_loud) {
-      const auto time_ns = sound.first_ns + static_cast<std::int64_t>(at) * 1'000'000'000 / 48000;
-      const double off_ns = std::remainder(static_cast<double>(time_ns), 1e9);
-      EXPECT_LT(std::abs(off_ns), 3e6) << heard;
-      ++heard;
-    }
-    was_loud = is_loud;
-  }
-  EXPECT_GE(heard, 60);
-  for (const std::int64_t flash_ns : flashes) {
-    EXPECT_LT(std::abs(std::remainder(static_cast<double>(flash_ns), 1e9)), 17'000'000);
-  }
 }
 
 TEST_F(SoundSources, EndWhileTheClientHoldsAllThereIs) {

@@ -89,24 +89,6 @@ class Sounds : public ::testing::Test {
   const std::string _folder = ::testing::TempDir() + "tessel-sounds-" + std::to_string(getpid());
 };
 
-TEST_F(Sounds, OfAToneStayExactAndTellTheirChannels) {
-  for (const auto& [name, hz, format] : {std::tuple("tone", 1000, SoundFormat{48000, 2}),
-                                         {"tone:997", 997, {44100, 2}},
-                                         {"tone:3999", 3999, {8000, 3}}}) {
-    const auto count = static_cast<std::size_t>(10 * format.rate * format.channels);
-    const Samples samples = Read(name, format, count);
-    ASSERT_EQ(samples.size(), count);
-    for (int i = 0; i < 2 * format.channels; ++i) {
-      const int channel = i / 2;
-      const int from = i % 2 * 8 * format.rate;  // the phase at the end tells the frequency
-      const int to = from + 2 * format.rate;
-      const double marker = channel == 1 ? 4096 : 0;
-      EXPECT_LT(std::abs(Part(samples, format, channel, hz, from, to) - 8192.0), 0.1) << name;
-      EXPECT_LT(std::abs(Part(samples, format, channel, hz / 2.0, from, to) - marker), 0.1) << name;
-    }
-  }
-}
-
 TEST_F(Sounds, OfTheTestInputBeepSoftlyOnTheSecond) {
   constexpr SoundFormat kFormat = {48000, 1};
   constexpr int kFirst = 48 * 305;  // the sample on the second

@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <mutex>
-#include <regex>
+#include <string_view>
 #include <system_error>
 
 #include "quill/Host.h"
@@ -23,18 +23,33 @@ using api::streaming::IPhotography;
 using Taker = quill::host::Handle<IPhotography>;
 using Clock = std::chrono::steady_clock;
 
+// The digits that the pattern at the front of `text` asks for, "%d" or "%01d" to "%09d"; 0: none.
+int PatternDigits(std::string_view text) {
+  if (text.starts_with("%d")) return 1;
+  const bool is_padded = text.size() > 3 && text.starts_with("%0") && text[3] == 'd';
+  return is_padded && text[2] >= '1' && text[2] <= '9' ? text[2] - '0' : 0;
+}
+
 // A path as a URL: what is no URL already, and does not look like one.
 std::string UrlOf(const std::string& text) {
   if (text.find("://") != std::string::npos) return text;
-  return "file://" + std::regex_replace(text, std::regex("%(?!0?[1-9]?d)"), "%25");
+  std::string url = "file://";
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const bool is_percent = text[i] == '%' && PatternDigits(std::string_view(text).substr(i)) == 0;
+    url += is_percent ? "%25" : text.substr(i, 1);
+  }
+  return url;
 }
 
-// "%d" and "%03d" stand for `number`.
+// The first pattern stands for `number`.
 std::string Numbered(const std::string& url, int number) {
-  std::smatch pattern;
-  if (!std::regex_search(url, pattern, std::regex("%(0[1-9])?d"))) return url;
-  const int width = pattern[1].matched ? pattern[1].str()[1] - '0' : 1;
-  return pattern.prefix().str() + Format("%0*d", width, number) + pattern.suffix().str();
+  for (std::size_t i = url.find('%'); i != std::string::npos; i = url.find('%', i + 1)) {
+    const int digits = PatternDigits(std::string_view(url).substr(i));
+    if (digits == 0) continue;
+    const std::size_t length = url[i + 1] == 'd' ? 2 : 4;
+    return url.substr(0, i) + Format("%0*d", digits, number) + url.substr(i + length);
+  }
+  return url;
 }
 
 // One run of the command. Client's thread, but for End().
