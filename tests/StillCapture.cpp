@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 #include <numeric>
+#include <regex>
 #include <thread>
 
 #include <signal.h>
@@ -15,7 +16,9 @@
 
 #include "Decoder.h"
 #include "Fixture.h"
+#include "Photography.h"
 #include "quill/Hash.h"
+#include "quill/IClass.h"
 #include "quill/VbrcBlock.h"
 #include "tessel/IPhotography.h"
 
@@ -394,9 +397,15 @@ TEST_F(StillCapture, ASnapshotPostsItsUrlWholeOrNotAtAll) {
   const auto* extra = reinterpret_cast<const char*>(block) + 616;
   const std::string longest = "file://" + std::string(1016, 'y');
   taker->SetURL(longest.c_str());
+  LogLines(quill::stream::kTrace);
   EXPECT_TRUE(taker->Snap(false));
   EXPECT_EQ(extra, longest);
   EXPECT_EQ(block->extra_len, 1024);
+  const std::string place = "plugin/api/linux/JpegSnap.cpp/#/Snap:\t";
+  EXPECT_EQ(
+      LogLines(quill::stream::kTrace),
+      (Lines{place + "len=1023", place + "(void*)vbrc=" + quill::base::ToString<const void*>(block),
+             place + "_url=" + longest, place + "(char*)vbrc->extra=" + longest}));
   const struct {
     const char* line;
     int room;
@@ -463,6 +472,26 @@ TEST_F(StillCapture, ABadAreaIsNoUrl) {
   block->extra_user = user;
   EXPECT_TRUE(SnapTo(taker, Url("good.jpeg")));
   EXPECT_EQ(block->frame_count, 1) << "of files, not of pictures";
+}
+
+TEST_F(StillCapture, PhotographyDescribesItsApplicationAndGivesUrls) {
+  quill::base::TClass<>::Enter<dualos::Photography>("photography");
+  const auto made = quill::host::Create<dualos::Photography>("photography");
+  ASSERT_TRUE(made);
+  const std::string text = made->AppStringCreate();
+  EXPECT_NE(made->AppStringCreate(), text) << "each has a name of its own";
+  EXPECT_EQ(std::regex_replace(std::regex_replace(text, std::regex("0x[0-9a-f]+"), "@"),
+                               std::regex("unique_[0-9]+"), "#"),
+            "type=Application,layout={type=pipeline,layout={ShmSource:connect={type=pipeline,"
+            "serialize={pv-yuv-src-adv:w=1920,h=1080+FrameTrigger:name=ftrig,vbrc=@+encoder-jpeg:"
+            "name=enc,clock=400000,qp=32+FifoSink:max=2},name=plPvH264Src#},name=vsrc,link=null+"
+            "IOSinkPerFrame:name=fifo,dbg=true,newFrame=true,urlLayout={type=UrlCallback,cb=@,hd="
+            "@}}}");
+  EXPECT_EQ(dualos::Photography::cbCreateUrl(nullptr), "");
+  EXPECT_EQ(LogLines(), Lines{"plugin/api/linux/Photography.cpp/#/cbCreateUrl:\t!hd"});
+  EXPECT_EQ(dualos::Photography::cbCreateUrl(made.get()), "file://snap.jpeg");
+  made->SetURL("file://other.jpeg");
+  EXPECT_EQ(dualos::Photography::cbCreateUrl(made.get()), "file://other.jpeg");
 }
 
 TEST_F(StillCapture, WithoutItsBlockASnapshotDoesNothing) {

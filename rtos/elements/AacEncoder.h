@@ -1,5 +1,5 @@
 // The board's AAC encoder, "aac-encoder". Each unit is one frame of 1024 samples of each channel
-// behind its ADTS header. At most one comes of a block:
+// behind its ADTS header; at most one comes of a block. Its parameters:
 //
 //   name      any text; only for people
 //   profile   LC, also called AAC-LC or low: the one there is
