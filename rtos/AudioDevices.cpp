@@ -190,7 +190,7 @@ bool AudioDevices::Read(const AttrSet& description, Devices& devices, std::strin
       devices[kind] = std::move(device);
       continue;
     } else {
-      error = kind + ": " + error;
+      error.insert(0, kind + ": ");
     }
     return false;
   }
@@ -248,7 +248,7 @@ bool AudioDevices::Set(const AttrSet& request, std::string& error) {
     if (value == nullptr) continue;
     is_any = true;
     if (device->Set(control, value, error)) continue;
-    error = kind + ": " + error;
+    error.insert(0, kind + ": ");
     return false;
   }
   if (!is_any) error = kind + ": nothing to set";

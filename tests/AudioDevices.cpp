@@ -317,7 +317,7 @@ TEST_F(Level, FollowsVolumeAndMuteWithinTenMilliseconds) {
     const auto block = Next(8000);
     EXPECT_EQ(std::abs(block[480]), level) << control << value;
     EXPECT_EQ(std::abs(block[959]), level);
-    EXPECT_NEAR(std::abs(block[239]), (before + level) / 2, 20) << "in a straight line";
+    EXPECT_NEAR(std::abs(block[239]), (before + level) / 2.0, 20) << "in a straight line";
     before = level;
   }
 }

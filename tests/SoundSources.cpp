@@ -17,7 +17,6 @@ namespace {
 
 using api::streaming::IAacSource;
 using api::streaming::IPcmSource;
-using api::streaming::common::IStreamOutput;
 
 constexpr char kPcm[] = "ApiPcmSource-dualos-pull";
 constexpr char kAac[] = "ApiAacSource-dualos-pull";

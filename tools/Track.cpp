@@ -90,7 +90,7 @@ bool Track::WriteSound(const frame_t& frame, std::int64_t end_ns, MediaWriter& w
   if (_meter != nullptr) _meter->Add({frame.data, frame.size});
   std::size_t size_bytes = frame.size;
   std::int64_t samples = SamplesIn(frame);
-  if (end_ns - time_ns < SoundNs(samples)) {
+  if (end_ns < time_ns + SoundNs(samples)) {
     samples =
         std::llround(static_cast<double>(end_ns - time_ns) * _format.rate / double{kSecondNs});
     if (samples <= 0) return true;

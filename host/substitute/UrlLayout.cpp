@@ -59,9 +59,9 @@ class UrlSimple : public UrlLayout {
     area.bytes.resize(static_cast<std::size_t>(area.used_bytes));
     std::uint8_t* extra = ExtraArea(vbrc);
     for (char& letter : area.bytes) {
-      letter = static_cast<char>(std::atomic_ref(*extra++).load(kRelaxed));
+      // Acquire: the next look is behind this one.
+      letter = static_cast<char>(std::atomic_ref(*extra++).load(std::memory_order_acquire));
     }
-    std::atomic_thread_fence(std::memory_order_acquire);  // the next look is behind this one
     return area;
   }
 

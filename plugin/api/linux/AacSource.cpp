@@ -54,6 +54,7 @@ bool AacSource::CbOpen(quill::base::object* obj, quill::stream::IMedia* media) {
   if (!get("rateidx", _aac.rateidx, "!media->Get(\"rateidx\",_aac.rateidx)")) return false;
   if (!get("adtslen", _aac.adtsLength, "!media->Get(\"adtslen\",_aac.adtsLength)")) return false;
   if (!get("bitrate", _aac.bitrate, "!media->Get(\"bitrate\",_aac.bitrate)")) return false;
+  // NOLINTNEXTLINE(bugprone-parent-virtual-call): the one between would check and trace again
   return StreamAppOutput::CbOpen(obj, media);
 }
 

@@ -75,14 +75,14 @@ bool JpegSnap::Open() {
 // Into the block's extra area, for the sink to read. It is empty meanwhile, and its bytes are
 // stored one by one, as the sink may be reading for the snapshot before this one.
 void JpegSnap::StoreUrl() {
+  // Each release is for what stands in front of it, and pairs with an acquire of the sink.
+  constexpr auto kRelease = std::memory_order_release;
   _vbrc->extra_len.store(0, kRelaxed);
-  std::atomic_thread_fence(std::memory_order_release);
   std::uint8_t* extra = ExtraArea(*_vbrc);
   for (std::size_t i = 0; i <= _url.size(); ++i) {
-    std::atomic_ref(extra[i]).store(static_cast<std::uint8_t>(_url.c_str()[i]), kRelaxed);
+    std::atomic_ref(extra[i]).store(static_cast<std::uint8_t>(_url.c_str()[i]), kRelease);
   }
-  // Pairs with the acquire of the sink.
-  _vbrc->extra_len.store(static_cast<std::int32_t>(_url.size() + 1), std::memory_order_release);
+  _vbrc->extra_len.store(static_cast<std::int32_t>(_url.size() + 1), kRelease);
 }
 
 // Whether the count of files has come to `target`. It runs over.

@@ -9,7 +9,6 @@ using api::streaming::common::TextCallback;
 using quill::base::AttrSet;
 using quill::base::Message;
 using quill::base::Orient;
-using quill::base::ToString;
 using quill::stream::Failed;
 using Status = quill::stream::IStatus::Status;
 

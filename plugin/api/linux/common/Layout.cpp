@@ -8,14 +8,16 @@ namespace {
 
 constexpr char kHead[] = "type=pipeline,layout={";
 
+const VbrcBlock kUnsteered{};
+
 int Read(const VbrcBlock::Word& word) { return word.load(std::memory_order_relaxed); }
 
 }  // namespace
 
-Layout::Layout(const std::string& source) { _text << kHead << source; }
+Layout::Layout(const std::string& source) : _block(kUnsteered) { _text << kHead << source; }
 
 Layout::Layout(const VbrcBlock& block, int width, int height)
-    : _block(&block), _address(quill::base::ToString<const void*>(&block)) {
+    : _block(block), _address(quill::base::ToString<const void*>(&block)) {
   _text << kHead << Camera(width, height);
 }
 
@@ -55,13 +57,13 @@ Layout& Layout::FrameDroper() {
 
 Layout& Layout::H264Encoder(const api::streaming::common::H264MediaInfo& info) {
   _text << "+h264-encoder-dma:name=h264,goptype=" << info.goptype << ",gop=" << info.gop
-        << ",qp=" << Read(_block->qp);
+        << ",qp=" << Read(_block.qp);
   EncoderClock();
   return *this;
 }
 
 Layout& Layout::JpegEncoderDma() {
-  _text << "+jpeg-encoder-dma:name=jpeg,qp=" << Read(_block->qp);
+  _text << "+jpeg-encoder-dma:name=jpeg,qp=" << Read(_block.qp);
   EncoderClock();
   return *this;
 }
@@ -74,13 +76,13 @@ Layout& Layout::JpegEncoder() {
 }
 
 Layout& Layout::SnapEncoder() {
-  _text << "+jpeg-encoder:name=jpeg,qp=" << Read(_block->qp) << ",vbrc=" << _address
+  _text << "+jpeg-encoder:name=jpeg,qp=" << Read(_block.qp) << ",vbrc=" << _address
         << ",clk=400000";
   return *this;
 }
 
 void Layout::EncoderClock() {
-  _text << ",vbrc=" << _address << ",fr=" << Read(_block->framerate_max) << ",clk=400000";
+  _text << ",vbrc=" << _address << ",fr=" << Read(_block.framerate_max) << ",clk=400000";
 }
 
 Layout& Layout::H264VBrc() {

@@ -41,8 +41,8 @@ class Layout {
   // What the encoders have in common, behind their own keys.
   void EncoderClock();
 
-  const quill::stream::VbrcBlock* const _block = nullptr;  // borrows; null: nothing is steered
-  const std::string _address;                              // of the block
+  const quill::stream::VbrcBlock& _block;  // borrows; all zero where nothing is steered
+  const std::string _address;              // of the block
   quill::base::ostream_string _text;
 };
 
