@@ -45,7 +45,8 @@ std::complex<double> Part(const Samples& samples, const SoundFormat& format, int
                           int first, int last) {
   std::complex<double> sum;
   for (int i = first; i < last; ++i) {
-    const double sample = samples[static_cast<std::size_t>(i * format.channels + channel)];
+    const int index = i * format.channels + channel;
+    const double sample = samples[static_cast<std::size_t>(index)];
     sum += std::polar(sample, -2 * std::numbers::pi * std::fmod(i * hz, format.rate) / format.rate);
   }
   return sum * std::complex<double>(0, 2) / static_cast<double>(last - first);
@@ -111,8 +112,9 @@ TEST_F(Sounds, OfTheTestInputBeepSoftlyOnTheSecond) {
 
 TEST_F(Sounds, OfAFileComeOnceOrAgainAndAgainBitByBit) {
   for (const SoundFormat& format : {SoundFormat{8000, 2}, {48000, 1}}) {
-    const Samples known = Noise(2 * 5003);
-    const auto block = static_cast<std::size_t>(format.rate / 50 * format.channels);
+    const Samples known = Noise(std::size_t{2} * 5003);
+    const int block_samples = format.rate / 50 * format.channels;
+    const auto block = static_cast<std::size_t>(block_samples);
     Samples padded = known;
     padded.resize((known.size() + block - 1) / block * block);
     EXPECT_EQ(Read(WriteWav(format, known), format), padded);
@@ -151,7 +153,7 @@ TEST_F(Sounds, OfNoKnownInputAreRefusedByName) {
                                           {WriteWav({8000, 1}, {}), "no sound in it"}}) {
     std::string error;
     EXPECT_EQ(rtos::OpenSoundInput(name, true, {16000, 2}, error), nullptr);
-    EXPECT_EQ(error, "microphone \"" + name + "\": " + reason);
+    EXPECT_EQ(error, std::string("microphone \"").append(name).append("\": ").append(reason));
   }
 }
 
@@ -213,7 +215,7 @@ TEST_F(Lamp, IsLitFromEachSecondOn) {
 
 TEST_F(Lamp, IsNeverHidden) {
   for (const auto& [width, height] : {std::pair(80, 64), {640, 480}, {240, 640}}) {
-    const auto area = static_cast<std::size_t>(width * height);
+    const auto area = static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
     std::vector<std::uint8_t> y(area), u(area / 4), v(area / 4);
     const rtos::Picture picture = {
         width, height, {y.data(), u.data(), v.data()}, {width, width / 2, width / 2}};

@@ -89,7 +89,7 @@ std::vector<std::string> AliasesOf(const IClass& record) {
 std::string ShortName(const IClass& record) {
   constexpr std::string_view kHead = "api";
   constexpr std::string_view kSource = "source";
-  if (const std::string device = DeviceKind(record.Name()); !device.empty()) return device;
+  if (std::string device = DeviceKind(record.Name()); !device.empty()) return device;
   const std::string lower = LowerCase(record.Name());
   const std::size_t kind_end = lower.find(kSource);
   if (!lower.starts_with(kHead) || kind_end == lower.npos || !IsCreatable(record)) return "";
