@@ -145,7 +145,8 @@ QUILL_PUBLIC bool RequestKeyFrame(int id, std::string& error);
 QUILL_PUBLIC bool TriggerFrame(int id, std::string& error);
 
 // The path that the "file://" URL of a still picture names: relative to the working directory
-// unless it begins with "/". A "%" and two hexadecimal digits stand for a byte (RFC 3986); "%01d" to
+// unless it begins with "/". A "%" and two hexadecimal digits stand for a byte (RFC 3986); "%01d"
+// to
 // "%09d", which number files, stay as they are, and so does a "%" before anything else, as in
 // "%d.jpeg". False with `error`, which does not repeat the URL. Any thread.
 [[nodiscard]] QUILL_PUBLIC bool ReadFileUrl(const std::string& url, std::string& path,
