@@ -5,9 +5,11 @@
 #include <condition_variable>
 #include <cstdio>
 #include <filesystem>
+#include <memory>
 #include <mutex>
 #include <string_view>
 #include <system_error>
+#include <utility>
 
 #include "quill/Host.h"
 #include "tessel/IPhotography.h"
@@ -57,16 +59,18 @@ class SnapRun {
  public:
   explicit SnapRun(const SnapOptions& options) : _options(options) {}
   int Run();
+  void End();  // any thread
 
  private:
   bool Open();
+  int TakeAll();
   bool Take(const std::string& url);
   bool WaitUntil(Clock::time_point due);
-  void End();  // any thread
+  void Exchange(Taker& taker);
   bool HasEnded() const { return _has_ended; }
 
   const SnapOptions& _options;
-  Taker _taker;
+  Taker _taker;  // changes under _mutex
   std::atomic<bool> _has_ended{false};
   std::mutex _mutex;
   std::condition_variable _ended;
@@ -79,7 +83,8 @@ bool SnapRun::Open() {
   SetOptions(board);
   const char* name = _options.photography ? "ApiPhotography-dualos" : "ApiJpegSnap-dualos";
   ErrorLog::Forget();
-  _taker = quill::host::Create<IPhotography>(name);
+  Taker made = quill::host::Create<IPhotography>(name);
+  Exchange(made);
   if (_taker && _options.width) _taker->SetWidth(*_options.width);
   if (_taker && _options.height) _taker->SetHeight(*_options.height);
   if (_taker && _options.qp) _taker->SetQP(*_options.qp);
@@ -123,9 +128,19 @@ void SnapRun::End() {
   if (_taker) _taker.Object()->Enable(false);  // ends the wait for a picture
 }
 
+void SnapRun::Exchange(Taker& taker) {
+  const std::lock_guard lock(_mutex);
+  std::swap(_taker, taker);
+}
+
 int SnapRun::Run() {
-  if (!WatchInterrupts([this] { End(); })) return kFailed;
-  if (!Open()) return kFailed;
+  const int exit_code = Open() ? TakeAll() : static_cast<int>(kFailed);
+  Taker gone;
+  Exchange(gone);  // closed behind the lock, and out of reach of End()
+  return exit_code;
+}
+
+int SnapRun::TakeAll() {
   bool is_whole = true;
   Clock::time_point due = Clock::now();
   for (int round = 1; round <= _options.count; ++round) {
@@ -140,6 +155,11 @@ int SnapRun::Run() {
 
 }  // namespace
 
-int Snap(const SnapOptions& options) { return SnapRun(options).Run(); }
+int Snap(const SnapOptions& options) {
+  const auto run = std::make_shared<SnapRun>(options);
+  // The watch outlives this.
+  if (!WatchInterrupts([run] { run->End(); })) return kFailed;
+  return run->Run();
+}
 
 }  // namespace tessel::tool

@@ -33,11 +33,13 @@ class UrlSimple : public UrlLayout {
     Area untrusted = Look();
     for (int i = 0; i < kMostLooks; ++i) {
       const Area again = Look();
-      if (again == untrusted && again.used_bytes != 0) break;
+      if (again == untrusted && again.used_bytes != 0) return Read(again, url, error);
       if (again.used_bytes == 0) std::this_thread::sleep_for(kNap);
       untrusted = again;
     }
-    return Read(untrusted, url, error);
+    if (untrusted.used_bytes == 0) return Read(untrusted, url, error);
+    error = "the URL in the extra area never stands still";
+    return false;
   }
 
  private:
