@@ -99,7 +99,8 @@ struct Plane {
   }
 };
 
-// The luma is everywhere that of 4:2:0, the chroma at least along a line through the bars.
+// The luma is that of 4:2:0 everywhere but at the lamp, which flashes by the clock, the chroma at
+// least along a line through the bars.
 TEST_F(Pictures, OfRawVideoHaveTheLayoutAskedFor) {
   for (const auto& [w, h] :
        {std::pair(160, 120), {192, 96}}) {  // widths of whole 64s go by another way
@@ -120,7 +121,8 @@ TEST_F(Pictures, OfRawVideoHaveTheLayoutAskedFor) {
       ASSERT_TRUE(frame && frame->size == static_cast<unsigned>(size)) << format;
       int wrong = 0;
       for (int i = 0; i < n; ++i) {
-        wrong += planes[0].At(*frame, i % w, i / w) != y.At(*planar, i % w, i / w);
+        const bool is_lamp = i % w >= w * 7 / 8 && i / w >= h / 8 && i / w < h / 4;
+        wrong += !is_lamp && planes[0].At(*frame, i % w, i / w) != y.At(*planar, i % w, i / w);
         if (size == n || i / w != h * 14 / 24) continue;
         wrong += planes[1].At(*frame, i % w, i / w) != u.At(*planar, i % w, i / w);
         wrong += planes[2].At(*frame, i % w, i / w) != v.At(*planar, i % w, i / w);
