@@ -1,6 +1,20 @@
 #include "Arguments.h"
 
+#include <cstdlib>
+
 namespace tessel::tool {
+namespace {
+
+// By which the host finds a real-time side where no option names one.
+constexpr char kSocketVariable[] = "TESSEL_RTOS_SOCKET";
+
+void AddSocket(CLI::App& command, std::string& socket, const std::string& otherwise) {
+  const std::string help = "Socket of a real-time side that runs already";
+  command.add_option("--rtos", socket, help + " [$" + kSocketVariable + otherwise + "]")
+      ->type_name("SOCKET");
+}
+
+}  // namespace
 
 void Refuse(const std::string& option, const std::string& reason) {
   throw CLI::ValidationError(option, reason);
@@ -12,19 +26,24 @@ CLI::Option* AddText(CLI::App& command, const std::string& names, const std::str
 }
 
 void AddRtos(CLI::App& command, std::string& socket) {
-  command
-      .add_option("--rtos", socket,
-                  "Socket of a real-time side that runs already [$TESSEL_RTOS_SOCKET, else an own "
-                  "one is started]")
-      ->type_name("SOCKET");
+  AddSocket(command, socket, ", else an own one is started");
 }
+
+void AddRunningRtos(CLI::App& command, std::string& socket) { AddSocket(command, socket, ""); }
 
 void AddBoard(CLI::App& command, std::string& board) {
   command
       .add_option("--board", board,
                   "Description of the audio devices of a real-time side that is started here")
-      ->type_name("FILE")
-      ->excludes("--rtos");
+      ->type_name("FILE");
+}
+
+bool CheckBoard(const std::string& board, const std::string& socket, std::string& error) {
+  const char* usual = std::getenv(kSocketVariable);
+  const std::string path = socket.empty() && usual != nullptr ? usual : socket;
+  if (board.empty() || path.empty()) return true;
+  error = "--board: the real-time side at " + path + " has its own devices";
+  return false;
 }
 
 }  // namespace tessel::tool

@@ -35,7 +35,13 @@ void AddWhole(CLI::App& command, const std::string& name, int least, int most, N
 
 // The command then runs with the real-time side that listens there.
 void AddRtos(CLI::App& command, std::string& socket);
-// An own real-time side then has the audio devices that are described there. Behind AddRtos().
+// The same, for a command that starts none of its own.
+void AddRunningRtos(CLI::App& command, std::string& socket);
+// An own real-time side then has the audio devices that are described there.
 void AddBoard(CLI::App& command, std::string& board);
+// False with `error` when there is a description and it would go unheard: the real-time side runs
+// already.
+[[nodiscard]] bool CheckBoard(const std::string& board, const std::string& socket,
+                              std::string& error);
 
 }  // namespace tessel::tool

@@ -13,6 +13,7 @@
 #include "CaptureRun.h"
 #include "Classes.h"
 #include "Console.h"
+#include "Containers.h"
 #include "Interrupts.h"
 
 namespace tessel::tool {

@@ -1,6 +1,7 @@
 #include "CaptureOptions.h"
 
 #include <algorithm>
+#include <cctype>
 #include <filesystem>
 #include <system_error>
 #include <utility>
@@ -8,6 +9,7 @@
 #include "quill/AttrSet.h"
 
 #include "Console.h"
+#include "Containers.h"
 
 namespace tessel::tool {
 namespace {
@@ -21,26 +23,25 @@ struct OptionRow {
   const char* lack;  // what is said of the others
   bool (*is_given)(const CaptureOptions& options);
 };
-using Options = const CaptureOptions&;
 constexpr unsigned kSensed = kAnyVideo & ~kSynthetic;
 constexpr OptionRow kRows[] = {
-    {"gop", kAnyH264, "has no GOP", [](Options all) { return all.gop.has_value(); }},
-    {"goptype", kAnyH264, "has no GOP", [](Options all) { return !all.goptype.empty(); }},
-    {"key-every", kAnyH264, "has key frames only", [](Options all) { return all.key_every > 0; }},
-    {"key-at", kAnyH264, "has key frames only", [](Options all) { return !all.key_at.empty(); }},
-    {"format", kRaw, "has no choice of formats", [](Options all) { return !all.format.empty(); }},
-    {"width", kAnyVideo, "", [](Options all) { return all.width.has_value(); }},
-    {"height", kAnyVideo, "", [](Options all) { return all.height.has_value(); }},
-    {"sensor", kSensed, "has no sensor", [](Options all) { return all.sensor != "test"; }},
-    {"once", kSensed | kAnySound, "has no sensor", [](Options all) { return all.once; }},
-    {"unpaced", kSensed | kAnySound, "has no sensor", [](Options all) { return all.unpaced; }},
-    {"mic", kAnySound, "", [](Options all) { return all.mic != "test"; }},
-    {"rate", kAnySound, "", [](Options all) { return all.rate.has_value(); }},
-    {"channels", kAnySound, "", [](Options all) { return all.channels.has_value(); }},
-    {"profile", kAac, "has no profile", [](Options all) { return !all.profile.empty(); }},
-    {"bandwidth", kAac, "has no encoder", [](Options all) { return all.bandwidth_hz.has_value(); }},
+    {"gop", kAnyH264, "has no GOP", [](auto& all) { return all.gop.has_value(); }},
+    {"goptype", kAnyH264, "has no GOP", [](auto& all) { return !all.goptype.empty(); }},
+    {"key-every", kAnyH264, "has key frames only", [](auto& all) { return all.key_every > 0; }},
+    {"key-at", kAnyH264, "has key frames only", [](auto& all) { return !all.key_at.empty(); }},
+    {"format", kRaw, "has no choice of formats", [](auto& all) { return !all.format.empty(); }},
+    {"width", kAnyVideo, "", [](auto& all) { return all.width.has_value(); }},
+    {"height", kAnyVideo, "", [](auto& all) { return all.height.has_value(); }},
+    {"sensor", kSensed, "has no sensor", [](auto& all) { return all.sensor != "test"; }},
+    {"once", kSensed | kAnySound, "has no sensor", [](auto& all) { return all.once; }},
+    {"unpaced", kSensed | kAnySound, "has no sensor", [](auto& all) { return all.unpaced; }},
+    {"mic", kAnySound, "", [](auto& all) { return all.mic != "test"; }},
+    {"rate", kAnySound, "", [](auto& all) { return all.rate.has_value(); }},
+    {"channels", kAnySound, "", [](auto& all) { return all.channels.has_value(); }},
+    {"profile", kAac, "has no profile", [](auto& all) { return !all.profile.empty(); }},
+    {"bandwidth", kAac, "has no encoder", [](auto& all) { return all.bandwidth_hz.has_value(); }},
     {"sound-bitrate", kAac, "has no encoder",
-     [](Options all) { return all.sound_bit_rate_bps.has_value(); }},
+     [](auto& all) { return all.sound_bit_rate_bps.has_value(); }},
 };
 
 // Whether two names lead to one file, or both to standard output.
@@ -64,7 +65,8 @@ bool IsNumbered(const std::string& pattern, const std::string& path) {
   return file.starts_with(head) && file.ends_with(pattern.substr(end + 1));
 }
 
-bool IsOrdered(Options options, const char* low, const char* high, std::string& error) {
+bool IsOrdered(const CaptureOptions& options, const char* low, const char* high,
+               std::string& error) {
   const ControlChange* least = options.FirstOf(low);
   const ControlChange* most = options.FirstOf(high);
   const bool are_from_start =
@@ -74,7 +76,7 @@ bool IsOrdered(Options options, const char* low, const char* high, std::string& 
   return false;
 }
 
-bool CheckPictures(Options options, std::string& error) {
+bool CheckPictures(const CaptureOptions& options, std::string& error) {
   const bool is_one = options.frames && *options.frames == 1;
   if (is_one || IsPattern(options.output)) return true;
   const std::filesystem::path path = options.output;
@@ -84,7 +86,8 @@ bool CheckPictures(Options options, std::string& error) {
   return false;
 }
 
-bool CheckTriggers(std::span<const Source> sources, Options options, std::string& error) {
+bool CheckTriggers(std::span<const Source> sources, const CaptureOptions& options,
+                   std::string& error) {
   const Source& source = Addressed(sources, kAnyVideo);
   if (source.trigger == nullptr && options.Triggers()) {
     error = Format("--trigger-%s: %s takes no triggers; `tessel list` shows what does",
@@ -112,7 +115,8 @@ bool CheckPair(std::span<const Source> sources, std::string& error) {
   return false;
 }
 
-bool CheckOutput(std::span<const Source> sources, Options options, std::string& error) {
+bool CheckOutput(std::span<const Source> sources, const CaptureOptions& options,
+                 std::string& error) {
   unsigned kinds = 0;
   std::string nouns;
   for (const Source& source : sources) {
@@ -125,7 +129,8 @@ bool CheckOutput(std::span<const Source> sources, Options options, std::string& 
   return false;
 }
 
-bool CheckChanges(std::span<const Source> sources, Options options, std::string& error) {
+bool CheckChanges(std::span<const Source> sources, const CaptureOptions& options,
+                  std::string& error) {
   for (const ControlChange& change : options.changes) {
     const Source& source = Addressed(sources, change.row->kinds);
     const std::string head = std::string("--") + change.row->name + ": " + source.kind->noun;
@@ -162,7 +167,7 @@ const Source& Addressed(std::span<const Source> sources, unsigned kinds) {
   return sources.front();
 }
 
-bool Check(Options options, std::string& error) {
+bool Check(const CaptureOptions& options, std::string& error) {
   const Container* container = FindContainer(options.output);
   if (container == nullptr) {
     error = "--output: " + Quoted(options.output) + " ends in none of " + ContainersOf() +
@@ -195,7 +200,7 @@ bool Check(Options options, std::string& error) {
          IsOrdered(options, "fps", "capture-fps", error);
 }
 
-bool CheckFor(std::span<const Source> sources, Options options, std::string& error) {
+bool CheckFor(std::span<const Source> sources, const CaptureOptions& options, std::string& error) {
   if (!CheckPair(sources, error) || !CheckOutput(sources, options, error)) return false;
   const auto refuse = [&error](const char* option, const Source& source, const std::string& lack) {
     error = Format("--%s: %s %s", option, source.kind->noun, lack.c_str());
@@ -223,7 +228,11 @@ bool CheckFor(std::span<const Source> sources, Options options, std::string& err
   if (video.kind->kind != kRaw) return true;
   const std::string format =
       options.format.empty() ? video.raw->GetYuvMediaInfo().format : options.format;
-  if (TakesFormat(*FindContainer(options.output, kRaw), format, error)) return true;
+  const bool is_name = std::all_of(format.begin(), format.end(), [](unsigned char letter) {
+    return std::isalnum(letter) != 0 || letter == '_';
+  });
+  if (!is_name) error = Quoted(format) + " is no name of a layout";
+  if (is_name && TakesFormat(*FindContainer(options.output, kRaw), format, error)) return true;
   error = "--format: " + error;
   return false;
 }

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "Console.h"
+#include "Containers.h"
 
 namespace tessel::tool {
 namespace {
@@ -32,7 +33,7 @@ CaptureRun::CaptureRun(const CaptureOptions& options, const Container& container
   for (Source& source : sources) {
     _tracks.push_back(std::make_unique<Track>(std::move(source), _tracks.size(), _inbox));
   }
-  Source& first = _tracks.front()->stream.Of();
+  Source& first = _tracks.front()->stream.GetSource();
   if (!first.IsSound()) _plan = std::make_unique<VideoPlan>(first, options);
   _is_triggered = first.trigger != nullptr;
 }
@@ -151,7 +152,7 @@ bool CaptureRun::TakeNews(FrameInbox::News news, const FrameInbox::Item& item) {
 
 // False when the file cannot be written on.
 bool CaptureRun::TakeFrame(Track& track, const Track::frame_t& frame) {
-  const Source& source = track.stream.Of();
+  const Source& source = track.stream.GetSource();
   if (!source.IsSound()) {
     _plan->Answer(Clock::now());
     // A file begins with a picture that stands alone.
@@ -247,7 +248,7 @@ bool CaptureRun::IsOver(Clock::time_point now) {
 void CaptureRun::ShowProgress(Clock::time_point now) {
   Progress::Values values;
   for (const auto& track : _tracks) {
-    const Source& source = track->stream.Of();
+    const Source& source = track->stream.GetSource();
     values.seconds = std::max(values.seconds, track->Seconds());
     values.dropped += track->stream.Dropped();
     if (source.IsSound()) {
@@ -293,7 +294,7 @@ int CaptureRun::Conclude() {
   if (std::none_of(_tracks.begin(), _tracks.end(), has_frames)) return ConcludeEmpty(was_opened);
   for (const auto& track : _tracks) {
     if (!has_frames(track)) {
-      Fail(OutputName() + ": no frame of " + track->stream.Of().name + " has come");
+      Fail(OutputName() + ": no frame of " + track->stream.GetSource().name + " has come");
     } else if (!_options.quiet && !_is_broken) {
       Say(OutputName() + ": " + track->Summary());
     }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdlib>
 #include <filesystem>
 
 extern "C" {
@@ -100,6 +101,14 @@ bool IsPlanar(const Container& container) { return container.muxer == std::strin
 
 bool IsPictures(const Container& container) { return container.muxer == std::string("image2"); }
 
-bool IsPattern(const std::string& path) { return av_filename_number_test(path.c_str()) != 0; }
+bool IsPattern(const std::string& path) {
+  // The library counts the digits of a width, but has no room for a number with more than 20.
+  constexpr unsigned long kMostDigits = 9;
+  std::size_t at = path.find('%');
+  while (at != path.npos && path.compare(at, 2, "%%") == 0) at = path.find('%', at + 2);
+  if (at == path.npos || std::strtoul(path.c_str() + at + 1, nullptr, 10) > kMostDigits)
+    return false;
+  return av_filename_number_test(path.c_str()) != 0;
+}
 
 }  // namespace tessel::tool

@@ -10,6 +10,7 @@
 
 #include "Console.h"
 #include "ErrorLog.h"
+#include "Units.h"
 
 #include <nlohmann/json.hpp>
 
@@ -105,8 +106,8 @@ std::string DeviceKind(const std::string& class_name) {
 }
 
 std::string DeviceText(const IAudioDevice& device) {
-  std::string text = Format("%d Hz, %d channel%s, %d bits", device.Rate(), device.Channels(),
-                            device.Channels() == 1 ? "" : "s", device.Depth());
+  std::string text =
+      SoundText(device.Rate(), device.Channels()) + Format(", %d bits", device.Depth());
   text += device.IsSupportVolumeControl() ? Format(", volume %d of %d..%d", device.Volume(),
                                                    device.VolumeMin(), device.VolumeMax())
                                           : ", no volume control";

@@ -14,6 +14,7 @@
 #include "Console.h"
 #include "Devices.h"
 #include "ErrorLog.h"
+#include "Units.h"
 
 namespace tessel::tool {
 namespace {
@@ -65,10 +66,6 @@ void PrintClass(const IClass& record) {
   Row("version", VersionText(record));
   Row("vendor", record.Vendor());
   Row("author", record.Author());
-}
-
-std::string SoundText(int rate, int channels) {
-  return Format("%d Hz, %d channel%s", rate, channels, channels == 1 ? "" : "s");
 }
 
 void PrintDefaults(object& made) {

@@ -8,14 +8,14 @@ extern "C" {
 #include <libavutil/imgutils.h>
 }
 
+#include "Containers.h"
+
 namespace tessel::tool {
 namespace {
 
 constexpr AVRational kNanoseconds = {1, 1'000'000'000};
 // Fine enough for any frame rate, and a gap of hours still fits into the 32 bits of a duration.
 constexpr AVRational kTicks = {1, 90'000};
-constexpr int kAacFrame = 1024;  // samples of each channel
-constexpr int kPcmBytes = 2;     // of a sample
 
 std::string Reason(int failure) {
   char text[AV_ERROR_MAX_STRING_SIZE] = {};
@@ -99,8 +99,8 @@ bool MediaWriter::Begin(const Container& container, const std::string& path,
   if (!opens_files && !Check(avio_open(&_format->pb, url.c_str(), AVIO_FLAG_WRITE), error)) {
     return false;
   }
-  // Whoever reads from a pipe wants each frame when it comes.
-  if (path == kStandardOutput) _format->flags |= AVFMT_FLAG_FLUSH_PACKETS;
+  // Whoever reads along gets each frame when it comes, and a capture that is killed leaves them.
+  _format->flags |= AVFMT_FLAG_FLUSH_PACKETS;
   if (!Check(avformat_write_header(_format, nullptr), error)) return false;
   _is_begun = true;
   return true;
@@ -109,16 +109,16 @@ bool MediaWriter::Begin(const Container& container, const std::string& path,
 bool MediaWriter::AddStream(const Container& container, const MediaFormat& format) {
   AVStream* stream = avformat_new_stream(_format, nullptr);
   if (stream == nullptr) return false;
-  Track& track = _tracks.emplace_back();
+  StreamState& state = _states.emplace_back();
   stream->codecpar->codec_id = CodecOf(container, format.kind);
   if ((format.kind & kAnySound) != 0) {
     DescribeSound(format, *stream);
     // Bare frames keep the headers that they have, and the muxer adds none.
     if (container.is_bare) return true;
-    track.skipped_bytes = static_cast<std::size_t>(format.adts_bytes);
+    state.skipped_bytes = static_cast<std::size_t>(format.adts_bytes);
   } else {
     if (!DescribeVideo(container, format, *stream)) return false;
-    if (container.is_bare) track.leading = format.header;
+    if (container.is_bare) state.leading = format.header;
   }
   // Start codes in a header tell the muxer that the frames have them too; it turns both into
   // length fields where the container wants that.
@@ -164,17 +164,17 @@ bool MediaWriter::Check(int result, std::string& error) const {
 }
 
 bool MediaWriter::Write(std::size_t stream, const Unit& unit, std::string& error) {
-  Track& track = _tracks[stream];
-  if (!track.leading.empty() && !HasParameterSets(unit.bytes)) {
-    avio_write(_format->pb, track.leading.data(), static_cast<int>(track.leading.size()));
+  StreamState& state = _states[stream];
+  if (!state.leading.empty() && !HasParameterSets(unit.bytes)) {
+    avio_write(_format->pb, state.leading.data(), static_cast<int>(state.leading.size()));
   }
-  track.leading.clear();
+  state.leading.clear();
   const AVRational tick = _format->streams[stream]->time_base;
   // Two frames never share a time, however coarse the container's clock is.
   std::int64_t time = av_rescale_q(unit.time_ns, kNanoseconds, tick);
-  if (track.last_time != INT64_MIN) time = std::max(track.last_time + 1, time);
-  track.last_time = time;
-  const auto bytes = unit.bytes.subspan(std::min(track.skipped_bytes, unit.bytes.size()));
+  if (state.last_time != INT64_MIN) time = std::max(state.last_time + 1, time);
+  state.last_time = time;
+  const auto bytes = unit.bytes.subspan(std::min(state.skipped_bytes, unit.bytes.size()));
   // The muxer only reads: it copies what it has to change, or to keep.
   _packet->data = const_cast<std::uint8_t*>(bytes.data());
   _packet->size = static_cast<int>(bytes.size());
@@ -183,7 +183,7 @@ bool MediaWriter::Write(std::size_t stream, const Unit& unit, std::string& error
   _packet->pts = _packet->dts = time;
   _packet->duration = av_rescale_q(unit.duration_ns, kNanoseconds, tick);
   _packet->flags = unit.is_key ? AV_PKT_FLAG_KEY : 0;
-  const bool is_alone = _tracks.size() == 1;
+  const bool is_alone = _states.size() == 1;
   const int written =
       is_alone ? av_write_frame(_format, _packet) : av_interleaved_write_frame(_format, _packet);
   av_packet_unref(_packet);

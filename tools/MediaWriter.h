@@ -8,8 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "Containers.h"
-#include "Kinds.h"
+#include "MediaFormat.h"
 
 struct AVFormatContext;
 struct AVFrame;
@@ -18,23 +17,7 @@ struct AVStream;
 
 namespace tessel::tool {
 
-struct MediaFormat {
-  Kind kind = kH264;
-  // What a decoder has to know. H.264: SPS and PPS, each behind a start code; AAC: an
-  // AudioSpecificConfig.
-  std::vector<std::uint8_t> header;
-  // Of video.
-  int width = 0;              // pixels
-  int height = 0;             // pixels
-  int frames_per_second = 0;  // nominal; 0: there is no such rate
-  std::string pixel_format;   // raw video: as TakesFormat() takes it
-  // Of sound.
-  int rate = 0;             // samples/s of each channel
-  int channels = 0;         //
-  int bit_rate_bps = 0;     // announced; 0: nothing was
-  int priming_samples = 0;  // of each channel, in front of what was captured
-  int adts_bytes = 0;       // header of each frame, which a container that has its own goes without
-};
+struct Container;
 
 // One thread at a time.
 class MediaWriter {
@@ -65,7 +48,7 @@ class MediaWriter {
   [[nodiscard]] bool Finish(std::string& error);
 
  private:
-  struct Track {
+  struct StreamState {
     std::size_t skipped_bytes = 0;       // at the head of each unit
     std::vector<std::uint8_t> leading;   // goes in front of the first one, where that lacks it
     std::int64_t last_time = INT64_MIN;  // of the last one, in units of the stream
@@ -81,9 +64,9 @@ class MediaWriter {
 
   AVFormatContext* _format = nullptr;
   AVPacket* _packet = nullptr;
-  AVFrame* _picture = nullptr;  // where the container wants planes instead of bytes
-  std::vector<Track> _tracks;
-  bool _is_begun = false;  // the container's head is written
+  AVFrame* _picture = nullptr;       // where the container wants planes instead of bytes
+  std::vector<StreamState> _states;  // by stream
+  bool _is_begun = false;            // the container's head is written
 };
 
 }  // namespace tessel::tool

@@ -1,5 +1,6 @@
 #include "Snap.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -10,6 +11,8 @@
 #include <string_view>
 #include <system_error>
 #include <utility>
+
+#include <unistd.h>
 
 #include "quill/Host.h"
 #include "tessel/IPhotography.h"
@@ -32,26 +35,30 @@ int PatternDigits(std::string_view text) {
   return is_padded && text[2] >= '1' && text[2] <= '9' ? text[2] - '0' : 0;
 }
 
-// A path as a URL: what is no URL already, and does not look like one.
-std::string UrlOf(const std::string& text) {
-  if (text.find("://") != std::string::npos) return text;
-  std::string url = "file://";
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const bool is_percent = text[i] == '%' && PatternDigits(std::string_view(text).substr(i)) == 0;
-    url += is_percent ? "%25" : text.substr(i, 1);
+// The first pattern stands for `number`.
+std::string Numbered(const std::string& text, int number) {
+  for (std::size_t i = text.find('%'); i != std::string::npos; i = text.find('%', i + 1)) {
+    const int digits = PatternDigits(std::string_view(text).substr(i));
+    if (digits == 0) continue;
+    const std::size_t length = text[i + 1] == 'd' ? 2 : 4;
+    return text.substr(0, i) + Format("%0*d", digits, number) + text.substr(i + length);
   }
-  return url;
+  return text;
 }
 
-// The first pattern stands for `number`.
-std::string Numbered(const std::string& url, int number) {
-  for (std::size_t i = url.find('%'); i != std::string::npos; i = url.find('%', i + 1)) {
-    const int digits = PatternDigits(std::string_view(url).substr(i));
-    if (digits == 0) continue;
-    const std::size_t length = url[i + 1] == 'd' ? 2 : 4;
-    return url.substr(0, i) + Format("%0*d", digits, number) + url.substr(i + length);
-  }
-  return url;
+// What is no URL, and does not look like one, is a path.
+std::string UrlOf(const std::string& text) {
+  return text.find("://") != std::string::npos ? text : quill::host::FileUrlOf(text);
+}
+
+// Whether pictures can come: the real-time side lives, and the input of the chain has not ended.
+bool IsPlaying() {
+  std::vector<quill::host::BoardStream> streams;
+  std::string error;
+  return quill::host::ListBoard(streams, error) &&
+         std::any_of(streams.begin(), streams.end(), [](const auto& stream) {
+           return stream.client == getpid() && stream.state == "play";
+         });
 }
 
 // One run of the command. Client's thread, but for End().
@@ -79,6 +86,7 @@ class SnapRun {
 bool SnapRun::Open() {
   auto board = quill::host::GetOptions();
   board.sensor = _options.sensor;
+  board.loop = !_options.once;
   board.paced = !_options.unpaced;
   SetOptions(board);
   const char* name = _options.photography ? "ApiPhotography-dualos" : "ApiJpegSnap-dualos";
@@ -111,7 +119,7 @@ bool SnapRun::Take(const std::string& url) {
   }
   const std::string reason = ErrorLog::LastReason();
   Say("cannot write " + (reason.starts_with(url) ? "" : url + ": ") + reason);
-  if (quill::host::FarSideProcess() == 0) End();  // it would be the same with all others
+  if (!IsPlaying()) End();  // it would be the same with all others
   return false;
 }
 
@@ -147,7 +155,7 @@ int SnapRun::TakeAll() {
     for (const std::string& url : _options.urls) {
       if (!WaitUntil(due)) return is_whole ? kDone : kFailed;
       due = std::max(due + std::chrono::milliseconds(_options.interval_ms), Clock::now());
-      is_whole = Take(Numbered(UrlOf(url), round)) && is_whole;
+      is_whole = Take(UrlOf(Numbered(url, round))) && is_whole;
     }
   }
   return is_whole ? kDone : kFailed;

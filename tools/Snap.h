@@ -18,7 +18,8 @@ struct SnapOptions {
   bool photography = false;  // by the photography class
 
   std::string sensor = "test";
-  bool unpaced = false;
+  bool once = false;     // a media file is played once
+  bool unpaced = false;  // as fast as it goes
 };
 
 // Takes them one after the other, a line each; the exit code. One that could not be written does

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "MediaWriter.h"
+#include "MediaFormat.h"
 
 struct AVCodecContext;
 struct AVFrame;

@@ -13,7 +13,7 @@ using api::streaming::common::AacMediaInfo;
 using api::streaming::common::H264MediaInfo;
 
 // The first frame of an AAC stream only prepares the decoder for the second.
-constexpr int kAacPriming = 1024;  // samples of each channel
+constexpr int kAacPriming = kAacFrame;
 
 // SPS and PPS, each behind a start code.
 std::vector<std::uint8_t> StreamHeader(const H264MediaInfo& info) {

@@ -12,7 +12,7 @@
 #include "tessel/IYuvSource.h"
 
 #include "Kinds.h"
-#include "MediaWriter.h"
+#include "MediaFormat.h"
 
 namespace tessel::tool {
 

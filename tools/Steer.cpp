@@ -91,21 +91,36 @@ bool Parse(const std::string& text, const BoardStream& stream, std::vector<Assig
   return true;
 }
 
+// Null when that word is not changed.
+const Assignment* Find(const std::vector<Assignment>& changes, const char* word) {
+  const auto place = std::find_if(changes.begin(), changes.end(),
+                                  [word](const Assignment& change) { return change.word == word; });
+  return place == changes.end() ? nullptr : &*place;
+}
+
 // As in a capture, a bit rate takes its bounds along, but for those that are given.
 void AddBounds(std::vector<Assignment>& changes) {
-  const auto find = [&changes](const char* word) {
-    return std::find_if(changes.begin(), changes.end(),
-                        [word](const Assignment& change) { return change.word == word; });
-  };
-  const auto target = find("bitrate_target");
-  if (target == changes.end()) return;
+  const Assignment* target = Find(changes, "bitrate_target");
+  if (target == nullptr) return;
   const int bitrate_bps = target->value;
-  if (find("bitrate_max") == changes.end()) {
+  if (Find(changes, "bitrate_max") == nullptr) {
     changes.push_back({"bitrate_max", kMaximumRatio * bitrate_bps});
   }
-  if (find("bitrate_min") == changes.end()) {
+  if (Find(changes, "bitrate_min") == nullptr) {
     changes.push_back({"bitrate_min", bitrate_bps / kMinimumRatio});
   }
+}
+
+// Whether no bound among the changes lies on the wrong side of its other one.
+bool AreOrdered(const std::vector<Assignment>& changes, std::string& error) {
+  for (const auto& [low, high] : {std::pair("bitrate_min", "bitrate_max"), {"qp_min", "qp_max"}}) {
+    const Assignment* least = Find(changes, low);
+    const Assignment* most = Find(changes, high);
+    if (least == nullptr || most == nullptr || least->value <= most->value) continue;
+    error = Format("%s %d is above %s %d", low, least->value, high, most->value);
+    return false;
+  }
+  return true;
 }
 
 // Runs one request on the stream that the options name.
@@ -140,6 +155,7 @@ int Set(const SteerOptions& options) {
       if (!Parse(text, stream, changes, error)) return false;
     }
     AddBounds(changes);
+    if (!AreOrdered(changes, error)) return false;
     return std::all_of(changes.begin(), changes.end(), [&](const Assignment& change) {
       return quill::host::SetBoardWord(stream.id, change.word, change.value, error);
     });

@@ -39,8 +39,8 @@ class Stream {
   // Once the inbox has said that the stream is over, though nobody has stopped it.
   End JudgeEnd();
 
-  Source& Of() { return _source; }
-  const Source& Of() const { return _source; }
+  Source& GetSource() { return _source; }
+  const Source& GetSource() const { return _source; }
   bool IsPull() const { return _is_pull; }
   // Captures that came to nothing for want of a slot.
   std::uint64_t Dropped() const;

@@ -6,12 +6,12 @@
 #include <utility>
 
 #include "Console.h"
+#include "MediaWriter.h"
+#include "Units.h"
 
 namespace tessel::tool {
 namespace {
 
-constexpr std::int64_t kAacFrame = 1024;  // samples of each channel
-constexpr std::int64_t kPcmBytes = 2;     // of a sample
 // Time stamps of a sound card waver, samples do not: only what differs more is taken for a gap.
 constexpr std::int64_t kSoundSlackNs = 10'000'000;
 constexpr std::int64_t kMostSilenceNs = 60 * kSecondNs;  // in one piece
@@ -19,8 +19,8 @@ constexpr std::int64_t kMostSilenceNs = 60 * kSecondNs;  // in one piece
 }  // namespace
 
 void Track::Begin(bool is_metered) {
-  _format = stream.Of().Format();
-  if (!stream.Of().IsSound()) return;
+  _format = stream.GetSource().Format();
+  if (!stream.GetSource().IsSound()) return;
   _priming_ns = SoundNs(_format.priming_samples);
   if (is_metered) _meter = SoundMeter::Create(_format);
 }
@@ -30,29 +30,28 @@ std::int64_t Track::SoundNs(std::int64_t samples) const {
 }
 
 std::int64_t Track::SamplesIn(const frame_t& frame) const {
-  return _format.kind == kAac ? kAacFrame
-                              : std::int64_t{frame.size} / (kPcmBytes * _format.channels);
+  return _format.kind == kAac ? kAacFrame : std::int64_t{frame.size} / kPcmBytes / _format.channels;
 }
 
 // Of video.
 std::int64_t Track::FrameNs() const {
-  return kSecondNs / std::max(1, stream.Of().FramesPerSecond());
+  return kSecondNs / std::max(1, stream.GetSource().FramesPerSecond());
 }
 
 bool Track::IsBehind(const frame_t& frame, std::int64_t end_ns) const {
   if (!_start_ns) return false;
-  if (stream.Of().IsSound()) return PlaceSound(frame) >= end_ns;
+  if (stream.GetSource().IsSound()) return PlaceSound(frame) >= end_ns;
   // Half a frame of jitter does not make one more.
   return frame.timestamp - _origin_ns + FrameNs() / 2 >= end_ns;
 }
 
 bool Track::Reaches(std::int64_t end_ns) const {
-  return stream.Of().IsSound() && _start_ns && _end_ns >= end_ns;
+  return stream.GetSource().IsSound() && _start_ns && _end_ns >= end_ns;
 }
 
 bool Track::Write(const frame_t& frame, std::int64_t end_ns, MediaWriter& writer,
                   std::string& error) {
-  const bool is_sound = stream.Of().IsSound();
+  const bool is_sound = stream.GetSource().IsSound();
   if (!(is_sound ? WriteSound(frame, end_ns, writer, error) : WriteVideo(frame, writer, error))) {
     return false;
   }
@@ -81,6 +80,7 @@ std::int64_t Track::PlaceSound(const frame_t& frame) const {
 bool Track::WriteSound(const frame_t& frame, std::int64_t end_ns, MediaWriter& writer,
                        std::string& error) {
   std::int64_t time_ns = PlaceSound(frame);
+  if (_start_ns) _missing_ns += time_ns - (_anchor_ns + SoundNs(_samples));
   if (_format.kind == kPcm && _start_ns && !WriteSilence(time_ns, writer, error)) return false;
   if (!_start_ns || time_ns != _anchor_ns + SoundNs(_samples)) {
     _anchor_ns = time_ns;
@@ -133,21 +133,25 @@ std::vector<SoundMeter::Level> Track::RecentLevels(SoundMeter::Clock::time_point
 std::string Track::Summary() const {
   const auto count = [](std::uint64_t value) { return static_cast<unsigned long long>(value); };
   const double kilobits = static_cast<double>(_bytes) * 8 / 1000;
-  if (!stream.Of().IsSound()) {
+  const double kilobits_per_second = Seconds() > 0 ? kilobits / Seconds() : 0;
+  if (!stream.GetSource().IsSound()) {
     return Format("%llu frames, %.2f s, %.0f kbit/s, %llu key frames, %llu dropped", count(_frames),
-                  Seconds(), kilobits / Seconds(), count(_key_frames), count(stream.Dropped()));
+                  Seconds(), kilobits_per_second, count(_key_frames), count(stream.Dropped()));
   }
-  const std::int64_t samples = std::llround(Seconds() * _format.rate);
+  const double missing = static_cast<double>(_missing_ns) / double{kSecondNs};
+  // What is missing stands as silence in a file that has no other times.
+  const double written = _format.kind == kPcm ? Seconds() : Seconds() - missing;
+  const std::int64_t samples = std::llround(written * _format.rate);
   std::string text =
-      Format("%lld samples, %.2f s, %d Hz, %d channel%s, %.0f kbit/s",
-             static_cast<long long>(samples), Seconds(), _format.rate, _format.channels,
-             _format.channels == 1 ? "" : "s", kilobits / Seconds());
+      Format("%lld samples, %.2f s, %s, %.0f kbit/s", static_cast<long long>(samples), Seconds(),
+             SoundText(_format.rate, _format.channels).c_str(), kilobits_per_second);
   if (_meter != nullptr) {
     const auto levels = _meter->Total();
     text += ", peak " + LevelText(levels, &SoundMeter::Level::peak_db) + " dBFS, RMS " +
             LevelText(levels, &SoundMeter::Level::rms_db) + " dBFS";
   }
-  return text + Format(", %llu dropped", count(stream.Dropped()));
+  text += Format(", %llu dropped", count(stream.Dropped()));
+  return _missing_ns == 0 ? text : text + Format(", %.2f s missing", missing);
 }
 
 }  // namespace tessel::tool

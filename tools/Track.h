@@ -8,11 +8,13 @@
 #include <vector>
 
 #include "FrameLog.h"
-#include "MediaWriter.h"
+#include "MediaFormat.h"
 #include "SoundMeter.h"
 #include "Stream.h"
 
 namespace tessel::tool {
+
+class MediaWriter;
 
 // Client's thread.
 class Track {
@@ -63,6 +65,7 @@ class Track {
   // Constant after Begin.
   MediaFormat _format;
   std::int64_t _priming_ns = 0;
+  std::int64_t _missing_ns = 0;  // of sound, between what came
   std::unique_ptr<SoundMeter> _meter;
 
   std::int64_t _origin_ns = 0;

@@ -85,6 +85,10 @@ bool ParseSeconds(std::string_view text, double& seconds, std::string& error) {
   return false;
 }
 
+std::string SoundText(int rate, int channels) {
+  return Format("%d Hz, %d channel%s", rate, channels, channels == 1 ? "" : "s");
+}
+
 std::string ScaledText(int value) {
   if (value == 0) return "0";
   if (value % 1'000'000'000 == 0) return std::to_string(value / 1'000'000'000) + "G";

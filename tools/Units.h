@@ -18,6 +18,9 @@ namespace tessel::tool {
 // Seconds above 0, with a fraction or not.
 [[nodiscard]] bool ParseSeconds(std::string_view text, double& seconds, std::string& error);
 
+// "48000 Hz, 2 channels".
+std::string SoundText(int rate, int channels);
+
 // "2M", "500k", "1234567": the shortest text that ParseScaled() reads back.
 std::string ScaledText(int value);
 

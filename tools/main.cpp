@@ -66,58 +66,63 @@ void AddTop(CLI::App& tool, TopOptions& options, std::string& rtos, std::string&
   AddBoard(command, board);
 }
 
-CLI::App& AddSteering(CLI::App& tool, const char* name, const char* help, SteerOptions& options,
-                      std::string& rtos) {
+CLI::App& AddSteering(CLI::App& tool, const char* name, const char* help, const std::string& footer,
+                      SteerOptions& options, std::string& rtos) {
   CLI::App& command = *tool.add_subcommand(name, help);
+  command.footer(footer);
   command
       .add_option("STREAM", options.stream,
                   "Its number, session or kind (h264, jpeg-trigger, ...), as `tessel top` shows it")
       ->required();
-  AddRtos(command, rtos);
+  AddRunningRtos(command, rtos);
   return command;
 }
 
 void AddSet(CLI::App& tool, SteerOptions& options, std::string& rtos) {
   CLI::App& command = AddSteering(
-      tool, "set", "Change the rate control of a stream that another process runs", options, rtos);
-  command.footer("Example:\n  tessel set h264 bitrate=2M bitrate-max=4M fps=25\n\nKeys: " +
-                 ControlNames() + "\n");
+      tool, "set", "Change the rate control of a stream that another process runs",
+      "Example:\n  tessel set h264 bitrate=2M bitrate-max=4M fps=25\n\nKeys: " + ControlNames() +
+          "\n",
+      options, rtos);
   command.add_option("KEY=VALUE", options.assignments, "What to change")->required();
 }
 
 void AddDevices(CLI::App& tool, DevicesOptions& options, std::string& rtos, std::string& board) {
   CLI::App& command =
       *tool.add_subcommand("devices", "Show the board's microphone and speaker and their controls");
+  command.footer(
+      "Examples:\n  tessel devices --board telephone\n  tessel devices --json --rtos /tmp/board\n");
   command.add_flag("--json", options.json, "One JSON line a device");
   AddRtos(command, rtos);
   AddBoard(command, board);
 }
 
-CLI::App& AddDevice(CLI::App& tool, const char* name, const char* help, DeviceOptions& options,
-                    std::string& rtos) {
+CLI::App& AddDevice(CLI::App& tool, const char* name, const char* help, const char* footer,
+                    DeviceOptions& options, std::string& rtos) {
   CLI::App& command = *tool.add_subcommand(name, help);
+  command.footer(footer);
   command.add_option("DEVICE", options.device, "mic or speaker")->required();
-  AddRtos(command, rtos);
+  AddRunningRtos(command, rtos);
   return command;
 }
 
 void AddVolume(CLI::App& tool, DeviceOptions& options, std::string& rtos) {
-  CLI::App& command = AddDevice(
-      tool, "volume", "Set the volume of a device of a real-time side that runs", options, rtos);
-  command.footer("Example:\n  tessel volume mic 40 --rtos /tmp/board\n");
+  CLI::App& command =
+      AddDevice(tool, "volume", "Set the volume of a device of a real-time side that runs",
+                "Example:\n  tessel volume mic 40 --rtos /tmp/board\n", options, rtos);
   AddWhole(command, "N", -kMostCount, kMostCount, options.value,
            "Volume; brought into the device's range");
   command.get_option("N")->required();
 }
 
-void AddSwitch(CLI::App& tool, const char* name, const char* help, DeviceOptions& options,
-               std::string& rtos) {
-  CLI::App& command = AddDevice(tool, name, help, options, rtos);
+void AddSwitch(CLI::App& tool, const char* name, const char* help, const char* footer,
+               DeviceOptions& options, std::string& rtos) {
+  CLI::App& command = AddDevice(tool, name, help, footer, options, rtos);
   const auto read = [name, &options](const std::string& text) {
     if (text != "on" && text != "off") Refuse(name, Quoted(text) + " is neither on nor off");
     options.value = text == "on" ? 1 : 0;
   };
-  AddText(command, "on|off", "", "", read)->required();
+  AddText(command, "on|off", "", "Which of the two it is to be", read)->required();
 }
 
 void ReadSize(const std::string& text, SnapOptions& options) {
@@ -156,6 +161,7 @@ void AddSnap(CLI::App& tool, SnapOptions& options, std::string& rtos) {
   command.add_option("--sensor", options.sensor, "test, a media file, or a camera as /dev/video0")
       ->type_name("INPUT")
       ->capture_default_str();
+  command.add_flag("--once", options.once, "Play a media file once instead of over and over");
   command.add_flag("--unpaced", options.unpaced, "Without waiting for the sensor's next picture");
   AddRtos(command, rtos);
 }
@@ -166,6 +172,13 @@ int WrongUsage(const CLI::App& tool, const std::string& reason) {
   Say(reason);
   Say("`" + command + " --help` shows what there is");
   return kWrongUsage;
+}
+
+// What a command has printed has to have got somewhere.
+int EndOutput(int exit_code) {
+  if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return exit_code;
+  Say("cannot write to standard output");
+  return kFailed;
 }
 
 int Run(int argc, char** argv) {
@@ -188,16 +201,17 @@ int Run(int argc, char** argv) {
   AddCapture(tool, capture, rtos, host.board);
   AddTop(tool, top, rtos, host.board);
   AddSet(tool, steer, rtos);
-  AddSteering(tool, "key", "Ask a stream that another process runs for a key frame", steer, rtos);
-  AddSteering(tool, "trigger", "Ask a triggered stream of another process for a frame", steer,
-              rtos);
+  AddSteering(tool, "key", "Ask a stream that another process runs for a key frame",
+              "Example:\n  tessel key h264 --rtos /tmp/board\n", steer, rtos);
+  AddSteering(tool, "trigger", "Ask a triggered stream of another process for a frame",
+              "Example:\n  tessel trigger jpeg-trigger --rtos /tmp/board\n", steer, rtos);
   AddSnap(tool, snap, rtos);
   AddDevices(tool, devices, rtos, host.board);
   AddVolume(tool, device, rtos);
   AddSwitch(tool, "mute", "Mute a device of a real-time side that runs; its volume goes to 0",
-            device, rtos);
-  AddSwitch(tool, "agc", "Let a device of a real-time side that runs choose its gain", device,
-            rtos);
+            "Example:\n  tessel mute mic on --rtos /tmp/board\n", device, rtos);
+  AddSwitch(tool, "agc", "Let a device of a real-time side that runs choose its gain",
+            "Example:\n  tessel agc mic off --rtos /tmp/board\n", device, rtos);
   try {
     tool.parse(argc, argv);
   } catch (const CLI::ParseError& stop) {
@@ -206,6 +220,7 @@ int Run(int argc, char** argv) {
   }
   if (tool.get_subcommands().empty()) return WrongUsage(tool, "a command is missing");
   std::string error;
+  if (!CheckBoard(host.board, rtos, error)) return WrongUsage(tool, error);
   if (tool.got_subcommand("capture") && !Check(capture, error)) return WrongUsage(tool, error);
 
   // Whoever asks for an end while things are being loaded is heard later.
@@ -232,7 +247,7 @@ int Run(int argc, char** argv) {
       {"agc", [&] { return SetGainControl(device); }},
   };
   for (const auto& [name, run] : commands) {
-    if (tool.got_subcommand(name)) return run();
+    if (tool.got_subcommand(name)) return EndOutput(run());
   }
   return kWrongUsage;  // none is left out above
 }

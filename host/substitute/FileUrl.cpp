@@ -52,4 +52,13 @@ bool ReadFileUrl(const std::string& url, std::string& path, std::string& error) 
   return false;
 }
 
+std::string FileUrlOf(const std::string& path) {
+  std::string url(kScheme);
+  for (const char letter : path) {
+    url += letter;
+    if (letter == '%') url += "25";  // its own code
+  }
+  return url;
+}
+
 }  // namespace quill::host

@@ -146,11 +146,12 @@ QUILL_PUBLIC bool TriggerFrame(int id, std::string& error);
 
 // The path that the "file://" URL of a still picture names: relative to the working directory
 // unless it begins with "/". A "%" and two hexadecimal digits stand for a byte (RFC 3986); "%01d"
-// to
-// "%09d", which number files, stay as they are, and so does a "%" before anything else, as in
+// to "%09d", which number files, stay as they are, and so does a "%" before anything else, as in
 // "%d.jpeg". False with `error`, which does not repeat the URL. Any thread.
 [[nodiscard]] QUILL_PUBLIC bool ReadFileUrl(const std::string& url, std::string& path,
                                             std::string& error);
+// The URL that ReadFileUrl() reads as `path`, the path of a file. Any thread.
+QUILL_PUBLIC std::string FileUrlOf(const std::string& path);
 
 // The shared window: bytes handed out, and in how many pieces the rest is.
 struct WindowUse {
