@@ -81,10 +81,10 @@ class DirectChain : private Context, private StopSignal {
     return nullptr;
   }
   int FramesPerSecond() const override { return 30; }
-  std::optional<Colours> EncoderWants() const override { return Colours::kVideo; }
-  bool HasEncoder() const override { return true; }
+  const ElementRow* Encoder() const override { return &_row; }
   bool SleepUntil(std::int64_t) override { return true; }
 
+  const ElementRow _row = {"", nullptr, true, Colours::kVideo};
   mutable VbrcBlock _block;
   Board _board;
   CameraSource _camera;

@@ -2,13 +2,13 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstdlib>
 #include <new>
 #include <system_error>
 
 #include <pthread.h>
 
 #include "Clock.h"
+#include "quill/ostream_string.h"
 #include "SessionProducer.h"
 #include "ShmSink.h"
 
@@ -119,8 +119,7 @@ bool Application::Build(const AttrSet& description, std::span<const ElementRow> 
     }
     _chain.push_back({wanted.class_name, row->make()});
     if (row->is_encoder) {
-      _has_encoder = true;
-      _encoder_wants = row->encodes;
+      _encoder = row;
       // The rate asked of the encoder is the rate at which the source captures.
       wanted.params.Get("fr", _frames_per_second);
     }
@@ -161,8 +160,8 @@ bool Application::TakeBlock(const char* address, std::string& error) {
 }
 
 VbrcBlock* Application::Block(const char* text, std::string& error) const {
-  const std::uint64_t address = std::strtoull(text, nullptr, 16);
-  const std::uint64_t offset = address - _linux_base;  // a wrapped one lies in no block
+  // An address below the base wraps and lies in no block.
+  const std::uint64_t offset = quill::base::ReadHandle(text) - _linux_base;
   auto place = _grants.blocks.upper_bound(offset);
   if (place != _grants.blocks.begin()) {
     const auto [begin, size_bytes] = *--place;

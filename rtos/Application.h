@@ -81,8 +81,7 @@ class Application : private Context, private StopSignal {
   std::unique_ptr<link::SessionProducer> Session(const char* name,
                                                  std::string& error) const override;
   int FramesPerSecond() const override { return _frames_per_second; }
-  std::optional<Colours> EncoderWants() const override { return _encoder_wants; }
-  bool HasEncoder() const override { return _has_encoder; }
+  const ElementRow* Encoder() const override { return _encoder; }
   // StopSignal
   bool SleepUntil(std::int64_t due_ns) override;
 
@@ -112,8 +111,7 @@ class Application : private Context, private StopSignal {
   std::string _session_name;
   Media _media;
   int _frames_per_second = 30;
-  std::optional<Colours> _encoder_wants;
-  bool _has_encoder = false;
+  const ElementRow* _encoder = nullptr;
   std::uint32_t _passed_over = 0;    // captures without a unit of their own; chain's thread
   std::uint32_t _next_sequence = 0;  // behind the last unit; chain's thread
 

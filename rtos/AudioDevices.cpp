@@ -1,7 +1,7 @@
 #include "AudioDevices.h"
 
 #include <algorithm>
-#include <cstdlib>
+#include <cassert>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -9,6 +9,8 @@
 #include <random>
 #include <string_view>
 #include <system_error>
+#include <utility>
+#include <vector>
 
 #include "quill/ostream_string.h"
 
@@ -18,6 +20,7 @@ namespace {
 using quill::base::ConvertToImpl;
 
 constexpr const char* kKinds[] = {"Microphone", "Speaker"};
+constexpr const char* kControls[] = {"vol", "agc", "mute"};
 constexpr std::string_view kKeys[] = {"rate",   "channels", "canVol", "vol",     "volmin",
                                       "volmax", "canAgc",   "agc",    "canMute", "mute"};
 constexpr char kUsual[] =
@@ -122,63 +125,74 @@ void AudioDevice::Describe(AttrSet& answer) const {
   if (_can_mute) answer.Add("mute", _mute.load());
 }
 
-bool AudioDevice::SetVolume(const std::string& value, std::string& error) {
-  int volume = 0;
-  // 0 is also what muting leaves behind, whatever the lower limit.
-  const bool fits = ConvertToImpl(value.c_str(), volume) && volume <= _volume_max &&
-                    (volume >= _volume_min || volume == 0);
-  if (fits) _volume = volume;
-  if (!fits) {
-    error = "vol=" + value + " outside " + std::to_string(_volume_min) + ".." +
-            std::to_string(_volume_max);
-  }
-  return fits;
-}
-
-bool AudioDevice::Set(const std::string& control, const std::string& value, std::string& error) {
+std::optional<int> AudioDevice::Check(const std::string& control, const std::string& text,
+                                      std::string& error) const {
   const bool is_there = (control == "vol" && _can_volume) || (control == "agc" && _can_agc) ||
                         (control == "mute" && _can_mute);
+  int volume = 0;
+  bool is_on = false;
   if (!is_there) {
     error = "it has no control \"" + control + "\"";
-    return false;
+  } else if (control != "vol") {
+    if (ConvertToImpl(text.c_str(), is_on)) return is_on ? 1 : 0;
+    error = control + "=" + text + " is neither true nor false";
+  } else {
+    // 0 is also what muting leaves behind, whatever the lower limit.
+    const bool fits = ConvertToImpl(text.c_str(), volume) && volume <= _volume_max &&
+                      (volume >= _volume_min || volume == 0);
+    if (fits) return volume;
+    error = "vol=" + text + " outside " + std::to_string(_volume_min) + ".." +
+            std::to_string(_volume_max);
   }
-  if (control == "vol") return SetVolume(value, error);
-  bool is_on = false;
-  if (!ConvertToImpl(value.c_str(), is_on)) {
-    error = control + "=" + value + " is neither true nor false";
-    return false;
+  return std::nullopt;
+}
+
+void AudioDevice::Store(const std::string& control, int value) {
+  if (control == "vol") _volume = value;
+  if (control == "agc") _agc = value != 0;
+  if (control == "mute") _mute = value != 0;
+  if (control == "mute" && value != 0) _volume = 0;
+}
+
+bool AudioDevice::Set(const AttrSet& request, std::string& error) {
+  std::vector<std::pair<std::string, int>> settings;
+  for (const AttrSet::Pair& pair : request.Pairs()) {
+    if (std::find(std::begin(kControls), std::end(kControls), pair.key) == std::end(kControls)) {
+      continue;
+    }
+    const std::optional<int> value = Check(pair.key, pair.value, error);
+    if (!value) return false;
+    settings.emplace_back(pair.key, *value);
   }
-  if (control == "mute" && is_on) _volume = 0;
-  (control == "mute" ? _mute : _agc) = is_on;
-  return true;
+  for (const auto& [control, value] : settings) Store(control, value);
+  if (settings.empty()) error = "nothing to set";
+  return !settings.empty();
 }
 
 AudioDevices AudioDevices::Usual() {
   AudioDevices usual;
   std::string error;
-  Read(AttrSet(kUsual), usual._devices, error);
+  [[maybe_unused]] const bool is_read = usual.Read(AttrSet(kUsual), error);
+  assert(is_read);
   return usual;
 }
 
-bool AudioDevices::Load(const std::string& path, std::string& error) {
+std::optional<AudioDevices> AudioDevices::Load(const std::string& path, std::string& error) {
   std::error_code failure;
   const bool is_file = std::filesystem::is_regular_file(path, failure);  // else opening may wait
   std::ifstream file;
   if (is_file) file.open(path);
   std::string text;
   AttrSet description;
-  Devices devices;
+  AudioDevices devices;
   error = is_file && ReadText(file, text) ? "" : "cannot be read";
   if (error.empty() && !description.Parse(text.c_str())) error = description.Error();
-  if (error.empty() && Read(description, devices, error)) {
-    _devices = std::move(devices);
-    return true;
-  }
+  if (error.empty() && devices.Read(description, error)) return devices;
   error = path + ": " + error;
-  return false;
+  return std::nullopt;
 }
 
-bool AudioDevices::Read(const AttrSet& description, Devices& devices, std::string& error) {
+bool AudioDevices::Read(const AttrSet& description, std::string& error) {
   for (const auto& [kind, text] : description.Pairs()) {
     AttrSet pairs;
     const bool is_kind = std::find(std::begin(kKinds), std::end(kKinds), kind) != std::end(kKinds);
@@ -187,7 +201,7 @@ bool AudioDevices::Read(const AttrSet& description, Devices& devices, std::strin
     } else if (!pairs.Parse(text.c_str())) {
       error = kind + ": " + pairs.Error();
     } else if (auto device = AudioDevice::Create(pairs, error)) {
-      devices[kind] = std::move(device);
+      _devices[kind] = std::move(device);
       continue;
     } else {
       error.insert(0, kind + ": ");
@@ -209,10 +223,9 @@ std::uint64_t AudioDevices::NewHandles() {
   return (upper << 32 | (random() & 0xfffffff0U)) + 1;
 }
 
-std::string AudioDevices::Handle(const std::string& kind) const {
-  const auto number =
-      static_cast<std::uint64_t>(std::distance(_devices.begin(), _devices.find(kind)));
-  return quill::base::ToString(reinterpret_cast<const void*>(_first_handle + number));
+std::uint64_t AudioDevices::Handle(const std::string& kind) const {
+  const auto place = std::distance(_devices.begin(), _devices.find(kind));
+  return _first_handle + static_cast<std::uint64_t>(place);
 }
 
 AudioDevice* AudioDevices::Known(const AttrSet& request, std::string& error) const {
@@ -227,7 +240,7 @@ bool AudioDevices::Probe(const AttrSet& request, AttrSet& answer, std::string& e
   const AudioDevice* device = Known(request, error);
   if (device == nullptr) return false;
   answer.Add("rst", true);
-  answer.Add("object_base", Handle(request.Get("devType")));
+  answer.Add("object_base", quill::base::HandleText(Handle(request.Get("devType"))));
   device->Describe(answer);
   return true;
 }
@@ -237,22 +250,13 @@ bool AudioDevices::Set(const AttrSet& request, std::string& error) {
   if (device == nullptr) return false;
   const std::string kind = request.Get("devType");
   const char* handle = request.Get("object_base");
-  if (handle == nullptr ||
-      std::strtoull(handle, nullptr, 16) != std::strtoull(Handle(kind).c_str(), nullptr, 16)) {
-    error = kind + ": object_base=" + (handle == nullptr ? "" : handle) + " is not its handle";
-    return false;
+  if (quill::base::ReadHandle(handle) != Handle(kind)) {
+    error = std::string("object_base=") + (handle == nullptr ? "" : handle) + " is not its handle";
+  } else if (device->Set(request, error)) {
+    return true;
   }
-  bool is_any = false;
-  for (const char* control : {"vol", "agc", "mute"}) {
-    const char* value = request.Get(control);
-    if (value == nullptr) continue;
-    is_any = true;
-    if (device->Set(control, value, error)) continue;
-    error.insert(0, kind + ": ");
-    return false;
-  }
-  if (!is_any) error = kind + ": nothing to set";
-  return is_any;
+  error.insert(0, kind + ": ");
+  return false;
 }
 
 }  // namespace tessel::rtos

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "quill/AttrSet.h"
@@ -20,23 +21,27 @@ class AudioDevice {
   // From its pairs in a description. Null with `error` naming what is missing, unknown or wrong.
   static std::unique_ptr<AudioDevice> Create(const AttrSet& description, std::string& error);
 
-  int Rate() const { return _rate; }          // samples/s of each channel
-  int Channels() const { return _channels; }  //
+  int Rate() const { return _rate; }  // samples/s of each channel
+  int Channels() const { return _channels; }
   // The factor that volume and mute come to, 0..1. The volume acts by the cube of its place between
   // its limits, as on mixing desks: half way up is -18 dB.
   float Gain() const;
-  bool IsLevelled() const { return _agc.load(std::memory_order_relaxed); }  // automatic gain
+  bool HasAutomaticGain() const { return _agc.load(std::memory_order_relaxed); }
 
   // Adds what a probe asks for.
   void Describe(AttrSet& answer) const;
-  // Sets a control: "vol", "agc" or "mute". Muting sets the volume to 0, for good. False with
-  // `error` when the device has none of that name or the value is out of range.
-  bool Set(const std::string& control, const std::string& value, std::string& error);
+  // Sets the controls that `request` has, "vol", "agc" and "mute", in its order. Muting sets the
+  // volume to 0, for good. False with `error`, and nothing is set, when there is none among them,
+  // the device lacks one, or a value is out of range.
+  bool Set(const AttrSet& request, std::string& error);
 
  private:
   AudioDevice() = default;
   bool Read(const AttrSet& description, std::string& error);
-  bool SetVolume(const std::string& value, std::string& error);
+  // What the text of a setting comes to; none with `error` when that cannot be set.
+  std::optional<int> Check(const std::string& control, const std::string& text,
+                           std::string& error) const;
+  void Store(const std::string& control, int value);
 
   // Constant after Create.
   int _rate = 0;
@@ -58,9 +63,9 @@ class AudioDevices {
   // A microphone and a speaker with everything but automatic gain for the speaker.
   static AudioDevices Usual();
   // From the file `path`: `Microphone={…},Speaker={…}`. Line breaks, indentation and what follows a
-  // "#" do not count; a kind that is left out is not there. False with `error` naming file, device
-  // and key; the devices then stay as they were.
-  bool Load(const std::string& path, std::string& error);
+  // "#" do not count; a kind that is left out is not there. None with `error` naming file, device
+  // and key.
+  static std::optional<AudioDevices> Load(const std::string& path, std::string& error);
 
   // Null when the board has none of that kind.
   const AudioDevice* Find(const std::string& kind) const;
@@ -69,13 +74,13 @@ class AudioDevices {
   bool Set(const AttrSet& request, std::string& error);
 
  private:
-  using Devices = std::map<std::string, std::unique_ptr<AudioDevice>>;
-  static bool Read(const AttrSet& description, Devices& devices, std::string& error);
+  AudioDevices() = default;
+  bool Read(const AttrSet& description, std::string& error);
   AudioDevice* Known(const AttrSet& request, std::string& error) const;
-  std::string Handle(const std::string& kind) const;
+  std::uint64_t Handle(const std::string& kind) const;
   static std::uint64_t NewHandles();
 
-  Devices _devices;
+  std::map<std::string, std::unique_ptr<AudioDevice>> _devices;
   std::uint64_t _first_handle = NewHandles();  // the others follow
 };
 

@@ -1,6 +1,5 @@
 #include "Connection.h"
 
-#include <cstdlib>
 #include <new>
 
 #include <sys/socket.h>
@@ -13,13 +12,10 @@ namespace tessel::rtos {
 namespace {
 
 using link::WireMessage;
-using quill::base::ToString;
+using quill::base::HandleText;
+using quill::base::ReadHandle;
 
 constexpr std::size_t kLongestName = 255;  // of a session: lists of them have to fit into an answer
-
-std::string HandleText(std::uint64_t handle) {
-  return ToString<const void*>(reinterpret_cast<const void*>(handle));
-}
 
 Board ReadBoard(const char* text, const AudioDevices& audio) {
   AttrSet set;
@@ -121,7 +117,7 @@ bool Connection::Hello(const AttrSet& request, Fds& fds, AttrSet& answer, std::s
     error = "hello takes one window, once";
     return false;
   }
-  _linux_base = std::strtoull(base, nullptr, 16);
+  _linux_base = ReadHandle(base);
   _window = link::SharedWindow::Attach(std::move(fds[0]), error);
   return _window != nullptr && answer.Add("pid", static_cast<int>(getpid()));
 }
@@ -199,7 +195,7 @@ bool Connection::Create(const AttrSet& request, Fds& fds, AttrSet& answer, std::
 Application* Connection::Find(const AttrSet& request, std::uint64_t& handle,
                               std::string& error) const {
   const char* text = request.Get("object_base");
-  handle = text == nullptr ? 0 : std::strtoull(text, nullptr, 16);
+  handle = ReadHandle(text);
   const auto place = _applications.find(handle);
   if (place != _applications.end()) return place->second.application.get();
   error = "no application object_base=" + std::string(text == nullptr ? "" : text);

@@ -30,6 +30,7 @@ namespace tessel::rtos {
 
 class AudioDevice;
 class QpPolicy;
+struct ElementRow;
 
 using quill::base::AttrSet;
 using quill::stream::VbrcBlock;
@@ -125,11 +126,9 @@ class Context {
                                                          std::string& error) const = 0;
   // The rate asked of this chain in frames/s: the encoder's "fr", or 30.
   virtual int FramesPerSecond() const = 0;
-  // What the later element that turns the source's picture into the final bytes wants to see. Where
-  // there is none the source writes its picture into the slot itself.
-  virtual std::optional<Colours> EncoderWants() const = 0;
-  // Whether a later element makes the final bytes out of the source's picture or sound.
-  virtual bool HasEncoder() const = 0;
+  // The element that makes the final bytes out of the source's picture or sound. Null: the source
+  // writes its picture, or the last element its sound, into the slot itself.
+  virtual const ElementRow* Encoder() const = 0;
 };
 
 enum class Verdict {
@@ -141,7 +140,7 @@ enum class Verdict {
   kFail,  // the chain cannot go on; LastError() says why
 };
 
-// Built and opened on the command thread; Start, Process and Stop run on the chain's thread.
+// Built, opened and destroyed on the command thread; all between is called on the chain's thread.
 class Element {
  public:
   virtual ~Element() = default;
@@ -156,11 +155,13 @@ class Element {
   virtual Verdict Admit(const Unit&) { return Verdict::kPass; }
   // The chain begins, or begins again, to move units.
   virtual void Start() {}
+  // Does its part of the unit.
   virtual Verdict Process(Unit& unit) = 0;
   virtual void Stop() {}
   // Whether anything of what was processed is still to come.
   virtual bool KeepsBack() const { return false; }
-  // The input has ended: gives what is kept back, one unit a call. kEnd: nothing (more).
+  // The input has ended: gives what is kept back, one unit a call. kEnd: nothing (more). REQUIRES:
+  // KeepsBack().
   virtual Verdict Drain(Unit&) { return Verdict::kEnd; }
 
   // What the elements in front are to be steered by; null for most elements. Once open.
@@ -188,12 +189,13 @@ class StopSignal {
   virtual bool SleepUntil(std::int64_t due_ns) = 0;
 };
 
-// The first element of a chain. Process() makes the picture of the moment that Await() announced.
+// The first element of a chain. Process() makes the picture, or the block of sound, of the moment
+// that Await() announced.
 class Source : public Element {
  public:
   // Waits until the next unit is due and fills in `capture`, `time_ns` and `frames_per_second`.
-  // Verdict::kEnd when the chain is told to stop. With `unit.control.framerate_max` above 0 that is
-  // the rate to hold.
+  // Verdict::kEnd when the chain is told to stop, or the input is over. With
+  // `unit.control.framerate_max` above 0 that is the rate to hold.
   virtual Verdict Await(Unit& unit, StopSignal& stop) = 0;
   // Passes over the unit that Await() announced.
   virtual Verdict Skip(Unit& unit) = 0;

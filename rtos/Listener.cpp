@@ -59,6 +59,13 @@ ino_t InodeOf(const std::string& path) {
   return lstat(path.c_str(), &file) == 0 ? file.st_ino : 0;
 }
 
+// Why the name cannot be had.
+std::string Occupant(const std::string& path) {
+  struct stat file = {};
+  const bool is_other = lstat(path.c_str(), &file) == 0 && !S_ISSOCK(file.st_mode);
+  return is_other ? "is there, and no socket" : "somebody listens there";
+}
+
 }  // namespace
 
 // The socket gets its name when it listens already, so that nobody takes it for a dead one.
@@ -79,7 +86,7 @@ std::unique_ptr<Listener> Listener::Create(const std::string& path, RealTimeSide
   }
   const ino_t inode = InodeOf(first_path);
   const bool is_free = ::link(first_path.c_str(), path.c_str()) == 0;
-  if (!is_free) error = path + ": " + (errno == EEXIST ? "somebody listens there" : Reason());
+  if (!is_free) error = path + ": " + (errno == EEXIST ? Occupant(path) : Reason());
   const bool is_ours =
       is_free || (IsLeftOver(path) && rename(first_path.c_str(), path.c_str()) == 0);
   unlink(first_path.c_str());

@@ -53,12 +53,13 @@ int Run(int argc, char** argv) {
   } catch (const CLI::ParseError& stop) {
     return app.exit(stop) == 0 ? EXIT_SUCCESS : 2;
   }
-  RealTimeSide side{BoardElements()};
   std::string error;
-  if (!board.empty() && !side.audio.Load(board, error)) {
+  auto devices = board.empty() ? AudioDevices::Usual() : AudioDevices::Load(board, error);
+  if (!devices) {
     std::fprintf(stderr, "tessel-rtos: %s\n", error.c_str());
     return EXIT_FAILURE;
   }
+  RealTimeSide side{BoardElements(), std::move(*devices)};
   if (!path.empty()) return ListenAt(path, side);
   if (connection < 0) {
     std::fputs("tessel-rtos: --listen PATH is missing; see --help\n", stderr);

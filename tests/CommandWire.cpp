@@ -1,5 +1,4 @@
 // Messages between the two sides: their borders, what each side makes of nonsense, and of silence.
-#include <algorithm>
 #include <thread>
 
 #include <fcntl.h>
@@ -148,51 +147,49 @@ TEST_F(Served, HelloComesFirstAndOnce) {
 
 TEST_F(Served, AnswersEveryBadRequestWithItsReason) {
   ASSERT_TRUE(Ask(hello, {window->Fd()}).starts_with("pid="));
-  const std::string create = "cmd=tesselCreate,blocks={4096=744},sessions=";
-  const std::string sink = "ShmSink:session_name=s";
-  const auto chain = [&](const std::string& elements) {
-    return create + ",layout={type=pipeline,layout={" + elements + "}}";
-  };
-  const std::pair<std::string, std::string> rows[] = {
-      {"}{", "error=refused; the reason cannot be written"},
-      {"a", "error={position 1: expected \"=\" after the key}"},
-      {"", "error=no command \"\""},
-      {"cmd=fly", "error=no command \"fly\""},
-      {"cmd=tesselMedia", "error={no application object_base=}"},
-      {"cmd=tesselStatus,object_base=0x9,status=play", "error={no application object_base=0x9}"},
-      {"cmd=tesselDestroy,object_base=zz", "error={no application object_base=zz}"},
-      {"cmd=tesselCreate", "error={blocks= or sessions= cannot be read}"},
+  // "@" stands for a creation, "$" for a sink
+  const std::pair<const char*, const char*> rows[] = {
+      {"}{", "refused; the reason cannot be written"},
+      {"a", "{position 1: expected \"=\" after the key}"},
+      {"", "no command \"\""},
+      {"cmd=fly", "no command \"fly\""},
+      {"cmd=tesselMedia", "{no application object_base=}"},
+      {"cmd=tesselStatus,object_base=0x9,status=play", "{no application object_base=0x9}"},
+      {"cmd=tesselDestroy,object_base=zz", "{no application object_base=zz}"},
+      {"cmd=tesselCreate", "{blocks= or sessions= cannot be read}"},
       {"cmd=tesselCreate,blocks=,sessions={s={offset=4096,size=8192}}",
-       "error={blocks= or sessions= cannot be read}"},  // no bells came with it
+       "{blocks= or sessions= cannot be read}"},  // no bells came with it
       {"cmd=tesselCreate,blocks={1048576=744},sessions=",
-       "error={blocks: 1048576=744 lies outside the window}"},
+       "{blocks: 1048576=744 lies outside the window}"},
       {"cmd=tesselCreate,blocks={18446744073709551615=744},sessions=",
-       "error={blocks: 18446744073709551615=744 lies outside the window}"},
-      {"cmd=tesselCreate,blocks={-1=744},sessions=",
-       "error={blocks: -1=744 lies outside the window}"},
-      {create, "error={an application without layout=}"},
-      {create + ",layout={type=Application,layout={A}}",
-       "error=an application that holds no pipeline"},
-      {chain("A+"), "error=position 2: expected an element"},
-      {chain("lens"), "error=no element \"lens\""},
-      {chain(sink), "error=a chain that does not begin with a source and end with a sink"},
-      {chain("pv-yuv-src-adv"),
-       "error=a chain that does not begin with a source and end with a sink"},
-      {chain("pv-yuv-src-adv+" + sink),
-       "error={element \"ShmSink\": session_name=s is no session handed out}"},
-      {chain("pv-yuv-src-adv+ShmSink"), "error={element \"ShmSink\": no session_name=}"},
-      {chain("pv-yuv-src-adv:vbrc=0x100000+" + sink),
-       "error={element \"pv-yuv-src-adv\": vbrc=0x100000 lies in no block handed out}"},
-      {chain("pv-yuv-src-adv:vbrc=0x101004+" + sink),  // its end lies outside
-       "error={element \"pv-yuv-src-adv\": vbrc=0x101004 lies in no block handed out}"},
-      {chain("pv-yuv-src-adv:vbrc=0x100fff+" + sink),
-       "error={element \"pv-yuv-src-adv\": vbrc=0x100fff lies in no block handed out}"},
-      {chain("pv-yuv-src-adv:vbrc=0x0+" + sink),
-       "error={element \"pv-yuv-src-adv\": vbrc=0x0 lies in no block handed out}"},
-      {chain("pv-yuv-src-adv:vbrc=0x101000+" + sink),  // this one is right
-       "error={element \"ShmSink\": session_name=s is no session handed out}"},
+       "{blocks: 18446744073709551615=744 lies outside the window}"},
+      {"cmd=tesselCreate,blocks={-1=744},sessions=", "{blocks: -1=744 lies outside the window}"},
+      {"@", "{an application without layout=}"},
+      {"@,layout={type=Application,layout={A}}", "an application that holds no pipeline"},
+      {"@,layout={type=pipeline,layout={A+}}", "position 2: expected an element"},
+      {"@,layout={type=pipeline,layout={lens}}", "no element \"lens\""},
+      {"@,layout={type=pipeline,layout={$}}",
+       "a chain that does not begin with a source and end with a sink"},
+      {"@,layout={type=pipeline,layout={pv-yuv-src-adv}}",
+       "a chain that does not begin with a source and end with a sink"},
+      {"@,layout={type=pipeline,layout={pv-yuv-src-adv+$}}",
+       "{element \"ShmSink\": session_name=s is no session handed out}"},
+      {"@,layout={type=pipeline,layout={pv-yuv-src-adv+ShmSink}}",
+       "{element \"ShmSink\": no session_name=}"},
   };
-  for (const auto& [request, answer] : rows) EXPECT_EQ(Ask(request), answer) << request;
+  const auto ask = [this](const std::string& text) {
+    const std::string create = "cmd=tesselCreate,blocks={4096=744},sessions=";
+    return Ask(Fill(Fill(text, '@', create), '$', "ShmSink:session_name=s"));
+  };
+  for (const auto& [request, answer] : rows) {
+    EXPECT_EQ(ask(request), std::string("error=") + answer) << request;
+  }
+  for (const std::string block : {"0x100000", "0x101004", "0x100fff", "0x0"}) {  // 0x101000 is one
+    EXPECT_EQ(ask("@,layout={type=pipeline,layout={pv-yuv-src-adv:vbrc=" + block + "+$}}"),
+              "error={element \"pv-yuv-src-adv\": vbrc=" + block + " lies in no block handed out}");
+  }
+  EXPECT_EQ(ask("@,layout={type=pipeline,layout={pv-yuv-src-adv:vbrc=0x101000+$}}"),
+            "error={element \"ShmSink\": session_name=s is no session handed out}");
 }
 
 TEST_F(Served, RefusesSessionAreasThatDoNotFit) {
@@ -232,7 +229,7 @@ TEST_F(Served, SteersOnlyWhatCanBeSteeredByDescriptorsThatCannotHurtIt) {
   ASSERT_TRUE(Ask(create + chain, {bell.Fd(), bell.Fd()}).starts_with("object_base=0x"));
   const std::string list = Ask("cmd=tesselList");
   ASSERT_TRUE(list.starts_with("streams={1={chain=")) << list;
-  const std::pair<std::string, std::string> rows[] = {
+  const std::pair<const char*, const char*> rows[] = {
       {"tesselRequest,stream=1,word=keyframe_req", "the stream has no key frames to ask for"},
       {"tesselRequest,stream=1,word=trigger_req", "the stream is not one of single frames"},
       {"tesselRequest,stream=1,word=qp", "\"qp\" is nothing that can be requested"},
@@ -242,7 +239,9 @@ TEST_F(Served, SteersOnlyWhatCanBeSteeredByDescriptorsThatCannotHurtIt) {
       {"tesselSet,stream=2,word=qp,value=3", "no stream 2"},
       {"tesselSet,stream=1,word=qp", "{tesselSet takes stream=, word= and value=}"},
   };
-  for (const auto& [request, answer] : rows) EXPECT_EQ(Ask("cmd=" + request), "error=" + answer);
+  for (const auto& [request, answer] : rows) {
+    EXPECT_EQ(Ask(std::string("cmd=") + request), std::string("error=") + answer);
+  }
 }
 
 class CommandWire : public StreamTest {
@@ -300,14 +299,10 @@ TEST_F(CommandWire, AProgramThatEndsAtOnceOrIsMissingFailsTheOpening) {
   UseOddFarSide("exits");
   EXPECT_FALSE(camera->Open());
   EXPECT_EQ(LogLines()[0], Refusal("the real-time side is gone"));
-  auto options = quill::host::GetOptions();
-  options.far_side_program = "/nowhere/tessel-rtos";
-  quill::host::SetOptions(options);
+  Use([](auto& options) { options.far_side_program = "/nowhere/tessel-rtos"; });
   EXPECT_FALSE(camera->Open());
   EXPECT_EQ(LogLines()[0], Refusal("cannot start /nowhere/tessel-rtos: No such file or directory"));
-  options.far_side_program.clear();
-  options.far_side_arguments.clear();
-  quill::host::SetOptions(options);
+  Use([](auto& options) { options.far_side_program.clear(), options.far_side_arguments.clear(); });
   EXPECT_TRUE(camera->Open()) << "the next command starts afresh";
 }
 
@@ -329,29 +324,21 @@ int InChild(const std::function<bool()>& child) {
   return status;
 }
 
-TEST_F(CommandWire, AForkedChildGetsAnError) {
+TEST_F(CommandWire, AForkedChildGetsAnErrorAndNoFramesOfItsParent) {
   const Camera camera = Make();
-  const Camera playing = OpenPull();
-  EXPECT_EQ(InChild([&] {
-              LogLines();
-              return !camera->Open() &&
-                     LogLines()[0] == Refusal("the connection is the parent process's");
-            }),
-            0);
-  EXPECT_EQ(InChild([&] { return quill::stream::VBRC(nullptr).Data() == nullptr; }), 0);
-  EXPECT_NE(NextFrame(playing), nullptr) << "the parent's stream goes on";
-}
-
-TEST_F(CommandWire, AForkedChildTakesNoFramesFromItsParent) {
   const Camera playing = OpenPull();
   ASSERT_NE(NextFrame(playing), nullptr);
   ASSERT_TRUE(Eventually([] { return Counters().made > Counters().delivered; }));
   EXPECT_EQ(InChild([&] {
+              LogLines();
               Frame frame;
-              return !playing->PullFrame(frame, false);
+              return !playing->PullFrame(frame, false) && !camera->Open() &&
+                     LogLines()[0] == Refusal("the connection is the parent process's") &&
+                     quill::stream::VBRC(nullptr).Data() == nullptr;
             }),
             0);
   EXPECT_EQ(Counters().held, 0U) << "the child has counted in the parent's ring";
+  EXPECT_NE(NextFrame(playing), nullptr) << "the parent's stream goes on";
 }
 
 }  // namespace

@@ -71,10 +71,7 @@ TEST_F(Concurrency, StopWaitsForACallbackThatStoppedTheStreamItself) {
 TEST_F(Concurrency, APullThatDoesNotBlockDoesNotWaitForOneThatDoes) {
   const Camera camera = OpenPull();
   ASSERT_TRUE(camera->Stop() && camera->Start());
-  std::vector<Frame> kept;  // with every slot held no frame comes
-  while (static_cast<int>(kept.size()) < quill::host::GetOptions().session_slots) {
-    kept.push_back(NextFrame(camera));
-  }
+  const std::vector<Frame> kept = HoldAllSlots(camera);
   auto blocked = std::async(std::launch::async, [&] { return NextFrame(camera) != nullptr; });
   Frame frame;
   EXPECT_FALSE(camera->PullFrame(frame, false));

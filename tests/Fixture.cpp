@@ -1,6 +1,6 @@
 #include "Fixture.h"
 
-#include <algorithm>
+#include <regex>
 #include <thread>
 
 #include <signal.h>
@@ -47,17 +47,33 @@ Lines LogLines(DebugLevel level) {
 }
 
 bool IsLogged(const std::string& text) {
-  const Lines lines = LogLines();
-  return std::any_of(lines.begin(), lines.end(), [&text](const std::string& line) {
-    return line.find(text) != std::string::npos;
-  });
+  bool is_there = false;
+  for (const std::string& line : LogLines()) is_there |= line.find(text) != line.npos;
+  return is_there;
+}
+
+std::string Fill(std::string text, char mark, const std::string& value) {
+  for (auto at = text.find(mark); at != text.npos; at = text.find(mark, at + value.size())) {
+    text.replace(at, 1, value);
+  }
+  return text;
+}
+
+Lines Match(const std::string& text, const char* expression) {
+  std::smatch match;
+  std::regex_match(text, match, std::regex(expression));
+  return {match.begin(), match.end()};
+}
+
+std::string Masked(const std::string& text, const char* expression, const char* value) {
+  return std::regex_replace(text, std::regex(expression), value);
 }
 
 bool Eventually(const std::function<bool()>& is_so) {
   const auto end = std::chrono::steady_clock::now() + kDeadline;
   while (!is_so()) {
     if (std::chrono::steady_clock::now() > end) return false;
-    std::this_thread::yield();
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
   return true;
 }
@@ -67,6 +83,7 @@ StreamTest::StreamTest() {
   _used_bytes = quill::host::GetWindowUse().used_bytes;
   quill::host::Options options;
   options.session_bytes = std::size_t{4} << 20;
+  options.command_timeout = kDeadline;
   quill::host::SetOptions(options);
   for (int level = 0; level < quill::stream::kDebugLevels; ++level) {
     LogLines(static_cast<DebugLevel>(level));
@@ -83,11 +100,17 @@ StreamTest::~StreamTest() {
     std::fprintf(stderr, "not looked at: %s\n", line.c_str());
 }
 
-void StreamTest::UseOddFarSide(const std::string& behaviour) {
+void StreamTest::Use(const std::function<void(quill::host::Options&)>& edit) {
   quill::host::Options options = quill::host::GetOptions();
-  options.far_side_program = "/proc/self/exe";
-  options.far_side_arguments = {"--behaviour=" + behaviour};
+  edit(options);
   quill::host::SetOptions(options);
+}
+
+void StreamTest::UseOddFarSide(const std::string& behaviour) {
+  Use([&behaviour](auto& options) {
+    options.far_side_program = "/proc/self/exe";
+    options.far_side_arguments = {"--behaviour=" + behaviour};
+  });
 }
 
 void StreamTest::Replace(const char* name,
@@ -106,6 +129,15 @@ void StreamTest::EditMedia(const std::function<void(AttrSet&)>& edit) {
       edit(media);
       args.Add("media", media.ToString(false));
     }
+    return done;
+  });
+}
+
+void StreamTest::WatchBlock() {
+  Replace("shm_alloc", [this](AttrSet& args, const Command& real) {
+    const bool done = real(args);
+    const char* ptr = done ? args.Get("ptr") : "0";
+    _block = reinterpret_cast<quill::stream::VbrcBlock*>(std::strtoull(ptr, nullptr, 16));
     return done;
   });
 }
@@ -136,6 +168,12 @@ Frame StreamTest::NextFrame(const Camera& camera) {
   Frame frame;
   camera->PullFrame(frame, true);
   return frame;
+}
+
+std::vector<Frame> StreamTest::HoldAllSlots(const Camera& camera) {
+  std::vector<Frame> frames(static_cast<std::size_t>(quill::host::GetOptions().session_slots));
+  for (Frame& frame : frames) frame = NextFrame(camera);
+  return frames;
 }
 
 quill::host::StreamCounters StreamTest::Counters() {

@@ -15,6 +15,7 @@
 #include "quill/Debug.h"
 #include "quill/Factory.h"
 #include "quill/Host.h"
+#include "quill/VbrcBlock.h"
 #include "tessel/IH264Source.h"
 
 namespace tessel::tests {
@@ -55,6 +56,15 @@ Lines LogLines(quill::stream::DebugLevel level = quill::stream::kError);
 // Whether one of the red lines since the last call has that text.
 bool IsLogged(const std::string& text);
 
+// `text` with `value` for each `mark`.
+std::string Fill(std::string text, char mark, const std::string& value);
+
+// <regex> compiles slowly, so that it is used in one file only. The text that matches `expression`
+// as a whole, and its groups; nothing when it does not match.
+Lines Match(const std::string& text, const char* expression);
+// `text` with `value` for whatever matches `expression`.
+std::string Masked(const std::string& text, const char* expression, const char* value);
+
 // Happens once; waited for with the deadline.
 class Event {
  public:
@@ -82,6 +92,8 @@ class StreamTest : public ::testing::Test {
   StreamTest();
   ~StreamTest() override;
 
+  // Changes the host's options until the test ends.
+  static void Use(const std::function<void(quill::host::Options&)>& edit);
   // The next connection is to this program, which then behaves as told; see OddFarSide.h.
   static void UseOddFarSide(const std::string& behaviour);
   // Replaces a command until the test ends; `command` may call the one that stood there.
@@ -90,13 +102,19 @@ class StreamTest : public ::testing::Test {
   // Lets `edit` change what the real-time side says of a stream's media.
   void EditMedia(const std::function<void(AttrSet&)>& edit);
 
+  // From here on `_block` is the rate-control block of the object made last.
+  void WatchBlock();
+
   static Camera Make(const char* name = kPull);  // of 160 x 120 pixels
   static Camera OpenPull();                      // playing
   static Camera OpenPush(const std::function<bool(Frame&)>& callback);
-  static Frame NextFrame(const Camera& camera);   // null when none comes any more
-  static quill::host::StreamCounters Counters();  // of the only stream
+  static Frame NextFrame(const Camera& camera);                  // null when none comes any more
+  static std::vector<Frame> HoldAllSlots(const Camera& camera);  // so that no frame comes any more
+  static quill::host::StreamCounters Counters();                 // of the only stream
   static bool RunFarSide(const char* command, AttrSet& args);
   static void KillFarSide();  // and waits until the host knows
+
+  quill::stream::VbrcBlock* _block = nullptr;  // null unless watched
 
  private:
   std::size_t _used_bytes = 0;

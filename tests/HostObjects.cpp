@@ -149,12 +149,11 @@ TEST_F(HostObjects, CreateSaysWhatIsWrong) {
     EXPECT_EQ(lamp->create(description), nullptr) << text;
   }
   EXPECT_EQ(lamp->getChild(0), nullptr);
-  const Lines lines = LogLines();
-  ASSERT_EQ(lines.size(), 4U);
-  EXPECT_EQ(lines[0], kFile + "create:\t!type,a description without type=");
-  EXPECT_EQ(lines[1], kFile + "create:\t!record,no class: Chandelier");
-  EXPECT_EQ(lines[2], kFile + "create:\t!constructor,needs constructor arguments: FuncSink");
-  EXPECT_EQ(lines[3], kFile + "fromAttrSet:\t!setString(id,value),power=x");
+  EXPECT_EQ(LogLines(),
+            (Lines{kFile + "create:\t!type,a description without type=",
+                   kFile + "create:\t!record,no class: Chandelier",
+                   kFile + "create:\t!constructor,needs constructor arguments: FuncSink",
+                   kFile + "fromAttrSet:\t!setString(id,value),power=x"}));
 }
 
 TEST_F(HostObjects, ChildrenAreAdjustedByName) {

@@ -13,13 +13,6 @@ namespace {
 
 using Row = std::array<int, 3>;
 
-// Unpaced and with room for two frames, so that it is known which one a change meets.
-void SetSensor(const std::string& sensor) {
-  auto options = quill::host::GetOptions();
-  options.sensor = sensor, options.paced = false, options.session_slots = 2;
-  SetOptions(options);
-}
-
 // The first frame; null when the stream does not open.
 Frame FirstRaw(const std::string& format, int width, int height) {
   const auto source = quill::host::Create<api::streaming::IYuvSource>("ApiYuvSource-dualos-pull");
@@ -53,15 +46,16 @@ bool IsJpeg(const frame_t& frame, int dc_step, int width, int height, std::vecto
   return is_right;
 }
 
-class Pictures : public StreamTest {};
+class Pictures : public StreamTest {
+ protected:
+  // Unpaced and with room for two frames, so that it is known which one a change meets.
+  static void SetSensor(const std::string& sensor) {
+    Use([&](auto& board) { board.sensor = sensor, board.paced = false, board.session_slots = 2; });
+  }
+};
 
 TEST_F(Pictures, OfJpegHaveTheQuantiserAskedForLastAndColoursAsInJfif) {
-  char* block = nullptr;  // rate control
-  Replace("shm_alloc", [&](AttrSet& args, const Command& real) {
-    const bool done = real(args);
-    block = reinterpret_cast<char*>(std::strtoul(args.Get("ptr"), nullptr, 16));
-    return done;
-  });
+  WatchBlock();
   const std::vector<Row> bars = {{191, 128, 128}, {169, 33, 144}, {134, 160, 32}, {112, 64, 48},
                                  {79, 192, 208},  {57, 96, 223},  {22, 223, 112}, {0, 128, 128}};
   const std::string file = ::testing::TempDir() + std::to_string(getpid()) + ".mp4";
@@ -82,7 +76,7 @@ TEST_F(Pictures, OfJpegHaveTheQuantiserAskedForLastAndColoursAsInJfif) {
       jpeg->SetQP(qp);
       ASSERT_TRUE(jpeg->PullFrame(frame, true));  // was there already
       ASSERT_TRUE(Eventually(is_settled));
-      EXPECT_EQ(reinterpret_cast<std::atomic<int>&>(block[48]), used);
+      EXPECT_EQ(_block->qp_reported, used);
       ASSERT_TRUE(jpeg->PullFrame(frame, true) && frame->isKey);
       EXPECT_TRUE(IsJpeg(*frame, step, w, h, qp == 1 ? bars : std::vector<Row>())) << w << qp;
     }

@@ -50,9 +50,7 @@ class SeveralClients : public StreamTest {
   SeveralClients() {
     std::filesystem::remove(_path);
     _process = Spawn({TESSEL_RTOS, "--listen", _path});
-    auto options = quill::host::GetOptions();
-    options.far_side_socket = _path;
-    SetOptions(options);
+    Use([this](auto& options) { options.far_side_socket = _path; });
     EXPECT_TRUE(Eventually([this] { return std::filesystem::exists(_path); }));
     setenv("TESSEL_RTOS_SOCKET", _path.c_str(), 1);  // for the tool
   }
@@ -96,7 +94,7 @@ TEST_F(SeveralClients, AClientKilledWithFramesInHandCostsTheOtherNone) {
   });
   ASSERT_TRUE(camera->Open() && camera->Start());
   EXPECT_EQ(quill::host::FarSideProcess(), _process);
-  for (int held = 1; held <= kSlots; ++held) {
+  for (const int held : {1, 2, 7, kSlots - 1, kSlots}) {
     int ends[2];
     ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
     const pid_t other = Spawn({"/proc/self/exe", HoldingClientOption(held, kSlots)}, ends[1]);
@@ -142,12 +140,15 @@ TEST_F(SeveralClients, AnybodyWatchesAndSteers) {
   EXPECT_EQ(Tool("trigger " + id), "");
   EXPECT_EQ(NextFrame(second)->seq, 1U);
 
+  const std::string its_own = "--board: the real-time side at " + _path + " has its own devices";
   const struct {
-    std::string arguments;
-    std::string reason;
+    const char* arguments;
+    const char* reason;
   } refusals[] = {
       {"trigger h264", "the stream is not one of single frames"},
       {"set h264 qp=52", "qp: "},
+      {"set h264 qp-min=9 qp-max=8", "qp_min 9 is above qp_max 8"},
+      {"devices --board none", its_own.c_str()},
       {"set h264 speed=3", "no key \"speed\""},
       {"set h264 qp=1 bitrate", "is not of the form key=value"},
       {"key 4711", "no stream \"4711\"; there are 1 (h264 of process "},

@@ -196,24 +196,15 @@ TEST_P(Ring, SlotsAreCutToFit) {
 // delivered can be read and is held once.
 TEST(UntrustedRing, HandsOutNothingOutsideTheArea) {
   constexpr unsigned kSeed = 31;
+  constexpr std::uint64_t kEnd = 4 * 4096, kMost = UINT64_MAX;
   std::mt19937_64 random(kSeed);
   std::string error;
   const auto window = SharedWindow::Create(std::size_t{8} * 4096, error);
-  const std::span<std::byte> area = window->Area(4096, std::uint64_t{4} * 4096);
+  const std::span<std::byte> area = window->Area(4096, kEnd);
   const auto consumer = SessionConsumer::Create(area, Bell::Create(), Bell::Create());
   auto* header = reinterpret_cast<SessionHeader*>(area.data());
-  const std::uint64_t odd[] = {0,
-                               1,
-                               4095,
-                               4096,
-                               8192,
-                               area.size() - 1,
-                               area.size(),
-                               area.size() + 1,
-                               UINT32_MAX,
-                               UINT64_MAX,
-                               UINT64_MAX - 4095,
-                               100};
+  const std::uint64_t odd[] = {0,        1,    100,      4095,       4096,  8192,
+                               kEnd - 1, kEnd, kEnd + 1, UINT32_MAX, kMost, kMost - 4095};
   const auto any = [&] { return random() % 4 == 0 ? random() : odd[random() % std::size(odd)]; };
   std::uint32_t head = 0;
   std::uint64_t published = 0;

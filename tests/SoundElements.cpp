@@ -31,6 +31,7 @@ using Sound = double (*)(double seconds, int channel);
 constexpr Sound kTone = [](double seconds, int channel) {
   return 0.25 * Sine(1003, seconds) + 0.125 * channel * Sine(501, seconds);
 };
+constexpr Sound kLoud = [](double seconds, int) { return 0.9 * Sine(501, seconds); };
 constexpr Sound kLow = [](double seconds, int) { return 0.2 * Sine(3000, seconds); };
 constexpr Sound kLowAndHigh = [](double seconds, int) {
   return 0.2 * Sine(3000, seconds) + 0.2 * Sine(9000, seconds);
@@ -166,9 +167,9 @@ class SoundElements : public testing::Test, private rtos::Context {
     return nullptr;
   }
   int FramesPerSecond() const override { return 30; }
-  std::optional<rtos::Colours> EncoderWants() const override { return std::nullopt; }
-  bool HasEncoder() const override { return _has_encoder; }
+  const rtos::ElementRow* Encoder() const override { return _has_encoder ? &_row : nullptr; }
 
+  const rtos::ElementRow _row = {"", nullptr, true};
   rtos::Board _board;
   SoundFormat _from;
   bool _has_encoder = false;
@@ -260,6 +261,18 @@ TEST_F(SoundElements, AacIsTheSoundAtTheTimeThatTheStampsTell) {
     EXPECT_EQ(std::ssize(made), frames + 1) << "and one in front";
     EXPECT_NEAR(static_cast<double>(made[0].time_ns - kFirstNs), -1024e9 / _media.sample_rate, 2);
     EXPECT_GT(Decibels(made, kEdgeNs, 2 * kSecondNs - kEdgeNs), 50) << row.description;
+    EXPECT_EQ(made, Run(2)) << "begun again";
+  }
+}
+
+TEST_F(SoundElements, AacDoesNotClipLoudTones) {
+  for (const auto& [rate, parameters, decibels] : {std::tuple(48000, "br=128000", 55),
+                                                   {48000, "br=64000,ch=1", 55},
+                                                   {16000, "br=96000", 42}}) {
+    Hear({rate, 2}, kLoud);
+    ASSERT_EQ(Open("", parameters), "");
+    const std::vector<Made> made = Run(2);
+    EXPECT_GT(Decibels(made, kEdgeNs, 2 * kSecondNs - kEdgeNs, kLoud), decibels) << parameters;
     EXPECT_EQ(made, Run(2)) << "begun again";
   }
 }

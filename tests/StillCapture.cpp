@@ -5,7 +5,6 @@
 #include <filesystem>
 #include <fstream>
 #include <numeric>
-#include <regex>
 #include <thread>
 
 #include <signal.h>
@@ -37,10 +36,10 @@ constexpr char kPhotography[] = "ApiPhotography-dualos";
 class StillCapture : public StreamTest {
  protected:
   StillCapture() {
-    auto options = quill::host::GetOptions();
-    options.session_bytes = std::size_t{64} << 20;
-    options.paced = false;
-    SetOptions(options);
+    Use([](auto& options) {
+      options.session_bytes = std::size_t{64} << 20;
+      options.paced = false;
+    });
     std::string pattern = ::testing::TempDir() + "/snapXXXXXX";
     _folder = mkdtemp(pattern.data());
   }
@@ -88,15 +87,6 @@ class StillCapture : public StreamTest {
     std::sort(names.begin(), names.end());
     return names;
   }
-  // Makes a snapshot object and shows its block.
-  Taker MakeKnown(VbrcBlock*& block) {
-    Replace("shm_alloc", [&block](AttrSet& args, const Command& real) {
-      const bool done = real(args);
-      block = reinterpret_cast<VbrcBlock*>(std::strtoull(args.Get("ptr"), nullptr, 16));
-      return done;
-    });
-    return Make(kSnap);
-  }
 
   std::string _folder;
 };
@@ -128,9 +118,11 @@ TEST_P(EachTaker, ReadsUrlsAsTheyAreMeant) {
   const Taker taker = Playing(GetParam());
   const fs::path before = fs::current_path();
   fs::current_path(_folder);
-  const std::pair<std::string, std::string> rows[] = {
+  const std::string longest(255, 'x'), longest_url = "file://" + longest;
+  const std::string absolute_url = "FILE://" + Path("absolute.jpeg");
+  const std::pair<const char*, const char*> rows[] = {
       {"file://plain.jpeg", "plain.jpeg"},
-      {"FILE://" + Path("absolute.jpeg"), "absolute.jpeg"},
+      {absolute_url.c_str(), "absolute.jpeg"},
       {"file://with%20blank.jpeg", "with blank.jpeg"},
       {"file://%C3%a4.jpeg", "\xc3\xa4.jpeg"},
       {"file://n%03d.jpeg", "n%03d.jpeg"},
@@ -140,7 +132,7 @@ TEST_P(EachTaker, ReadsUrlsAsTheyAreMeant) {
       {"file://q?x=1#y", "q?x=1#y"},
       {"file://.//twice.jpeg", "twice.jpeg"},
       {"file://{", "{"},
-      {"file://" + std::string(255, 'x'), std::string(255, 'x')},
+      {longest_url.c_str(), longest.c_str()},
   };
   for (const auto& [url, name] : rows) {
     EXPECT_TRUE(SnapTo(taker, url)) << url;
@@ -148,75 +140,96 @@ TEST_P(EachTaker, ReadsUrlsAsTheyAreMeant) {
   }
   EXPECT_EQ(Files().size(), std::size(rows));
   fs::current_path(before);
+  for (const std::string path : {"a%20b", "100%", "n-%03d", "%2541", "/x/\xc3\xa4"}) {
+    std::string read;
+    std::string error;
+    EXPECT_TRUE(quill::host::ReadFileUrl(quill::host::FileUrlOf(path), read, error)) << error;
+    EXPECT_EQ(read, path);
+  }
 }
 
 TEST_P(EachTaker, TellsWhatCannotBeWrittenAndGoesOn) {
   const Taker taker = Playing(GetParam());
-  fs::create_directory(Path("folder"));
-  fs::create_symlink("loop", Path("loop"));
+  // The odd names are of no percent code, which are taken as they are.
+  for (const char* name : {"folder", "a%2", "%g0", "%0g", "%03d", "%"}) {
+    fs::create_directory(Path(name));
+  }
+  for (const auto& [name, target] :
+       {std::pair("loop", "loop"), {"way", "folder"}, {"spout", "fifo"}, {"astray", "nowhere"}}) {
+    fs::create_symlink(target, Path(name));
+  }
   ASSERT_EQ(mkfifo(Path("fifo").c_str(), 0600), 0);
   std::ofstream(Path("file")) << "old";
-  const std::string too_long = Url(std::string(256, 'x'));
+  fs::create_directory(Path("locked"));
+  chmod(Path("locked").c_str(), 0500);
+  const bool is_snap = GetParam() == kSnap;
+  const std::string x(255, 'x');
+  const std::string long_name = Url(x + "x"), coded_name = Url(x + "%78");
+  const std::string long_path = Url(std::string(4096, '/') + "snap.jpeg");
   const struct {
     const char* url;  // "@" stands for the test's folder
     const char* reason;
   } rows[] = {
-      {"", GetParam() == kSnap ? "is no file:// URL" : "the callback gives no URL"},
-      {"snap.jpeg", "is no file:// URL"},
+      {"", is_snap ? "is no file:// URL" : "the callback gives no URL"},
       {"@/snap.jpeg", "is no file:// URL"},
-      {"file", "is no file:// URL"},
       {"file:", "is no file:// URL"},
-      {"file:/", "is no file:// URL"},
-      {"file:/tmp/snap.jpeg", "is no file:// URL"},
-      {"file;//snap.jpeg", "is no file:// URL"},
+      {"file:@/snap.jpeg", "is no file:// URL"},
       {" file://snap.jpeg", "is no file:// URL"},
-      {"file ://snap.jpeg", "is no file:// URL"},
-      {"files://snap.jpeg", "is no file:// URL"},
+      {"%66ile://snap.jpeg", "is no file:// URL"},
       {"http://localhost/snap.jpeg", "is no file:// URL"},
-      {"https://localhost/snap.jpeg", "is no file:// URL"},
-      {"ftp://localhost/snap.jpeg", "is no file:// URL"},
-      {"rtsp://localhost/snap.jpeg", "is no file:// URL"},
-      {"data:image/jpeg;base64,", "is no file:// URL"},
-      {"pipe:1", "is no file:// URL"},
-      {"-", "is no file:// URL"},
-      {"://snap.jpeg", "is no file:// URL"},
-      {"//snap.jpeg", "is no file:// URL"},
       {"\xff\xfe", "is no file:// URL"},
       {"file://", "names no file"},
-      {"file:///", "names no file"},
-      {"file://./", "names no file"},
+      {"FILE:///", "names no file"},
       {"file://../", "names no file"},
       {"file://@/folder/", "names no file"},
       {"file://@/new/", "names no file"},
       {"file://%2f", "names no file"},
+      {"file://@/folder%2F", "names no file"},
+      {"file://@/%03d/", "names no file"},
       {"file://a%00b", "has a zero byte in its path"},
       {"file://%00", "has a zero byte in its path"},
+      {"file://@/folder/%00", "has a zero byte in its path"},
       {"file://@/folder", "is a folder"},
+      {"file://@//folder", "is a folder"},
+      {"file://@/fold%65r", "is a folder"},
+      {"file://@%2ffolder", "is a folder"},
+      {"file://@%2Ffolder", "is a folder"},
+      {"file://@/a%2", "is a folder"},
+      {"file://@/%g0", "is a folder"},
+      {"file://@/%0g", "is a folder"},
+      {"file://@/%03d", "is a folder"},
+      {"file://@/%", "is a folder"},
+      {"file://@/%25", "is a folder"},
+      {"file://@/way", "is a folder"},
       {"file://.", "is a folder"},
-      {"file://..", "is a folder"},
+      {"file://%2e%2E", "is a folder"},
+      {"file://@/way/../folder", "is a folder"},
       {"file:///tmp", "is a folder"},
       {"file://@/fifo", "is no regular file"},
+      {"file://@/spout", "is no regular file"},
       {"file:///dev/null", "is no regular file"},
-      {"file:///dev/full", "is no regular file"},
-      {"file:///proc/self/fd/0/x", "Not a directory"},
-      {"file://@/missing/snap.jpeg", "No such file or directory"},
       {"file://@/loop", "Too many levels of symbolic links"},
+      {"file://@/loop/snap.jpeg", "Too many levels of symbolic links"},
       {"file://@/file/snap.jpeg", "Not a directory"},
-      {too_long.c_str(), "File name too long"},
+      {"file://@/missing/snap.jpeg", "No such file or directory"},
+      {"file://@/missing/../snap.jpeg", "No such file or directory"},
+      {"file://@/astray/snap.jpeg", "No such file or directory"},
       {"file:///proc/snap.jpeg", "No such file or directory"},
-      {"file:///sys/snap.jpeg", geteuid() == 0 ? "" : "Permission denied"},
+      {long_name.c_str(), "File name too long"},
+      {coded_name.c_str(), "File name too long"},
+      {long_path.c_str(), is_snap ? "vbrc->extra_max<len+1" : "File name too long"},
+      {"file://@/locked/snap.jpeg", "Permission denied"},
   };
   static_assert(std::size(rows) >= 40);
+  const Lines before = Files();
   LogLines();
   for (const auto& [text, reason] : rows) {
-    std::string url = text;
-    if (const auto at = url.find('@'); at != url.npos) url.replace(at, 1, _folder);
-    const auto begin = std::chrono::steady_clock::now();
+    if (geteuid() == 0 && reason == std::string("Permission denied")) continue;  // not to root
+    const std::string url = Fill(text, '@', _folder);
     EXPECT_FALSE(SnapTo(taker, url)) << url;
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(1)) << url;
     EXPECT_TRUE(IsLogged(reason)) << url;
   }
-  EXPECT_EQ(Files(), (std::vector<std::string>{"fifo", "file", "folder", "loop"}));
+  EXPECT_EQ(Files(), before);
   EXPECT_TRUE(SnapTo(taker, Url("good.jpeg"))) << "the next one works";
   EXPECT_TRUE(IsPicture(Path("good.jpeg")));
 }
@@ -237,9 +250,14 @@ TEST_P(EachTaker, LeavesTheOlderFileWholeWhenThereIsNoRoom) {
   EXPECT_TRUE(IsPicture(Path("snap.jpeg")));
   EXPECT_EQ(Files(), Lines{"snap.jpeg"});
   EXPECT_TRUE(SnapTo(taker, Url("next.jpeg")));
+}
 
+TEST_P(EachTaker, LeavesNothingOnAFullDisk) {
   fs::create_directory(Path("disk"));
-  if (mount("none", Path("disk").c_str(), "tmpfs", 0, "size=4k") != 0) return;  // not allowed to
+  if (mount("none", Path("disk").c_str(), "tmpfs", 0, "size=4k") != 0) {
+    GTEST_SKIP() << "this user may not mount a disk";
+  }
+  const Taker taker = Playing(GetParam());
   std::ofstream(Path("disk/full")) << std::string(4096, 'x');
   EXPECT_FALSE(SnapTo(taker, Url("disk/snap.jpeg")));
   EXPECT_TRUE(IsLogged("No space left on device"));
@@ -272,9 +290,7 @@ TEST_P(EachTaker, DoesNotWaitForEverForWhatCannotCome) {
 }
 
 TEST_P(EachTaker, TakesPicturesBesideAStream) {
-  auto options = quill::host::GetOptions();
-  options.paced = true;
-  SetOptions(options);
+  Use([](auto& options) { options.paced = true; });
   std::atomic<std::uint32_t> frames{0};
   std::atomic<bool> has_gap{false};
   const Camera camera = OpenPush([&](Frame& frame) {
@@ -356,6 +372,39 @@ TEST_F(StillCapture, MessagesReachTheClientWhereThereIsAWay) {
   EXPECT_TRUE(SnapTo(snap, Url("told.jpeg")));
 }
 
+// Of a file with a single picture.
+TEST_F(StillCapture, TheEndIsToldLastAndWaitedFor) {
+  ASSERT_TRUE(SnapTo(Playing(kSnap), Url("one.jpeg")));
+  KillFarSide();
+  Use([this](auto& options) { options.sensor = Path("one.jpeg"), options.loop = false; });
+  for (const bool stops_itself : {false, true}) {
+    const Taker taker = Make(kPhotography);
+    taker->SetURL(Url("copy.jpeg").c_str());
+    Lines texts;
+    Event ended;
+    std::atomic<bool> is_inside{false};
+    taker->RegisterMessageCallback([&](const char* text) {
+      texts.push_back(std::string(text).substr(0, 5));
+      if (stops_itself) return taker->Stop();
+      is_inside = true;
+      if (texts.back() == "ended") ended.Set();
+      static_cast<void>(Event().WaitFor(std::chrono::milliseconds(50)));
+      is_inside = false;
+      return true;
+    });
+    ASSERT_TRUE(taker->Open());
+    std::thread waiting([&] { EXPECT_TRUE(taker->Snap(true)) << "its file is there"; });
+    const auto* block = dynamic_cast<quill::stream::VBRC*>(taker.Object())->Block();
+    EXPECT_TRUE(Eventually([block] { return block->trigger_req == 1; }));
+    EXPECT_TRUE(taker->Start());
+    waiting.join();
+    EXPECT_TRUE(stops_itself || ended.Wait());
+    EXPECT_TRUE(taker->Stop());
+    EXPECT_FALSE(is_inside) << "nothing is told any more";
+    EXPECT_EQ(texts, (stops_itself ? Lines{"newfr"} : Lines{"newfr", "ended"}));
+  }
+}
+
 // The one that is written meanwhile is not mixed with the one before it.
 TEST_F(StillCapture, UrlsThatFollowOneAnotherStayWhole) {
   const Taker taker = Playing(kSnap);
@@ -364,6 +413,7 @@ TEST_F(StillCapture, UrlsThatFollowOneAnotherStayWhole) {
     taker->SetURL(urls[i % 2].c_str());
     ASSERT_TRUE(taker->Snap(false));
   }
+  ASSERT_TRUE(Eventually([this] { return !Files().empty(); }));
   EXPECT_TRUE(taker->Close());
   for (const std::string& name : Files()) EXPECT_TRUE(Url(name) == urls[0] || Url(name) == urls[1]);
 }
@@ -372,11 +422,11 @@ TEST_F(StillCapture, APausedOneWritesWhatItWasAskedForLater) {
   for (const char* name : {kSnap, kPhotography}) {
     const Taker taker = Playing(name);
     taker->SetURL(Url(name).c_str());
+    fs::create_directory(Path(name));  // so that nothing can be written yet
     ASSERT_TRUE(taker->ChangeUp(State::kPause) && taker->Snap(false));
-    taker->SetURL("nonsense");
-    EXPECT_FALSE(Event().WaitFor(std::chrono::milliseconds(100)));
-    EXPECT_TRUE(Files().empty() || Files() == Lines{kSnap}) << "nothing is written";
-    taker->SetURL(Url(name).c_str());
+    ASSERT_TRUE(Eventually([] { return Counters().made == 1 && Counters().untriggered > 100; }));
+    EXPECT_TRUE(fs::remove(Path(name)));
+    EXPECT_EQ(LogLines(), Lines()) << "nothing has been tried";
     EXPECT_TRUE(taker->ChangeDown(State::kPlay));
     EXPECT_TRUE(Eventually([&] { return IsPicture(Path(name)); }));
   }
@@ -393,8 +443,9 @@ TEST_F(StillCapture, ATemporaryNameThatIsTakenIsPassedOver) {
 }
 
 TEST_F(StillCapture, ASnapshotPostsItsUrlWholeOrNotAtAll) {
-  VbrcBlock* block = nullptr;
-  const Taker taker = MakeKnown(block);
+  WatchBlock();
+  const Taker taker = Make(kSnap);
+  VbrcBlock* const block = _block;
   EXPECT_EQ(block->extra_user, quill::base::Hash("UrlSimple"));
   EXPECT_EQ(block->extra_max, 1024);
   const auto* extra = reinterpret_cast<const char*>(block) + 616;
@@ -438,8 +489,9 @@ TEST_F(StillCapture, ASnapshotPostsItsUrlWholeOrNotAtAll) {
 
 // What a stranger leaves in the area is refused and reported, and not read past its end.
 TEST_F(StillCapture, ABadAreaIsNoUrl) {
-  VbrcBlock* block = nullptr;
-  const Taker taker = MakeKnown(block);
+  WatchBlock();
+  const Taker taker = Make(kSnap);
+  VbrcBlock* const block = _block;
   std::atomic<int> told{0};  // a failure is told behind its line in the log
   taker.Object()->RegisterMessageProcessCallback([&told](quill::base::Message&) {
     ++told;
@@ -483,18 +535,23 @@ TEST_F(StillCapture, PhotographyDescribesItsApplicationAndGivesUrls) {
   ASSERT_TRUE(made);
   const std::string text = made->AppStringCreate();
   EXPECT_NE(made->AppStringCreate(), text) << "each has a name of its own";
-  EXPECT_EQ(std::regex_replace(std::regex_replace(text, std::regex("0x[0-9a-f]+"), "@"),
-                               std::regex("unique_[0-9]+"), "#"),
+  EXPECT_EQ(Masked(Masked(text, "0x[0-9a-f]+", "@"), "unique_[0-9]+", "#"),
             "type=Application,layout={type=pipeline,layout={ShmSource:connect={type=pipeline,"
             "serialize={pv-yuv-src-adv:w=1920,h=1080+FrameTrigger:name=ftrig,vbrc=@+encoder-jpeg:"
             "name=enc,clock=400000,qp=32+FifoSink:max=2},name=plPvH264Src#},name=vsrc,link=null+"
             "IOSinkPerFrame:name=fifo,dbg=true,newFrame=true,urlLayout={type=UrlCallback,cb=@,hd="
             "@}}}");
+  made->SetQP(40);
+  EXPECT_NE(made->AppStringCreate().find(",qp=40+"), std::string::npos);
   EXPECT_EQ(dualos::Photography::cbCreateUrl(nullptr), "");
   EXPECT_EQ(LogLines(), Lines{"plugin/api/linux/Photography.cpp/#/cbCreateUrl:\t!hd"});
   EXPECT_EQ(dualos::Photography::cbCreateUrl(made.get()), "file://snap.jpeg");
   made->SetURL("file://other.jpeg");
   EXPECT_EQ(dualos::Photography::cbCreateUrl(made.get()), "file://other.jpeg");
+  Replace("shm0_cmd", [](AttrSet&, const Command&) { return false; });
+  EXPECT_FALSE(made->Open());
+  EXPECT_EQ(LogLines().back(),
+            "plugin/api/linux/Photography.cpp/#/Open:\t!_obj->Set(\"statusup\",\"ready\")");
 }
 
 TEST_F(StillCapture, WithoutItsBlockASnapshotDoesNothing) {
@@ -504,6 +561,9 @@ TEST_F(StillCapture, WithoutItsBlockASnapshotDoesNothing) {
   taker->SetQP(1);
   EXPECT_EQ(taker->GetQP(), 0);
   EXPECT_FALSE(taker->Snap(true) || taker->Open());
+  auto* control = dynamic_cast<api::streaming::common::IBitRateControl*>(taker.get());
+  control->SetBitRate(1);
+  EXPECT_EQ(control->GetCurrentQP(), 0);
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <initializer_list>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -33,6 +34,23 @@ class ToolTest : public ::testing::Test {
     std::ostringstream text;
     text << std::ifstream(_folder + name).rdbuf();
     return text.str();
+  }
+  // Runs with `words` and `more`: how that ends, and a part of what it says. A capture that names
+  // no output is to leave none.
+  struct Row {
+    const char* words;
+    int exit_code;
+    const char* text;
+  };
+  void Expect(std::initializer_list<Row> rows, const std::string& more = "") {
+    for (const auto& [row, exit_code, text] : rows) {
+      const std::string words = row + more;
+      const bool needs_output = words.starts_with("capture") && words.find("-o ") == words.npos;
+      EXPECT_EQ(Run(words + (needs_output ? " -o a.mp4" : "")), exit_code) << words;
+      const std::string said = Text("out") + Text("err");
+      EXPECT_NE(said.find(text), said.npos) << words << "\n" << said;
+      EXPECT_FALSE(std::filesystem::exists(_folder + "a.mp4")) << words;
+    }
   }
 
  private:

@@ -43,9 +43,7 @@ void WriteClip(const std::string& file) {
 TEST_F(StreamTest, AVariableRateFollowsTheSceneAndStaysBelowItsMaximum) {
   const std::string file = ::testing::TempDir() + std::to_string(getpid()) + ".y4m";
   WriteClip(file);
-  auto options = quill::host::GetOptions();
-  options.sensor = file, options.paced = false;
-  SetOptions(options);
+  Use([&file](auto& options) { options.sensor = file, options.paced = false; });
   for (const int most_bps : {600'000, 450'000}) {
     Camera camera = Make("ApiH264Source-vbrc-dualos-pull");
     camera->SetWidth(kWidth);

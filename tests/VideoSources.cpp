@@ -11,10 +11,7 @@ namespace tessel::tests {
 namespace {
 
 using api::streaming::IYuvSource;
-using api::streaming::common::IBitRateControl;
-using api::streaming::common::IStreamOutput;
-using api::streaming::common::ITrigger;
-using api::streaming::common::IVideoSource;
+using namespace api::streaming::common;
 using Source = quill::host::Handle<IStreamOutput>;
 
 constexpr std::int64_t kSecondNs = 1'000'000'000;
@@ -37,9 +34,11 @@ std::optional<std::uint32_t> NumberIn(const frame_t& frame, Decoder* decoder, in
 class VideoSources : public StreamTest {
  protected:
   VideoSources() {
-    auto options = quill::host::GetOptions();
-    options.session_bytes = std::size_t{64} << 20;
-    SetOptions(options);
+    Use([](auto& options) { options.session_bytes = std::size_t{64} << 20; });
+    Replace("shm0_cmd", [](AttrSet& args, const Command& real) {
+      args.Add("timeout", std::chrono::nanoseconds(kDeadline).count());  // pictures may be large
+      return real(args);
+    });
   }
   static Source Make(const std::string& name, int width = 160, int height = 120) {
     Source source = quill::host::Create<IStreamOutput>(name.c_str());
@@ -84,12 +83,10 @@ class VideoSources : public StreamTest {
 };
 
 TEST_F(VideoSources, DeliverWhatWasAskedForPushedAndPulled) {
-  auto options = quill::host::GetOptions();
-  options.paced = false;
-  SetOptions(options);
+  Use([](auto& options) { options.paced = false; });
   const struct {
-    std::string head;
-    std::string tail;
+    const char* head;
+    const char* tail;
     AVCodecID codec;
   } rows[] = {
       {"ApiH264Source-dualos-cbrc-", "", AV_CODEC_ID_H264},
@@ -167,9 +164,7 @@ TEST_F(VideoSources, GiveExactlyOnePictureForEachTrigger) {
 
 // A request that comes while the client holds every slot is served when there is one again.
 TEST_F(VideoSources, KeepATriggerForWhichThereWasNoSlot) {
-  auto options = quill::host::GetOptions();
-  options.session_slots = 2;
-  SetOptions(options);
+  Use([](auto& options) { options.session_slots = 2; });
   const Source source = Make("ApiJpegSourceTrigger-dualos-trigger-pull");
   ASSERT_TRUE(source->Open() && source->Start());
   Frame first;
@@ -190,9 +185,7 @@ TEST_F(VideoSources, TellOfASensorThatFailsWhileNothingIsAskedFor) {
   const std::string make =
       TESSEL_TOOL " capture h264 -q --unpaced --width 320 --height 240 --frames 30 -o " + file;
   ASSERT_EQ(std::system(make.c_str()), 0);
-  auto options = quill::host::GetOptions();
-  options.sensor = file;
-  SetOptions(options);
+  Use([&file](auto& options) { options.sensor = file; });
   for (const std::string name :
        {"ApiH264SourceTrigger-dualos-trigger-pull", "ApiH264Source-vbrc-dualos-pull"}) {
     const Source source = Make(name);
@@ -220,9 +213,7 @@ TEST_F(VideoSources, TellOfASensorThatFailsWhileNothingIsAskedFor) {
 
 // By their time stamps, over frames of a stream that captures 30 a second.
 TEST_F(VideoSources, AreThinnedEvenlyToTheFrameRateOfTheMoment) {
-  auto options = quill::host::GetOptions();
-  options.paced = false;
-  SetOptions(options);
+  Use([](auto& options) { options.paced = false; });
   const Source source = Make("ApiH264Source-vbrc-dualos-pull");
   auto& control = dynamic_cast<IBitRateControl&>(*source.get());
   ASSERT_TRUE(source->Open() && source->Start());

@@ -19,6 +19,7 @@ int main(int argc, char** argv) {
     return tessel::tests::RunOddFarSide(behaviour, tessel::link::UniqueFd(connection));
   }
   unsetenv("TESSEL_RTOS_SOCKET");  // the tests end the real-time sides they use
+  unsetenv("QUILL_DEBUG");         // and compare what programs say
   ::testing::InitGoogleTest(&argc, argv);
   tessel::tests::KeepLogs();
   return RUN_ALL_TESTS();

@@ -44,14 +44,15 @@ class TESSEL_PUBLIC IAudioDevice {
 // The order of declaration is the order of the slots.
 class TESSEL_PUBLIC IAudioDeviceCtrl {
  public:
-  virtual ~IAudioDeviceCtrl() = default;
-
   virtual bool DevOpen() = 0;
   virtual bool DevClose() = 0;
   virtual bool DevStart() = 0;
   virtual bool DevStop() = 0;
   virtual bool DevPause() = 0;
   virtual bool DevResume() = 0;
+
+ protected:
+  ~IAudioDeviceCtrl() = default;
 };
 
 }  // namespace tessel::dev

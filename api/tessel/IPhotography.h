@@ -22,7 +22,11 @@ class TESSEL_PUBLIC IPhotography : public virtual common::IStreamControl,
   // Asks for one picture; true when the request was posted. With `blocking` it also waits: true
   // when the file is there under its name, or the object was disabled; false, with a line in the
   // log, when the picture could not be written or cannot come any more, as the real-time side is
-  // gone or its input has ended. Without that it waits for as long as the object is not started.
+  // gone or its input has ended. Without that it waits for as long as the object is not open and
+  // started; what was asked for before Open() is not made up for. One snapshot at a time: behind
+  // others that do not block it may return for one of their pictures, and that of
+  // "ApiPhotography-dualos", which waits for its count to be exactly one higher, may wait until the
+  // object is disabled.
   virtual bool Snap(bool blocking) = 0;
   // SetURL(), then Snap().
   virtual void Snap(const char* url, bool blocking) = 0;

@@ -43,6 +43,7 @@ class TESSEL_PUBLIC IStreamOutput : public virtual IStreamControl, public virtua
   // where the callback is stored but never called.
   virtual bool RegisterOutputCallback(const std::function<bool(std::shared_ptr<frame_t>&)>& cb) = 0;
 
+  // A text about the media; sources that tell more in a record of their own leave it empty.
   virtual std::string GetMediaInfo() const = 0;
 };
 

@@ -1,7 +1,10 @@
 #include "DeviceSettings.h"
 
+#include <utility>
+
 #include "FarSide.h"
 #include "quill/ostream_string.h"
+#include "Window.h"
 
 namespace quill::stream {
 using base::AttrSet;
@@ -13,16 +16,12 @@ DeviceSettings& DeviceSettings::Globle() {
 
 namespace {
 
-void AddHandle(AttrSet& request, std::uint64_t handle) {
-  request.Add("object_base", base::ToString(reinterpret_cast<const void*>(handle)));
-}
-
 // The handle that a probe of `kind` brings, 0 when it fails.
-std::uint64_t Probe(const std::string& kind, const std::function<bool(AttrSet&)>& run) {
+std::uint64_t HandleOf(const std::string& kind, const std::function<bool(AttrSet&)>& run) {
   AttrSet probe;
   probe.Add("cmd", "ProbeAudioDriver");
   probe.Add("devType", kind);
-  return run(probe) ? ObjectHandle(probe.Get("object_base")) : 0;
+  return run(probe) ? base::ReadHandle(probe.Get("object_base")) : 0;
 }
 
 void Send(const std::string& kind, std::uint64_t handle, const AttrSet& settings,
@@ -31,7 +30,7 @@ void Send(const std::string& kind, std::uint64_t handle, const AttrSet& settings
     AttrSet request;
     request.Add("cmd", "SetAudioDriver");
     request.Add("devType", kind);
-    AddHandle(request, handle);
+    request.Add("object_base", base::HandleText(handle));
     request.Add(setting.key.c_str(), setting.value);
     // Goes on: another board may lack a control.
     static_cast<void>(run(request));
@@ -40,10 +39,32 @@ void Send(const std::string& kind, std::uint64_t handle, const AttrSet& settings
 
 }  // namespace
 
-void DeviceSettings::Learn(const AttrSet& probe) {
-  const char* kind = probe.Get("devType");
-  const std::uint64_t handle = ObjectHandle(probe.Get("object_base"));
-  if (kind == nullptr || handle == 0) return;
+bool DeviceSettings::Probe(AttrSet& request, std::string& error) {
+  const auto far_side = FarSide::Ensure(error);
+  if (far_side == nullptr || !far_side->Run(request, error)) return false;
+  const char* kind = request.Get("devType");
+  const std::uint64_t handle = base::ReadHandle(request.Get("object_base"));
+  if (kind != nullptr && handle != 0) Learn(kind, handle);
+  return true;
+}
+
+bool DeviceSettings::Set(AttrSet& request, std::string& error) {
+  error = IsForkedChild() ? kForked : "no device was probed";
+  auto far_side = IsForkedChild() ? nullptr : FarSide::Current();
+  while (far_side != nullptr) {
+    PutHandle(request);
+    const bool done = far_side->Run(request, error);
+    const bool is_refused = !done && request.Get("error") != nullptr;
+    if (!is_refused) Note(request);
+    if (done || is_refused) return done;
+    // Another thread may have reached the next one, and restored what was noted before this.
+    const auto before = std::exchange(far_side, FarSide::Current());
+    if (far_side == before) return false;
+  }
+  return false;
+}
+
+void DeviceSettings::Learn(const std::string& kind, std::uint64_t handle) {
   const std::lock_guard lock(_mutex);
   _devices[kind].handle = handle;
   _devices[kind].given.insert(handle);
@@ -53,13 +74,14 @@ DeviceSettings::Device* DeviceSettings::Find(const AttrSet& request) {
   const char* kind = request.Get("devType");
   const auto place = _devices.find(kind == nullptr ? "" : kind);
   if (place == _devices.end()) return nullptr;
-  const std::uint64_t handle = ObjectHandle(request.Get("object_base"));
+  const std::uint64_t handle = base::ReadHandle(request.Get("object_base"));
   return place->second.given.contains(handle) ? &place->second : nullptr;
 }
 
 void DeviceSettings::PutHandle(AttrSet& request) {
   const std::lock_guard lock(_mutex);
-  if (const Device* device = Find(request)) AddHandle(request, device->handle);
+  const Device* device = Find(request);
+  if (device != nullptr) request.Add("object_base", base::HandleText(device->handle));
 }
 
 void DeviceSettings::Note(const AttrSet& request) {
@@ -86,14 +108,12 @@ void DeviceSettings::Restore(const std::function<bool(AttrSet&)>& run) {
     devices = _devices;
   }
   for (const auto& [kind, device] : devices) {
-    const std::uint64_t handle = Probe(kind, run);
+    const std::uint64_t handle = HandleOf(kind, run);
     // One that is not there answers false until the next real-time side has it; one that has its
     // handle still is the same as ever, reached anew.
     if (handle == 0 || handle == device.handle) continue;
     Send(kind, handle, device.settings, run);
-    const std::lock_guard lock(_mutex);
-    _devices[kind].handle = handle;
-    _devices[kind].given.insert(handle);
+    Learn(kind, handle);
   }
 }
 

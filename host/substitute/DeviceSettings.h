@@ -18,14 +18,13 @@ class DeviceSettings {
  public:
   static DeviceSettings& Globle();
 
-  // The device that `probe` asked for has answered, in the same set.
-  void Learn(const base::AttrSet& probe);
-  // Puts the handle in that the device has now.
-  void PutHandle(base::AttrSet& request);
-  // Notes the setting that `request` made, or would have made if somebody had heard it.
-  void Note(const base::AttrSet& request);
+  // Serve "ProbeAudioDriver" and "SetAudioDriver", whose answer comes in the same set. A setting is
+  // for a device that was probed: where that is gone, nothing is started for it, and the setting
+  // holds for the next one. False with `error`.
+  bool Probe(base::AttrSet& request, std::string& error);
+  bool Set(base::AttrSet& request, std::string& error);
   // On a new connection: probes the devices known, and sends their settings anew to those that have
-  // come into being since. `run` runs one command there.
+  // come into being since. `run` runs one command there, and is called under the connection's lock.
   void Restore(const std::function<bool(base::AttrSet&)>& run);
 
  private:
@@ -36,6 +35,10 @@ class DeviceSettings {
   };
   using Devices = std::map<std::string, Device>;
   Device* Find(const base::AttrSet& request);  // REQUIRES: _mutex is held
+  void Learn(const std::string& kind, std::uint64_t handle);
+  // Puts the handle in that the device has now.
+  void PutHandle(base::AttrSet& request);
+  void Note(const base::AttrSet& request);
 
   std::mutex _mutex;
   Devices _devices;  // guarded by _mutex; by kind

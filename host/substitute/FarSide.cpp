@@ -89,10 +89,6 @@ bool DescribeBoard(const host::Options& options, AttrSet& board, std::string& er
 
 }  // namespace
 
-std::uint64_t ObjectHandle(const char* text) {
-  return text == nullptr ? 0 : std::strtoull(text, nullptr, 16);
-}
-
 std::shared_ptr<FarSide> FarSide::Current() {
   const std::lock_guard lock(g_current_mutex);
   return CurrentSlot();
@@ -109,9 +105,13 @@ std::shared_ptr<FarSide> FarSide::Ensure(std::string& error) {
   std::shared_ptr<FarSide> fresh(new FarSide);
   if (!fresh->Start(error)) return nullptr;
   current = fresh;
-  DeviceSettings::Globle().Restore([&current](AttrSet& args) {
+  // Whoever else wants the connection waits meanwhile: all of it takes no longer than one command.
+  const auto deadline = std::chrono::steady_clock::now() + host::GetOptions().command_timeout;
+  DeviceSettings::Globle().Restore([&](AttrSet& args) {
+    const nanoseconds left = deadline - std::chrono::steady_clock::now();
+    args.Add("timeout", static_cast<long long>(left.count()));
     std::string refusal;
-    return current->Run(args, refusal);
+    return left.count() > 0 && fresh->Run(args, refusal);
   });
   return current;
 }
@@ -315,7 +315,7 @@ bool FarSide::Create(AttrSet& body, nanoseconds timeout, AttrSet& answer, std::s
   };
   auto outcome = std::make_shared<Outcome>();  // guarded by _mutex
   const Answer adopt = [this, application, outcome](const AttrSet& created) {
-    const std::uint64_t handle = ObjectHandle(created.Get("object_base"));
+    const std::uint64_t handle = base::ReadHandle(created.Get("object_base"));
     if (handle == 0) return;
     {
       const std::lock_guard lock(_mutex);
@@ -350,7 +350,7 @@ FarSide::Answer FarSide::Forget(std::uint64_t handle) {
 
 bool FarSide::Destroy(const AttrSet& body, nanoseconds timeout, AttrSet& answer,
                       std::string& error) {
-  const std::uint64_t handle = ObjectHandle(body.Get("object_base"));
+  const std::uint64_t handle = base::ReadHandle(body.Get("object_base"));
   if (handle == 0) {
     error = "no object_base=";
     return false;
@@ -453,7 +453,7 @@ void FarSide::TakeAnswer(std::uint32_t number, const std::string& text) {
 void FarSide::TakeEvent(const std::string& text) {
   AttrSet event;
   const char* kind = event.Parse(text.c_str()) ? event.Get("event") : nullptr;
-  const std::uint64_t handle = ObjectHandle(event.Get("object_base"));
+  const std::uint64_t handle = base::ReadHandle(event.Get("object_base"));
   if (kind == nullptr || handle == 0) return;
   std::vector<std::shared_ptr<Session>> sessions;
   {

@@ -20,10 +20,6 @@
 
 namespace quill::stream {
 
-// The number behind the hexadecimal text of a handle; 0, which is no handle, for
-// null or a text that is none.
-std::uint64_t ObjectHandle(const char* text);
-
 // Why a child after fork gets nothing from the real-time side.
 inline constexpr char kForked[] = "the connection is the parent process's";
 

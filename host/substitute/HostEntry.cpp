@@ -2,12 +2,13 @@
 #include <cstdint>
 #include <mutex>
 #include <set>
+#include <string_view>
 
 #include <dlfcn.h>
 
+#include "Application.h"
 #include "Construction.h"
 #include "DeviceSettings.h"
-#include "Element.h"
 #include "FarSide.h"
 #include "FuncSink.h"
 #include "IOSinkPerFrame.h"
@@ -16,6 +17,7 @@
 #include "quill/Factory.h"
 #include "quill/Host.h"
 #include "quill/IClass.h"
+#include "ShmSource.h"
 #include "Window.h"
 
 namespace quill {
@@ -48,19 +50,17 @@ Entry& TheEntry() {
 // "shm0_cmd": a request to the real-time side, which is started by the first one.
 bool RunShm0Command(AttrSet& args) {
   const char* text = args.Get("cmd");
-  const std::string command = text == nullptr ? "" : text;
-  // A setting is for a device that was probed: where that is gone, nothing is started for it.
-  const bool is_setting = command == "SetAudioDriver";
-  if (stream::Failed(stream::IsForkedChild(), "!far_side->Run(args)", stream::kForked))
-    return false;
+  const std::string_view command = text == nullptr ? "" : text;
   stream::DeviceSettings& devices = stream::DeviceSettings::Globle();
-  std::string error = "no device was probed";
-  const auto far_side = is_setting ? stream::FarSide::Current() : stream::FarSide::Ensure(error);
-  if (is_setting) devices.PutHandle(args);
-  const bool done = far_side != nullptr && far_side->Run(args, error);
-  const bool is_refused = !done && args.Get("error") != nullptr;
-  if (is_setting && !is_refused) devices.Note(args);
-  if (done && command == "ProbeAudioDriver") devices.Learn(args);
+  std::string error;
+  bool done = false;
+  if (command == "ProbeAudioDriver") {
+    done = devices.Probe(args, error);
+  } else if (command == "SetAudioDriver") {
+    done = devices.Set(args, error);
+  } else if (const auto far_side = stream::FarSide::Ensure(error)) {
+    done = far_side->Run(args, error);
+  }
   return !stream::Failed(!done, "!far_side->Run(args)", error);
 }
 

@@ -52,8 +52,10 @@ bool IOSinkPerFrame::configure(AttrSet& set) {
     return false;
   }
   if (const char* address = set.Get("vbrc")) {
-    _counted = FindBlock(address);
-    if (Failed(_counted == nullptr, "!vbrc", "no rate-control block at ", address)) return false;
+    _counted = Window::BlockAt(address);
+    if (Failed(_counted == nullptr || _counted->Vbrc() == nullptr, "!vbrc",
+               "no rate-control block at ", address))
+      return false;
   }
   for (const char* key : {"urlLayout", "sendmsg", "newFrame", "dbg", "vbrc", "vbrcidx"}) {
     set.Remove(key);
@@ -87,15 +89,16 @@ void IOSinkPerFrame::Take(Packet& packet) {
 bool IOSinkPerFrame::Write(const std::string& url, const Packet& packet, std::string& error) {
   std::string path;
   if (!host::ReadFileUrl(url, path, error)) return false;
+  auto file = WholeFile::Open(path, error);
+  if (!file) return false;
   Post(false, url, packet);
-  return WriteWholeFile(path, std::span(packet.Data(), packet.Size()), error);
+  return file->Finish(std::span(packet.Data(), packet.Size()), error);
 }
 
 void IOSinkPerFrame::CountFile() const {
   if (_counted == nullptr) return;
-  auto& block = *reinterpret_cast<VbrcBlock*>(_counted->area.Bytes().data());
   // Pairs with the acquire of whoever waits for the file.
-  block.frame_count.fetch_add(1, std::memory_order_release);
+  _counted->Vbrc()->frame_count.fetch_add(1, std::memory_order_release);
 }
 
 void IOSinkPerFrame::Post(bool after_close, const std::string& url, const Packet& packet) {
@@ -109,15 +112,53 @@ void IOSinkPerFrame::Post(bool after_close, const std::string& url, const Packet
 }
 
 void IOSinkPerFrame::PostFailure(const std::string& url, const std::string& reason) {
-  Fail("!Write(url,packet)", url, url.empty() ? "" : " ", reason);
+  Fail("!Write(url,packet)", url, url.empty() ? "" : ": ", reason);
   AttrSet body;
   if (!url.empty()) body.Add("url", url);
   body.Add("reason", reason);
   SendMessage(TextOf("failed", body).c_str(), base::Orient::kOwners, "failed");
 }
 
+bool IOSinkPerFrame::Start() {
+  SetWriting(true);
+  if (SessionSink::Start()) return true;
+  SetWriting(false);
+  return false;
+}
+
+bool IOSinkPerFrame::Stop() {
+  const bool done = SessionSink::Stop();
+  SetWriting(false);
+  return done;
+}
+
+void IOSinkPerFrame::Drained() {
+  SetWriting(false);
+  PostEnd();
+}
+
 void IOSinkPerFrame::Told(const std::string& reason) {
   Fail("!packet", reason);
+  {
+    const std::lock_guard lock(_end_mutex);
+    _end_reason = reason;
+  }
+  PostEnd();
+}
+
+void IOSinkPerFrame::SetWriting(bool is_writing) {
+  const std::lock_guard lock(_end_mutex);
+  _is_writing = is_writing;
+}
+
+// Posted by whoever comes last, the news of the end or the last frame.
+void IOSinkPerFrame::PostEnd() {
+  std::string reason;
+  {
+    const std::lock_guard lock(_end_mutex);
+    if (!_is_writing) reason.swap(_end_reason);
+  }
+  if (reason.empty()) return;
   AttrSet body;
   body.Add("reason", reason);
   SendMessage(TextOf("ended", body).c_str(), base::Orient::kOwners, "ended");

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -14,7 +15,7 @@ namespace quill::stream {
 //
 //   urlLayout  where the URLs come from, see UrlLayout; required
 //   sendmsg    messages to post: name={oper=AfterOpen|AfterClose,send={upward}},…; AfterOpen when a
-//              frame's URL is known and taken up, AfterClose when its file is there
+//              frame's file is open, AfterClose when it is there under its name
 //   newFrame   true: also a message "newframe", AfterClose, unless sendmsg has one
 //   vbrc       block whose frame_count advances when a file is there; vbrcidx, 0, says which count
 //   dbg        true: a line in the trace for each file
@@ -22,10 +23,13 @@ namespace quill::stream {
 // Every message goes to all owners. Its text is `name:url={…}`, AfterClose with `,size=BYTES`; its
 // note ("extra") is the name. What goes wrong is in the log too: `failed:url={…},reason={…}` is a
 // frame that could not be written, the next one is tried all the same; `ended:reason={…}` says that
-// none will come any more. Messages come on the stream thread, the last one on the message thread.
+// none will come any more, behind those that came. Messages come on the stream thread; the last one
+// on the message thread, where no frame was left to be written.
 class IOSinkPerFrame : public SessionSink {
  public:
   bool configure(base::AttrSet& set) override;
+  bool Start() override;
+  bool Stop() override;
 
  protected:
   ~IOSinkPerFrame() override { IOSinkPerFrame::Close(); }
@@ -37,7 +41,10 @@ class IOSinkPerFrame : public SessionSink {
   };
   bool ReadNotices(const base::AttrSet& notices);
   void Take(Packet& packet) override;
+  void Drained() override;
   void Told(const std::string& reason) override;
+  void SetWriting(bool is_writing);
+  void PostEnd();
   bool Write(const std::string& url, const Packet& packet, std::string& error);
   void Post(bool after_close, const std::string& url, const Packet& packet);
   void PostFailure(const std::string& url, const std::string& reason);
@@ -46,8 +53,12 @@ class IOSinkPerFrame : public SessionSink {
   // Constant after configure.
   std::unique_ptr<UrlLayout> _urls;
   std::vector<Notice> _notices;
-  std::shared_ptr<const Window::Block> _counted;  // null: no count advances
+  std::shared_ptr<const Window::Block> _counted;  // with a record; null: no count advances
   bool _is_chatty = false;
+
+  std::mutex _end_mutex;
+  bool _is_writing = false;  // guarded by _end_mutex; frames may still be written
+  std::string _end_reason;   // guarded by _end_mutex; empty: none, or posted
 };
 
 }  // namespace quill::stream

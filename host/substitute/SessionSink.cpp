@@ -29,7 +29,12 @@ bool SessionSink::Start() {
     Take(packet);
     Release();
   };
-  if (HasThread() && !_thread.Start(_session, take, OwnerCallbacks())) return false;
+  const auto drained = [this] {
+    Hold();
+    Drained();
+    Release();
+  };
+  if (HasThread() && !_thread.Start(_session, take, drained, OwnerCallbacks())) return false;
   return Element::Start();
 }
 

@@ -9,7 +9,8 @@
 
 namespace quill::stream {
 
-// Client's thread, but for what says otherwise.
+// Client's thread, but for what says otherwise. REQUIRES: the most derived destructor calls
+// Close(): until then the other threads may call what is virtual here.
 class SessionSink : public Element {
  public:
   bool Open() override;  // attaches to the session of the element in front
@@ -27,6 +28,8 @@ class SessionSink : public Element {
   virtual bool HasThread() const { return true; }
   // One packet, lent until return. It may stop, close or destroy the stream. Stream thread.
   virtual void Take(Packet&) {}
+  // The session has ended, and its last packet was taken. Stream thread.
+  virtual void Drained() {}
   // The real-time side says something of the stream, or is gone. Message thread.
   virtual void Told(const std::string&) {}
 

@@ -9,17 +9,21 @@ namespace quill::stream {
 // It holds all it needs, as a callback may stop or close the stream under its feet.
 struct StreamThread::Run {
   Run(std::shared_ptr<Session> from, std::function<void(Packet&)> to,
-      std::shared_ptr<Service::Callbacks> counted)
-      : session(std::move(from)), output(std::move(to)), callbacks(std::move(counted)) {}
+      std::function<void()> at_the_end, std::shared_ptr<Service::Callbacks> counted)
+      : session(std::move(from)),
+        output(std::move(to)),
+        drained(std::move(at_the_end)),
+        callbacks(std::move(counted)) {}
 
   void Loop() {
     may_run.wait(false);
     while (!is_over.load(std::memory_order_acquire)) {
       Packet* packet = session->Pull(true);
-      if (packet == nullptr) return;
+      if (packet == nullptr) break;
       output(*packet);
       packet->Release();  // whoever keeps it has added a hold
     }
+    if (session->HasEnded() && !is_over.load(std::memory_order_acquire)) drained();
   }
   void Release() {
     may_run.store(true, std::memory_order_release);
@@ -28,6 +32,7 @@ struct StreamThread::Run {
 
   const std::shared_ptr<Session> session;
   const std::function<void(Packet&)> output;
+  const std::function<void()> drained;
   const std::shared_ptr<Service::Callbacks> callbacks;
   std::atomic<bool> may_run{false};
   std::atomic<bool> is_over{false};
@@ -39,9 +44,11 @@ StreamThread::~StreamThread() {
 }
 
 bool StreamThread::Start(std::shared_ptr<Session> session, std::function<void(Packet&)> output,
+                         std::function<void()> drained,
                          std::shared_ptr<Service::Callbacks> callbacks) {
   if (_run != nullptr) _run->thread.detach();  // the callback that it runs starts it anew
-  auto run = std::make_shared<Run>(std::move(session), std::move(output), std::move(callbacks));
+  auto run = std::make_shared<Run>(std::move(session), std::move(output), std::move(drained),
+                                   std::move(callbacks));
   run->callbacks->Begin();
   run->thread = StartThread("tessel-stream", [run] {
     run->Loop();

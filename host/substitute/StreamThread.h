@@ -19,10 +19,11 @@ class StreamThread {
   StreamThread(const StreamThread&) = delete;
   StreamThread& operator=(const StreamThread&) = delete;
 
-  // Calls `output` with each packet, lent until return, from Release() on. `callbacks` counts the
-  // thread. False when the system has no thread left. REQUIRES: Join() was called.
+  // Calls `output` with each packet, lent until return, from Release() on, and `drained` when the
+  // session has ended and the last one was taken. `callbacks` counts the thread. False when the
+  // system has no thread left. REQUIRES: Join() was called.
   bool Start(std::shared_ptr<Session> session, std::function<void(Packet&)> output,
-             std::shared_ptr<Service::Callbacks> callbacks);
+             std::function<void()> drained, std::shared_ptr<Service::Callbacks> callbacks);
   // The whole pipeline plays: a callback that stops it does not cross its start any more.
   void Release();
   // Waits for the thread, unless this is it: then whoever comes next does. REQUIRES: the session is

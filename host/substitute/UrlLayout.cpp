@@ -1,10 +1,7 @@
 #include "UrlLayout.h"
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
-#include <cstring>
 #include <thread>
 
 #include "quill/Hash.h"
@@ -53,7 +50,7 @@ class UrlSimple : public UrlLayout {
 
   Area Look() const {
     const std::span<std::byte> block = _block->area.Bytes().first(_block->asked_bytes);
-    auto& vbrc = *reinterpret_cast<VbrcBlock*>(block.data());
+    auto& vbrc = *_block->Vbrc();
     Area area = {vbrc.extra_user.load(kRelaxed), vbrc.extra_max.load(kRelaxed),
                  vbrc.extra_len.load(std::memory_order_acquire), ""};
     const auto room = static_cast<int>(block.size() - offsetof(VbrcBlock, extra));
@@ -68,7 +65,7 @@ class UrlSimple : public UrlLayout {
   }
 
   static bool Read(const Area& area, std::string& url, std::string& error) {
-    if (area.user != base::Hash("UrlSimple")) {
+    if (area.user != base::Hash(kUrlOwner)) {
       error = "the extra area belongs to somebody else";
     } else if (area.bytes.empty() || area.used_bytes > area.most_bytes) {
       error = "extra_len=" + std::to_string(area.used_bytes) + " is outside the extra area";
@@ -101,34 +98,20 @@ class UrlCallback : public UrlLayout {
   void* const _handle;
 };
 
-std::uintptr_t AddressAt(const AttrSet& set, const char* key) {
-  const char* text = set.Get(key);
-  return text == nullptr ? 0 : std::strtoull(text, nullptr, 16);
-}
-
 }  // namespace
-
-std::shared_ptr<const Window::Block> FindBlock(const char* text) {
-  const Window* window = Window::Globle();
-  if (text == nullptr || window == nullptr) return nullptr;
-  const auto* address = reinterpret_cast<const void*>(std::strtoull(text, nullptr, 16));
-  const auto blocks = window->BlocksNamedIn(base::ToString(address));
-  const auto place = std::find_if(blocks.begin(), blocks.end(), [address](const auto& block) {
-    return block->area.Bytes().data() == address && block->asked_bytes >= kVbrcBlockBytes;
-  });
-  return place == blocks.end() ? nullptr : *place;
-}
 
 std::unique_ptr<UrlLayout> UrlLayout::Create(const AttrSet& description, std::string& error) {
   const char* text = description.Get("type");
   const std::string type = text == nullptr ? "" : text;
   if (type == "UrlSimple") {
-    auto block = FindBlock(description.Get("vbrc"));
-    if (block != nullptr) return std::make_unique<UrlSimple>(std::move(block));
+    auto block = Window::BlockAt(description.Get("vbrc"));
+    if (block != nullptr && block->Vbrc() != nullptr)
+      return std::make_unique<UrlSimple>(std::move(block));
     error = "UrlSimple: vbrc= names no rate-control block";
   } else if (type == "UrlCallback") {
-    const auto function = reinterpret_cast<UrlCallback::Function>(AddressAt(description, "cb"));
-    auto* handle = reinterpret_cast<void*>(AddressAt(description, "hd"));
+    const auto function =
+        reinterpret_cast<UrlCallback::Function>(base::ReadHandle(description.Get("cb")));
+    auto* handle = reinterpret_cast<void*>(base::ReadHandle(description.Get("hd")));
     if (function != nullptr) return std::make_unique<UrlCallback>(function, handle);
     error = "UrlCallback: cb= names no function";
   } else {

@@ -21,8 +21,4 @@ class UrlLayout {
   virtual bool Next(std::string& url, std::string& error) = 0;
 };
 
-// The rate-control block at the address that `text` shows, held, with all its bytes; null when
-// there is none.
-std::shared_ptr<const Window::Block> FindBlock(const char* text);
-
 }  // namespace quill::stream

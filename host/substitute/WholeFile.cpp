@@ -8,8 +8,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "Descriptors.h"
-
 namespace quill::stream {
 namespace {
 
@@ -47,28 +45,36 @@ bool WriteAll(int fd, std::span<const std::uint8_t> bytes) {
 
 }  // namespace
 
-bool WriteWholeFile(const std::string& path, std::span<const std::uint8_t> bytes,
-                    std::string& error) {
+std::optional<WholeFile> WholeFile::Open(const std::string& path, std::string& error) {
   struct stat older = {};
   const bool is_there = stat(path.c_str(), &older) == 0;
   if (is_there && !S_ISREG(older.st_mode)) {
     error = S_ISDIR(older.st_mode) ? "is a folder" : "is no regular file";
-    return false;
+    return std::nullopt;
   }
   if (!is_there && errno != ENOENT) {  // a name too long, a folder that may not be searched
     error = Reason();
-    return false;
+    return std::nullopt;
   }
-  std::string temporary;
-  const tessel::link::UniqueFd file = CreateBeside(path, temporary);
-  if (!file.IsOpen()) {
+  WholeFile whole;
+  whole._path = path;
+  whole._file = CreateBeside(path, whole._temporary);
+  if (whole._file.IsOpen()) return whole;
+  error = Reason();
+  return std::nullopt;
+}
+
+WholeFile::~WholeFile() {
+  if (_file.IsOpen()) unlink(_temporary.c_str());
+}
+
+bool WholeFile::Finish(std::span<const std::uint8_t> bytes, std::string& error) {
+  if (!WriteAll(_file.Get(), bytes) || rename(_temporary.c_str(), _path.c_str()) != 0) {
     error = Reason();
     return false;
   }
-  if (WriteAll(file.Get(), bytes) && rename(temporary.c_str(), path.c_str()) == 0) return true;
-  error = Reason();
-  unlink(temporary.c_str());
-  return false;
+  _file = {};
+  return true;
 }
 
 }  // namespace quill::stream

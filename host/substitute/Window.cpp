@@ -128,6 +128,22 @@ std::vector<std::shared_ptr<const Window::Block>> Window::BlocksNamedIn(
   return named;
 }
 
+VbrcBlock* Window::Block::Vbrc() const {
+  if (asked_bytes < kVbrcBlockBytes) return nullptr;
+  return reinterpret_cast<VbrcBlock*>(area.Bytes().data());
+}
+
+std::shared_ptr<const Window::Block> Window::BlockAt(const char* text) {
+  const Window* window = Globle();
+  if (window == nullptr) return nullptr;
+  const auto* address = reinterpret_cast<const std::byte*>(base::ReadHandle(text));
+  const std::lock_guard lock(window->_mutex);
+  for (const auto& [owner, block] : window->_blocks) {
+    if (block->area.Bytes().data() == address) return block;
+  }
+  return nullptr;
+}
+
 std::size_t Window::UsedBytes() const {
   const std::lock_guard lock(_mutex);
   std::size_t used = _memory->Size() / kPage * kPage - kPage;

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "quill/VbrcBlock.h"
 #include "SharedWindow.h"
 
 namespace quill::stream {
@@ -51,9 +52,13 @@ class Window {
   struct Block {
     WindowArea area;
     std::size_t asked_bytes;
+    // The rate-control record at its start; null when it is too small for one.
+    VbrcBlock* Vbrc() const;
   };
-  // The blocks whose address stands in `text`. Whoever holds one keeps it from being handed out
-  // again.
+  // The block whose address `text` shows; null when there is none.
+  static std::shared_ptr<const Block> BlockAt(const char* text);
+  // The blocks whose address stands anywhere in `text`. Whoever holds a block keeps it from being
+  // handed out again.
   std::vector<std::shared_ptr<const Block>> BlocksNamedIn(const std::string& text) const;
 
   std::size_t UsedBytes() const;

@@ -18,15 +18,12 @@
 
 #include <cstdint>
 #include <deque>
-#include <memory>
+#include <random>
 #include <span>
 #include <string>
 
 #include "Element.h"
-
-struct AVCodecContext;
-struct AVFrame;
-struct AVPacket;
+#include "Libraries.h"
 
 namespace tessel::rtos {
 
@@ -41,12 +38,6 @@ class AacEncoder : public Element {
   Verdict Drain(Unit& unit) override;
 
  private:
-  struct Free {
-    void operator()(AVCodecContext* codec) const;
-    void operator()(AVFrame* frame) const;
-    void operator()(AVPacket* packet) const;
-  };
-
   [[nodiscard]] bool ReadParams(const AttrSet& params, const Media& media, std::string& error);
   // The encoder cannot be taken back to its beginning: it is made anew.
   [[nodiscard]] bool MakeCodec();
@@ -61,6 +52,7 @@ class AacEncoder : public Element {
   // Fills what is missing between the samples so far and those of `time_ns`.
   [[nodiscard]] bool Bridge(std::int64_t time_ns);
   [[nodiscard]] bool SendFull();
+  void SoftenLoud();
   // The encoder's next frame. kMore: it wants more samples; kEnd: there are no more.
   Verdict Receive(Unit& unit);
   Verdict Write(Unit& unit);
@@ -74,15 +66,17 @@ class AacEncoder : public Element {
   int _bandwidth_hz = 0;        // 0: the encoder's choice
 
   // Chain's thread, once open.
-  std::unique_ptr<AVCodecContext, Free> _codec;
-  std::unique_ptr<AVFrame, Free> _frame;  // being filled
-  std::unique_ptr<AVPacket, Free> _packet;
-  int _filled = 0;                     // samples of each channel in _frame
-  std::int64_t _frame_ns = 0;          // time of its first sample
-  std::int64_t _next_ns = 0;           // when the next block should begin
-  std::deque<std::int64_t> _times_ns;  // of the units that the encoder still owes
-  bool _is_used = false;               // it has seen samples, or their end
-  bool _is_draining = false;           // it has been told that no more come
+  CodecPtr _codec;
+  FramePtr _frame;  // being filled
+  PacketPtr _packet;
+  std::minstd_rand _random;
+  std::uniform_real_distribution<float> _noise;  // what loud frames are softened by
+  int _filled = 0;                               // samples of each channel in _frame
+  std::int64_t _frame_ns = 0;                    // time of its first sample
+  std::int64_t _next_ns = 0;                     // when the next block should begin
+  std::deque<std::int64_t> _times_ns;            // of the units that the encoder still owes
+  bool _is_used = false;                         // it has seen samples, or their end
+  bool _is_draining = false;                     // it has been told that no more come
 };
 
 }  // namespace tessel::rtos

@@ -66,7 +66,8 @@ void CaptureSchedule::MoveTo(std::int64_t now_ns) {
 
 bool CameraSource::Open(const Context& context, const AttrSet& params, Media& media,
                         std::string& error) {
-  const std::optional<Colours> encoder_wants = context.EncoderWants();
+  const ElementRow* encoder = context.Encoder();
+  const auto encoder_wants = encoder == nullptr ? std::nullopt : encoder->encodes;
   _writes_slot = !encoder_wants;
   if (!ReadParams(params, error)) return false;
   _nominal_rate = std::clamp(context.FramesPerSecond(), 1, kMostRate);

@@ -27,8 +27,8 @@ bool EncoderParams::Read(const Context& context, const AttrSet& params,
   block = context.Block(address, error);
   if (block == nullptr) return false;
   // The block of a snapshot, whose extra area holds the URL of the next file.
-  counts_frames =
-      block->extra_user.load(std::memory_order_relaxed) != quill::base::Hash("UrlSimple");
+  counts_frames = block->extra_user.load(std::memory_order_relaxed) !=
+                  quill::base::Hash(quill::stream::kUrlOwner);
   return true;
 }
 

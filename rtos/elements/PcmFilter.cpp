@@ -33,7 +33,7 @@ bool PcmFilter::Open(const Context& context, const AttrSet& params, Media& media
     error = "no sound comes from the elements in front";
     return false;
   }
-  _is_last = !context.HasEncoder();
+  _is_last = context.Encoder() == nullptr;
   _is_converting = _from != _to;
   if (_is_converting) {
     _converter = SoundConverter::Create(_from, _to);

@@ -1,15 +1,15 @@
 #include "Scaler.h"
 
-#include <mutex>
 #include <utility>
 
 extern "C" {
 #include <libavutil/frame.h>
-#include <libavutil/log.h>
 #include <libavutil/opt.h>
 #include <libavutil/pixdesc.h>
 #include <libswscale/swscale.h>
 }
+
+#include "Libraries.h"
 
 namespace tessel::rtos {
 namespace {
@@ -51,11 +51,6 @@ bool IsRgb(int format) {
 int CountPlanes(int format) { return av_pix_fmt_count_planes(static_cast<AVPixelFormat>(format)); }
 
 }  // namespace
-
-void SilenceLibraries() {
-  static std::once_flag once;
-  std::call_once(once, [] { av_log_set_level(AV_LOG_QUIET); });
-}
 
 void Scaler::Free::operator()(SwsContext* context) const { sws_freeContext(context); }
 

@@ -12,9 +12,6 @@ struct SwsContext;
 
 namespace tessel::rtos {
 
-// Keeps the FFmpeg libraries from writing to the user's terminal. Any thread.
-void SilenceLibraries();
-
 // Below this width, and with lines that are no multiple of it, the scaler writes past the end of a
 // line: it writes whole vectors of 32 chroma samples.
 inline constexpr int kScalerWidth = 64;

@@ -5,7 +5,7 @@
 #include <memory>
 #include <span>
 
-#include "SoundInput.h"
+#include "SoundFormat.h"
 
 struct SwrContext;
 

@@ -48,7 +48,7 @@ void SoundLevel::Start() { _gain = _automatic * _device.Gain(); }
 
 // The automatic gain for this block.
 float SoundLevel::Follow(std::span<const std::int16_t> samples) {
-  if (!_device.IsLevelled()) {
+  if (!_device.HasAutomaticGain()) {
     _power = 0;
     return 1;
   }

@@ -6,10 +6,32 @@
 #include "quill/VbrcBlock.h"
 #include "quill/Visibility.h"
 
+namespace tessel {
+
+// Bytes in memory.
+class QUILL_PUBLIC IBuffer {
+ public:
+  virtual void* Data() const = 0;        // lent for the buffer's life; may be null
+  virtual std::size_t Size() const = 0;  // bytes; 0 where there is no memory
+
+ protected:
+  ~IBuffer() = default;
+};
+
+class QUILL_PUBLIC IBufferNamed : public IBuffer {
+ public:
+  virtual const std::string& Name() const = 0;
+
+ protected:
+  ~IBufferNamed() = default;
+};
+
+}  // namespace tessel
+
 namespace quill::stream {
 
 // Owns one block of the shared window. Client's thread.
-class QUILL_PUBLIC SharedMemory {
+class QUILL_PUBLIC SharedMemory : public tessel::IBufferNamed {
  public:
   // `name` may be null. Data() is null when the window is full.
   SharedMemory(const char* name, std::size_t size_bytes);
@@ -17,9 +39,9 @@ class QUILL_PUBLIC SharedMemory {
   SharedMemory(const SharedMemory&) = delete;
   SharedMemory& operator=(const SharedMemory&) = delete;
 
-  void* Data() const { return _data; }
-  std::size_t Size() const { return _data == nullptr ? 0 : _size_bytes; }
-  const std::string& Name() const { return _name; }
+  void* Data() const override { return _data; }
+  std::size_t Size() const override { return _data == nullptr ? 0 : _size_bytes; }
+  const std::string& Name() const override { return _name; }
 
  private:
   std::string _name;

@@ -380,9 +380,17 @@ bool object::Forward(Message& message, const Orient& orient) {
       }
       return false;
     case Orient::kOwners: {
-      bool is_taken = false;
+      // The outermost first: those below, which are kept, may be taken away from it by what it is
+      // told, and are not told then.
+      std::vector<object*> owners;
       for (object* owner = _parent; owner != nullptr; owner = owner->_parent) {
-        is_taken = process(*owner) || is_taken;
+        owners.push_back(owner);
+      }
+      bool is_taken = false;
+      for (std::size_t i = owners.size(); i-- > 0;) {
+        const bool is_outermost = i + 1 == owners.size();
+        if (!is_outermost && owners[i]->_parent == nullptr) break;
+        is_taken = process(*owners[i]) || is_taken;
       }
       return is_taken;
     }

@@ -94,6 +94,10 @@ inline std::uint8_t* ExtraArea(VbrcBlock& block) {
   return reinterpret_cast<std::uint8_t*>(&block) + offsetof(VbrcBlock, extra);
 }
 
+// The owner of an area with the URL that the next picture goes to, as text with its NUL. Of such a
+// block the sink counts the frames, once their files are there, and the encoder does not.
+inline constexpr char kUrlOwner[] = "UrlSimple";
+
 // Zeroes the fixed part and stores what a fresh source asks for. `extra_size` is the number of
 // bytes behind the fixed part; those are left alone.
 inline void InitVbrcBlock(VbrcBlock& block, int extra_size) {

@@ -1,6 +1,7 @@
 // The host's text streams: numbers and pointers as they stand in layout strings and log lines.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -19,8 +20,7 @@ class QUILL_PUBLIC ostream {
   ostream& operator<<(long long number);  // decimal
   ostream& operator<<(int number) { return *this << static_cast<long long>(number); }
   ostream& operator<<(unsigned number) { return *this << static_cast<long long>(number); }
-  ostream& operator<<(
-      const void* pointer);  // "0x" and lower-case hexadecimal; reads back as base 16
+  ostream& operator<<(const void* pointer);  // "0x" and lower-case hexadecimal
 };
 
 class QUILL_PUBLIC ostream_string : public ostream {
@@ -39,5 +39,11 @@ std::string ToString(const T& value) {
   text << value;
   return text.str();
 }
+
+// The text of a handle, like that of a pointer.
+QUILL_PUBLIC std::string HandleText(std::uint64_t handle);
+// The number behind the text of a handle or a pointer; 0, which none is, for null and for what is
+// no such text.
+QUILL_PUBLIC std::uint64_t ReadHandle(const char* text);
 
 }  // namespace quill::base

@@ -1,8 +1,6 @@
 #include "JpegSnap.h"
 
 #include <algorithm>
-#include <chrono>
-#include <thread>
 
 #include "quill/Debug.h"
 #include "quill/Hash.h"
@@ -13,6 +11,7 @@ namespace tessel::dualos {
 
 using quill::base::Hash;
 using quill::stream::Failed;
+using quill::stream::kUrlOwner;
 using quill::stream::kYellow;
 using quill::stream::Trace;
 using quill::stream::TraceIn;
@@ -22,13 +21,17 @@ namespace {
 
 constexpr int kExtraBytes = 1024;  // room for a URL and its terminator, asked for beyond
 constexpr int kRoomBytes = static_cast<int>(sizeof(VbrcBlock::extra)) + kExtraBytes;
-constexpr std::chrono::milliseconds kPoll(10);
 constexpr auto kRelaxed = std::memory_order_relaxed;
 
 }  // namespace
 
 JpegSnap::JpegSnap() : StreamVbrc(kExtraBytes) {
-  if (_vbrc != nullptr) _vbrc->extra_user.store(Hash("UrlSimple"), kRelaxed);
+  if (_vbrc != nullptr) _vbrc->extra_user.store(Hash(kUrlOwner), kRelaxed);
+}
+
+// Nobody may tell the object any more while it goes.
+JpegSnap::~JpegSnap() {
+  if (_app != nullptr) StreamApp::Close();
 }
 
 void JpegSnap::RegisterMessageCallback(const std::function<bool(const char*)>&) {}
@@ -40,9 +43,7 @@ void JpegSnap::SetHeight(int pixels) { _height = pixels; }
 void JpegSnap::SetURL(const char* url) { _url = url == nullptr ? "" : url; }
 void JpegSnap::ForceKeyFrame() {}
 
-void JpegSnap::SetQP(int qp) {
-  if (!Failed(!_vbrc, "!_vbrc")) _vbrc->qp.store(qp, kRelaxed);
-}
+void JpegSnap::SetQP(int qp) { Store(&VbrcBlock::qp, qp); }
 
 int JpegSnap::GetQP() const { return _vbrc == nullptr ? 0 : _vbrc->qp_reported.load(kRelaxed); }
 
@@ -72,6 +73,14 @@ bool JpegSnap::Open() {
   return StreamApp::Open();
 }
 
+// What lies in the area, as text.
+std::string JpegSnap::StoredUrl() const {
+  std::string url(_url.size(), '\0');
+  std::uint8_t* extra = ExtraArea(*_vbrc);
+  for (char& letter : url) letter = static_cast<char>(std::atomic_ref(*extra++).load(kRelaxed));
+  return url;
+}
+
 // Into the block's extra area, for the sink to read. It is empty meanwhile, and its bytes are
 // stored one by one, as the sink may be reading for the snapshot before this one.
 void JpegSnap::StoreUrl() {
@@ -96,7 +105,7 @@ bool JpegSnap::Snap(bool blocking) {
   if (Failed(!vbrc, "!vbrc")) return false;
   const std::int32_t extra_max = vbrc->extra_max.load(kRelaxed);
   if (Failed(extra_max == 0, "!vbrc->extra_max")) return false;
-  if (Failed(vbrc->extra_user.load(kRelaxed) != Hash("UrlSimple"),
+  if (Failed(vbrc->extra_user.load(kRelaxed) != Hash(kUrlOwner),
              "vbrc->extra_user!=(void*)::Hash(\"UrlSimple\")")) {
     return false;
   }
@@ -108,18 +117,14 @@ bool JpegSnap::Snap(bool blocking) {
   StoreUrl();
   TraceIn(kYellow, "(void*)vbrc=", static_cast<const void*>(vbrc));
   TraceIn(kYellow, "_url=", _url);
-  TraceIn(kYellow,
-          "(char*)vbrc->extra=", std::string(reinterpret_cast<const char*>(ExtraArea(*vbrc)), len));
+  TraceIn(kYellow, "(char*)vbrc->extra=", StoredUrl());
 
   const std::uint32_t failures = _outcome.Failures();
   const auto done = static_cast<std::uint32_t>(vbrc->frame_count.load(std::memory_order_acquire));
   // The URL stands before the request.
   vbrc->trigger_req.fetch_add(1, std::memory_order_release);
-  while (blocking && Enable() && !HasFile(done + 1)) {
-    if (Failed(_outcome.IsHopeless(failures), "!file", _url)) return false;
-    std::this_thread::sleep_for(kPoll);
-  }
-  return true;
+  const auto is_done = [&] { return !blocking || !Enable() || HasFile(done + 1); };
+  return !Failed(!_outcome.Await(failures, is_done), "!file", _url);
 }
 
 void JpegSnap::Snap(const char* url, bool blocking) {

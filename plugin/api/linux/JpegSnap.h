@@ -16,6 +16,7 @@ namespace tessel::dualos {
 class JpegSnap : public StreamApp, public StreamVbrc, public api::streaming::IPhotography {
  public:
   JpegSnap();
+  ~JpegSnap() override;
 
   // It has no way for messages to its client.
   void RegisterMessageCallback(const std::function<bool(const char*)>& cb) override;
@@ -50,6 +51,7 @@ class JpegSnap : public StreamApp, public StreamVbrc, public api::streaming::IPh
 
  private:
   void StoreUrl();
+  std::string StoredUrl() const;
   bool HasFile(std::uint32_t target) const;
 
   SnapOutcome _outcome;

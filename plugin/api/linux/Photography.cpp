@@ -1,8 +1,5 @@
 #include "Photography.h"
 
-#include <chrono>
-#include <thread>
-
 namespace tessel::dualos {
 
 using api::streaming::common::TextCallback;
@@ -11,12 +8,6 @@ using quill::base::Message;
 using quill::base::Orient;
 using quill::stream::Failed;
 using Status = quill::stream::IStatus::Status;
-
-namespace {
-
-constexpr std::chrono::milliseconds kPoll(10);
-
-}  // namespace
 
 Photography::Photography() : VBRC(nullptr) {}
 
@@ -106,6 +97,8 @@ bool Photography::Start() {
 bool Photography::StopAt(const char* status, const quill::stream::At& condition) {
   if (_obj == nullptr) return true;
   if (Failed(!_obj->SetStr("statusdown", status), condition)) return false;
+  // One that is only stopped may be telling something right now: closed, it does not.
+  _obj->SetStr("statusdown", "null");
   Children().Delete(_obj, false);
   return true;
 }
@@ -138,11 +131,8 @@ bool Photography::Snap(bool blocking) {
   const std::uint32_t failures = _outcome.Failures();
   if (Failed(Block() == nullptr, "!Block()")) return false;  // an object without one is harmless
   Block()->trigger_req.fetch_add(1, std::memory_order_release);
-  while (blocking && Enable() && _new_frames.load() != target) {
-    if (Failed(_outcome.IsHopeless(failures), "!file", CreateUrl())) return false;
-    std::this_thread::sleep_for(kPoll);
-  }
-  return true;
+  const auto is_done = [&] { return !blocking || !Enable() || _new_frames.load() == target; };
+  return !Failed(!_outcome.Await(failures, is_done), "!file", CreateUrl());
 }
 
 void Photography::Snap(const char* url, bool blocking) {
@@ -156,7 +146,7 @@ bool Photography::processMessageNewFrame(Message&) {
 }
 
 bool Photography::processMessage(Message& message) {
-  if (_outcome.Heed(message) == SnapOutcome::Notice::kNewFrame) processMessageNewFrame(message);
+  if (_outcome.Heed(message)) processMessageNewFrame(message);
   return StreamControl::processMessage(message);
 }
 

@@ -49,8 +49,8 @@ class Photography : public api::streaming::common::StreamControl,
 
   std::string AppStringCreate();
   std::string CreateUrl();
-  // A picture is there. On the thread that tells.
-  bool processMessageNewFrame(quill::base::Message& message);
+  // A picture is there. On the thread that tells. Exported, for hosts that call it themselves.
+  TESSEL_PUBLIC bool processMessageNewFrame(quill::base::Message& message);
   // Where the next picture goes; `hd` is the object. Stream thread.
   static std::string cbCreateUrl(void* hd);
 

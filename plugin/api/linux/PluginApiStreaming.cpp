@@ -41,10 +41,12 @@ IClass* EnterPlain(const char* name) {
   return TClass<>::Enter<Class>(name);
 }
 
-// What a source can deliver, attached as a `std::vector` of its media records.
+// What a source can deliver, attached as a `std::vector` of its media records. One that is there
+// stays when the class is entered again: somebody may have borrowed it.
 template <typename MediaInfo, std::size_t kCount>
 void Tag(IClass& record, const MediaInfo (&formats)[kCount]) {
   using List = std::vector<MediaInfo>;
+  if (record.Tag<List>() != nullptr) return;
   record.Tags(new List(std::begin(formats), std::end(formats)), &typeid(List),
               [](void* list) { delete static_cast<List*>(list); });
 }

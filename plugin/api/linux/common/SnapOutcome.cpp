@@ -1,20 +1,32 @@
 #include "SnapOutcome.h"
 
+#include <chrono>
 #include <string>
+#include <thread>
 
 namespace tessel::dualos {
+namespace {
 
-SnapOutcome::Notice SnapOutcome::Heed(const quill::base::Message& message) {
+constexpr std::chrono::milliseconds kPoll(10);
+
+}  // namespace
+
+bool SnapOutcome::Heed(const quill::base::Message& message) {
   const char* text = nullptr;
   const std::string note = message.GetStr("extra", text) && text != nullptr ? text : "";
-  if (note == "newframe") return Notice::kNewFrame;
-  if (note == "failed") {
-    ++_failures;
-    return Notice::kFailed;
+  if (note == "failed") ++_failures;
+  if (note == "ended") _is_over = true;
+  return note == "newframe";
+}
+
+bool SnapOutcome::Await(std::uint32_t failures, const std::function<bool()>& is_done) const {
+  for (;;) {
+    // Read first: the picture that came before the end then counts.
+    const bool is_hopeless = _is_over || _failures != failures;
+    if (is_done()) return true;
+    if (is_hopeless) return false;
+    std::this_thread::sleep_for(kPoll);
   }
-  if (note != "ended") return Notice::kOther;
-  _is_over = true;
-  return Notice::kEnded;
 }
 
 }  // namespace tessel::dualos

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 
 #include "quill/object.h"
 
@@ -12,20 +13,16 @@ namespace tessel::dualos {
 // A message is known by its note ("extra"). Any thread.
 class SnapOutcome {
  public:
-  enum class Notice { kOther, kNewFrame, kFailed, kEnded };
-  // Notes what the message tells, and says what that is: a picture is there as a file, one came to
-  // nothing, or none will come any more.
-  Notice Heed(const quill::base::Message& message);
+  // Notes what the message tells. True when it is that a picture is there as a file.
+  bool Heed(const quill::base::Message& message);
 
   // A new stream of pictures begins.
   void Begin() { _is_over = false; }
   // To be kept from before a request is made.
   std::uint32_t Failures() const { return _failures; }
-  // Whether a picture asked for since then need not be waited for: one has failed, perhaps an
-  // earlier one, or none will come any more.
-  bool IsHopeless(std::uint32_t failures_before) const {
-    return _is_over || _failures != failures_before;
-  }
+  // Polls until `is_done`. False when a picture asked for since `failures` were counted need not be
+  // waited for: one has failed, perhaps an earlier one, or none will come any more.
+  bool Await(std::uint32_t failures, const std::function<bool()>& is_done) const;
 
  private:
   std::atomic<std::uint32_t> _failures{0};

@@ -56,6 +56,14 @@ void StreamVbrc::Request(VbrcBlock::Word VbrcBlock::*count) {
   (_vbrc->*count).fetch_add(1, kRelaxed);
 }
 
+void StreamVbrc::Store(VbrcBlock::Word VbrcBlock::*word, int value) {
+  if (!Failed(!_vbrc, "!_vbrc")) (_vbrc->*word).store(value, kRelaxed);
+}
+
+int StreamVbrc::Load(VbrcBlock::Word VbrcBlock::*word) const {
+  return Failed(!_vbrc, "!_vbrc") ? 0 : (_vbrc->*word).load(kRelaxed);
+}
+
 bool StreamVbrc::FreeVbrc() {
   if (_vbrc == nullptr) return true;
   // The host knows the block by the object that is dying; a missing function is logged there.
@@ -81,35 +89,35 @@ bool StreamVbrc::IsSupport(BitRateControl brc) const {
 bool StreamVbrc::SelectBitRateControl(BitRateControl brc) {
   if (Failed(!IsSupport(brc), "!IsSupport(brc)", static_cast<int>(brc))) return false;
   _brc = brc;
-  if (brc == kConstant) _vbrc->qp.store(0, kRelaxed);
+  if (brc == kConstant) Store(&VbrcBlock::qp, 0);
   return true;
 }
 
 void StreamVbrc::SetBitRate(int bits_per_second) {
-  _vbrc->bitrate_target.store(bits_per_second, kRelaxed);
+  Store(&VbrcBlock::bitrate_target, bits_per_second);
 }
 void StreamVbrc::SetBitRateMinimum(int bits_per_second) {
-  _vbrc->bitrate_min.store(bits_per_second, kRelaxed);
+  Store(&VbrcBlock::bitrate_min, bits_per_second);
 }
 void StreamVbrc::SetBitRateMaximum(int bits_per_second) {
-  _vbrc->bitrate_max.store(bits_per_second, kRelaxed);
+  Store(&VbrcBlock::bitrate_max, bits_per_second);
 }
 void StreamVbrc::SetFrameRate(int frames_per_second) {
-  _vbrc->framerate.store(frames_per_second, kRelaxed);
+  Store(&VbrcBlock::framerate, frames_per_second);
 }
 void StreamVbrc::SetFrameRateMinimum(int frames_per_second) {
-  _vbrc->framerate_min.store(frames_per_second, kRelaxed);
+  Store(&VbrcBlock::framerate_min, frames_per_second);
 }
 void StreamVbrc::SetFrameRateMaximum(int frames_per_second) {
-  _vbrc->framerate_max.store(frames_per_second, kRelaxed);
+  Store(&VbrcBlock::framerate_max, frames_per_second);
 }
-void StreamVbrc::SetQP(int qp) { _vbrc->qp.store(qp, kRelaxed); }
-void StreamVbrc::SetQPMinimum(int qp) { _vbrc->qp_min.store(qp, kRelaxed); }
-void StreamVbrc::SetQPMaximum(int qp) { _vbrc->qp_max.store(qp, kRelaxed); }
+void StreamVbrc::SetQP(int qp) { Store(&VbrcBlock::qp, qp); }
+void StreamVbrc::SetQPMinimum(int qp) { Store(&VbrcBlock::qp_min, qp); }
+void StreamVbrc::SetQPMaximum(int qp) { Store(&VbrcBlock::qp_max, qp); }
 
 // What was asked and what the far side reports are different words.
-int StreamVbrc::GetCurrentBitRate() const { return _vbrc->bitrate.load(kRelaxed); }
-int StreamVbrc::GetCurrentFrameRate() const { return _vbrc->framerate.load(kRelaxed); }
-int StreamVbrc::GetCurrentQP() const { return _vbrc->qp.load(kRelaxed); }
+int StreamVbrc::GetCurrentBitRate() const { return Load(&VbrcBlock::bitrate); }
+int StreamVbrc::GetCurrentFrameRate() const { return Load(&VbrcBlock::framerate); }
+int StreamVbrc::GetCurrentQP() const { return Load(&VbrcBlock::qp); }
 
 }  // namespace tessel::dualos

@@ -8,9 +8,8 @@
 
 namespace tessel::dualos {
 
-// Owns one block from construction to destruction. Client's thread. Except for the two operations
-// that say otherwise, everything needs the block: an object whose block could not be made, which
-// the log tells, must not be steered.
+// Owns one block from construction to destruction. Client's thread. An object whose block could not
+// be made, which the log tells, steers nothing and reads zeros, each with a line in the log.
 class StreamVbrc : public virtual api::streaming::common::IBitRateControl {
  public:
   // `extra_size`: bytes of the extra area beyond the fixed part.
@@ -36,12 +35,15 @@ class StreamVbrc : public virtual api::streaming::common::IBitRateControl {
   int GetCurrentQP() const override;
 
  protected:
-  // True at once when there is a block already. No block is needed.
+  // True at once when there is a block already.
   bool CreateVbrc(int extra_size);
-  // Always true; no block is needed.
+  // Always true.
   bool FreeVbrc();
   // Makes one more request of the real-time side: `count` is a running count in the block.
   void Request(quill::stream::VbrcBlock::Word quill::stream::VbrcBlock::*count);
+
+  void Store(quill::stream::VbrcBlock::Word quill::stream::VbrcBlock::*word, int value);
+  int Load(quill::stream::VbrcBlock::Word quill::stream::VbrcBlock::*word) const;
 
   quill::stream::VbrcBlock* _vbrc = nullptr;
   BitRateControl _brc = static_cast<BitRateControl>(0);  // none selected

@@ -13,7 +13,8 @@ std::unique_ptr<SoundFile> SoundFile::Open(const std::string& path, bool loop,
 }
 
 SoundFile::SoundFile(const std::string& path, const SoundFormat& format)
-    : _ahead(static_cast<std::size_t>(format.rate) * static_cast<std::size_t>(format.channels)),
+    : _format(format),
+      _ahead(static_cast<std::size_t>(format.rate) * static_cast<std::size_t>(format.channels)),
       _reader(MediaReader::Kind::kSound, path),
       _queue(format) {}
 
@@ -23,6 +24,9 @@ bool SoundFile::ReadAhead(bool loop) {
     if (!FillQueue()) return false;
   }
   if (_queue.Size() == 0) return _reader.FailWith("no sound in it");
+  const auto lead_ms = static_cast<std::size_t>(_reader.LeadNs() / 1'000'000);
+  _silence = lead_ms * static_cast<std::size_t>(_format.rate) / 1000 *
+             static_cast<std::size_t>(_format.channels);
   _loop = loop;
   if (!loop || !_is_over) return true;
   _short_file.resize(_queue.Size());
@@ -38,6 +42,11 @@ void SoundFile::Repeat(std::span<std::int16_t> samples) {
 }
 
 SoundInput::Step SoundFile::Read(std::span<std::int16_t> samples, std::int64_t&) {
+  const auto silent = samples.first(std::min(_silence, samples.size()));
+  std::fill(silent.begin(), silent.end(), std::int16_t{0});
+  _silence -= silent.size();
+  samples = samples.subspan(silent.size());
+  if (samples.empty()) return Step::kSamples;
   if (!_short_file.empty()) {
     Repeat(samples);
     return Step::kSamples;

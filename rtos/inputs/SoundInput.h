@@ -6,14 +6,9 @@
 #include <span>
 #include <string>
 
-namespace tessel::rtos {
+#include "SoundFormat.h"
 
-// How the samples are wanted: 16 bits, channels interleaved.
-struct SoundFormat {
-  int rate = 0;  // samples/s of each channel
-  int channels = 0;
-  friend bool operator==(const SoundFormat&, const SoundFormat&) = default;
-};
+namespace tessel::rtos {
 
 // One thread at a time.
 class SoundInput {

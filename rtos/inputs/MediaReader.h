@@ -7,18 +7,11 @@
 #include <span>
 #include <string>
 
-struct AVCodecContext;
+#include "Libraries.h"
+
 struct AVFormatContext;
-struct AVFrame;
-struct AVPacket;
 
 namespace tessel::rtos {
-
-struct FreeFrame {
-  void operator()(AVFrame* frame) const;
-};
-using FramePtr = std::unique_ptr<AVFrame, FreeFrame>;
-FramePtr MakeFrame();
 
 // One thread at a time.
 class MediaReader {
@@ -56,6 +49,8 @@ class MediaReader {
   std::optional<std::int64_t> StampNs(const AVFrame& frame) const;
   // That of the first frame that had one, or 0.
   std::int64_t FirstStampNs() const { return _first_stamp_ns.value_or(0); }
+  // By how much that lies behind the start of the file's first picture or sound, ns.
+  std::int64_t LeadNs() const;
   // How long the frame is shown: as it says itself, or as the whole stream does, or a guess.
   std::int64_t DurationNs(const AVFrame& frame) const;
 
@@ -66,8 +61,6 @@ class MediaReader {
  private:
   struct Free {
     void operator()(AVFormatContext* format) const;
-    void operator()(AVCodecContext* codec) const;
-    void operator()(AVPacket* packet) const;
   };
   // What came of giving the decoder a packet.
   enum class Fed { kTaken, kRefused, kNothingYet, kFailed };
@@ -91,8 +84,8 @@ class MediaReader {
 
   std::int64_t _deadline_ns = 0;  // CLOCK_MONOTONIC; reading after it fails. `_format` points to it
   std::unique_ptr<AVFormatContext, Free> _format;
-  std::unique_ptr<AVCodecContext, Free> _codec;
-  std::unique_ptr<AVPacket, Free> _packet;
+  CodecPtr _codec;
+  PacketPtr _packet;
   std::optional<std::int64_t> _first_stamp_ns;
   std::string _error;
 };

@@ -111,6 +111,7 @@ MediaReader::Step MediaInput::DecodeNext() {
     decoded = _reader.StartAnew(*_next);
   }
   if (decoded != MediaReader::Step::kFrame) return decoded;
+  if (_decoded_end_ns == 0) _pass_start_ns = _reader.LeadNs();
   _next_start_ns = StartOf(*_next);
   _decoded_end_ns = _next_start_ns + _reader.DurationNs(*_next);
   return MediaReader::Step::kFrame;

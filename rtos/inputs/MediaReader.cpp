@@ -1,5 +1,6 @@
 #include "MediaReader.h"
 
+#include <algorithm>
 #include <cstring>
 #include <limits>
 #include <utility>
@@ -13,7 +14,6 @@ extern "C" {
 }
 
 #include "Clock.h"
-#include "Scaler.h"
 
 namespace tessel::rtos {
 namespace {
@@ -25,6 +25,7 @@ constexpr std::int64_t kDefaultFrameNs = 40'000'000;  // 25 frames/s, where a fi
 constexpr std::int64_t kOpenNs = 800'000'000;
 // A file is there or it is not; a playlist could wait for its next part.
 constexpr std::int64_t kReadNs = 500'000'000;
+constexpr std::int64_t kMostLeadNs = 3'600'000'000'000;  // time stamps that say more are broken
 // Broken packets are passed over, but a whole stretch of them means that nothing will come.
 constexpr int kMostBrokenPackets = 10'000;
 
@@ -58,17 +59,16 @@ bool IsRegularFile(const std::string& name) {
   return stat(name.c_str(), &status) != 0 || S_ISREG(status.st_mode);
 }
 
+bool IsCover(const AVStream& stream) {
+  return (stream.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
+}
+
 }  // namespace
 
-void FreeFrame::operator()(AVFrame* frame) const { av_frame_free(&frame); }
-FramePtr MakeFrame() { return FramePtr(av_frame_alloc()); }
-
 void MediaReader::Free::operator()(AVFormatContext* format) const { avformat_close_input(&format); }
-void MediaReader::Free::operator()(AVCodecContext* codec) const { avcodec_free_context(&codec); }
-void MediaReader::Free::operator()(AVPacket* packet) const { av_packet_free(&packet); }
 
 MediaReader::MediaReader(Kind kind, std::string name)
-    : _kind(kind), _name(std::move(name)), _packet(av_packet_alloc()) {
+    : _kind(kind), _name(std::move(name)), _packet(MakePacket()) {
   SilenceLibraries();
 }
 
@@ -127,8 +127,7 @@ bool MediaReader::OpenDevice(const char* driver, const std::string& device,
 bool MediaReader::FindStream() {
   for (unsigned i = 0; i < _format->nb_streams && _stream < 0; ++i) {
     const AVStream& stream = *_format->streams[i];
-    const bool is_cover = (stream.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
-    if (stream.codecpar->codec_type == RowOf(_kind).type && !is_cover) {
+    if (stream.codecpar->codec_type == RowOf(_kind).type && !IsCover(stream)) {
       _stream = static_cast<int>(i);
     }
   }
@@ -239,6 +238,21 @@ std::int64_t MediaReader::ToNs(std::int64_t time) const {
 std::optional<std::int64_t> MediaReader::StampNs(const AVFrame& frame) const {
   const std::int64_t stamp = frame.best_effort_timestamp;
   return stamp == AV_NOPTS_VALUE ? std::nullopt : std::optional(ToNs(stamp));
+}
+
+std::int64_t MediaReader::LeadNs() const {
+  std::int64_t first_ns = FirstStampNs();
+  for (unsigned i = 0; i < _format->nb_streams; ++i) {
+    const AVStream& stream = *_format->streams[i];
+    const AVMediaType type = stream.codecpar->codec_type;
+    const bool is_film = type == AVMEDIA_TYPE_VIDEO || type == AVMEDIA_TYPE_AUDIO;
+    if (!is_film || IsCover(stream) || stream.start_time == AV_NOPTS_VALUE) continue;
+    const std::int64_t start_ns = av_rescale_q(stream.start_time, stream.time_base, kNanoseconds);
+    // What lies before 0 is there for decoders only.
+    first_ns = std::min(first_ns, std::max<std::int64_t>(start_ns, 0));
+  }
+  const std::int64_t lead_ns = FirstStampNs() - first_ns;
+  return lead_ns > 0 && lead_ns < kMostLeadNs ? lead_ns : 0;
 }
 
 std::int64_t MediaReader::DurationNs(const AVFrame& frame) const {

@@ -12,8 +12,9 @@
 
 namespace tessel::rtos {
 
-// Samples follow one another as decoded, whatever time stamps say: neither gaps nor overlaps in a
-// file's times drop or double any. A loop joins the last sample to the first without a seam; a
+// Where the file's pictures begin before its sound, silence comes first. From there on samples
+// follow one another as decoded, whatever time stamps say: neither gaps nor overlaps in a file's
+// times drop or double any. A loop joins the last sample to the first without a seam; a
 // file of less than a second is decoded once and then repeated from memory.
 class SoundFile : public SoundInput {
  public:
@@ -30,11 +31,13 @@ class SoundFile : public SoundInput {
   bool ReadAhead(bool loop);
   void Repeat(std::span<std::int16_t> samples);
 
+  const SoundFormat _format;
   const std::size_t _ahead;  // samples of all channels that make a second
   bool _loop = false;        // once something has been decoded
   MediaReader _reader;
   FramePtr _frame = MakeFrame();
   SoundQueue _queue;
+  std::size_t _silence = 0;               // samples of all channels that come before the first
   bool _is_over = false;                  // nothing follows what is in the queue
   std::vector<std::int16_t> _short_file;  // whole; empty unless it is one that loops
   std::size_t _place = 0;                 // in _short_file

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "SoundConverter.h"
-#include "SoundInput.h"
+#include "SoundFormat.h"
 
 struct AVFrame;
 

@@ -1,0 +1,101 @@
+#include "Pipeline.h"
+
+#include <algorithm>
+
+#include "Element.h"
+#include "quill/Debug.h"
+
+namespace quill::stream {
+
+using base::AttrSet;
+using Status = IStatus::Status;
+
+bool Pipeline::configure(AttrSet& set) {
+  const char* layout = set.Get("layout");
+  if (Failed(layout == nullptr, "!layout")) return false;
+  std::vector<base::LayoutElement> elements;
+  std::string error;
+  if (Failed(!base::ParseLayout(layout, elements, error), "!ParseLayout(layout)", error)) {
+    return false;
+  }
+  Element* upstream = nullptr;
+  for (base::LayoutElement& description : elements) {
+    description.params.Add("type", description.class_name);
+    auto* element = dynamic_cast<Element*>(create(description.params));
+    if (Failed(element == nullptr, "!element", description.class_name)) return false;
+    if (upstream != nullptr) element->Attach(*upstream);
+    upstream = element;
+  }
+  set.Remove("layout");
+  return fromAttrSet(set);
+}
+
+std::vector<Service*> Pipeline::InFlow() const {
+  std::vector<Service*> order;
+  foreach ([&](base::object& child) {
+    if (auto* service = dynamic_cast<Service*>(&child)) order.push_back(service);
+    return true;
+  })
+    ;
+  return order;
+}
+
+std::vector<Service*> Pipeline::AgainstFlow() const {
+  std::vector<Service*> order = InFlow();
+  std::reverse(order.begin(), order.end());
+  return order;
+}
+
+// All or nothing: those that went up before one that did not are taken down again.
+bool Pipeline::Up(const std::vector<Service*>& order, Step step, Step undo) const {
+  for (std::size_t i = 0; i < order.size(); ++i) {
+    if (step(*order[i])) continue;
+    while (i-- > 0) undo(*order[i]);
+    return false;
+  }
+  return true;
+}
+
+// All of them, whatever one says: nothing may be left behind half alive.
+bool Pipeline::Down(const std::vector<Service*>& order, Step step) const {
+  bool done = true;
+  for (Service* service : order) done = step(*service) && done;
+  return done;
+}
+
+namespace {
+
+bool ToNull(Service& service) { return service.StatusDown(Status::kNull); }
+bool ToReady(Service& service) {
+  return service.CurrStatus() <= Status::kReady || service.StatusDown(Status::kReady);
+}
+bool UpToReady(Service& service) { return service.StatusUp(Status::kReady); }
+bool UpToPlay(Service& service) { return service.StatusUp(Status::kPlay); }
+
+}  // namespace
+
+bool Pipeline::Open() { return Up(InFlow(), &UpToReady, &ToNull) && Service::Open(); }
+
+// The sink first: what the source sends has somewhere to go.
+bool Pipeline::Start() { return Up(AgainstFlow(), &UpToPlay, &ToReady) && Service::Start(); }
+
+void Pipeline::afterStatusUp(Status target) {
+  if (target != Status::kPlay) return;
+  foreach ([](base::object& child) {
+    if (auto* element = dynamic_cast<Element*>(&child)) element->Playing();
+    return true;
+  })
+    ;
+}
+
+bool Pipeline::Stop() {
+  Service::Stop();
+  return Down(InFlow(), &ToReady);
+}
+
+bool Pipeline::Close() {
+  Service::Close();
+  return Down(InFlow(), &ToNull);
+}
+
+}  // namespace quill::stream

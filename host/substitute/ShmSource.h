@@ -1,0 +1,44 @@
+// The beginning of a pipeline: what the real-time side sends.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "Element.h"
+#include "FarSide.h"
+
+namespace quill::stream {
+
+// "ShmSource": the Linux end of a session, and the owner of the application over there. Parameters:
+// either session_name, apphd (the application's handle) and init, for one that exists already; or
+// connect={type=pipeline,serialize={chain},name=N} and link, for one that is made whenever this is
+// opened: the sink at the end of that chain gets the session N.
+class ShmSource : public Element {
+ public:
+  bool configure(base::AttrSet& set) override;
+  bool Open() override;
+  bool Start() override;
+  bool Stop() override;
+  bool Close() override;
+  std::shared_ptr<Session> Output() const override { return _session; }
+  std::shared_ptr<Media> OutputMedia() const override { return _media; }
+
+ protected:
+  ~ShmSource() override;
+
+ private:
+  bool ReadConnection(const base::AttrSet& connection);
+  bool Connect();
+  bool FindSession();
+  bool Command(const char* command, const char* status, base::AttrSet& answer) const;
+  void Leave();
+
+  std::string _session_name;
+  std::string _application;  // description of the one to be made; empty: it exists already
+  std::string _handle;       // as the real-time side wrote it; empty when it is gone
+  std::shared_ptr<FarSide> _far_side;
+  std::shared_ptr<Session> _session;
+  std::shared_ptr<Media> _media;
+};
+
+}  // namespace quill::stream
