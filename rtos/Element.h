@@ -46,6 +46,8 @@ struct Board {
   bool paced = true;  // live, at the asked rate; else as fast as the consumer takes frames
   int slots = 24;     // most frames in flight of one stream
   const AudioDevice* microphone = nullptr;  // null: it has none
+  // Whether one film is both: what begins later in it then does so here.
+  bool IsFilm() const { return sensor == mic; }
 };
 
 // What the samples of a picture mean.

@@ -132,6 +132,19 @@ TEST_F(AudioDevices, SendEffectiveChangesOnly) {
   EXPECT_EQ(LogLines(), Lines{Line("Volume", "!IsSupportVolumeControl()")});
 }
 
+TEST_F(AudioDevices, MoveNoSamples) {
+  Script(kEverything);
+  const auto microphone = quill::host::Create<IMicrophone>(kMicrophone);
+  const auto speaker = quill::host::Create<ISpeaker>(kSpeaker);
+  int count = 5;
+  short low[2] = {3, 4};
+  EXPECT_EQ(microphone->GetLeftSamples(0) + microphone->Read(count, low, 2) +
+                speaker->GetLeftSamples() + speaker->Write(low, 2),
+            0);
+  EXPECT_TRUE(count == 5 && low[0] == 3 && microphone->CreateReader() == nullptr);
+  EXPECT_FALSE(microphone->DevOpen() || microphone->DevStart() || speaker->DevClose());
+}
+
 TEST_F(AudioDevices, ASpeakerTellsOfItsVolumeControl) {
   Script(kEverything);
   const auto speaker = quill::host::Create<ISpeaker>(kSpeaker);
@@ -190,6 +203,13 @@ TEST_F(AudioDevices, KeepTheirSettingsOverALoss) {
   ASSERT_TRUE(RunFarSide("ProbeAudioDriver", again));
   EXPECT_STREQ(again.Get("mute"), "true");
   EXPECT_STREQ(again.Get("vol"), "0");
+  AttrSet both("devType=Microphone,mute=true,vol=70");
+  both.Add("object_base", again.Get("object_base"));
+  EXPECT_TRUE(RunFarSide("SetAudioDriver", both)) << "one behind the other";
+  KillFarSide();
+  EXPECT_TRUE(source->Close() && source->Open() && RunFarSide("ProbeAudioDriver", probe));
+  EXPECT_STREQ(probe.Get("mute"), "true");
+  EXPECT_STREQ(probe.Get("vol"), "70");
   EXPECT_TRUE(microphone->Mute(false) && microphone->AGC(false) && microphone->Volume(100));
   EXPECT_TRUE(source->Close());
 }

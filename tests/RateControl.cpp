@@ -193,6 +193,8 @@ TEST_F(RateControl, ABlockGivenInSpiteOfAFailureIsUsed) {
   EXPECT_TRUE(block.CreateVbrc(5)) << "has one already";
   EXPECT_EQ(_asked_size, "");
   EXPECT_EQ(block.GetCurrentQP(), 9);
+  Block plain(0);
+  EXPECT_EQ(_asked_size, "744");
 }
 
 TEST_F(RateControl, FreeingCallsTheHostOnceAndNeedsNoAnswer) {

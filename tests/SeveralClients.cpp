@@ -147,7 +147,8 @@ TEST_F(SeveralClients, AnybodyWatchesAndSteers) {
   } refusals[] = {
       {"trigger h264", "the stream is not one of single frames"},
       {"set h264 qp=52", "qp: "},
-      {"set h264 qp-min=9 qp-max=8", "qp_min 9 is above qp_max 8"},
+      {"set h264 qp-min=9 qp-max=8", "qp-min 9 is above qp-max 8"},
+      {"set h264 bitrate-min=5M", "bitrate-min 5000000 is above bitrate-max 4000000"},
       {"devices --board none", its_own.c_str()},
       {"set h264 speed=3", "no key \"speed\""},
       {"set h264 qp=1 bitrate", "is not of the form key=value"},

@@ -405,6 +405,27 @@ TEST_F(StillCapture, TheEndIsToldLastAndWaitedFor) {
   }
 }
 
+// A stop that comes meanwhile does not swallow it.
+TEST_F(StillCapture, TheEndIsToldToWhoeverStops) {
+  ASSERT_TRUE(SnapTo(Playing(kSnap), Url("one.jpeg")));
+  KillFarSide();
+  Use([this](auto& options) { options.sensor = Path("one.jpeg"), options.loop = false; });
+  const Taker taker = Make(kSnap);
+  taker->SetURL(Url("copy.jpeg").c_str());
+  Event told;
+  Event stops;
+  taker.Object()->RegisterMessageProcessCallback([&](quill::base::Message&) {
+    told.Set();
+    EXPECT_TRUE(stops.Wait());
+    return !Event().WaitFor(std::chrono::milliseconds(50));
+  });
+  ASSERT_TRUE(taker->Open() && taker->Snap(false) && taker->Start());
+  EXPECT_TRUE(told.Wait() && Eventually([] { return IsLogged("end of input"); }));
+  stops.Set();
+  EXPECT_TRUE(taker->Stop());
+  EXPECT_FALSE(taker->Snap(true)) << "none can come any more";
+}
+
 // The one that is written meanwhile is not mixed with the one before it.
 TEST_F(StillCapture, UrlsThatFollowOneAnotherStayWhole) {
   const Taker taker = Playing(kSnap);
@@ -548,6 +569,11 @@ TEST_F(StillCapture, PhotographyDescribesItsApplicationAndGivesUrls) {
   EXPECT_EQ(dualos::Photography::cbCreateUrl(made.get()), "file://snap.jpeg");
   made->SetURL("file://other.jpeg");
   EXPECT_EQ(dualos::Photography::cbCreateUrl(made.get()), "file://other.jpeg");
+  const std::string layout = made->AppStringCreate().substr(sizeof "type=Application");
+  auto* alone = quill::host::CreateObject("Application", layout.c_str());
+  ASSERT_TRUE(alone != nullptr && alone->SetStr("statusup", "play"));
+  EXPECT_TRUE(alone->SetStr("statusdown", "null")) << "also where nobody owns it";
+  alone->Release();
   Replace("shm0_cmd", [](AttrSet&, const Command&) { return false; });
   EXPECT_FALSE(made->Open());
   EXPECT_EQ(LogLines().back(),

@@ -1,16 +1,13 @@
 #include "Arguments.h"
 
-#include <cstdlib>
+#include "quill/Host.h"
 
 namespace tessel::tool {
 namespace {
 
-// By which the host finds a real-time side where no option names one.
-constexpr char kSocketVariable[] = "TESSEL_RTOS_SOCKET";
-
 void AddSocket(CLI::App& command, std::string& socket, const std::string& otherwise) {
   const std::string help = "Socket of a real-time side that runs already";
-  command.add_option("--rtos", socket, help + " [$" + kSocketVariable + otherwise + "]")
+  command.add_option("--rtos", socket, help + " [$TESSEL_RTOS_SOCKET" + otherwise + "]")
       ->type_name("SOCKET");
 }
 
@@ -38,12 +35,10 @@ void AddBoard(CLI::App& command, std::string& board) {
       ->type_name("FILE");
 }
 
-bool CheckBoard(const std::string& board, const std::string& socket, std::string& error) {
-  const char* usual = std::getenv(kSocketVariable);
-  const std::string path = socket.empty() && usual != nullptr ? usual : socket;
-  if (board.empty() || path.empty()) return true;
+bool CheckBoard(std::string& error) {
+  const std::string path = quill::host::FarSideSocket();
+  if (quill::host::GetOptions().board.empty() || path.empty()) return true;
   error = "--board: the real-time side at " + path + " has its own devices";
   return false;
 }
-
 }  // namespace tessel::tool

@@ -41,7 +41,7 @@ void AddRunningRtos(CLI::App& command, std::string& socket);
 void AddBoard(CLI::App& command, std::string& board);
 // False with `error` when there is a description and it would go unheard: the real-time side runs
 // already.
-[[nodiscard]] bool CheckBoard(const std::string& board, const std::string& socket,
-                              std::string& error);
+// REQUIRES: the host has its options.
+[[nodiscard]] bool CheckBoard(std::string& error);
 
 }  // namespace tessel::tool

@@ -102,7 +102,7 @@ bool IsPlanar(const Container& container) { return container.muxer == std::strin
 bool IsPictures(const Container& container) { return container.muxer == std::string("image2"); }
 
 bool IsPattern(const std::string& path) {
-  // The library counts the digits of a width, but has no room for a number with more than 20.
+  // The library cuts a number off where a width asks for more than it has room for.
   constexpr unsigned long kMostDigits = 9;
   std::size_t at = path.find('%');
   while (at != path.npos && path.compare(at, 2, "%%") == 0) at = path.find('%', at + 2);

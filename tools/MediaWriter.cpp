@@ -101,7 +101,12 @@ bool MediaWriter::Begin(const Container& container, const std::string& path,
   }
   // Whoever reads along gets each frame when it comes, and a capture that is killed leaves them.
   _format->flags |= AVFMT_FLAG_FLUSH_PACKETS;
-  if (!Check(avformat_write_header(_format, nullptr), error)) return false;
+  AVDictionary* options = nullptr;
+  // A name that stands for one picture is taken as it is.
+  if (IsPictures(container) && !IsPattern(path)) av_dict_set(&options, "update", "1", 0);
+  const int written = avformat_write_header(_format, &options);
+  av_dict_free(&options);
+  if (!Check(written, error)) return false;
   _is_begun = true;
   return true;
 }

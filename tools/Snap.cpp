@@ -51,13 +51,16 @@ std::string UrlOf(const std::string& text) {
   return text.find("://") != std::string::npos ? text : quill::host::FileUrlOf(text);
 }
 
-// Whether pictures can come: the real-time side lives, and the input of the chain has not ended.
-bool IsPlaying() {
+// Whether it is known that no picture can come any more: the real-time side is gone, or the chain,
+// this process's only one, has come to its end.
+bool IsOver() {
+  if (quill::host::FarSideProcess() == 0) return true;
   std::vector<quill::host::BoardStream> streams;
   std::string error;
   return quill::host::ListBoard(streams, error) &&
          std::any_of(streams.begin(), streams.end(), [](const auto& stream) {
-           return stream.client == getpid() && stream.state == "play";
+           return stream.client == getpid() &&
+                  (stream.state == "ended" || stream.state == "failed");
          });
 }
 
@@ -119,7 +122,7 @@ bool SnapRun::Take(const std::string& url) {
   }
   const std::string reason = ErrorLog::LastReason();
   Say("cannot write " + (reason.starts_with(url) ? "" : url + ": ") + reason);
-  if (!IsPlaying()) End();  // it would be the same with all others
+  if (IsOver()) End();  // it would be the same with all others
   return false;
 }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <map>
 #include <optional>
 
 #include "Console.h"
@@ -12,10 +13,7 @@ namespace {
 
 using quill::host::BoardStream;
 
-struct Assignment {
-  std::string word;  // of the rate-control block
-  int value;
-};
+using Values = std::map<std::string, int>;  // by key
 
 bool IsMeant(const BoardStream& stream, const std::string& name) {
   const bool is_number =
@@ -56,21 +54,21 @@ std::optional<BoardStream> FindStream(const std::string& name) {
 }
 
 // The frame rate of a stream that is thinned is not the one that the camera captures at.
+bool IsThinned(const BoardStream& stream) { return HasElement(stream, "FrameDroper"); }
+
+// Of the rate-control block.
 std::vector<std::string> WordsOf(const std::string& key, const BoardStream& stream) {
   if (key == "bitrate") return {"bitrate_target"};
   if (key == "capture-fps") return {"framerate_max"};
-  if (key == "fps") {
-    return HasElement(stream, "FrameDroper")
-               ? std::vector<std::string>{"framerate"}
-               : std::vector<std::string>{"framerate_max", "framerate"};
-  }
+  if (key == "fps" && IsThinned(stream)) return {"framerate"};
+  if (key == "fps") return {"framerate_max", "framerate"};
   std::string word = key;
   std::replace(word.begin(), word.end(), '-', '_');
   return {word};
 }
 
-bool Parse(const std::string& text, const BoardStream& stream, std::vector<Assignment>& into,
-           std::string& error) {
+// Of the same key the last value counts.
+bool Parse(const std::string& text, Values& into, std::string& error) {
   const std::size_t equals = text.find('=');
   if (equals == text.npos) {
     error = Quoted(text) + " is not of the form key=value";
@@ -82,42 +80,40 @@ bool Parse(const std::string& text, const BoardStream& stream, std::vector<Assig
     error = "no key " + Quoted(key) + "; there are " + ControlNames();
     return false;
   }
-  int value = 0;
-  if (!ParseControl(*row, text.substr(equals + 1), value, error)) {
-    error = key + ": " + error;
-    return false;
-  }
-  for (const std::string& word : WordsOf(key, stream)) into.push_back({word, value});
-  return true;
-}
-
-// Null when that word is not changed.
-const Assignment* Find(const std::vector<Assignment>& changes, const char* word) {
-  const auto place = std::find_if(changes.begin(), changes.end(),
-                                  [word](const Assignment& change) { return change.word == word; });
-  return place == changes.end() ? nullptr : &*place;
+  if (ParseControl(*row, text.substr(equals + 1), into[key], error)) return true;
+  error = key + ": " + error;
+  return false;
 }
 
 // As in a capture, a bit rate takes its bounds along, but for those that are given.
-void AddBounds(std::vector<Assignment>& changes) {
-  const Assignment* target = Find(changes, "bitrate_target");
-  if (target == nullptr) return;
-  const int bitrate_bps = target->value;
-  if (Find(changes, "bitrate_max") == nullptr) {
-    changes.push_back({"bitrate_max", kMaximumRatio * bitrate_bps});
-  }
-  if (Find(changes, "bitrate_min") == nullptr) {
-    changes.push_back({"bitrate_min", bitrate_bps / kMinimumRatio});
-  }
+void AddBounds(Values& asked) {
+  const auto bitrate = asked.find("bitrate");
+  if (bitrate == asked.end()) return;
+  const int bitrate_bps = bitrate->second;
+  const bool has_most = asked.contains("bitrate-max");
+  const auto least = asked.try_emplace("bitrate-min", bitrate_bps / kMinimumRatio).first;
+  const auto most = asked.try_emplace("bitrate-max", kMaximumRatio * bitrate_bps).first;
+  if (least->second > most->second) (has_most ? least : most)->second = bitrate_bps;
 }
 
-// Whether no bound among the changes lies on the wrong side of its other one.
-bool AreOrdered(const std::vector<Assignment>& changes, std::string& error) {
-  for (const auto& [low, high] : {std::pair("bitrate_min", "bitrate_max"), {"qp_min", "qp_max"}}) {
-    const Assignment* least = Find(changes, low);
-    const Assignment* most = Find(changes, high);
-    if (least == nullptr || most == nullptr || least->value <= most->value) continue;
-    error = Format("%s %d is above %s %d", low, least->value, high, most->value);
+// Asked for, else in force.
+std::optional<int> ValueOf(const std::string& key, const Values& asked, const BoardStream& stream) {
+  const auto value = asked.find(key);
+  if (value != asked.end()) return value->second;
+  const auto word = stream.control.find(WordsOf(key, stream).front());
+  return word == stream.control.end() ? std::nullopt : std::optional(word->second);
+}
+
+// Whether no bound comes to lie on the wrong side of its other one.
+bool AreOrdered(const Values& asked, const BoardStream& stream, std::string& error) {
+  for (const auto& [low, high] : {std::pair("bitrate-min", "bitrate-max"),
+                                  {"qp-min", "qp-max"},
+                                  {"fps", IsThinned(stream) ? "capture-fps" : "fps"}}) {
+    const std::optional<int> least = ValueOf(low, asked, stream);
+    const std::optional<int> most = ValueOf(high, asked, stream);
+    const bool is_changed = asked.contains(low) || asked.contains(high);
+    if (!is_changed || !least || !most || *least <= *most) continue;
+    error = Format("%s %d is above %s %d", low, *least, high, *most);
     return false;
   }
   return true;
@@ -150,14 +146,17 @@ std::string StreamKind(const BoardStream& stream) {
 
 int Set(const SteerOptions& options) {
   return Steer(options, [&](const BoardStream& stream, std::string& error) {
-    std::vector<Assignment> changes;
+    Values asked;
     for (const std::string& text : options.assignments) {
-      if (!Parse(text, stream, changes, error)) return false;
+      if (!Parse(text, asked, error)) return false;
     }
-    AddBounds(changes);
-    if (!AreOrdered(changes, error)) return false;
-    return std::all_of(changes.begin(), changes.end(), [&](const Assignment& change) {
-      return quill::host::SetBoardWord(stream.id, change.word, change.value, error);
+    AddBounds(asked);
+    if (!AreOrdered(asked, stream, error)) return false;
+    return std::all_of(asked.begin(), asked.end(), [&](const auto& value) {
+      const std::vector<std::string> words = WordsOf(value.first, stream);
+      return std::all_of(words.begin(), words.end(), [&](const std::string& word) {
+        return quill::host::SetBoardWord(stream.id, word, value.second, error);
+      });
     });
   });
 }

@@ -65,7 +65,6 @@ class Track {
   // Constant after Begin.
   MediaFormat _format;
   std::int64_t _priming_ns = 0;
-  std::int64_t _missing_ns = 0;  // of sound, between what came
   std::unique_ptr<SoundMeter> _meter;
 
   std::int64_t _origin_ns = 0;
@@ -75,6 +74,7 @@ class Track {
   std::optional<std::int64_t> _start_ns;  // of the first frame, from the origin on
   std::int64_t _last_ns = 0;              // of the last frame
   std::int64_t _end_ns = 0;
+  std::int64_t _missing_ns = 0;  // of sound, between what came
   // Sound: by whose number of samples its time is told.
   std::int64_t _anchor_ns = 0;
   std::int64_t _samples = 0;  // of each channel, since the anchor

@@ -220,14 +220,14 @@ int Run(int argc, char** argv) {
   }
   if (tool.get_subcommands().empty()) return WrongUsage(tool, "a command is missing");
   std::string error;
-  if (!CheckBoard(host.board, rtos, error)) return WrongUsage(tool, error);
+  quill::host::SetOptions(host);
+  if (!CheckBoard(error)) return WrongUsage(tool, error);
   if (tool.got_subcommand("capture") && !Check(capture, error)) return WrongUsage(tool, error);
 
   // Whoever asks for an end while things are being loaded is heard later.
   const bool runs_on = tool.got_subcommand("capture") || tool.got_subcommand("top");
   if (runs_on || tool.got_subcommand("snap")) HoldInterrupts();
   ErrorLog::Install();
-  quill::host::SetOptions(host);
   if (!quill::host::LoadPlugin(nullptr, &error)) {
     Say("cannot load the plug-in: " + error);
     return kFailed;

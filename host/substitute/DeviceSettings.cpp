@@ -1,5 +1,7 @@
 #include "DeviceSettings.h"
 
+#include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include "FarSide.h"
@@ -16,36 +18,44 @@ DeviceSettings& DeviceSettings::Globle() {
 
 namespace {
 
+constexpr const char* kControls[] = {"vol", "agc", "mute"};
+
 // The handle that a probe of `kind` brings, 0 when it fails.
-std::uint64_t HandleOf(const std::string& kind, const std::function<bool(AttrSet&)>& run) {
+std::uint64_t HandleOf(const std::string& kind, const DeviceSettings::Command& run) {
   AttrSet probe;
   probe.Add("cmd", "ProbeAudioDriver");
   probe.Add("devType", kind);
   return run(probe) ? base::ReadHandle(probe.Get("object_base")) : 0;
 }
 
-void Send(const std::string& kind, std::uint64_t handle, const AttrSet& settings,
-          const std::function<bool(AttrSet&)>& run) {
+// False when one of them is not heard. A refusal is an answer: another board may lack a control.
+bool Send(const std::string& kind, std::uint64_t handle, const AttrSet& settings,
+          const DeviceSettings::Command& run) {
   for (const AttrSet::Pair& setting : settings.Pairs()) {
     AttrSet request;
     request.Add("cmd", "SetAudioDriver");
     request.Add("devType", kind);
     request.Add("object_base", base::HandleText(handle));
     request.Add(setting.key.c_str(), setting.value);
-    // Goes on: another board may lack a control.
-    static_cast<void>(run(request));
+    if (!run(request) && request.Get("error") == nullptr) return false;
   }
+  return true;
 }
 
 }  // namespace
 
 bool DeviceSettings::Probe(AttrSet& request, std::string& error) {
   const auto far_side = FarSide::Ensure(error);
-  if (far_side == nullptr || !far_side->Run(request, error)) return false;
+  if (far_side == nullptr) return false;
+  const AttrSet asked = request;
+  if (!far_side->Run(request, error)) return false;
   const char* kind = request.Get("devType");
   const std::uint64_t handle = base::ReadHandle(request.Get("object_base"));
-  if (kind != nullptr && handle != 0) Learn(kind, handle);
-  return true;
+  if (kind == nullptr || handle == 0) return true;
+  const auto run = [&](AttrSet& args) { return far_side->Run(args, error); };
+  if (!Renew(kind, handle, far_side->Number(), run)) return true;
+  request = asked;  // once more: this was before the settings
+  return far_side->Run(request, error);
 }
 
 bool DeviceSettings::Set(AttrSet& request, std::string& error) {
@@ -64,10 +74,24 @@ bool DeviceSettings::Set(AttrSet& request, std::string& error) {
   return false;
 }
 
-void DeviceSettings::Learn(const std::string& kind, std::uint64_t handle) {
+bool DeviceSettings::Renew(const std::string& kind, std::uint64_t handle, std::uint64_t connection,
+                           const Command& run) {
+  AttrSet settings;
+  {
+    const std::lock_guard lock(_mutex);
+    Device& device = _devices[kind];
+    // An answer that was overtaken; or a device that is still the same, perhaps reached anew.
+    if (connection < device.connection || handle == device.handle) return false;
+    settings = device.settings;
+  }
+  if (!Send(kind, handle, settings, run)) return false;  // all of it once more, then
   const std::lock_guard lock(_mutex);
-  _devices[kind].handle = handle;
-  _devices[kind].given.insert(handle);
+  Device& device = _devices[kind];
+  if (connection < device.connection) return false;
+  device.connection = connection;
+  device.handle = handle;
+  device.given.insert(handle);
+  return !settings.Pairs().empty();
 }
 
 DeviceSettings::Device* DeviceSettings::Find(const AttrSet& request) {
@@ -84,36 +108,34 @@ void DeviceSettings::PutHandle(AttrSet& request) {
   if (device != nullptr) request.Add("object_base", base::HandleText(device->handle));
 }
 
+// As the real-time side takes it.
 void DeviceSettings::Note(const AttrSet& request) {
   const std::lock_guard lock(_mutex);
   Device* device = Find(request);
   if (device == nullptr) return;
-  const auto keep = [device](const char* control, const char* value) {
-    device->settings.Remove(control);
-    device->settings.Add(control, value);
+  const auto keep = [device](const std::string& control, const std::string& value) {
+    device->settings.Remove(control.c_str());
+    device->settings.Add(control.c_str(), value);
   };
-  bool is_muted = false;
-  const char* mute = request.Get("mute");
-  // Muting leaves a volume of 0 behind when it goes.
-  if (mute != nullptr && base::ConvertToImpl(mute, is_muted) && is_muted) keep("vol", "0");
-  for (const char* control : {"vol", "agc", "mute"}) {
-    if (const char* value = request.Get(control)) keep(control, value);
+  for (const auto& [key, value] : request.Pairs()) {
+    if (std::find(std::begin(kControls), std::end(kControls), key) == std::end(kControls)) continue;
+    bool is_on = false;
+    // Muting leaves a volume of 0 behind when it goes.
+    if (key == "mute" && base::ConvertToImpl(value.c_str(), is_on) && is_on) keep("vol", "0");
+    keep(key, value);
   }
 }
 
-void DeviceSettings::Restore(const std::function<bool(AttrSet&)>& run) {
+void DeviceSettings::Restore(std::uint64_t connection, const Command& run) {
   Devices devices;
   {
     const std::lock_guard lock(_mutex);
     devices = _devices;
   }
   for (const auto& [kind, device] : devices) {
+    // One that is not there answers false until a real-time side has it.
     const std::uint64_t handle = HandleOf(kind, run);
-    // One that is not there answers false until the next real-time side has it; one that has its
-    // handle still is the same as ever, reached anew.
-    if (handle == 0 || handle == device.handle) continue;
-    Send(kind, handle, device.settings, run);
-    Learn(kind, handle);
+    if (handle != 0) Renew(kind, handle, connection, run);
   }
 }
 

@@ -23,19 +23,25 @@ class DeviceSettings {
   // holds for the next one. False with `error`.
   bool Probe(base::AttrSet& request, std::string& error);
   bool Set(base::AttrSet& request, std::string& error);
-  // On a new connection: probes the devices known, and sends their settings anew to those that have
-  // come into being since. `run` runs one command there, and is called under the connection's lock.
-  void Restore(const std::function<bool(base::AttrSet&)>& run);
+  // Runs one command; false when it is refused, which "error" in the set tells, or not heard.
+  using Command = std::function<bool(base::AttrSet&)>;
+  // On a new connection, whose number this is: probes the devices known, and sends their settings
+  // anew to those that have come into being since. `run` is called under the connection's lock.
+  void Restore(std::uint64_t connection, const Command& run);
 
  private:
   struct Device {
+    std::uint64_t connection = 0;   // that the handle is known from
     std::uint64_t handle = 0;       // as it is now
     std::set<std::uint64_t> given;  // all that it ever had
     base::AttrSet settings;         // the last of each control, in the order of their making
   };
   using Devices = std::map<std::string, Device>;
   Device* Find(const base::AttrSet& request);  // REQUIRES: _mutex is held
-  void Learn(const std::string& kind, std::uint64_t handle);
+  // A device has told its handle. Sends the settings where it is a new one, and keeps it when all
+  // were heard. True when there were any.
+  bool Renew(const std::string& kind, std::uint64_t handle, std::uint64_t connection,
+             const Command& run);
   // Puts the handle in that the device has now.
   void PutHandle(base::AttrSet& request);
   void Note(const base::AttrSet& request);

@@ -1,8 +1,8 @@
 #include "FarSide.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 
 #include <fcntl.h>
@@ -35,6 +35,7 @@ constexpr int kTheirSocket = 3;  // where a program started here finds its end o
 constexpr std::chrono::seconds kHelloTimeout(10);
 constexpr char kLoss[] = "the real-time side is gone";
 
+std::atomic<std::uint64_t> g_last_number{0};
 std::mutex g_current_mutex;
 std::shared_ptr<FarSide>& CurrentSlot() {
   static auto* slot = new std::shared_ptr<FarSide>;  // never destroyed: no waiting at exit
@@ -56,13 +57,6 @@ void FindSessions(const char* text, std::vector<std::string>& names) {
     const char* name = element.params.Get("session_name");
     if (is_sink && name != nullptr) names.emplace_back(name);
   }
-}
-
-// Where a real-time side listens that is to be used; empty: one of our own.
-std::string SocketPath() {
-  const std::string asked = host::GetOptions().far_side_socket;
-  const char* usual = std::getenv("TESSEL_RTOS_SOCKET");
-  return asked.empty() && usual != nullptr ? usual : asked;
 }
 
 AttrSet DescribeArea(std::uint64_t offset, std::size_t size_bytes) {
@@ -107,7 +101,7 @@ std::shared_ptr<FarSide> FarSide::Ensure(std::string& error) {
   current = fresh;
   // Whoever else wants the connection waits meanwhile: all of it takes no longer than one command.
   const auto deadline = std::chrono::steady_clock::now() + host::GetOptions().command_timeout;
-  DeviceSettings::Globle().Restore([&](AttrSet& args) {
+  DeviceSettings::Globle().Restore(fresh->Number(), [&](AttrSet& args) {
     const nanoseconds left = deadline - std::chrono::steady_clock::now();
     args.Add("timeout", static_cast<long long>(left.count()));
     std::string refusal;
@@ -116,14 +110,16 @@ std::shared_ptr<FarSide> FarSide::Ensure(std::string& error) {
   return current;
 }
 
-bool FarSide::IsElsewhere() { return !SocketPath().empty(); }
+FarSide::FarSide() : _number(++g_last_number) {}
+
+bool FarSide::IsElsewhere() { return !host::FarSideSocket().empty(); }
 
 bool FarSide::Start(std::string& error) {
   if (Window::Globle() == nullptr) {
     error = "there is no shared window";
     return false;
   }
-  const std::string path = SocketPath();
+  const std::string path = host::FarSideSocket();
   if (path.empty() ? !Spawn(error) : !Connect(path, error)) return false;
   CloseInForkedChild(_socket.Get());
   _is_alive = true;
@@ -361,7 +357,7 @@ bool FarSide::Destroy(const AttrSet& body, nanoseconds timeout, AttrSet& answer,
 void FarSide::DestroyLater(std::uint64_t handle) {
   AttrSet body;
   body.Add("cmd", "tesselDestroy");
-  body.Add("object_base", base::ToString<const void*>(reinterpret_cast<void*>(handle)));
+  body.Add("object_base", base::HandleText(handle));
   auto pending = std::make_shared<Pending>();
   pending->on_answer = Forget(handle);
   std::string error;

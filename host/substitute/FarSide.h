@@ -39,6 +39,7 @@ class FarSide : public std::enable_shared_from_this<FarSide> {
 
   bool IsAlive() const;
   pid_t Process() const { return _process; }
+  std::uint64_t Number() const { return _number; }  // counts connections
   // Whether the real-time side is somewhere else than in a process of ours.
   static bool IsElsewhere();
 
@@ -60,7 +61,7 @@ class FarSide : public std::enable_shared_from_this<FarSide> {
   };
   using Applications = std::map<std::uint64_t, Application>;
 
-  FarSide() = default;
+  FarSide();
   bool Start(std::string& error);
   bool Connect(const std::string& path, std::string& error);
   bool Spawn(std::string& error);
@@ -83,6 +84,7 @@ class FarSide : public std::enable_shared_from_this<FarSide> {
   void TakeEvent(const std::string& text);
   void Lose();
 
+  const std::uint64_t _number;
   tessel::link::UniqueFd _socket;  // constant after Start
   pid_t _child = 0;                // constant after Start; 0 when it was not started here
   pid_t _process = 0;              // constant after Start

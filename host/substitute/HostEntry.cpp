@@ -1,5 +1,6 @@
 // The client's way in, the host's own classes, and the commands that it serves.
 #include <cstdint>
+#include <cstdlib>
 #include <mutex>
 #include <set>
 #include <string_view>
@@ -130,6 +131,12 @@ void SetOptions(const Options& options) {
 Options GetOptions() {
   const std::lock_guard lock(TheEntry().mutex);
   return TheEntry().options;
+}
+
+std::string FarSideSocket() {
+  const std::string asked = GetOptions().far_side_socket;
+  const char* usual = std::getenv("TESSEL_RTOS_SOCKET");
+  return asked.empty() && usual != nullptr ? usual : asked;
 }
 
 bool LoadPlugin(const char* path, std::string* error) {

@@ -120,47 +120,50 @@ void IOSinkPerFrame::PostFailure(const std::string& url, const std::string& reas
 }
 
 bool IOSinkPerFrame::Start() {
-  SetWriting(true);
+  {
+    const std::lock_guard lock(_end_mutex);
+    _is_writing = true;
+  }
   if (SessionSink::Start()) return true;
-  SetWriting(false);
+  EndWriting();
   return false;
 }
 
 bool IOSinkPerFrame::Stop() {
   const bool done = SessionSink::Stop();
-  SetWriting(false);
+  EndWriting();
   return done;
 }
 
-void IOSinkPerFrame::Drained() {
-  SetWriting(false);
-  PostEnd();
-}
+void IOSinkPerFrame::Drained() { EndWriting(); }
 
 void IOSinkPerFrame::Told(const std::string& reason) {
   Fail("!packet", reason);
   {
     const std::lock_guard lock(_end_mutex);
-    _end_reason = reason;
+    if (!_end_reason) _end_reason = reason;  // the loss that follows a failure is none
   }
   PostEnd();
 }
 
-void IOSinkPerFrame::SetWriting(bool is_writing) {
-  const std::lock_guard lock(_end_mutex);
-  _is_writing = is_writing;
+void IOSinkPerFrame::EndWriting() {
+  {
+    const std::lock_guard lock(_end_mutex);
+    _is_writing = false;
+  }
+  PostEnd();
 }
 
 // Posted by whoever comes last, the news of the end or the last frame.
 void IOSinkPerFrame::PostEnd() {
-  std::string reason;
+  std::optional<std::string> reason;
   {
     const std::lock_guard lock(_end_mutex);
     if (!_is_writing) reason.swap(_end_reason);
   }
-  if (reason.empty()) return;
+  if (!reason) return;
   AttrSet body;
-  body.Add("reason", reason);
+  body.Add("reason", *reason);
   SendMessage(TextOf("ended", body).c_str(), base::Orient::kOwners, "ended");
 }
 

@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -24,7 +25,7 @@ namespace quill::stream {
 // note ("extra") is the name. What goes wrong is in the log too: `failed:url={…},reason={…}` is a
 // frame that could not be written, the next one is tried all the same; `ended:reason={…}` says that
 // none will come any more, behind those that came. Messages come on the stream thread; the last one
-// on the message thread, where no frame was left to be written.
+// on the message thread, where no frame was left to be written, or that of whoever stops the sink.
 class IOSinkPerFrame : public SessionSink {
  public:
   bool configure(base::AttrSet& set) override;
@@ -43,7 +44,7 @@ class IOSinkPerFrame : public SessionSink {
   void Take(Packet& packet) override;
   void Drained() override;
   void Told(const std::string& reason) override;
-  void SetWriting(bool is_writing);
+  void EndWriting();
   void PostEnd();
   bool Write(const std::string& url, const Packet& packet, std::string& error);
   void Post(bool after_close, const std::string& url, const Packet& packet);
@@ -57,8 +58,8 @@ class IOSinkPerFrame : public SessionSink {
   bool _is_chatty = false;
 
   std::mutex _end_mutex;
-  bool _is_writing = false;  // guarded by _end_mutex; frames may still be written
-  std::string _end_reason;   // guarded by _end_mutex; empty: none, or posted
+  bool _is_writing = false;                // guarded by _end_mutex; frames may still be written
+  std::optional<std::string> _end_reason;  // guarded by _end_mutex; told and not posted yet
 };
 
 }  // namespace quill::stream

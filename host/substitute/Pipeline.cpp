@@ -88,14 +88,15 @@ void Pipeline::afterStatusUp(Status target) {
     ;
 }
 
+// What waits for the callbacks comes behind what ends them.
 bool Pipeline::Stop() {
-  Service::Stop();
-  return Down(InFlow(), &ToReady);
+  const bool done = Down(InFlow(), &ToReady);
+  return Service::Stop() && done;
 }
 
 bool Pipeline::Close() {
-  Service::Close();
-  return Down(InFlow(), &ToNull);
+  const bool done = Down(InFlow(), &ToNull);
+  return Service::Close() && done;
 }
 
 }  // namespace quill::stream

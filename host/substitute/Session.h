@@ -68,6 +68,7 @@ class Session : public std::enable_shared_from_this<Session> {
   // No frame will follow those in the ring: they are pulled, then Pull() returns null for good.
   void End();
   bool HasEnded() const { return _ended.load(std::memory_order_acquire); }
+  bool IsHalted() const { return _mode.load(std::memory_order_acquire) == Mode::kHalted; }
 
   // Texts from the real-time side about this stream, and its loss. `listener` runs on the message
   // thread; empty removes it. When this returns, the former one does not run any more, unless this

@@ -23,7 +23,7 @@ struct StreamThread::Run {
       output(*packet);
       packet->Release();  // whoever keeps it has added a hold
     }
-    if (session->HasEnded() && !is_over.load(std::memory_order_acquire)) drained();
+    if (session->HasEnded() && !session->IsHalted()) drained();
   }
   void Release() {
     may_run.store(true, std::memory_order_release);

@@ -39,11 +39,11 @@ constexpr std::string_view kProfiles[] = {"LC", "AAC-LC", "low"};
 
 // The library's coder makes the steps of a pure tone so fine, where bits abound, that loud ones are
 // clipped: a sine of full scale comes out 8 dB above its distortion. A soft noise in the frames
-// with such peaks takes the bits. What has been found to be enough lies about 4 dB below this law,
-// and the law 60 dB below the tone at 128 kbit/s.
+// with such peaks takes the bits. Of one channel, or of two that are alike, about 4 dB less than
+// this law were found to be enough.
 constexpr float kLoudPeak = 0.4F;
 
-// Root mean square of that noise, full scale being 1.
+// Root mean square of that noise, full scale being 1: -65.5 dB at 128 kbit/s and 48 kHz.
 double SoftNoise(std::int64_t bit_rate_bps, int rate) {
   const double bits = static_cast<double>(bit_rate_bps) / rate;  // of all channels for one sample
   return std::pow(10.0, std::min(-78 + 4.7 * bits, -50.0) / 20);

@@ -13,7 +13,8 @@
 // stands for the 1024 samples before the sound, which are silence. The time of a unit is that of
 // the first sample that comes out of a decoder for it: sample by sample this agrees with what went
 // in. Where captures are missing, silence takes their place up to the end of the frame, and the
-// next frame begins with what was captured next.
+// next frame begins with what was captured next. Frames with peaks above 40 % of full scale get a
+// soft noise of -65 dB of full scale at 128 kbit/s and 48 kHz, and -50 dB at the most.
 #pragma once
 
 #include <cstdint>
@@ -52,6 +53,8 @@ class AacEncoder : public Element {
   // Fills what is missing between the samples so far and those of `time_ns`.
   [[nodiscard]] bool Bridge(std::int64_t time_ns);
   [[nodiscard]] bool SendFull();
+  // Adds a soft noise to a frame with high peaks, where pure tones would be clipped else.
+  // Adds a soft noise to a frame with high peaks, where pure tones would be clipped else.
   void SoftenLoud();
   // The encoder's next frame. kMore: it wants more samples; kEnd: there are no more.
   Verdict Receive(Unit& unit);

@@ -124,6 +124,7 @@ bool CameraSource::OpenSensor(const Board& board, Colours colours, std::string& 
   const bool is_camera = board.sensor.starts_with("/dev/video");
   _input = is_camera ? MediaInput::OpenCamera(board.sensor, _width, _height, _nominal_rate, error)
                      : MediaInput::OpenFile(board.sensor, board.loop, error);
+  if (_input != nullptr && board.IsFilm()) _input->KeepLead();
   return _input != nullptr;
 }
 

@@ -26,6 +26,7 @@ bool MicrophoneSource::Open(const Context& context, const AttrSet& params, Media
   const SoundFormat format = {board.microphone->Rate(), board.microphone->Channels()};
   _input = OpenSoundInput(board.mic, board.loop, format, error);
   if (_input == nullptr) return false;
+  if (board.IsFilm()) _input->KeepLead();
   _paced = board.paced || _input->IsDevice();
   _rate = format.rate;
   _block_frames = _rate / kBlocksPerSecond;

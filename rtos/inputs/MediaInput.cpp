@@ -53,6 +53,12 @@ std::unique_ptr<MediaInput> MediaInput::OpenCamera(const std::string& device, in
   return nullptr;
 }
 
+void MediaInput::KeepLead() {
+  for (std::int64_t* time_ns : {&_pass_start_ns, &_next_start_ns, &_decoded_end_ns}) {
+    *time_ns += _reader.LeadNs();
+  }
+}
+
 bool MediaInput::DecodeFirst() {
   if (DecodeNext() != MediaReader::Step::kFrame) return _reader.FailWith("no picture in its video");
   std::swap(_current, _next);
@@ -111,7 +117,6 @@ MediaReader::Step MediaInput::DecodeNext() {
     decoded = _reader.StartAnew(*_next);
   }
   if (decoded != MediaReader::Step::kFrame) return decoded;
-  if (_decoded_end_ns == 0) _pass_start_ns = _reader.LeadNs();
   _next_start_ns = StartOf(*_next);
   _decoded_end_ns = _next_start_ns + _reader.DurationNs(*_next);
   return MediaReader::Step::kFrame;

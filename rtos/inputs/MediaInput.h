@@ -31,6 +31,10 @@ class MediaInput {
   static std::unique_ptr<MediaInput> OpenCamera(const std::string& device, int width, int height,
                                                 int frames_per_second, std::string& error);
 
+  // Of a file just opened: where its sound begins first, the first picture stands still for as
+  // long, in the first pass.
+  void KeepLead();
+
   // Moves on to the picture that a file shows `time_ns` after its start, loops included; only ever
   // forward. A camera moves on to the newest picture there is, without waiting.
   Step AdvanceTo(std::int64_t time_ns);

@@ -24,14 +24,17 @@ bool SoundFile::ReadAhead(bool loop) {
     if (!FillQueue()) return false;
   }
   if (_queue.Size() == 0) return _reader.FailWith("no sound in it");
-  const auto lead_ms = static_cast<std::size_t>(_reader.LeadNs() / 1'000'000);
-  _silence = lead_ms * static_cast<std::size_t>(_format.rate) / 1000 *
-             static_cast<std::size_t>(_format.channels);
   _loop = loop;
   if (!loop || !_is_over) return true;
   _short_file.resize(_queue.Size());
   _queue.Take(_short_file);
   return true;
+}
+
+void SoundFile::KeepLead() {
+  const auto lead_ms = static_cast<std::size_t>(_reader.LeadNs() / 1'000'000);
+  _silence = lead_ms * static_cast<std::size_t>(_format.rate) / 1000 *
+             static_cast<std::size_t>(_format.channels);
 }
 
 void SoundFile::Repeat(std::span<std::int16_t> samples) {

@@ -12,9 +12,8 @@
 
 namespace tessel::rtos {
 
-// Where the file's pictures begin before its sound, silence comes first. From there on samples
-// follow one another as decoded, whatever time stamps say: neither gaps nor overlaps in a file's
-// times drop or double any. A loop joins the last sample to the first without a seam; a
+// Samples follow one another as decoded, whatever time stamps say: neither gaps nor overlaps in a
+// file's times drop or double any. A loop joins the last sample to the first without a seam; a
 // file of less than a second is decoded once and then repeated from memory.
 class SoundFile : public SoundInput {
  public:
@@ -24,6 +23,7 @@ class SoundFile : public SoundInput {
                                          const SoundFormat& format, std::string& error);
 
   Step Read(std::span<std::int16_t> samples, std::int64_t& time_ns) override;
+  void KeepLead() override;
 
  private:
   SoundFile(const std::string& path, const SoundFormat& format);

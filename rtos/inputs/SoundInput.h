@@ -26,6 +26,9 @@ class SoundInput {
   // the end of a file the last block is filled up with silence. `time_ns` (CLOCK_MONOTONIC) is when
   // the first one is heard: given, but for a sound card, which says it itself.
   virtual Step Read(std::span<std::int16_t> samples, std::int64_t& time_ns) = 0;
+  // Of a file just opened: where its pictures begin first, silence is heard for as long, in the
+  // first pass.
+  virtual void KeepLead() {}
   // The chain begins, or begins again, to read: what a sound card has kept meanwhile is forgotten.
   virtual void Start() {}
   // Whether the samples come at a pace of their own, and Read() may answer kNothingYet.

@@ -134,6 +134,9 @@ struct BoardStream {
   std::map<std::string, int> control;
   StreamCounters counters;
 };
+// Where a real-time side listens that is to be used: as the options say, else as the environment
+// variable TESSEL_RTOS_SOCKET does. Empty: one of our own is started. Any thread.
+QUILL_PUBLIC std::string FarSideSocket();
 // All streams of the real-time side, in the order of their creation. Connects to one that listens,
 // where the options name it, but starts none. False with `error` when there is none to ask. Any
 // thread, as the three below.

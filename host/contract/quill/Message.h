@@ -21,7 +21,8 @@ class QUILL_PUBLIC Orient {
     kSource = 2,    // to those in front of it in the data flow, the nearest first
     kChildren = 4,  // from a control object: to all objects under it, depth first
     kParent = 8,    // upward, to the object that owns it, then to that one's owner
-    kOwners = 16,   // the same, but to all of them, whoever has taken it
+    kOwners = 16,   // to all owners, whoever has taken it, the outermost first; one that another
+                    // takes away from its own is not told any more
   };
   // NOLINTNEXTLINE(google-explicit-constructor): built from its enumeration, by design
   Orient(EOrient value) : _value(value) {}

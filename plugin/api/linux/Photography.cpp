@@ -97,8 +97,9 @@ bool Photography::Start() {
 bool Photography::StopAt(const char* status, const quill::stream::At& condition) {
   if (_obj == nullptr) return true;
   if (Failed(!_obj->SetStr("statusdown", status), condition)) return false;
-  // One that is only stopped may be telling something right now: closed, it does not.
-  _obj->SetStr("statusdown", "null");
+  // One that is only stopped may be telling something right now: closed, it does not. Goes on: it
+  // is destroyed all the same.
+  static_cast<void>(_obj->SetStr("statusdown", "null"));
   Children().Delete(_obj, false);
   return true;
 }

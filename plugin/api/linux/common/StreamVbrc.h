@@ -9,7 +9,7 @@
 namespace tessel::dualos {
 
 // Owns one block from construction to destruction. Client's thread. An object whose block could not
-// be made, which the log tells, steers nothing and reads zeros, each with a line in the log.
+// be made, which the log tells, steers nothing and reads zeros.
 class StreamVbrc : public virtual api::streaming::common::IBitRateControl {
  public:
   // `extra_size`: bytes of the extra area beyond the fixed part.
