@@ -93,5 +93,59 @@ TEST_F(Concurrency, APauseHoldsDeliveryBack) {
   EXPECT_TRUE(camera->ChangeUp(State::kPause) && camera->ChangeDown(State::kNull));
 }
 
+// The same of one that has closed it, be it told of a loss or of a frame.
+TEST_F(Concurrency, CloseWaitsForACallbackThatClosedTheStreamItself) {
+  for (const bool is_message : {false, true}) {
+    Camera camera = Make(is_message ? kPull : kPush);
+    Event started;
+    Event closed;
+    std::atomic<bool> is_running{false};
+    const auto close = [&] {
+      is_running = started.Wait() && camera->Close();
+      closed.Set();
+      static_cast<void>(Event().WaitFor(std::chrono::milliseconds(50)));
+      is_running = false;
+      return true;
+    };
+    camera->RegisterOutputCallback([&](Frame&) { return close(); });
+    camera->RegisterMessageCallback([&](const char*) { return close(); });
+    ASSERT_TRUE(camera->Open() && camera->Start());
+    started.Set();
+    if (is_message) KillFarSide();
+    ASSERT_TRUE(closed.Wait());
+    camera->Close();
+    EXPECT_FALSE(is_running.load()) << is_message;
+  }
+}
+
+// Whatever the callback does meanwhile, what is destroyed comes to an end.
+TEST_F(Concurrency, ACallbackThatReopensItsStreamDoesNotKeepItAlive) {
+  for (int round = 0; round < 20; ++round) {
+    Camera camera = Make(kPush);
+    auto* source = camera.get();
+    Event started;
+    Event reopened;
+    camera->RegisterOutputCallback([&, source](Frame&) {
+      if (started.Wait() && source->Close() && source->Open()) source->Start();
+      reopened.Set();
+      return true;
+    });
+    ASSERT_TRUE(camera->Open() && camera->Start());
+    started.Set();
+    ASSERT_TRUE(round % 2 == 0 || reopened.Wait());
+    camera.reset();
+  }
+}
+
+TEST_F(Concurrency, APauseBehindTheEndHoldsNobodyBack) {
+  const Camera camera = OpenPull();
+  KillFarSide();
+  camera->ChangeUp(State::kPause);
+  Frame frame;
+  while (camera->PullFrame(frame, true)) {
+  }
+  EXPECT_TRUE(camera->Close());
+}
+
 }  // namespace
 }  // namespace tessel::tests

@@ -23,11 +23,13 @@ class TESSEL_PUBLIC IStreamControl : public object_base {
   // Any thread.
   virtual State CurrentState() const = 0;
 
-  // Replaces the callback; `cb` is copied. `cb` runs on a host thread and its text is borrowed
-  // until it returns. It may call Stop(), Close() and Open(); it must not destroy the source.
+  // Replaces the callback; `cb` is copied. To be set while the object is closed, as it may be
+  // running else. `cb` runs on a host thread and its text is borrowed until it returns. It may call
+  // Stop() and Close(), and Open() where no other thread pulls frames; it must not destroy the
+  // source.
   virtual void RegisterMessageCallback(const std::function<bool(const char*)>& cb) = 0;
 
-  // False when nobody took the message.
+  // False when nobody took the message. Not while a callback may close the object.
   virtual bool SendMessage(const char* msg) = 0;
 };
 

@@ -33,6 +33,8 @@ using tessel::link::WireMessage;
 constexpr int kTheirSocket = 3;  // where a program started here finds its end of the wire
 // A program has to be loaded first, which may take longer than a command.
 constexpr std::chrono::seconds kHelloTimeout(10);
+constexpr nanoseconds kMostTimeout =
+    std::chrono::hours(24);  // a deadline must not overflow the clock
 constexpr char kLoss[] = "the real-time side is gone";
 
 std::atomic<std::uint64_t> g_last_number{0};
@@ -58,6 +60,8 @@ void FindSessions(const char* text, std::vector<std::string>& names) {
     if (is_sink && name != nullptr) names.emplace_back(name);
   }
 }
+
+nanoseconds CommandTimeout() { return std::min(host::GetOptions().command_timeout, kMostTimeout); }
 
 AttrSet DescribeArea(std::uint64_t offset, std::size_t size_bytes) {
   AttrSet area;
@@ -100,7 +104,7 @@ std::shared_ptr<FarSide> FarSide::Ensure(std::string& error) {
   if (!fresh->Start(error)) return nullptr;
   current = fresh;
   // Whoever else wants the connection waits meanwhile: all of it takes no longer than one command.
-  const auto deadline = std::chrono::steady_clock::now() + host::GetOptions().command_timeout;
+  const auto deadline = std::chrono::steady_clock::now() + CommandTimeout();
   DeviceSettings::Globle().Restore(fresh->Number(), [&](AttrSet& args) {
     const nanoseconds left = deadline - std::chrono::steady_clock::now();
     args.Add("timeout", static_cast<long long>(left.count()));
@@ -111,6 +115,8 @@ std::shared_ptr<FarSide> FarSide::Ensure(std::string& error) {
 }
 
 FarSide::FarSide() : _number(++g_last_number) {}
+
+FarSide::~FarSide() { KeepInForkedChild(_socket.Get()); }
 
 bool FarSide::IsElsewhere() { return !host::FarSideSocket().empty(); }
 
@@ -143,7 +149,7 @@ bool FarSide::Introduce(std::string& error) {
   hello.Add("version", tessel::link::kSessionVersion);
   hello.Add("base", base::ToString<const void*>(memory.Base()));
   AttrSet answer;
-  const nanoseconds timeout = _child == 0 ? host::GetOptions().command_timeout : kHelloTimeout;
+  const nanoseconds timeout = _child == 0 ? CommandTimeout() : kHelloTimeout;
   if (!Request(hello, {memory.Fd()}, timeout, nullptr, answer, error)) return false;
   int process = 0;
   if (_child == 0 && answer.Get("pid", process)) _process = process;
@@ -252,10 +258,9 @@ bool FarSide::Run(AttrSet& args, std::string& error) {
     error = "no cmd=";
     return false;
   }
-  long long timeout_ns = host::GetOptions().command_timeout.count();
+  long long timeout_ns = CommandTimeout().count();
   args.Get("timeout", timeout_ns);
-  constexpr long long kDay_ns = 86'400'000'000'000;  // a deadline must not overflow the clock
-  const nanoseconds timeout(std::min(timeout_ns, kDay_ns));
+  const nanoseconds timeout = std::min(nanoseconds(timeout_ns), kMostTimeout);
   AttrSet body = args;
   body.Remove("timeout");
   AttrSet answer;

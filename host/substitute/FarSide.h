@@ -27,6 +27,8 @@ inline constexpr char kForked[] = "the connection is the parent process's";
 // belongs to a connection dies with it, but for frames still held. Any thread.
 class FarSide : public std::enable_shared_from_this<FarSide> {
  public:
+  ~FarSide();
+
   // The connection in use, made if there is none or it is dead: to the socket that the options
   // name, else to a process started for it. Null with `error` set when that cannot be had.
   static std::shared_ptr<FarSide> Ensure(std::string& error);

@@ -127,6 +127,7 @@ void Session::Play() {
 
 void Session::Pause() {
   SetMode(Mode::kPaused);
+  if (HasEnded()) Unpause();
   _consumer->Interrupt();  // who sleeps there comes to sleep on the mode instead
 }
 
@@ -142,9 +143,14 @@ void Session::Halt() {
 
 void Session::End() {
   _ended.store(true, std::memory_order_release);
-  Mode paused = Mode::kPaused;  // nothing is left to be held back for long
-  if (_mode.compare_exchange_strong(paused, Mode::kPlaying)) _mode.notify_all();
+  Unpause();
   _consumer->Interrupt();
+}
+
+// Once ended nothing is left to be held back for long. Both End() and Pause() look after the other.
+void Session::Unpause() {
+  Mode paused = Mode::kPaused;
+  if (_mode.compare_exchange_strong(paused, Mode::kPlaying)) _mode.notify_all();
 }
 
 void Session::SetMode(Mode mode) {

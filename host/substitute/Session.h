@@ -87,6 +87,7 @@ class Session : public std::enable_shared_from_this<Session> {
   enum class Mode { kHalted, kPlaying, kPaused };
   Packet* TakeNext();
   void SetMode(Mode mode);
+  void Unpause();
 
   const std::string _name;
   const std::shared_ptr<SessionMemory> _memory;

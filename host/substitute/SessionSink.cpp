@@ -10,7 +10,14 @@ bool SessionSink::Open() {
   if (Failed(Upstream() == nullptr, "!Upstream()", "a sink needs a source")) return false;
   _session = Upstream()->Output();
   if (Failed(_session == nullptr, "!_session", "the source is not open")) return false;
-  _session->Listen([this](const std::string& text) { Told(text); });
+  // As with packets: what is told may destroy the stream, which waits for it first.
+  _session->Listen([this, callbacks = OwnerCallbacks()](const std::string& text) {
+    callbacks->Begin();
+    Hold();
+    Told(text);
+    Release();
+    callbacks->End();
+  });
   return Element::Open();
 }
 

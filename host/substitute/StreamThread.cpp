@@ -71,7 +71,11 @@ void StreamThread::Join() {
   _run->is_over.store(true, std::memory_order_release);
   _run->Release();
   if (_run->thread.get_id() == std::this_thread::get_id()) return;
-  _run->thread.join();
+  if (IsForkedChild()) {
+    _run->thread.detach();  // it stayed with the parent
+  } else {
+    _run->thread.join();
+  }
   _run.reset();
 }
 

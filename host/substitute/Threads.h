@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "quill/Service.h"
+#include "Window.h"
 
 namespace quill::stream {
 
@@ -35,6 +36,7 @@ class Service::Callbacks {
     _ended.notify_all();
   }
   void WaitUntilNoneRuns() {
+    if (IsForkedChild()) return;  // none of them came along
     std::unique_lock lock(_mutex);
     _ended.wait(lock, [this] { return _running == 0; });
   }

@@ -22,7 +22,8 @@ std::atomic<bool> g_is_forked_child{false};
 std::atomic<int> g_fd_to_close{-1};
 const int g_at_fork = pthread_atfork(nullptr, nullptr, [] {
   g_is_forked_child.store(true);
-  if (g_fd_to_close.load() >= 0) close(g_fd_to_close.load());
+  const int fd = g_fd_to_close.exchange(-1);
+  if (fd >= 0) close(fd);
 });
 
 }  // namespace
@@ -30,6 +31,7 @@ const int g_at_fork = pthread_atfork(nullptr, nullptr, [] {
 bool IsForkedChild() { return g_is_forked_child.load(std::memory_order_relaxed); }
 
 void CloseInForkedChild(int fd) { g_fd_to_close.store(fd); }
+void KeepInForkedChild(int fd) { g_fd_to_close.compare_exchange_strong(fd, -1); }
 
 WindowArea::WindowArea(WindowArea&& other) noexcept
     : _offset(other._offset), _bytes(std::exchange(other._bytes, {})) {}

@@ -81,5 +81,7 @@ bool IsForkedChild();
 // Makes a child after fork give up its copy of the command wire's end: the real-time side has to
 // notice when the parent is gone.
 void CloseInForkedChild(int fd);
+// Takes that back where it is this descriptor's turn: it is about to be closed here.
+void KeepInForkedChild(int fd);
 
 }  // namespace quill::stream

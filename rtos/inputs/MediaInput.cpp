@@ -1,5 +1,6 @@
 #include "MediaInput.h"
 
+#include <algorithm>
 #include <utility>
 
 #include <time.h>
@@ -17,6 +18,7 @@ namespace {
 // Containers round time stamps to a millisecond at the coarsest; a picture that is due within this
 // is due now.
 constexpr std::int64_t kRoundingNs = 1'000'000;
+constexpr std::int64_t kMostPassNs = 3'600'000'000'000'000;  // 1000 hours; more is a broken file
 constexpr std::int64_t kFirstPictureNs = 500'000'000;
 constexpr std::int64_t kLookNs = 5'000'000;  // between two looks for a camera's first picture
 
@@ -127,7 +129,8 @@ MediaReader::Step MediaInput::DecodeNext() {
 std::int64_t MediaInput::StartOf(const AVFrame& frame) {
   const std::optional<std::int64_t> stamp_ns = _reader.StampNs(frame);
   if (!stamp_ns) return _decoded_end_ns;
-  const std::int64_t start_ns = _pass_start_ns + (*stamp_ns - _reader.FirstStampNs());
+  const std::int64_t in_pass_ns = *stamp_ns - _reader.FirstStampNs();
+  const std::int64_t start_ns = _pass_start_ns + std::clamp(in_pass_ns, -kMostPassNs, kMostPassNs);
   return start_ns > _next_start_ns || _decoded_end_ns == 0 ? start_ns : _decoded_end_ns;
 }
 

@@ -25,7 +25,11 @@ constexpr std::int64_t kDefaultFrameNs = 40'000'000;  // 25 frames/s, where a fi
 constexpr std::int64_t kOpenNs = 800'000'000;
 // A file is there or it is not; a playlist could wait for its next part.
 constexpr std::int64_t kReadNs = 500'000'000;
-constexpr std::int64_t kMostLeadNs = 3'600'000'000'000;  // time stamps that say more are broken
+// Files that say otherwise are broken: a loop of nothing would never come to an end.
+constexpr std::int64_t kLeastFrameNs = 1'000'000;
+constexpr std::int64_t kMostFrameNs = 3'600'000'000'000;
+constexpr std::int64_t kMostLeadNs = kMostFrameNs;
+constexpr std::int64_t kMostStampNs = 4'000'000'000'000'000'000;  // two may be subtracted
 // Broken packets are passed over, but a whole stretch of them means that nothing will come.
 constexpr int kMostBrokenPackets = 10'000;
 
@@ -237,7 +241,8 @@ std::int64_t MediaReader::ToNs(std::int64_t time) const {
 
 std::optional<std::int64_t> MediaReader::StampNs(const AVFrame& frame) const {
   const std::int64_t stamp = frame.best_effort_timestamp;
-  return stamp == AV_NOPTS_VALUE ? std::nullopt : std::optional(ToNs(stamp));
+  if (stamp == AV_NOPTS_VALUE) return std::nullopt;
+  return std::clamp(ToNs(stamp), -kMostStampNs, kMostStampNs);
 }
 
 std::int64_t MediaReader::LeadNs() const {
@@ -249,7 +254,7 @@ std::int64_t MediaReader::LeadNs() const {
     if (!is_film || IsCover(stream) || stream.start_time == AV_NOPTS_VALUE) continue;
     const std::int64_t start_ns = av_rescale_q(stream.start_time, stream.time_base, kNanoseconds);
     // What lies before 0 is there for decoders only.
-    first_ns = std::min(first_ns, std::max<std::int64_t>(start_ns, 0));
+    first_ns = std::min(first_ns, std::clamp<std::int64_t>(start_ns, 0, kMostStampNs));
   }
   const std::int64_t lead_ns = FirstStampNs() - first_ns;
   return lead_ns > 0 && lead_ns < kMostLeadNs ? lead_ns : 0;
@@ -257,7 +262,7 @@ std::int64_t MediaReader::LeadNs() const {
 
 std::int64_t MediaReader::DurationNs(const AVFrame& frame) const {
   const std::int64_t said_ns = ToNs(frame.pkt_duration);
-  return said_ns > 0 ? said_ns : _nominal_frame_ns;
+  return std::clamp(said_ns > 0 ? said_ns : _nominal_frame_ns, kLeastFrameNs, kMostFrameNs);
 }
 
 bool MediaReader::FailWith(const std::string& reason) {

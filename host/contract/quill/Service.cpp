@@ -96,6 +96,7 @@ struct Service::Traffic {
   std::thread::id mover;            // guarded by mutex; none while nobody moves
   int depth = 0;                    // guarded by mutex; nested turns of the mover
   bool is_going_down = false;       // guarded by mutex
+  bool is_ending = false;           // guarded by mutex; nobody takes it up any more
   Status going_to = Status::kNull;  // guarded by mutex
 };
 
@@ -116,6 +117,7 @@ Service::Turn::Turn(Service& service, Status target) : _service(service) {
     _is_done_by_other = traffic.is_going_down && traffic.going_to <= target;
     return;
   }
+  if (traffic.is_ending && !is_down) return;
   _is_ours = true;
   if (traffic.depth++ > 0) return;
   traffic.mover = self;
@@ -181,7 +183,14 @@ bool Service::Close() {
 }
 
 void Service::LastReleased() {
-  if (CanStatusDown()) StatusDown(Status::kNull);
+  {
+    const Turn turn(*this, Status::kNull);
+    {
+      const std::lock_guard lock(_traffic->mutex);
+      _traffic->is_ending = true;  // a callback that still runs may be about to open it again
+    }
+    if (CanStatusDown()) StatusDown(Status::kNull);
+  }
   if (!IsHostThread()) _callbacks->WaitUntilNoneRuns();
   Object::LastReleased();
 }

@@ -227,7 +227,7 @@ object* object::create(AttrSet& description) const {
 
 bool object::addChild(object* child) {
   if (child == nullptr || !_children->Add(child)) return false;
-  child->_parent = this;
+  if (child->_parent != this) child->_parent = this;  // known already, others may be reading it
   return true;
 }
 

@@ -14,8 +14,8 @@ constexpr std::chrono::milliseconds kPoll(10);
 bool SnapOutcome::Heed(const quill::base::Message& message) {
   const char* text = nullptr;
   const std::string note = message.GetStr("extra", text) && text != nullptr ? text : "";
-  if (note == "failed") ++_failures;
   if (note == "ended") _is_over = true;
+  if (note == "failed" || note == "ended") ++_failures;  // the end is one even when all begins anew
   return note == "newframe";
 }
 

@@ -100,7 +100,7 @@ bool StreamApp::Stop() {
   const Turn turn(*this, Status::kReady);
   if (!turn) return turn.IsDoneByOther();
   // Nothing runs, so it is stopped: a success.
-  if (Failed(!_app, "!_app")) return true;
+  if (Failed(!_app, "!_app")) return Service::Stop();
   const bool done = AppStatusDown("ready");
   // An application may stop on this side and miss the other side's word; then it plays no more.
   if (!IsStart()) Service::Stop();
@@ -113,6 +113,8 @@ bool StreamApp::Close() {
   if (!turn) return turn.IsDoneByOther();
   const bool done = AppStatusDown("null");
   if (_app != nullptr && !IsStart()) Service::Stop();  // as far as it went
+  if (_app == nullptr)
+    Service::Close();  // a callback that has closed it may still be on its way out
   if (Failed(!done, "!AppStatusDown(\"null\")")) return false;
   // Goes on: the stream is down, whatever becomes of its application.
   static_cast<void>(Failed(_app != nullptr && !AppDestroy(), "!AppDestroy()"));
