@@ -226,7 +226,9 @@ TEST_P(Tones, ComeThroughAacWithLittleNoise) {
     for (const int hertz : {500, 1000}) {
       noise -= std::norm(FitTone(channel, hertz, rate, second, 5 * second)) / 2;
     }
-    EXPECT_GT(10 * std::log10(0.25 * 0.25 / 2 / noise), 40);
+    const double decibels = 10 * std::log10(0.25 * 0.25 / 2 / noise);
+    RecordProperty("signal_to_noise_dB", std::to_string(decibels));
+    EXPECT_GT(decibels, 40);
     EXPECT_NEAR(std::abs(FitTone(channel, 1000, rate, second, 5 * second)), 0.25, 0.001);
   }
 }
@@ -280,7 +282,9 @@ TEST_F(SoundSources, OfSpeechComeWholeAndAlikeThroughBoth) {
     signal += plain.channels[0][i] * plain.channels[0][i];
     noise += std::pow(plain.channels[0][i] - decoded[i], 2);
   }
-  EXPECT_GT(10 * std::log10(signal / noise), 20);
+  const double decibels = 10 * std::log10(signal / noise);
+  RecordProperty("signal_to_noise_dB", std::to_string(decibels));
+  EXPECT_GT(decibels, 20);
 }
 
 TEST_F(SoundSources, EndWhileTheClientHoldsAllThereIs) {
