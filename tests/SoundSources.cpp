@@ -284,7 +284,7 @@ TEST_F(SoundSources, OfSpeechComeWholeAndAlikeThroughBoth) {
   }
   const double decibels = 10 * std::log10(signal / noise);
   RecordProperty("signal_to_noise_dB", std::to_string(decibels));
-  EXPECT_GT(decibels, 20);
+  EXPECT_GT(decibels, 40);
 }
 
 TEST_F(SoundSources, EndWhileTheClientHoldsAllThereIs) {

@@ -40,13 +40,47 @@ constexpr std::string_view kProfiles[] = {"LC", "AAC-LC", "low"};
 // The library's coder makes the steps of a pure tone so fine, where bits abound, that loud ones are
 // clipped: a sine of full scale comes out 8 dB above its distortion. A soft noise in the frames
 // with such peaks takes the bits. Of one channel, or of two that are alike, about 4 dB less than
-// this law were found to be enough.
+// this law were found to be enough. Where a frame has that much of its own, as speech and music
+// have, none is added.
 constexpr float kLoudPeak = 0.4F;
 
 // Root mean square of that noise, full scale being 1: -65.5 dB at 128 kbit/s and 48 kHz.
 double SoftNoise(std::int64_t bit_rate_bps, int rate) {
   const double bits = static_cast<double>(bit_rate_bps) / rate;  // of all channels for one sample
   return std::pow(10.0, std::min(-78 + 4.7 * bits, -50.0) / 20);
+}
+
+// Root mean square of what the four samples in front of each do not foretell, by the linear
+// prediction that does it best: the noise beside up to two pure tones.
+double Unforetold(std::span<const float> samples) {
+  constexpr std::size_t kOrder = 4;
+  double matrix[kOrder][kOrder + 1] = {};  // correlations, and those with what is foretold
+  for (std::size_t i = kOrder; i < samples.size(); ++i) {
+    for (std::size_t row = 0; row < kOrder; ++row) {
+      for (std::size_t column = 0; column <= kOrder; ++column) {
+        const float other = column == kOrder ? samples[i] : samples[i - 1 - column];
+        matrix[row][column] += double{samples[i - 1 - row]} * other;
+      }
+    }
+  }
+  const double ridge = 1e-9 * matrix[0][0];  // tones alone leave it without an inverse
+  for (std::size_t row = 0; row < kOrder; ++row) matrix[row][row] += ridge;
+  for (std::size_t pivot = 0; pivot < kOrder; ++pivot) {
+    for (std::size_t row = 0; row < kOrder; ++row) {
+      if (row == pivot) continue;
+      const double factor = matrix[row][pivot] / matrix[pivot][pivot];
+      for (std::size_t i = pivot; i <= kOrder; ++i) matrix[row][i] -= factor * matrix[pivot][i];
+    }
+  }
+  double power = 0;
+  for (std::size_t i = kOrder; i < samples.size(); ++i) {
+    double rest = samples[i];
+    for (std::size_t k = 0; k < kOrder; ++k) {
+      rest -= matrix[k][kOrder] / matrix[k][k] * samples[i - 1 - k];
+    }
+    power += rest * rest;
+  }
+  return std::sqrt(power / static_cast<double>(samples.size() - kOrder));
 }
 
 // A source may correct its clock; what is missing is a block at least.
@@ -92,7 +126,8 @@ bool AacEncoder::Open(const Context&, const AttrSet& params, Media& media, std::
     return false;
   }
   // Uniform: the root mean square is the limit by the square root of 3.
-  const auto limit = static_cast<float>(SoftNoise(_codec->bit_rate, _rate) * std::sqrt(3.0));
+  _noise_rms = SoftNoise(_codec->bit_rate, _rate);
+  const auto limit = static_cast<float>(_noise_rms * std::sqrt(3.0));
   _noise = std::uniform_real_distribution<float>(-limit, limit);
   Describe(media);
   return true;
@@ -243,7 +278,7 @@ void AacEncoder::SoftenLoud() {
     const std::span plane(reinterpret_cast<float*>(_frame->data[channel]), kFrame);
     const bool is_loud = std::any_of(plane.begin(), plane.end(),
                                      [](float sample) { return std::abs(sample) > kLoudPeak; });
-    if (!is_loud) continue;
+    if (!is_loud || Unforetold(plane) > _noise_rms) continue;
     for (float& sample : plane) sample += _noise(_random);
   }
 }

@@ -13,8 +13,9 @@
 // stands for the 1024 samples before the sound, which are silence. The time of a unit is that of
 // the first sample that comes out of a decoder for it: sample by sample this agrees with what went
 // in. Where captures are missing, silence takes their place up to the end of the frame, and the
-// next frame begins with what was captured next. Frames with peaks above 40 % of full scale get a
-// soft noise of -65 dB of full scale at 128 kbit/s and 48 kHz, and -50 dB at the most.
+// next frame begins with what was captured next. Frames of pure tones with peaks above 40 % of
+// full scale get a soft noise of -65 dB of full scale at 128 kbit/s and 48 kHz, and -50 dB at the
+// most.
 #pragma once
 
 #include <cstdint>
@@ -53,8 +54,8 @@ class AacEncoder : public Element {
   // Fills what is missing between the samples so far and those of `time_ns`.
   [[nodiscard]] bool Bridge(std::int64_t time_ns);
   [[nodiscard]] bool SendFull();
-  // Adds a soft noise to a frame with high peaks, where pure tones would be clipped else.
-  // Adds a soft noise to a frame with high peaks, where pure tones would be clipped else.
+  // Adds a soft noise to a frame with high peaks that has none, where pure tones would be clipped.
+  // Adds a soft noise to a frame with high peaks that has none, where pure tones would be clipped.
   void SoftenLoud();
   // The encoder's next frame. kMore: it wants more samples; kEnd: there are no more.
   Verdict Receive(Unit& unit);
@@ -72,14 +73,15 @@ class AacEncoder : public Element {
   CodecPtr _codec;
   FramePtr _frame;  // being filled
   PacketPtr _packet;
+  double _noise_rms = 0;  // of what loud frames are softened by, full scale being 1
   std::minstd_rand _random;
-  std::uniform_real_distribution<float> _noise;  // what loud frames are softened by
-  int _filled = 0;                               // samples of each channel in _frame
-  std::int64_t _frame_ns = 0;                    // time of its first sample
-  std::int64_t _next_ns = 0;                     // when the next block should begin
-  std::deque<std::int64_t> _times_ns;            // of the units that the encoder still owes
-  bool _is_used = false;                         // it has seen samples, or their end
-  bool _is_draining = false;                     // it has been told that no more come
+  std::uniform_real_distribution<float> _noise;
+  int _filled = 0;                     // samples of each channel in _frame
+  std::int64_t _frame_ns = 0;          // time of its first sample
+  std::int64_t _next_ns = 0;           // when the next block should begin
+  std::deque<std::int64_t> _times_ns;  // of the units that the encoder still owes
+  bool _is_used = false;               // it has seen samples, or their end
+  bool _is_draining = false;           // it has been told that no more come
 };
 
 }  // namespace tessel::rtos
