@@ -42,7 +42,8 @@ TEST(AttrSet, ReadsPairsInOrder) {
     AttrSet set;
     EXPECT_TRUE(set.Parse(row.text)) << row.text << ": " << set.Error();
     std::string pairs;
-    for (const auto& [key, value] : set.Pairs()) pairs.append(key + ">" + value + ";");
+    for (const auto& [key, value] : set.Pairs())
+      pairs.append(key).append(">").append(value).append(";");
     EXPECT_EQ(pairs, row.pairs) << row.text;
   }
 }

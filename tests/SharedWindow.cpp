@@ -196,7 +196,7 @@ TEST_P(Ring, SlotsAreCutToFit) {
 // delivered can be read and is held once.
 TEST(UntrustedRing, HandsOutNothingOutsideTheArea) {
   constexpr unsigned kSeed = 31;
-  constexpr std::uint64_t kEnd = 4 * 4096, kMost = UINT64_MAX;
+  constexpr std::uint64_t kEnd = std::uint64_t{4} * 4096, kMost = UINT64_MAX;
   std::mt19937_64 random(kSeed);
   std::string error;
   const auto window = SharedWindow::Create(std::size_t{8} * 4096, error);

@@ -112,8 +112,8 @@ TEST_F(SoundTool, KeepsPictureAndSoundInStep) {
   for (const std::string words :
        {"h264 aac -o a.mp4", "h264-push pcm --rate 48000 -o a.mkv", "jpeg aac-push -o b.mkv",
         "pcm-push jpeg-push --rate 48000 -o c.mkv"}) {
-    const std::string size = " --width 320 --height 240 --fps 100 --seconds 1.6";
-    ASSERT_EQ(Run("capture " + words + size), 0) << words << Text("err");
+    const std::string command = "capture --width 320 --height 240 --fps 100 --seconds 1.6 ";
+    ASSERT_EQ(Run(command + words), 0) << words << Text("err");
     const Played played = Play(words.substr(words.size() - 5));
     ASSERT_FALSE(played.times_s.empty()) << words;
     EXPECT_NEAR(std::min(played.times_s.front(), played.sound_s), 0, 0.025) << words;

@@ -78,7 +78,7 @@ class Sounds : public ::testing::Test {
 
 TEST_F(Sounds, OfTheTestInputBeepSoftlyOnTheSecond) {
   constexpr SoundFormat kFormat = {48000, 1};
-  constexpr std::size_t kFirst = 48 * 305;  // the sample on the second
+  constexpr std::size_t kFirst = std::size_t{48} * 305;  // the sample on the second
   const Samples tone = Read("tone", kFormat, 96000);
   Samples beeps = Read("test", kFormat, 96000, false, 77 * kSecondNs - 305 * kMillisecondNs);
   for (std::size_t i = 0; i < 96000; ++i) {
