@@ -113,8 +113,8 @@ bool StreamApp::Close() {
   if (!turn) return turn.IsDoneByOther();
   const bool done = AppStatusDown("null");
   if (_app != nullptr && !IsStart()) Service::Stop();  // as far as it went
-  if (_app == nullptr)
-    Service::Close();  // a callback that has closed it may still be on its way out
+  // A callback that has closed it may still be on its way out.
+  if (_app == nullptr) Service::Close();
   if (Failed(!done, "!AppStatusDown(\"null\")")) return false;
   // Goes on: the stream is down, whatever becomes of its application.
   static_cast<void>(Failed(_app != nullptr && !AppDestroy(), "!AppDestroy()"));
