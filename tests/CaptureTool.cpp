@@ -168,6 +168,14 @@ TEST_F(CaptureTool, LeavesAWholeFileWhenInterruptedOrCutOff) {
   }
 }
 
+TEST_F(CaptureTool, LeavesEveryFrameOfMatroskaWhenItIsKilled) {
+  Begin(TESSEL_TOOL " capture h264 --width 160 --height 120 --gop 1000 --frame-log log -o a.mkv");
+  ASSERT_TRUE(Eventually([this] { return LogLength() > 5; }));
+  ASSERT_EQ(kill(std::stoi(Text("pid")), SIGKILL), 0);
+  End();
+  EXPECT_GE(Decode("a.mkv", 0), LogLength());
+}
+
 TEST_F(CaptureTool, TheExamplePrintsFiveFrames) {
   Begin(TESSEL_EXAMPLE);
   EXPECT_EQ(End(), 0);

@@ -192,7 +192,10 @@ bool MediaWriter::Write(std::size_t stream, const Unit& unit, std::string& error
   const int written =
       is_alone ? av_write_frame(_format, _packet) : av_interleaved_write_frame(_format, _packet);
   av_packet_unref(_packet);
-  return Check(written, error);
+  if (!Check(written, error)) return false;
+  // Matroska gathers a cluster of frames in memory; this hands on what it has.
+  const bool gathers = (_format->oformat->flags & AVFMT_ALLOW_FLUSH) != 0;
+  return !gathers || Check(av_write_frame(_format, nullptr), error);
 }
 
 // False when the bytes are too few for a picture.
