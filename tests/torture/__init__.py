@@ -1,0 +1,1 @@
+"""Fault scenarios for the real programs: see scripts/torture."""
