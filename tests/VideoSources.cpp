@@ -3,6 +3,8 @@
 #include <filesystem>
 #include <random>
 
+#include <unistd.h>
+
 #include "Decoder.h"
 #include "Fixture.h"
 #include "tessel/IYuvSource.h"
@@ -259,9 +261,11 @@ TEST_F(Synthetic, PulledFramesAreNeverDelayedAndOwnTheirMemory) {
   EXPECT_TRUE(frames[0]->data != frames[1]->data && frames[1]->data != frames[2]->data);
   fake->SetFrameRate(15);
   EXPECT_EQ(fake->GetYuvMediaInfo().frameRate, 30) << "kept apart";
-  fake->SetFrameRate(0);
   ASSERT_TRUE(fake->PullFrame(frames[0], false));
-  EXPECT_EQ(frames[0]->timestamp, 200'000'000) << "0 changes nothing";
+  EXPECT_EQ(frames[0]->timestamp, 200'000'000);
+  fake->SetFrameRate(0);
+  ASSERT_TRUE(fake->Close() && fake->PullFrame(frames[0], false)) << "closed or not";
+  EXPECT_EQ(frames[0]->timestamp, 0) << "no rate, no schedule";
   fake->RegisterOutputCallback([](Frame&) { return true; });
   EXPECT_TRUE(fake->Stop()) << "without a worker there is nothing to stop";
   EXPECT_EQ(fake->GetMediaInfo(), "");
@@ -269,9 +273,7 @@ TEST_F(Synthetic, PulledFramesAreNeverDelayedAndOwnTheirMemory) {
   EXPECT_TRUE(fake->ChangeState(State::kPlay) && fake->ChangeState(State::kNull));
   Frame none;
   EXPECT_FALSE(Make("push")->PullFrame(none, true));
-  EXPECT_EQ(LogLines(), (Lines{"plugin/api/linux/YuvSourceFake.cpp/#/SetFrameRate:\t"
-                               "frames_per_second == 0",
-                               "plugin/api/linux/YuvSourceFake.cpp/#/PullFrame:\t!_pullmode"}));
+  EXPECT_EQ(LogLines(), Lines{"plugin/api/linux/YuvSourceFake.cpp/#/PullFrame:\t!_pullmode"});
 }
 
 TEST_F(Synthetic, PushedFramesFollowTheScheduleFromTheStart) {
@@ -302,7 +304,7 @@ TEST_F(Synthetic, PushedFramesFollowTheScheduleFromTheStart) {
 }
 
 TEST_F(Synthetic, MayBeStoppedByItsCallbackAndStartedAgain) {
-  const Fake fake = Make("push");
+  Fake fake = Make("push");
   fake->SetFrameRate(1000);
   Event events[3];
   for (Event& stopped : events) {
@@ -314,6 +316,79 @@ TEST_F(Synthetic, MayBeStoppedByItsCallbackAndStartedAgain) {
     ASSERT_TRUE(fake->Start());
     ASSERT_TRUE(stopped.Wait());
   }
+  fake->RegisterOutputCallback(nullptr);
+  EXPECT_TRUE(fake->Stop()) << "has no effect now";
+  fake.reset();  // its worker has ended
+}
+
+// A rate of 0 is none; pausing is the stream's, which this source does not look at.
+TEST_F(Synthetic, PushesNothingWithoutARateAndGoesOnWithOne) {
+  const Fake fake = Make("push");
+  std::atomic<int> frames{0};
+  fake->RegisterOutputCallback([&](Frame&) { return ++frames > 0; });
+  fake->SetFrameRate(0);
+  ASSERT_TRUE(fake->ChangeUp(State::kPause));
+  EXPECT_TRUE(Eventually([&] { return frames == 1; })) << "is due at once";
+  static_cast<void>(Event().WaitFor(std::chrono::milliseconds(30)));
+  EXPECT_EQ(frames, 1);
+  fake->SetFrameRate(1000);
+  EXPECT_TRUE(Eventually([&] { return frames > 3; }));
+  fake->SetFrameRate(0);
+  EXPECT_TRUE(fake->ChangeDown(State::kNull)) << "stops the worker";
+}
+
+TEST_F(Synthetic, KeepsOnlyTheCallbacksThatMayBeInUse) {
+  const Fake fake = Make("push");
+  fake->SetFrameRate(1'000'000);
+  const auto token = std::make_shared<std::atomic<int>>(0);
+  ASSERT_TRUE(fake->Start());
+  for (int i = 0; i < 20'000; ++i) {
+    fake->RegisterOutputCallback([token](Frame&) { return ++*token > 0; });
+    ASSERT_LE(token.use_count(), 3) << "here, the newest, and the one in use";
+  }
+  EXPECT_TRUE(Eventually([&] { return *token > 0; }) && fake->Stop());
+  fake->RegisterOutputCallback(nullptr);
+  EXPECT_EQ(token.use_count(), 1);
+}
+
+using SyntheticDeathTest = Synthetic;
+
+TEST_F(SyntheticDeathTest, AWorkerThatStillRunsCannotBeReplaced) {
+  ::testing::FLAGS_gtest_death_test_style = "threadsafe";
+  const auto twice = [] {
+    const Fake fake = Make("push");
+    fake->Start();
+    fake->Start();
+  };
+  const auto dropped = [] { static_cast<void>(Make("push")->Start()); };
+  // What its callback calls; `stops`: another thread waits for the worker meanwhile.
+  const auto inside = [](bool stops, const std::function<void(IYuvSource&)>& call) {
+    alarm(static_cast<unsigned>(kDeadline.count()));  // a hang is another end
+    const Fake fake = Make("push");
+    Event entered;
+    Event stopping;
+    fake->RegisterOutputCallback([&](Frame&) {
+      entered.Set();
+      EXPECT_TRUE(stopping.Wait());
+      if (stops) static_cast<void>(Event().WaitFor(std::chrono::milliseconds(50)));
+      call(*fake);
+      return true;
+    });
+    fake->Start();
+    EXPECT_TRUE(entered.Wait());
+    stopping.Set();
+    if (stops) fake->Stop();
+    static_cast<void>(Event().WaitFor(std::chrono::milliseconds(500)));
+    fake->Stop();
+  };
+  constexpr char kEnd[] = "terminate called without an active exception";
+  const auto start = [](IYuvSource& fake) { fake.Start(); };
+  const auto restart = [](IYuvSource& fake) { fake.Stop() && fake.Start(); };
+  EXPECT_DEATH(twice(), kEnd);
+  EXPECT_DEATH(dropped(), kEnd);
+  EXPECT_DEATH(inside(false, start), kEnd);
+  EXPECT_DEATH(inside(false, restart), kEnd);
+  EXPECT_DEATH(inside(true, start), kEnd);
 }
 
 }  // namespace

@@ -8,6 +8,12 @@ namespace tessel::api::streaming {
 
 // Each frame is one picture, its planes one behind the other without gaps. The order of declaration
 // is the order of the slots, those of IStreamControl and IStreamOutput in front.
+//
+// The synthetic source ("ApiYuvSource-dualos-push-fake", "-pull-fake") carries no picture: its
+// bytes are never written. The control state does not steer it, and its Open() and Close() do
+// nothing: pushed, it delivers from Start() to Stop(), also while paused; PullFrame() gives a frame
+// at any time. There Start() without a Stop() since the last one, or in the callback, ends the
+// process.
 class TESSEL_PUBLIC IYuvSource : public virtual common::IStreamOutput,
                                  public virtual common::IYuvDevice {
  public:

@@ -1,11 +1,14 @@
 #include "YuvSourceFake.h"
 
 #include <algorithm>
+#include <exception>
+#include <utility>
 
 #include "quill/Debug.h"
 
 namespace tessel::dualos {
 
+using quill::stream::Fail;
 using quill::stream::Failed;
 using quill::stream::kMagenta;
 using quill::stream::TraceIn;
@@ -32,7 +35,9 @@ const std::uint8_t* BytesOf(const std::uint32_t* words) {
 YuvSourceFake::YuvSourceFake(bool pullMode) : _pullmode(pullMode) {}
 
 YuvSourceFake::~YuvSourceFake() {
-  if (_worker != nullptr) YuvSourceFake::Stop();
+  if (_worker == nullptr) return;
+  YuvSourceFake::Stop();
+  DropWorker();
 }
 
 void YuvSourceFake::RegisterMessageCallback(const std::function<bool(const char*)>&) {}
@@ -44,10 +49,31 @@ bool YuvSourceFake::IsSupportedPullFrame() const { return _pullmode; }
 bool YuvSourceFake::IsSupportedOutputFrameCallback() const { return !_pullmode; }
 
 bool YuvSourceFake::RegisterOutputCallback(const OutputCallback& cb) {
-  if (_worker == nullptr) _callbacks.clear();
-  _callbacks.push_back(std::make_unique<const OutputCallback>(cb));
-  _output.store(cb ? _callbacks.back().get() : nullptr, std::memory_order_release);
+  auto fresh = cb ? std::make_unique<const OutputCallback>(cb) : nullptr;
+  _output.store(fresh.get());
+  if (auto former = std::exchange(_registered, std::move(fresh))) {
+    _replaced.push_back(std::move(former));
+  }
+  FreeReplaced();
   return !_pullmode;
+}
+
+// The worker looks again after it has claimed one, and here the claim is read after another one has
+// taken its place. All four accesses are sequentially consistent: either the worker sees the
+// replacement, or this sees the claim.
+const YuvSourceFake::OutputCallback* YuvSourceFake::ClaimCallback() {
+  const OutputCallback* output = _output.load();
+  for (;;) {
+    _claimed.store(output);
+    const OutputCallback* current = _output.load();
+    if (current == output) return output;
+    output = current;
+  }
+}
+
+void YuvSourceFake::FreeReplaced() {
+  const OutputCallback* claimed = _claimed.load();
+  std::erase_if(_replaced, [claimed](const auto& callback) { return callback.get() != claimed; });
 }
 
 std::string YuvSourceFake::GetMediaInfo() const { return _media_info; }
@@ -55,7 +81,6 @@ std::string YuvSourceFake::GetMediaInfo() const { return _media_info; }
 void YuvSourceFake::SelectSensor(int index) { _sensor = index; }
 
 void YuvSourceFake::SetFrameRate(int frames_per_second) {
-  if (Failed(frames_per_second == 0, "frames_per_second == 0")) return;  // there is no schedule
   _frame_rate.store(frames_per_second, std::memory_order_relaxed);
 }
 
@@ -68,14 +93,27 @@ bool YuvSourceFake::Open() {
 
 bool YuvSourceFake::Close() { return true; }
 
+bool YuvSourceFake::IsWorker() const { return _loop_thread.load() == std::this_thread::get_id(); }
+
+void YuvSourceFake::JoinWorker() {
+  _worker->join();
+  _worker.reset();
+  FreeReplaced();
+}
+
+void YuvSourceFake::DropWorker() {
+  // In its callback the worker must not look at the pointer, which Start() may not have stored yet.
+  if (IsWorker() || (_worker != nullptr && _running.load())) {
+    Fail("_worker", "the worker still runs");
+    std::terminate();
+  }
+  // One that was told to stop by its own callback.
+  if (_worker != nullptr) JoinWorker();
+}
+
 bool YuvSourceFake::Start() {
   if (_pullmode) return true;
-  if (_loop_thread.load() == std::this_thread::get_id()) {
-    _running.store(true);  // goes on, by its schedule
-    return true;
-  }
-  // One that was stopped from inside its own callback is over, and only to be waited for.
-  if (_worker != nullptr && !_running.load()) _worker->join();
+  DropWorker();
   _running.store(true);
   _worker = std::make_unique<std::thread>([this] { Loop(); });
   return true;
@@ -83,20 +121,33 @@ bool YuvSourceFake::Start() {
 
 bool YuvSourceFake::Stop() {
   if (_output.load(std::memory_order_relaxed) == nullptr) return true;
-  if (_loop_thread.load() == std::this_thread::get_id()) {
+  if (IsWorker()) {
     _running.store(false);  // joined by the next call
     return true;
   }
   if (_worker == nullptr) return true;
   _running.store(false);
-  _worker->join();
-  _worker.reset();
+  JoinWorker();
   return true;
 }
 
-// In whole nanoseconds, by the rate of the moment.
-nanoseconds YuvSourceFake::DueAfter(std::int64_t frames) const {
-  return nanoseconds(frames * kSecond.count() / _frame_rate.load(std::memory_order_relaxed));
+nanoseconds YuvSourceFake::DueAfter(std::int64_t frames, int rate) {
+  return nanoseconds(rate == 0 ? 0 : frames * kSecond.count() / rate);
+}
+
+int YuvSourceFake::AwaitFrameRate() const {
+  for (;;) {
+    const int rate = _frame_rate.load(std::memory_order_relaxed);
+    if (rate != 0 || !_running.load()) return rate;
+    std::this_thread::sleep_for(kNap);
+  }
+}
+
+// In naps: a low rate must not keep Stop() waiting for long.
+void YuvSourceFake::SleepUntil(Clock::time_point due) const {
+  for (Clock::time_point now = Clock::now(); now < due && _running.load(); now = Clock::now()) {
+    std::this_thread::sleep_until(std::min(due, now + kNap));
+  }
 }
 
 void YuvSourceFake::Loop() {
@@ -106,8 +157,7 @@ void YuvSourceFake::Loop() {
   const std::unique_ptr<std::uint32_t[]> buffer = MakeBuffer(size_bytes);
   Clock::time_point due = start;
   for (std::int64_t n = 0; _running.load();) {
-    // Pairs with the release in RegisterOutputCallback: the callback is whole.
-    if (const OutputCallback* output = _output.load(std::memory_order_acquire)) {
+    if (const OutputCallback* output = ClaimCallback()) {
       auto frame = std::make_shared<frame_t>();
       frame->seq = static_cast<std::uint32_t>(n);
       frame->data = BytesOf(buffer.get());
@@ -115,12 +165,11 @@ void YuvSourceFake::Loop() {
       frame->isKey = true;
       frame->timestamp = due.time_since_epoch().count();
       (*output)(frame);
+      _claimed.store(nullptr);
     }
-    due = start + DueAfter(++n);
-    // In naps: a low rate must not keep Stop() waiting for long.
-    for (Clock::time_point now = Clock::now(); now < due && _running.load(); now = Clock::now()) {
-      std::this_thread::sleep_until(std::min(due, now + kNap));
-    }
+    ++n;
+    due = start + DueAfter(n, AwaitFrameRate());
+    SleepUntil(due);
   }
   _loop_thread.store(std::thread::id());
 }
@@ -129,7 +178,8 @@ bool YuvSourceFake::PullFrame(std::shared_ptr<frame_t>& frame, bool) {
   if (Failed(!_pullmode, "!_pullmode")) return false;
   if (_pull_base == Clock::time_point::min()) _pull_base = Clock::now();
   const int count = _pull_count.load(std::memory_order_relaxed);
-  const Clock::time_point due = _pull_base + DueAfter(count);
+  const Clock::time_point due =
+      _pull_base + DueAfter(count, _frame_rate.load(std::memory_order_relaxed));
   if (due - Clock::now() > kTolerance) std::this_thread::sleep_until(due);
   auto pulled = std::make_shared<frame_t>();
   std::uint32_t* words = MakeBuffer(_yuv.bufferSize).release();

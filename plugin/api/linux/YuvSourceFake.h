@@ -15,13 +15,13 @@
 
 namespace tessel::dualos {
 
-// Frame n is due at a fixed time after the start, whatever became of the ones before, so lateness
-// does not add up; a late frame is followed by others without a pause until the schedule is met
-// again. A change of the frame rate moves the whole schedule. The frame's time is the scheduled
-// one. Its bytes are never written.
+// Frame n is due at a fixed time after the start, so lateness does not add up; a late frame is
+// followed by others without a pause until the schedule is met again. A change of the frame rate
+// moves the whole schedule. The frame's time is the scheduled one. Its bytes are never written.
 //
-// Moves through the states by the machine of its base alone; the four operations here leave the
-// state as it is. Client's thread, but for what is said below.
+// Frames depend on Start() and Stop() alone: no operation here looks at the control state or
+// changes it. A pushed source delivers also while it is paused, a pulled one also while it is
+// closed. Client's thread, unless said otherwise.
 class YuvSourceFake : public api::streaming::IYuvSource,
                       public api::streaming::common::YuvDevice,
                       public api::streaming::common::StreamControl {
@@ -30,7 +30,7 @@ class YuvSourceFake : public api::streaming::IYuvSource,
   using OutputCallback = std::function<bool(std::shared_ptr<frame_t>&)>;
 
   explicit YuvSourceFake(bool pullMode);
-  // Stops a worker that has a callback. One that has none cannot be stopped: ends the process.
+  // Stops the worker. One that still runs and has no callback cannot be stopped: the process ends.
   ~YuvSourceFake() override;
 
   void RegisterMessageCallback(const std::function<bool(const char*)>& cb) override;  // not kept
@@ -41,37 +41,54 @@ class YuvSourceFake : public api::streaming::IYuvSource,
   // Pull mode. Each frame has memory of its own. The schedule begins with the clock itself, so in
   // practice no call waits; `blocking` makes no difference.
   bool PullFrame(std::shared_ptr<frame_t>& frame, bool blocking) override;
-  // Push mode: from the next frame on. All frames of a run show the same memory, which goes with
-  // the run: whoever keeps a frame must not touch its bytes after Stop(). In pull mode false, but
-  // stored; see Stop(). Stream thread, which is the worker. The callback may call Stop() and
-  // Start(), which then goes on by the same schedule; it must not register another one.
+  // Push mode: acts from the next frame on; a frame that the former callback has already goes to
+  // its end. All frames of a run show the same memory, which is freed at the end of the run: who
+  // keeps a frame must not touch its bytes after Stop(). False in pull mode, where the callback is
+  // stored and never called. Stream thread, which is the worker's. The callback may call Stop(); it
+  // must not register another one, and Start() in it ends the process.
   bool RegisterOutputCallback(const OutputCallback& cb) override;
 
   std::string GetMediaInfo() const override;  // always empty
   void SelectSensor(int index) override;      // stored only
-  // Frames/s of the schedule; GetYuvMediaInfo() does not tell of it. 0 is refused and changes
-  // nothing. Any thread.
+  // Frames/s of the schedule; GetYuvMediaInfo() does not report it. At 0 there is no schedule: no
+  // frame is pushed until the rate changes, and pulled frames have the time 0. Below 0 every frame
+  // is late. Any thread.
   void SetFrameRate(int frames_per_second) override;
 
   bool Open() override;  // both true, without a condition
   bool Close() override;
-  // Push mode: starts the worker. A second time without Stop() in between ends the process.
+  // Push mode: starts the worker. Without a Stop() since the last Start(), or in the callback, the
+  // process ends.
   bool Start() override;
-  // Waits for the worker's current frame, and a tenth of a second at most besides. Without a
-  // callback it does nothing and a worker goes on; without a worker there is nothing to do.
+  // Waits for the worker's current frame, and a tenth of a second at most besides; in the callback
+  // it does not wait, and the worker ends with that frame. Without a callback it does nothing and a
+  // worker goes on; without a worker there is nothing to do.
   bool Stop() override;
 
  private:
   using Clock = std::chrono::steady_clock;
 
   void Loop();  // the worker's body
-  std::chrono::nanoseconds DueAfter(std::int64_t frames) const;
+  bool IsWorker() const;
+  void JoinWorker();
+  // Ends the process when the worker was not told to stop, or calls this itself.
+  void DropWorker();
+  const OutputCallback* ClaimCallback();  // worker's thread
+  void FreeReplaced();
+  // `frames` / `rate`, in whole nanoseconds; 0 where there is no rate.
+  static std::chrono::nanoseconds DueAfter(std::int64_t frames, int rate);
+  // Waits until there is a rate or the worker has to stop. Worker's thread.
+  int AwaitFrameRate() const;
+  void SleepUntil(std::chrono::steady_clock::time_point due) const;  // worker's thread
 
-  // The newest one counts. Older ones stay until the end, as the worker may be inside one.
-  std::vector<std::unique_ptr<const OutputCallback>> _callbacks;
-  std::atomic<const OutputCallback*> _output{nullptr};  // pairs release with the worker's acquire
-  std::unique_ptr<std::thread> _worker;                 // client's thread only
-  std::atomic<std::thread::id> _loop_thread;            // the worker's, while it loops
+  // The worker claims the callback that it calls, so one that is replaced meanwhile is freed later.
+  std::unique_ptr<const OutputCallback> _registered;             // null: none
+  std::vector<std::unique_ptr<const OutputCallback>> _replaced;  // may be in use
+  std::atomic<const OutputCallback*> _output{nullptr};           // what _registered holds
+  std::atomic<const OutputCallback*> _claimed{nullptr};          // what the worker calls
+
+  std::unique_ptr<std::thread> _worker;
+  std::atomic<std::thread::id> _loop_thread;  // the worker's, while it loops
   std::atomic<bool> _running{false};
   const bool _pullmode;
   std::atomic<int> _frame_rate{30};  // frames/s
