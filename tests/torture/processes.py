@@ -32,6 +32,7 @@ class Program:
         self.name = name
         self.folder = folder
         self.words = [str(word) for word in words]
+        self.signals = set()  # that it was sent
 
         def prepare():  # in the new process
             _libc.prctl(_PR_SET_PDEATHSIG, signal.SIGKILL)
@@ -61,6 +62,7 @@ class Program:
 
     def signal(self, number):
         if self.code() is None:
+            self.signals.add(number)
             os.kill(self.pid, number)
 
     def code(self):
@@ -93,7 +95,7 @@ class Program:
         return len(os.listdir(f"/proc/{self.pid}/fd"))
 
     def kill(self):
-        self._process.kill()
+        self.signal(signal.SIGKILL)
         self._process.wait()
         self.code()
 
@@ -139,7 +141,7 @@ def end_all():
     """Ends what still runs. The names of orphans that should have ended by themselves."""
     for program in list(_living.values()):
         program.kill()
-    deadline = time.monotonic() + PATIENCE
+    deadline = time.monotonic() + PATIENCE / 2
     while (left := _orphans()) and time.monotonic() < deadline:
         time.sleep(0.02)
     names = [f"{_read(f'/proc/{pid}/comm').strip()} ({pid})" for pid in left]

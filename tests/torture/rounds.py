@@ -6,7 +6,7 @@ import signal
 import time
 
 from . import processes
-from .judging import judge_end, judge_frames, judge_media, read_log
+from .judging import crashes, judge_end, judge_frames, judge_media, read_log
 from .processes import Fault, Program, until
 
 SMALL = ("--width", 160, "--height", 120)
@@ -83,6 +83,7 @@ class Round:
         self.folder = folder
         self.binaries = binaries
         self.mounts = []
+        self._programs = []
         self._names = set()
         os.makedirs(os.path.join(folder, "tmp"))
 
@@ -99,8 +100,9 @@ class Round:
     def run(self, words, *, name=None, **how):
         """Starts one of the programs, which `words` begins with."""
         program, *rest = words
-        return Program(self.folder, self._free_name(name or program),
-                       [os.path.join(self.binaries, program), *rest], **how)
+        self._programs.append(Program(self.folder, self._free_name(name or program),
+                                      [os.path.join(self.binaries, program), *rest], **how))
+        return self._programs[-1]
 
     def listen(self, **how):
         """A real-time side at `board`, that serves already."""
@@ -124,8 +126,9 @@ class Round:
         """Starts a capture; of a kind by chance unless told. `board`: of listen()'s side."""
         if board:
             more = ("--rtos", self.path("board"), *more)
-        return Capture(self.folder, self._free_name(name), self.binaries,
-                       kind or self.random.choice(KINDS), more, **how)
+        self._programs.append(Capture(self.folder, self._free_name(name), self.binaries,
+                                      kind or self.random.choice(KINDS), more, **how))
+        return self._programs[-1]
 
     def witness(self):
         """Another client of the same real-time side, which goes on whatever happens to others."""
@@ -138,8 +141,9 @@ class Round:
         time.sleep(self.random.uniform(0, most))
 
     def close(self):
-        """Ends everything. What should have been gone by itself, in words."""
+        """Ends everything. Crashes, and what should have been gone by itself, in words."""
         leftovers = [f"{name} still runs" for name in processes.end_all()]
+        leftovers += [words for program in self._programs for words in crashes(program)]
         while self.mounts:
             self.mounts.pop()()
         leftovers += [f"tmp/{name} is left behind" for name in os.listdir(self.path("tmp"))]

@@ -1,5 +1,5 @@
 """The scenarios, in the order of the table that they are reported in."""
-from . import sides, storage
+from . import churn, films, intruders, limits, sides, storage
 
 # Name, the function that plays a round, what the round is judged by.
 SCENARIOS = (
@@ -10,4 +10,11 @@ SCENARIOS = (
     ("slow", sides.slow, "what was read plays; another client's frames and file"),
     ("hold", sides.hold, "another client's frames and file"),
     ("full-disk", storage.full_disk, "the client says why, its file plays; another client's too"),
+    ("damaged-films", films.damaged_films, "what is captured plays; the real-time side lives"),
+    ("hostile-client", intruders.hostile_client, "other clients' frames and files"),
+    ("hostile-side", intruders.hostile_side, "the client ends, and says why"),
+    ("limited-client", limits.limited_client, "it works or says what it lacks; another client"),
+    ("limited-side", limits.limited_side, "it serves new clients afterwards; another client"),
+    ("closed", limits.closed_descriptors, "frames, and files without lines of the log in them"),
+    ("churn", churn.churn, "threads, descriptors and list of the side; another client"),
 )
