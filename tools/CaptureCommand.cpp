@@ -6,7 +6,7 @@
 
 #include "Arguments.h"
 #include "Console.h"
-#include "Controls.h"
+#include "ControlText.h"
 #include "Units.h"
 
 namespace tessel::tool {

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "Controls.h"
+#include "ControlText.h"
 #include "Source.h"
 
 namespace tessel::tool {

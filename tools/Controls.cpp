@@ -1,10 +1,5 @@
 #include "Controls.h"
 
-#include <limits>
-
-#include "Console.h"
-#include "Units.h"
-
 namespace tessel::tool {
 namespace {
 
@@ -54,37 +49,6 @@ const ControlRow* FindControl(std::string_view name) {
     if (name == row.name) return &row;
   }
   return nullptr;
-}
-
-bool ParseControl(const ControlRow& row, std::string_view text, int& value, std::string& error) {
-  const bool is_read = row.is_scaled ? ParseScaled(text, row.least, row.most, value, error)
-                                     : ParseWhole(text, row.least, row.most, value, error);
-  if (!is_read && *row.unit != '\0') error += std::string(" (") + row.unit + ")";
-  return is_read;
-}
-
-bool ParseChange(std::string_view text, ControlChange& change, std::string& error) {
-  const std::size_t equals = text.find('=');
-  const std::size_t at = text.rfind('@');
-  if (equals == text.npos || at == text.npos || at < equals) {
-    error = Quoted(text) + " is not of the form key=value@frame";
-    return false;
-  }
-  const std::string_view key = text.substr(0, equals);
-  change.row = FindControl(key);
-  if (change.row == nullptr) {
-    error = "no key " + Quoted(key) + "; there are " + ControlNames();
-    return false;
-  }
-  std::string reason;
-  if (!ParseControl(*change.row, text.substr(equals + 1, at - equals - 1), change.value, reason)) {
-    error = std::string(key) + ": " + reason;
-    return false;
-  }
-  constexpr int kMostFrame = std::numeric_limits<int>::max();
-  if (ParseWhole(text.substr(at + 1), 0, kMostFrame, change.frame, reason)) return true;
-  error = "frame: " + reason;
-  return false;
 }
 
 }  // namespace tessel::tool

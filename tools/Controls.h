@@ -31,17 +31,4 @@ std::span<const ControlRow> ControlRows();
 const ControlRow* FindControl(std::string_view name);
 std::string ControlNames();  // for people, "fps, bitrate, …"
 
-// False with `error` when `text` is no value of that row.
-[[nodiscard]] bool ParseControl(const ControlRow& row, std::string_view text, int& value,
-                                std::string& error);
-
-// A value, and the frame from which on it is wanted.
-struct ControlChange {
-  const ControlRow* row;
-  int value;
-  int frame;
-};
-// Reads "key=value@frame". False with `error` naming the part that is wrong.
-[[nodiscard]] bool ParseChange(std::string_view text, ControlChange& change, std::string& error);
-
 }  // namespace tessel::tool

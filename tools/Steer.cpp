@@ -6,7 +6,7 @@
 #include <optional>
 
 #include "Console.h"
-#include "Controls.h"
+#include "ControlText.h"
 
 namespace tessel::tool {
 namespace {
@@ -65,24 +65,6 @@ std::vector<std::string> WordsOf(const std::string& key, const BoardStream& stre
   std::string word = key;
   std::replace(word.begin(), word.end(), '-', '_');
   return {word};
-}
-
-// Of the same key the last value counts.
-bool Parse(const std::string& text, Values& into, std::string& error) {
-  const std::size_t equals = text.find('=');
-  if (equals == text.npos) {
-    error = Quoted(text) + " is not of the form key=value";
-    return false;
-  }
-  const std::string key = text.substr(0, equals);
-  const ControlRow* row = FindControl(key);
-  if (row == nullptr) {
-    error = "no key " + Quoted(key) + "; there are " + ControlNames();
-    return false;
-  }
-  if (ParseControl(*row, text.substr(equals + 1), into[key], error)) return true;
-  error = key + ": " + error;
-  return false;
 }
 
 // As in a capture, a bit rate takes its bounds along, but for those that are given.
@@ -148,7 +130,10 @@ int Set(const SteerOptions& options) {
   return Steer(options, [&](const BoardStream& stream, std::string& error) {
     Values asked;
     for (const std::string& text : options.assignments) {
-      if (!Parse(text, asked, error)) return false;
+      const ControlRow* row = nullptr;
+      int value = 0;
+      if (!ParseSetting(text, row, value, error)) return false;
+      asked[row->name] = value;  // of the same key the last one counts
     }
     AddBounds(asked);
     if (!AreOrdered(asked, stream, error)) return false;
