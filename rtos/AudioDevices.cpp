@@ -172,7 +172,7 @@ bool AudioDevice::Set(const AttrSet& request, std::string& error) {
 AudioDevices AudioDevices::Usual() {
   AudioDevices usual;
   std::string error;
-  [[maybe_unused]] const bool is_read = usual.Read(AttrSet(kUsual), error);
+  [[maybe_unused]] const bool is_read = usual.AddAll(AttrSet(kUsual), error);
   assert(is_read);
   return usual;
 }
@@ -182,17 +182,23 @@ std::optional<AudioDevices> AudioDevices::Load(const std::string& path, std::str
   const bool is_file = std::filesystem::is_regular_file(path, failure);  // else opening may wait
   std::ifstream file;
   if (is_file) file.open(path);
+  error = "cannot be read";
+  auto devices = is_file ? Read(file, error) : std::nullopt;
+  if (!devices) error.insert(0, path + ": ");
+  return devices;
+}
+
+std::optional<AudioDevices> AudioDevices::Read(std::istream& file, std::string& error) {
   std::string text;
   AttrSet description;
   AudioDevices devices;
-  error = is_file && ReadText(file, text) ? "" : "cannot be read";
+  error = ReadText(file, text) ? "" : "cannot be read";
   if (error.empty() && !description.Parse(text.c_str())) error = description.Error();
-  if (error.empty() && devices.Read(description, error)) return devices;
-  error = path + ": " + error;
+  if (error.empty() && devices.AddAll(description, error)) return devices;
   return std::nullopt;
 }
 
-bool AudioDevices::Read(const AttrSet& description, std::string& error) {
+bool AudioDevices::AddAll(const AttrSet& description, std::string& error) {
   for (const auto& [kind, text] : description.Pairs()) {
     AttrSet pairs;
     const bool is_kind = std::find(std::begin(kKinds), std::end(kKinds), kind) != std::end(kKinds);

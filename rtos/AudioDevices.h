@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <iosfwd>
 #include <map>
 #include <memory>
 #include <optional>
@@ -66,6 +67,8 @@ class AudioDevices {
   // "#" do not count; a kind that is left out is not there. None with `error` naming file, device
   // and key.
   static std::optional<AudioDevices> Load(const std::string& path, std::string& error);
+  // The same from what such a file holds. None with `error` naming device and key.
+  static std::optional<AudioDevices> Read(std::istream& file, std::string& error);
 
   // Null when the board has none of that kind.
   const AudioDevice* Find(const std::string& kind) const;
@@ -75,7 +78,7 @@ class AudioDevices {
 
  private:
   AudioDevices() = default;
-  bool Read(const AttrSet& description, std::string& error);
+  bool AddAll(const AttrSet& description, std::string& error);
   AudioDevice* Known(const AttrSet& request, std::string& error) const;
   std::uint64_t Handle(const std::string& kind) const;
   static std::uint64_t NewHandles();
