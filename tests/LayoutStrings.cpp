@@ -1,6 +1,4 @@
 // Attribute sets, layout strings, and the texts that the plug-in composes.
-#include <filesystem>
-#include <fstream>
 #include <random>
 
 #include "Fixture.h"
@@ -204,23 +202,6 @@ TEST(Layout, RefusesWithPositionAndReasonAndKeepsItsContents) {
     ASSERT_EQ(chain.size(), 1U);
     EXPECT_EQ(chain[0].class_name, "kept");
   }
-}
-
-TEST(Layout, SurvivesWhatTheFuzzersHaveFound) {
-  int replayed = 0;
-  for (const auto& file : std::filesystem::directory_iterator(TESSEL_CORPUS)) {
-    std::ifstream stream(file.path(), std::ios::binary);
-    const std::string text{std::istreambuf_iterator<char>(stream), {}};
-    AttrSet set;
-    set.Parse(text.c_str());
-    EXPECT_EQ(AttrSet(set.ToString(false).c_str()), set) << file;
-    std::vector<LayoutElement> chain;
-    std::string error;
-    const bool is_chain = ParseLayout(text.c_str(), chain, error);
-    EXPECT_NE(is_chain, chain.empty()) << file;
-    ++replayed;
-  }
-  EXPECT_GT(replayed, 0);
 }
 
 class Layouts : public StreamTest {

@@ -1,0 +1,25 @@
+#include "Targets.h"
+
+namespace tessel::fuzz {
+
+int FuzzText(const std::uint8_t* data, std::size_t size_bytes);
+int FuzzRing(const std::uint8_t* data, std::size_t size_bytes);
+int FuzzGivenBack(const std::uint8_t* data, std::size_t size_bytes);
+int FuzzWire(const std::uint8_t* data, std::size_t size_bytes);
+int FuzzMedia(const std::uint8_t* data, std::size_t size_bytes);
+int FuzzUrl(const std::uint8_t* data, std::size_t size_bytes);
+int FuzzBoard(const std::uint8_t* data, std::size_t size_bytes);
+int FuzzTool(const std::uint8_t* data, std::size_t size_bytes);
+
+namespace {
+
+constexpr Target kTargets[] = {
+    {"text", &FuzzText},   {"ring", &FuzzRing}, {"given_back", &FuzzGivenBack}, {"wire", &FuzzWire},
+    {"media", &FuzzMedia}, {"url", &FuzzUrl},   {"board", &FuzzBoard},          {"tool", &FuzzTool},
+};
+
+}  // namespace
+
+std::span<const Target> Targets() { return kTargets; }
+
+}  // namespace tessel::fuzz
