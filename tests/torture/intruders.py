@@ -10,6 +10,7 @@ from .judging import judge_end, judge_frames, read_log
 from .processes import PATIENCE, Fault
 from .rounds import KINDS
 
+_MOST_BYTES = 256 << 20
 _HELLO = "cmd=hello,version=1,base=0x100000"
 _CREATE = (
     "type=Application,layout={type=pipeline,layout={%s+ShmSink:name=shmsink,session_name=s1,"
@@ -198,16 +199,17 @@ def hostile_side(round):
     proxy = _Proxy(round, behaviour)
     kind = round.random.choice((*KINDS, (("pcm",), "wav")))
     client = round.capture("--rtos", round.path("proxy"), name=behaviour, kind=kind)
-    for turn in range(round.random.randint(2, 6)):
-        proxy.pump(0.3)
-    client.signal(signal.SIGINT)
-    deadline = time.monotonic() + PATIENCE
-    while client.code() is None and time.monotonic() < deadline:
+    interrupt = time.monotonic() + round.random.uniform(0.5, 2)
+    deadline = interrupt + PATIENCE
+    while client.code() is None and (now := time.monotonic()) < deadline:
         proxy.pump(0.05)
+        if now > interrupt and signal.SIGINT not in client.signals:
+            client.signal(signal.SIGINT)
+        if os.path.exists(client.output) and os.path.getsize(client.output) > _MOST_BYTES:
+            client.kill()
+            raise Fault(f"a capture of some seconds has more than {_MOST_BYTES} bytes")
     judge_end(client, client.wait(1), may_fail=True, because="")
     proxy.close()
-    if os.path.exists(client.output) and os.path.getsize(client.output) > 256 << 20:
-        raise Fault(f"the capture has {os.path.getsize(client.output)} bytes")
     frames = read_log(client.log)
     if behaviour in ("withholds", "leaves"):
         judge_frames(frames)

@@ -97,8 +97,12 @@ def hostile_descriptors(random):
 
 
 def scribble(random, window, areas):
-    """Noise in the rings and words of session areas: where `areas` begin in the window."""
+    """Noise in the rings and words of session areas, which begin at `areas` in the window, and in
+    the rate-control blocks in front of them."""
     with mmap.mmap(window, 0) as memory:
+        if random.random() < 0.2:
+            at = 4 * random.randrange(areas[0] // 4)
+            memory[at:at + 4] = random.choice((random.randbytes(4), b"\xff\xff\xff\x7f"))
         for area in areas:
             for _ in range(random.choice((1, 4, 40))):
                 # The words of both sides, or the descriptors.
