@@ -14,9 +14,17 @@ UniqueFd::~UniqueFd() {
   if (_fd >= 0) close(_fd);
 }
 
-UniqueFd UniqueFd::Duplicate() const { return UniqueFd(fcntl(_fd, F_DUPFD_CLOEXEC, 0)); }
+UniqueFd UniqueFd::AboveStandard(int fd) {
+  if (fd < 0 || fd > STDERR_FILENO) return UniqueFd(fd);
+  const UniqueFd low(fd);
+  return low.Duplicate();
+}
 
-Bell Bell::Create() { return Bell(UniqueFd(eventfd(0, EFD_CLOEXEC))); }
+UniqueFd UniqueFd::Duplicate() const {
+  return UniqueFd(fcntl(_fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+}
+
+Bell Bell::Create() { return Bell(UniqueFd::AboveStandard(eventfd(0, EFD_CLOEXEC))); }
 
 bool Bell::IsBell(int fd) {
   char target[32] = {};

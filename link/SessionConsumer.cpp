@@ -21,6 +21,7 @@ SessionConsumer::SessionConsumer(std::span<std::byte> area, Bell frame_bell, Bel
 
 bool SessionConsumer::IsSound(const FrameDescriptor& untrusted) const {
   return untrusted.slot < kMostSlots && untrusted.offset >= kSessionHeaderBytes &&
+         untrusted.time_ns >= 0 && untrusted.time_ns <= kMostTimeNs &&
          untrusted.offset <= _area.size() && untrusted.size <= _area.size() - untrusted.offset &&
          // Pairs with the release in GiveBack: the last holder is done with the slot.
          !_is_held[untrusted.slot].load(std::memory_order_acquire);

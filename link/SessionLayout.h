@@ -37,6 +37,8 @@ namespace tessel::link {
 inline constexpr int kSessionVersion = 1;
 inline constexpr std::uint32_t kRingDescriptors = 64;
 inline constexpr int kMostSlots = 63;
+// Of a time stamp: 73 years. Later ones are noise, and sums and differences of these fit.
+inline constexpr std::int64_t kMostTimeNs = std::int64_t{1} << 61;
 
 // `head`: number of frames published, modulo 2^31, and whether the consumer sleeps.
 inline constexpr std::uint32_t kConsumerSleeps = 1U << 31;
@@ -46,7 +48,7 @@ inline constexpr std::uint64_t kProducerSleeps = std::uint64_t{1} << 63;
 
 struct FrameDescriptor {
   std::uint64_t offset;    // 0, of the payload from the start of the session area
-  std::int64_t time_ns;    // 8, CLOCK_MONOTONIC at capture
+  std::int64_t time_ns;    // 8, CLOCK_MONOTONIC at capture, 0 to kMostTimeNs
   std::uint32_t size;      // 16, bytes
   std::uint32_t sequence;  // 20, counts captured units, dropped ones included
   std::uint16_t slot;      // 24
@@ -69,7 +71,7 @@ struct SessionHeader {
   std::atomic<std::uint64_t> returned;                // 80, of these, no longer held
   std::atomic<std::uint64_t> refused;                 // 88, descriptors that failed their check
   alignas(64) std::atomic<std::uint64_t> made;        // 128, frames published
-  std::atomic<std::uint64_t> dropped;                 // 136, captured but without a free slot
+  std::atomic<std::uint64_t> dropped;                 // 136, without a free slot, or too late
   std::atomic<std::uint64_t> thinned;                 // 144, passed over to keep to a frame rate
   std::atomic<std::uint64_t> untriggered;             // 152, passed over as nothing asked for them
   std::uint8_t reserved[1024 - 160];                  // 160, zero

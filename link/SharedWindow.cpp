@@ -4,8 +4,11 @@
 #include <cstring>
 
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/vfs.h>
 
 namespace tessel::link {
 namespace {
@@ -14,10 +17,27 @@ constexpr int kSizeSeals = F_SEAL_GROW | F_SEAL_SHRINK | F_SEAL_SEAL;
 
 std::string Reason(const char* what) { return std::string(what) + ": " + std::strerror(errno); }
 
+// Huge pages are not: the first touch of one that the system lacks is a SIGBUS.
+bool IsOrdinaryMemory(int fd) {
+  struct statfs system = {};
+  return fstatfs(fd, &system) == 0 && system.f_type == TMPFS_MAGIC;
+}
+
 }  // namespace
 
+std::size_t SharedWindow::MostBytes() {
+  rlimit limit = {};
+  const bool is_limited = getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY;
+  return is_limited ? limit.rlim_cur : SIZE_MAX;
+}
+
 std::unique_ptr<SharedWindow> SharedWindow::Create(std::size_t size_bytes, std::string& error) {
-  UniqueFd fd(memfd_create("tessel-window", MFD_CLOEXEC | MFD_ALLOW_SEALING));
+  if (size_bytes > MostBytes()) {  // the attempt would raise SIGXFSZ
+    error = "cannot make the shared window: the limit on file sizes (ulimit -f), " +
+            std::to_string(MostBytes()) + " bytes, is below its " + std::to_string(size_bytes);
+    return nullptr;
+  }
+  auto fd = UniqueFd::AboveStandard(memfd_create("tessel-window", MFD_CLOEXEC | MFD_ALLOW_SEALING));
   if (!fd.IsOpen() || ftruncate(fd.Get(), static_cast<off_t>(size_bytes)) != 0 ||
       fcntl(fd.Get(), F_ADD_SEALS, kSizeSeals) != 0) {
     error = Reason("cannot make the shared window");
@@ -30,6 +50,10 @@ std::unique_ptr<SharedWindow> SharedWindow::Attach(UniqueFd fd, std::string& err
   const int seals = fcntl(fd.Get(), F_GET_SEALS);
   if (seals < 0 || (seals & kSizeSeals) != kSizeSeals) {
     error = "the shared window is not sealed: its size could change while it is mapped";
+    return nullptr;
+  }
+  if (!IsOrdinaryMemory(fd.Get())) {
+    error = "the shared window is of huge pages, which the system may lack when they are touched";
     return nullptr;
   }
   return Map(std::move(fd), error);

@@ -15,11 +15,15 @@ namespace tessel::link {
 // Any thread; constant after construction.
 class SharedWindow {
  public:
+  // The largest window that the process may make: the limit on the size of files (`ulimit -f`)
+  // holds for memory objects too.
+  static std::size_t MostBytes();
   // A new window, sealed against changing its size. Pages cost memory only once touched. Null, with
-  // `error` set, when the system refuses.
+  // `error` set, when it would exceed MostBytes() or the system refuses.
   static std::unique_ptr<SharedWindow> Create(std::size_t size_bytes, std::string& error);
-  // Maps a window made by the other side, after checking its seals; its size is what the kernel
-  // says. Null, with `error` set, when it could change under our feet or cannot be mapped.
+  // Maps a window made by the other side, after checking its seals and that the kernel has a page
+  // for each place that is touched; its size is what the kernel says. Null, with `error` set, when
+  // it could change under our feet or cannot be mapped.
   static std::unique_ptr<SharedWindow> Attach(UniqueFd fd, std::string& error);
   ~SharedWindow();
   SharedWindow(const SharedWindow&) = delete;

@@ -72,7 +72,7 @@ bool ReceiveMessage(int socket_fd, WireMessage& message, std::vector<UniqueFd>& 
     for (std::size_t i = 0; i < count; ++i) {
       int fd = -1;
       std::memcpy(&fd, CMSG_DATA(entry) + i * sizeof(int), sizeof fd);
-      fds.emplace_back(fd);
+      fds.push_back(UniqueFd::AboveStandard(fd));
     }
   }
   const auto size = static_cast<std::size_t>(got);

@@ -3,11 +3,15 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <thread>
 
+#include <poll.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include "Connection.h"
 #include "Listener.h"
+#include "quill/StandardDescriptors.h"
 
 #include <CLI/CLI.hpp>
 
@@ -27,6 +31,18 @@ int ListenAt(const std::string& path, RealTimeSide& side) {
     return EXIT_FAILURE;
   }
   return EXIT_SUCCESS;
+}
+
+// Ends the process with its connection, whatever holds the other threads: an input may block in the
+// kernel. They have a moment to end by themselves.
+void EndWith(int connection) {
+  std::thread([connection] {
+    pollfd wire = {connection, 0, 0};  // a hang-up is always told
+    while (poll(&wire, 1, -1) < 0) {
+    }
+    sleep(2);
+    _exit(EXIT_SUCCESS);
+  }).detach();
 }
 
 int Run(int argc, char** argv) {
@@ -53,6 +69,7 @@ int Run(int argc, char** argv) {
   } catch (const CLI::ParseError& stop) {
     return app.exit(stop) == 0 ? EXIT_SUCCESS : 2;
   }
+  if (connection >= 0) EndWith(connection);
   std::string error;
   auto devices = board.empty() ? AudioDevices::Usual() : AudioDevices::Load(board, error);
   if (!devices) {
@@ -72,4 +89,7 @@ int Run(int argc, char** argv) {
 }  // namespace
 }  // namespace tessel::rtos
 
-int main(int argc, char** argv) { return tessel::rtos::Run(argc, argv); }
+int main(int argc, char** argv) {
+  quill::base::FillStandardDescriptors();
+  return tessel::rtos::Run(argc, argv);
+}

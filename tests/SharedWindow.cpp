@@ -227,6 +227,7 @@ TEST(UntrustedRing, HandsOutNothingOutsideTheArea) {
     FrameDescriptor frame = {};
     while (consumer->Next(frame)) {
       ASSERT_GE(frame.offset, kSessionHeaderBytes) << "seed " << kSeed;
+      ASSERT_TRUE(frame.time_ns >= 0 && frame.time_ns <= kMostTimeNs) << "seed " << kSeed;
       ASSERT_LE(frame.offset, area.size()) << "seed " << kSeed;
       ASSERT_LE(frame.size, area.size() - frame.offset) << "seed " << kSeed;
       for (std::uint32_t i = 0; i < frame.size; ++i) {
@@ -278,6 +279,12 @@ TEST(Window, AttachesOnlyToWhatCannotChangeItsSize) {
   EXPECT_EQ(SharedWindow::Attach(make(4096, kAll | F_SEAL_WRITE), error), nullptr);
   EXPECT_EQ(error.find("cannot map the shared window: "), 0U) << error;
   EXPECT_NE(SharedWindow::Attach(make(4096, kAll), error), nullptr);
+  UniqueFd huge(memfd_create("test", MFD_CLOEXEC | MFD_ALLOW_SEALING | MFD_HUGETLB));
+  if (!huge.IsOpen()) GTEST_SKIP() << "no huge pages in this kernel";
+  ASSERT_EQ(ftruncate(huge.Get(), off_t{1} << 30), 0);
+  ASSERT_EQ(fcntl(huge.Get(), F_ADD_SEALS, kAll), 0);
+  EXPECT_EQ(SharedWindow::Attach(std::move(huge), error), nullptr);
+  EXPECT_NE(error.find("huge pages"), std::string::npos) << error;
 }
 
 TEST(Window, AreasLieInsideAndAreClearedAlone) {

@@ -4,7 +4,10 @@
 #include <string>
 #include <utility>
 
+#include <signal.h>
+
 #include "quill/Host.h"
+#include "quill/StandardDescriptors.h"
 
 #include "Arguments.h"
 #include "Capture.h"
@@ -255,4 +258,8 @@ int Run(int argc, char** argv) {
 }  // namespace
 }  // namespace tessel::tool
 
-int main(int argc, char** argv) { return tessel::tool::Run(argc, argv); }
+int main(int argc, char** argv) {
+  quill::base::FillStandardDescriptors();
+  signal(SIGXFSZ, SIG_IGN);  // a file at the limit on its size is an error like a full disk
+  return tessel::tool::Run(argc, argv);
+}

@@ -165,7 +165,7 @@ bool FarSide::Connect(const std::string& path, std::string& error) {
     return false;
   }
   std::memcpy(address.sun_path, path.c_str(), path.size());
-  _socket = UniqueFd(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+  _socket = UniqueFd::AboveStandard(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
   tessel::link::LimitSends(_socket.Get());
   const auto* generic = reinterpret_cast<const sockaddr*>(&address);
   if (_socket.IsOpen() && connect(_socket.Get(), generic, sizeof address) == 0) return true;
@@ -179,7 +179,7 @@ bool FarSide::Spawn(std::string& error) {
     error = std::string("no socket for the real-time side: ") + std::strerror(errno);
     return false;
   }
-  _socket = UniqueFd(ends[0]);
+  _socket = UniqueFd::AboveStandard(ends[0]);
   tessel::link::LimitSends(_socket.Get());
   // Above the descriptors that the new program gets its own under.
   const UniqueFd their_end(fcntl(ends[1], F_DUPFD_CLOEXEC, kTheirSocket + 1));

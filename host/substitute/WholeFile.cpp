@@ -26,7 +26,7 @@ tessel::link::UniqueFd CreateBeside(const std::string& path, std::string& tempor
   for (int i = 0; i < kMostNames; ++i) {
     temporary =
         FolderOf(path) + ".tessel-" + std::to_string(getpid()) + "-" + std::to_string(++last);
-    tessel::link::UniqueFd file(
+    auto file = tessel::link::UniqueFd::AboveStandard(
         open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
     if (file.IsOpen() || errno != EEXIST) return file;
   }

@@ -26,6 +26,19 @@ const int g_at_fork = pthread_atfork(nullptr, nullptr, [] {
   if (fd >= 0) close(fd);
 });
 
+// As the options say; less where a limit asks for it and a stream still fits in, with a page each
+// for its block and for the start of the window.
+std::size_t WindowBytes() {
+  const host::Options options = host::GetOptions();
+  const std::size_t most_bytes = SharedWindow::MostBytes();
+  const bool is_useful = most_bytes >= kPage * 2 && most_bytes - kPage * 2 >= options.session_bytes;
+  if (options.window_bytes <= most_bytes || !is_useful) return options.window_bytes;
+  WriteLine(kNotice, kGreen, "WindowBytes",
+            "the shared window gets " + std::to_string(most_bytes) + " bytes instead of " +
+                std::to_string(options.window_bytes) + ": the limit on file sizes (ulimit -f)");
+  return most_bytes;
+}
+
 }  // namespace
 
 bool IsForkedChild() { return g_is_forked_child.load(std::memory_order_relaxed); }
@@ -54,7 +67,7 @@ Window* Window::Globle() {
   const std::lock_guard lock(mutex);
   if (g_window.load() == nullptr) {
     std::string error;
-    auto memory = SharedWindow::Create(host::GetOptions().window_bytes, error);
+    auto memory = SharedWindow::Create(WindowBytes(), error);
     if (Failed(memory == nullptr, "!memory", error)) return nullptr;
     g_window.store(new Window(std::move(memory)));
   }
@@ -78,7 +91,9 @@ WindowArea Window::Allocate(std::size_t size_bytes) {
       return {offset, _memory->Area(offset, wanted)};
     }
   }
-  Fail("!area", "the shared window has no room for ", std::to_string(size_bytes), " bytes");
+  const bool is_limited = _memory->Size() >= SharedWindow::MostBytes();
+  Fail("!area", "the shared window has no room for ", std::to_string(size_bytes), " bytes",
+       is_limited ? "; the limit on file sizes (ulimit -f) keeps it small" : "");
   return {};
 }
 
