@@ -129,6 +129,7 @@ bool Application::Build(const AttrSet& description, std::span<const ElementRow> 
       return false;
     }
   }
+  _no_memory = OfElement(_chain.front().class_name, "out of memory");
   _source = dynamic_cast<Source*>(_chain.front().element.get());
   _sink = dynamic_cast<ShmSink*>(_chain.back().element.get());
   if (_source == nullptr || _sink == nullptr) {
@@ -216,7 +217,7 @@ bool Application::SetStatus(const std::string& status, std::string& error) {
         Run();
       } catch (const std::bad_alloc&) {
         _state = State::kFailed;
-        _report("failed", OfElement(_chain.front().class_name, "out of memory"));
+        _report("failed", _no_memory);
       }
     });
   } catch (const std::system_error& failure) {
@@ -333,6 +334,22 @@ Verdict Application::PassOver(Unit& unit, Verdict reason) {
   return Told(_chain.front(), _source->Skip(unit));
 }
 
+// Captures that the source has given up count as they would have without a free slot. REQUIRES: the
+// control is that of the unit before.
+void Application::CountMissed(const Unit& unit) {
+  Unit missed = unit;
+  for (std::int64_t left = unit.missed; left > 0; --left) {
+    missed.time_ns = unit.time_ns - left * kSecondNs / unit.frames_per_second;
+    const Verdict verdict = Admit(missed);
+    if (verdict == Verdict::kPass) {
+      _sink->CountDropped();
+    } else {
+      ++_passed_over;
+      _sink->CountPassedOver(verdict);
+    }
+  }
+}
+
 // False when the chain is told to stop.
 bool Application::WaitForRoom(Unit& unit) {
   while (unit.room.empty()) {
@@ -356,6 +373,7 @@ Verdict Application::MoveOne(Unit& unit) {
   const Link& source = _chain.front();
   Verdict verdict = Told(source, _source->Await(unit, *this));
   if (verdict != Verdict::kPass) return verdict;
+  CountMissed(unit);
   // As late as can be: requests made while it was awaited are served by it.
   ReadControl(unit);
   verdict = Admit(unit);
@@ -408,6 +426,7 @@ void Application::Run() {
   while (!_is_stopping) {
     unit.is_key = false;
     unit.size_bytes = 0;
+    unit.missed = 0;
     Verdict verdict = MoveOne(unit);
     if (verdict != Verdict::kFail && verdict != Verdict::kEnd) continue;
     if (verdict == Verdict::kEnd && !_is_stopping) verdict = Drain(unit);

@@ -34,7 +34,8 @@ struct Grants {
 // Command thread, one at a time.
 class Application : private Context, private StopSignal {
  public:
-  // Tells the Linux side something unasked; `kind` is "end" or "failed". Chain's thread.
+  // Tells the Linux side something unasked; `kind` is "end" or "failed". Does not throw. Chain's
+  // thread.
   using Report = std::function<void(const char* kind, const std::string& text)>;
 
   // Builds the chain that `description` ("type=Application,layout={type=pipeline,layout={…}}")
@@ -88,6 +89,7 @@ class Application : private Context, private StopSignal {
   void Run();
   Verdict MoveOne(Unit& unit);
   Verdict Admit(const Unit& unit) const;
+  void CountMissed(const Unit& unit);
   Verdict PassOver(Unit& unit, Verdict reason);
   bool WaitForRoom(Unit& unit);
   Verdict PassThrough(Unit& unit, std::size_t first);
@@ -109,6 +111,7 @@ class Application : private Context, private StopSignal {
   ShmSink* _sink = nullptr;     // the last of _chain
   VbrcBlock* _block = nullptr;  // null: no element is steered
   std::string _session_name;
+  std::string _no_memory;  // what is said then: made before it could be short
   Media _media;
   int _frames_per_second = 30;
   const ElementRow* _encoder = nullptr;

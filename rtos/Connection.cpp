@@ -46,25 +46,45 @@ Connection::Connection(link::UniqueFd socket, RealTimeSide& side)
 void Connection::Hangup() const { shutdown(_socket.Get(), SHUT_RDWR); }
 
 void Connection::Serve() {
-  WireMessage message;
-  Fds fds;
-  while (ReceiveMessage(_socket.Get(), message, fds)) {
-    if (message.kind != WireMessage::kRequest) continue;
-    AttrSet request;
-    AttrSet answer;
-    std::string error;
-    const bool is_read = request.Parse(message.text.c_str());
-    if (!is_read) error = request.Error();
-    if (!is_read || !HandleWhole(request, fds, answer, error)) {
-      answer = AttrSet();
-      // What an error quotes comes from the request, and need not be fit for an attribute set.
-      if (!answer.Add("error", error)) answer.Add("error", "refused; the reason cannot be written");
+  try {
+    WireMessage message;
+    Fds fds;
+    while (ReceiveMessage(_socket.Get(), message, fds)) {
+      if (message.kind == WireMessage::kRequest) ServeOne(message, fds);
     }
-    Send(WireMessage::kAnswer, message.number, answer);
+  } catch (const std::bad_alloc&) {
+    // Goes on: this client is lost, and what it used may be enough for the others.
   }
   Hangup();  // nobody is left to answer
   _applications.clear();
   _window.reset();  // frames of a client that is gone take memory
+}
+
+void Connection::ServeOne(const WireMessage& message, Fds& fds) {
+  AttrSet request;
+  AttrSet answer;
+  std::string error;
+  const bool is_read = request.Parse(message.text.c_str());
+  if (!is_read) error = request.Error();
+  if (!is_read || !HandleWhole(request, fds, answer, error)) {
+    answer = AttrSet();
+    // What an error quotes comes from the request, and need not be fit for an attribute set.
+    if (!answer.Add("error", error)) answer.Add("error", "refused; the reason cannot be written");
+  }
+  Send(WireMessage::kAnswer, message.number, answer);
+}
+
+// Chain's thread.
+void Connection::Report(std::uint64_t handle, const char* kind, const std::string& text) const {
+  try {
+    AttrSet event;
+    event.Add("event", kind);
+    event.Add("object_base", HandleText(handle));
+    event.Add("text", text);
+    Send(WireMessage::kEvent, 0, event);
+  } catch (const std::bad_alloc&) {
+    Hangup();  // so that the client learns that something is wrong
+  }
 }
 
 void Connection::Send(WireMessage::Kind kind, std::uint32_t number, const AttrSet& body) const {
@@ -97,7 +117,10 @@ bool Connection::Handle(const AttrSet& request, Fds& fds, AttrSet& answer, std::
   if (command == "tesselMedia") return Describe(request, answer, error);
   if (command == "tesselStatus") return SetStatus(request, error);
   if (command == "tesselDestroy") return Destroy(request, error);
-  if (command == "tesselList") return answer.Add("streams", _side.directory.List().ToString(false));
+  if (command == "tesselList") {
+    answer = _side.directory.List(ReadHandle(request.Get("from")));
+    return true;
+  }
   if (command == "tesselSet") return SetWord(request, error);
   if (command == "tesselRequest") return CountRequest(request, error);
   if (command == "ProbeAudioDriver") return _side.audio.Probe(request, answer, error);
@@ -175,11 +198,7 @@ bool Connection::Create(const AttrSet& request, Fds& fds, AttrSet& answer, std::
   if (!ReadGrants(request, fds, grants, error)) return false;
   const std::uint64_t handle = _side.directory.NewHandle();
   const auto report = [this, handle](const char* kind, const std::string& text) {
-    AttrSet event;
-    event.Add("event", kind);
-    event.Add("object_base", HandleText(handle));
-    event.Add("text", text);
-    Send(WireMessage::kEvent, 0, event);
+    Report(handle, kind, text);
   };
   auto application =
       Application::Create(request, _side.elements, *_window, _linux_base, std::move(grants),

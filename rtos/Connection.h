@@ -22,13 +22,16 @@ class Connection {
   // `side` has to outlive it.
   Connection(link::UniqueFd socket, RealTimeSide& side);
 
-  // Serves commands until the other side is gone; ends its applications before it returns.
+  // Serves commands until the other side is gone, or memory is too short even for an answer; ends
+  // its applications before it returns.
   void Serve();
   // Makes Serve() return. Any thread.
   void Hangup() const;
 
  private:
   using Fds = std::vector<link::UniqueFd>;
+  void ServeOne(const link::WireMessage& message, Fds& fds);
+  void Report(std::uint64_t handle, const char* kind, const std::string& text) const;
   // Fill `answer`, or return false with `error` set.
   bool HandleWhole(const AttrSet& request, Fds& fds, AttrSet& answer, std::string& error);
   bool Handle(const AttrSet& request, Fds& fds, AttrSet& answer, std::string& error);

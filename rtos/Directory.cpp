@@ -2,12 +2,18 @@
 
 #include <unistd.h>
 
+#include "quill/ostream_string.h"
+#include "Wire.h"
+
 namespace tessel::rtos {
 namespace {
 
 // The lower bits of a handle are the number of its stream, as people type it; the upper ones are
 // the process.
 constexpr int kNumberBits = 24;
+// Of the texts in a page, so that all of it fits into a message.
+constexpr std::size_t kMostPageBytes = link::kMaxMessageBytes * 3 / 4;
+constexpr std::size_t kFrameBytes = 16;  // around each: its number and signs
 
 int NumberOf(std::uint64_t handle) {
   return static_cast<int>(handle & ((std::uint64_t{1} << kNumberBits) - 1));
@@ -24,9 +30,10 @@ std::uint64_t Directory::NewHandle() {
 
 std::unique_ptr<Directory::Listing> Directory::Add(std::uint64_t handle, Application& application,
                                                    pid_t client) {
+  auto listing = std::make_unique<Listing>(*this, handle);  // takes the entry back if it throws
   const std::lock_guard lock(_mutex);
   _entries[handle] = {&application, client};
-  return std::make_unique<Listing>(*this, handle);
+  return listing;
 }
 
 void Directory::Remove(std::uint64_t handle) {
@@ -34,15 +41,30 @@ void Directory::Remove(std::uint64_t handle) {
   _entries.erase(handle);
 }
 
-AttrSet Directory::List() const {
+AttrSet Directory::List(std::uint64_t from) const {
   const std::lock_guard lock(_mutex);
-  AttrSet list;
-  for (const auto& [handle, entry] : _entries) {
+  AttrSet page;
+  AttrSet streams;
+  std::size_t page_bytes = 0;
+  for (auto place = _entries.lower_bound(from); place != _entries.end(); ++place) {
+    const auto& [handle, entry] = *place;
     AttrSet overview = entry.application->Overview();
     overview.Add("client", static_cast<int>(entry.client));
-    list.Add(std::to_string(NumberOf(handle)).c_str(), overview.ToString(false));
+    std::string text = overview.ToString(false);
+    if (text.size() > kMostPageBytes) {  // what a client asked for at too great a length
+      overview.Remove("chain");
+      overview.Remove("media");
+      text = overview.ToString(false);
+    }
+    page_bytes += text.size() + kFrameBytes;
+    if (page_bytes > kMostPageBytes && !streams.Pairs().empty()) {
+      page.Add("next", quill::base::HandleText(handle));
+      break;
+    }
+    streams.Add(std::to_string(NumberOf(handle)).c_str(), text);
   }
-  return list;
+  page.Add("streams", streams.ToString(false));
+  return page;
 }
 
 Application* Directory::Find(int number, std::string& error) const {

@@ -36,8 +36,9 @@ class Directory {
   // `application` has to outlive its listing; `client` is the process that owns it.
   std::unique_ptr<Listing> Add(std::uint64_t handle, Application& application, pid_t client);
 
-  // One set an application, by its number; see Application::Overview().
-  AttrSet List() const;
+  // A page of the list: "streams", one set an application by its number, as Application::Overview()
+  // has it, from the handle `from` on; and "next", the handle of the next page where there is one.
+  AttrSet List(std::uint64_t from) const;
   // Stores `value` in a word of the rate-control block of the stream `number`. False with `error`.
   bool SetWord(int number, const std::string& word, int value, std::string& error);
   // Counts a request up: "keyframe_req" or "trigger_req".

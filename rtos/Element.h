@@ -84,7 +84,8 @@ RateControl ReadRateControl(const VbrcBlock& block);
 
 // One media unit on its way through the chain.
 struct Unit {
-  std::uint32_t capture = 0;   // counts captures
+  std::uint32_t capture = 0;   // counts captures, those that were missed too
+  std::uint32_t missed = 0;    // captures between the unit before and this one that came too late
   std::uint32_t sequence = 0;  // counts captures but for those passed over on purpose
   // CLOCK_MONOTONIC at capture. Sound: of the first sample, be it of `samples` or, behind an
   // encoder, of the first one that a decoder makes of the result.
@@ -195,7 +196,8 @@ class StopSignal {
 // that Await() announced.
 class Source : public Element {
  public:
-  // Waits until the next unit is due and fills in `capture`, `time_ns` and `frames_per_second`.
+  // Waits until the next unit is due and fills in `capture`, `time_ns` and `frames_per_second`, and
+  // `missed` where its schedule has given some up.
   // Verdict::kEnd when the chain is told to stop, or the input is over. With
   // `unit.control.framerate_max` above 0 that is the rate to hold.
   virtual Verdict Await(Unit& unit, StopSignal& stop) = 0;

@@ -1,10 +1,11 @@
 #include "Listener.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <iterator>
-#include <system_error>
 
 #include <poll.h>
 #include <pthread.h>
@@ -23,6 +24,7 @@ namespace {
 using link::UniqueFd;
 
 constexpr int kBacklog = 16;
+constexpr std::int64_t kPauseNs = 100'000'000;  // from one attempt to accept a client to the next
 
 std::string Reason() { return std::strerror(errno); }
 
@@ -47,7 +49,8 @@ sockaddr_un AddressOf(const std::string& path) {
 bool IsLeftOver(const std::string& path) {
   struct stat file = {};
   if (lstat(path.c_str(), &file) != 0 || !S_ISSOCK(file.st_mode)) return false;
-  const UniqueFd probe(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  const auto probe =
+      UniqueFd::AboveStandard(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   const sockaddr_un address = AddressOf(path);
   const int connected =
       connect(probe.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
@@ -77,7 +80,7 @@ std::unique_ptr<Listener> Listener::Create(const std::string& path, RealTimeSide
     error = "\"" + path + "\" is no path of 1 to " + std::to_string(kLongest) + " characters";
     return nullptr;
   }
-  UniqueFd socket_fd(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+  auto socket_fd = UniqueFd::AboveStandard(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
   if (!socket_fd.IsOpen() || !BindTo(socket_fd.Get(), AddressOf(first_path)) ||
       listen(socket_fd.Get(), kBacklog) != 0) {
     error = path + ": " + Reason();
@@ -106,22 +109,25 @@ bool Listener::Serve(std::string& error) {
   sigaddset(&ends, SIGINT);
   sigaddset(&ends, SIGTERM);
   pthread_sigmask(SIG_BLOCK, &ends, nullptr);
-  const UniqueFd signals(signalfd(-1, &ends, SFD_CLOEXEC));
+  const auto signals = UniqueFd::AboveStandard(signalfd(-1, &ends, SFD_CLOEXEC));
   if (!signals.IsOpen()) {
     error = Reason();
     return false;
   }
   pollfd news[] = {
       {_socket.Get(), POLLIN, 0}, {signals.Get(), POLLIN, 0}, {_client_is_over.Fd(), POLLIN, 0}};
+  std::int64_t resume_ns = 0;  // until then nobody is accepted
   while (news[1].revents == 0) {
-    if (poll(news, std::size(news), -1) < 0) {
+    const std::int64_t pause_ns = std::max<std::int64_t>(resume_ns - NowNs(), 0);
+    news[0].fd = pause_ns > 0 ? -1 : _socket.Get();
+    const int pause_ms = pause_ns > 0 ? static_cast<int>(pause_ns / 1'000'000) + 1 : -1;
+    if (poll(news, std::size(news), pause_ms) < 0) {
       if (errno == EINTR) continue;  // what stands in `news` is from before
       break;
     }
     if (news[2].revents != 0) Reap();
-    const bool is_full = news[0].revents != 0 && !Accept() && !_clients.empty();
-    // Without descriptors to spare nobody new is looked at until a client goes.
-    if (is_full || news[2].revents != 0) news[0].fd = is_full ? -1 : _socket.Get();
+    // The client stays in the queue. Nothing tells when there is room again, so it is tried.
+    if (news[0].revents != 0 && !Accept()) resume_ns = NowNs() + kPauseNs;
   }
   End();
   return true;
@@ -142,22 +148,27 @@ void Listener::End() {
   _exit(EXIT_SUCCESS);
 }
 
-// False when there are no descriptors left for another client.
 bool Listener::Accept() {
-  UniqueFd socket_fd(accept4(_socket.Get(), nullptr, nullptr, SOCK_CLOEXEC));
-  if (!socket_fd.IsOpen()) return errno != EMFILE && errno != ENFILE;
-  Client& client = _clients.emplace_back(std::make_unique<Connection>(std::move(socket_fd), _side));
+  auto socket_fd = UniqueFd::AboveStandard(accept4(_socket.Get(), nullptr, nullptr, SOCK_CLOEXEC));
+  if (!socket_fd.IsOpen()) {
+    // Otherwise it has gone before its turn.
+    return errno != EMFILE && errno != ENFILE && errno != ENOBUFS && errno != ENOMEM;
+  }
   try {
+    _clients.emplace_back(std::make_unique<Connection>(std::move(socket_fd), _side));
+    Client& client = _clients.back();
     client.thread = std::thread([this, &client] {
       pthread_setname_np(pthread_self(), "tessel-client");
       client.connection->Serve();
       client.is_over = true;
       _client_is_over.Ring();
     });
-  } catch (const std::system_error&) {
-    _clients.pop_back();  // hangs up; the client is told that nobody is there
+    return true;
+  } catch (const std::exception&) {
+    // Hangs up: the client is told that nobody is there.
+    _clients.remove_if([](const Client& client) { return !client.thread.joinable(); });
+    return false;
   }
-  return true;
 }
 
 void Listener::Reap() {

@@ -37,6 +37,7 @@ class Listener {
 
   Listener(std::string path, ino_t inode, link::UniqueFd socket, RealTimeSide& side)
       : _path(std::move(path)), _inode(inode), _socket(std::move(socket)), _side(side) {}
+  // False when descriptors, memory or threads are short.
   bool Accept();
   void Reap();
   void End();

@@ -244,6 +244,38 @@ TEST_F(Served, SteersOnlyWhatCanBeSteeredByDescriptorsThatCannotHurtIt) {
   }
 }
 
+// Of all streams together the descriptions are longer than a message.
+TEST_F(Served, ListsManyStreamsInPages) {
+  ASSERT_TRUE(Ask(hello, {window->Fd()}).starts_with("pid="));
+  const link::Bell bell = link::Bell::Create();
+  constexpr int kStreams = 400;
+  const std::string name(250, 'n');
+  for (int i = 0; i < kStreams; ++i) {
+    const std::string answer =
+        Ask("cmd=tesselCreate,blocks=,sessions={" + name +
+                "={offset=4096,size=65536}},layout={type=pipeline,layout={pv-yuv-src-adv+ShmSink:"
+                "session_name=" +
+                name + "}}",
+            {bell.Fd(), bell.Fd()});
+    ASSERT_TRUE(answer.starts_with("object_base=0x")) << answer;
+  }
+  int next_number = 1;
+  int pages = 0;
+  for (std::string from; pages == 0 || !from.empty(); ++pages) {
+    const AttrSet page(Ask("cmd=tesselList" + (from.empty() ? "" : ",from=" + from)).c_str());
+    ASSERT_NE(page.Get("streams"), nullptr);
+    const AttrSet streams(page.Get("streams"));
+    ASSERT_FALSE(streams.Pairs().empty());
+    for (const auto& [number, report] : streams.Pairs()) {
+      EXPECT_EQ(number, std::to_string(next_number++));
+      EXPECT_EQ(AttrSet(report.c_str()).Get("session"), name);
+    }
+    from = page.Get("next") == nullptr ? "" : page.Get("next");
+  }
+  EXPECT_EQ(next_number, kStreams + 1);
+  EXPECT_GT(pages, 1);
+}
+
 class CommandWire : public StreamTest {
  protected:
   static std::string Refusal(const std::string& reason) {
@@ -258,6 +290,23 @@ TEST_F(CommandWire, ADescriptionThatIsTooLongIsRefused) {
   EXPECT_EQ(LogLines()[0], Refusal("tesselCreate: the description is too long"));
   camera->SetGopType("IPPP");
   EXPECT_TRUE(camera->Open());
+}
+
+TEST_F(CommandWire, ReadsTheListOfStreamsPageByPageUnlessItGoesInCircles) {
+  for (const std::string next : {"", ",next=0x5", ",next=0x4", ",next=x"}) {
+    UseOddFarSide("pages" + next);
+    AttrSet args;
+    RunFarSide("start it", args);
+    std::vector<quill::host::BoardStream> streams;
+    std::string error;
+    const bool is_listed = quill::host::ListBoard(streams, error);
+    EXPECT_EQ(is_listed, next.empty());
+    std::string text;
+    for (const auto& stream : streams) text += std::to_string(stream.id) + stream.state + " ";
+    EXPECT_EQ(text, is_listed ? "1play 2ready 5ended " : "");
+    EXPECT_EQ(error, is_listed ? "" : "the real-time side's list of streams does not end");
+    KillFarSide();
+  }
 }
 
 TEST_F(CommandWire, AnswersThatAreNoneFailTheRequestAlone) {

@@ -1,6 +1,11 @@
 // The real-time side ends, fails or lies while streams run: an event to survive.
+#include <thread>
+
+#include <signal.h>
+
 #include "Fixture.h"
 #include "OddFarSide.h"
+#include "tessel/IPcmSource.h"
 
 namespace tessel::tests {
 namespace {
@@ -83,6 +88,29 @@ TEST_P(EndOfInput, IsToldAndDeliversWhatCameBefore) {
   const bool ends = std::string(GetParam()) == "ends";
   EXPECT_EQ(Told(), Lines{ends ? "end of input" : "element \"pv-yuv-src-adv\": lens=gone"});
   EXPECT_NE(quill::host::FarSideProcess(), 0) << "it serves on";
+}
+
+// A chain that is held up gives captures up, and says so like those without a slot.
+TEST_F(FarSideLoss, CapturesThatComeTooLateAreCountedAndMissingInTheSequence) {
+  const auto expect_gap = [](const auto& stream) {
+    ASSERT_TRUE(stream && stream->Open() && stream->Start());
+    Frame frame;
+    ASSERT_TRUE(stream->PullFrame(frame, true));
+    kill(quill::host::FarSideProcess(), SIGSTOP);
+    std::this_thread::sleep_for(std::chrono::milliseconds(900));
+    kill(quill::host::FarSideProcess(), SIGCONT);
+    std::uint64_t missing = 0;
+    for (std::uint32_t pulled = 1; pulled < 60; ++pulled) {
+      missing = frame->seq + 1 - pulled;
+      if (missing > 15 && missing == Counters().dropped) break;
+      ASSERT_TRUE(stream->PullFrame(frame, true));
+    }
+    EXPECT_GT(missing, 15U);
+    EXPECT_EQ(Counters().dropped, missing);
+  };
+  expect_gap(Make());
+  expect_gap(Make("ApiH264Source-vbrc-dualos-pull"));
+  expect_gap(quill::host::Create<api::streaming::IPcmSource>("ApiPcmSource-dualos-pull"));
 }
 
 TEST_F(FarSideLoss, NoiseInTheRingIsCountedAndHarmsNobody) {

@@ -5,7 +5,9 @@
 
 #include <sys/socket.h>
 
+#include "Clock.h"
 #include "Connection.h"
+#include "Listener.h"
 #include "SessionLayout.h"
 #include "ShmSink.h"
 
@@ -85,8 +87,45 @@ template <typename Class>
 std::unique_ptr<Element> Make() {
   return std::make_unique<Class>();
 }
+// Blocks of sound of 20 ms; the time stamp of each tenth is hours ahead.
+class OddMicrophone : public Source {
+ public:
+  bool Open(const Context&, const AttrSet&, Media& media, std::string&) override {
+    media.unit_bytes = 640;
+    media.description = AttrSet("codec=pcm,rate=16000,ch=1,fmt=s16le,bits=16,block=320");
+    return true;
+  }
+  Verdict Await(Unit& unit, StopSignal& stop) override {
+    const std::int64_t due_ns = _start_ns + ++_next * 20'000'000;
+    if (!stop.SleepUntil(due_ns)) return Verdict::kEnd;
+    unit.capture = static_cast<std::uint32_t>(_next);
+    unit.time_ns = due_ns + (_next % 10 == 0 ? std::int64_t{1} << 60 : 0);
+    unit.frames_per_second = 50;
+    return Verdict::kPass;
+  }
+  Verdict Process(Unit& unit) override {
+    std::memset(unit.room.data(), 1, 640);
+    unit.size_bytes = 640;
+    return Verdict::kPass;
+  }
+  Verdict Skip(Unit&) override { return Verdict::kPass; }
+  bool IsLive() const override { return true; }
+
+ private:
+  const std::int64_t _start_ns = NowNs();
+  std::int64_t _next = 0;
+};
+
+class PassElement : public Element {
+ public:
+  bool Open(const Context&, const AttrSet&, Media&, std::string&) override { return true; }
+  Verdict Process(Unit&) override { return Verdict::kPass; }
+};
+
 constexpr ElementRow kElements[] = {{"pv-yuv-src-adv", &Make<OddSource>},
                                     {"h264-encoder-dma", &Make<OddEncoder>},
+                                    {"pv-pcm-src", &Make<OddMicrophone>},
+                                    {"PcmFilter", &Make<PassElement>},
                                     {"ShmSink", &Make<ShmSink>}};
 
 void Answer(int socket, std::uint32_t number, const std::string& text) {
@@ -111,6 +150,18 @@ void Garble(int socket) {
     SendMessage(socket, {WireMessage::kEvent, 0, "event=end,object_base=0x77"});
     send(socket, "abc", 3, MSG_NOSIGNAL);
     Answer(socket, message.number, "}{");
+  }
+}
+
+void Page(int socket, const std::string& end) {
+  WireMessage message;
+  AttrSet request;
+  while (Receive(socket, message, request)) {
+    const bool is_second = request.Get("from") != nullptr;
+    const bool is_list = std::string(request.Get("cmd")) == "tesselList";
+    const std::string page = is_second ? "streams={5={state=ended}}" + end
+                                       : "streams={1={state=play},2={state=ready}},next=0x5";
+    Answer(socket, message.number, is_list ? page : "");
   }
 }
 
@@ -143,11 +194,20 @@ void Delay(int socket) {
 
 std::span<const ElementRow> OddElements() { return kElements; }
 
+int ListenAsOddFarSide(const std::string& path) {
+  std::string error;
+  RealTimeSide side{OddElements()};
+  const auto listener = Listener::Create(path, side, error);
+  return listener != nullptr && listener->Serve(error) ? 0 : 1;
+}
+
 int RunOddFarSide(const std::string& behaviour, link::UniqueFd connection) {
   g_behaviour = behaviour;
   if (behaviour == "exits") return 0;
   if (behaviour == "garbles") {
     Garble(connection.Get());
+  } else if (behaviour.starts_with("pages")) {
+    Page(connection.Get(), behaviour.substr(5));
   } else if (behaviour == "delays") {
     Delay(connection.Get());
   } else {

@@ -16,6 +16,8 @@ namespace tessel::tests {
 //   ends:      3 of them, then the input ends
 //   fails:     3 of them, then the element fails
 //   scribbles: each overwrites what the session's header says with noise
+// And under those of the PCM chain: live sound of 16 kHz; the time stamp of each tenth block lies
+// years ahead.
 std::span<const rtos::ElementRow> OddElements();
 
 inline constexpr std::uint32_t kManyUnits = 500;
@@ -23,8 +25,11 @@ inline constexpr std::uint32_t kManyUnits = 500;
 // Serves `connection` with OddElements() as the behaviour says, or
 //   exits:   ends at once
 //   garbles: answers all but "hello" with what is no answer
+//   pages:   lists three streams in two pages; what follows in the name ends the second one
 //   delays:  answers "slow" and "tesselCreate" when the next command has come; answers that one
 //            with "who=prompt" and, after a tesselCreate, with the handle that was destroyed
 int RunOddFarSide(const std::string& behaviour, link::UniqueFd connection);
+// Serves OddElements() to whoever connects to `path`, until it is told to end.
+int ListenAsOddFarSide(const std::string& path);
 
 }  // namespace tessel::tests

@@ -8,6 +8,7 @@
 
 #include <fcntl.h>
 #include <spawn.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -76,6 +77,31 @@ class SeveralClients : public StreamTest {
       text += static_cast<char>(letter);
     }
     return (pclose(pipe) == 0 ? "" : "!") + text;
+  }
+
+  std::string Proc(const std::string& name) const {
+    return "/proc/" + std::to_string(_process) + "/" + name;
+  }
+  // How many descriptors and threads the real-time side has.
+  std::pair<std::ptrdiff_t, std::ptrdiff_t> Held() const {
+    using std::filesystem::directory_iterator;
+    return {std::distance(directory_iterator(Proc("fd")), {}),
+            std::distance(directory_iterator(Proc("task")), {})};
+  }
+  long CpuTicks() const {  // user and system time, hundredths of a second
+    std::ifstream stat(Proc("stat"));
+    std::string word;
+    for (int i = 0; i < 13; ++i) stat >> word;
+    long user = 0;
+    long system = 0;
+    stat >> user >> system;
+    return user + system;
+  }
+  void LimitDescriptors(rlim_t most) const {
+    rlimit limit = {};
+    ASSERT_EQ(prlimit(_process, RLIMIT_NOFILE, nullptr, &limit), 0);
+    limit.rlim_cur = most;
+    ASSERT_EQ(prlimit(_process, RLIMIT_NOFILE, &limit, nullptr), 0);
   }
 
   const std::string _path = ::testing::TempDir() + "board" + std::to_string(getpid());
@@ -196,6 +222,64 @@ TEST_F(SeveralClients, TheSocketIsTheUsersOwnAndNobodyElsesFileIsTouched) {
   _process = Spawn({TESSEL_RTOS, "--listen", _path});
   ASSERT_TRUE(Eventually([] { return Make()->Open(); }));
   std::filesystem::remove(text);
+}
+
+TEST_F(SeveralClients, AClientThatWaitsIsServedOnceThereAreDescriptorsAgain) {
+  ASSERT_FALSE(Tool("devices").starts_with('!'));
+  for (const bool has_other : {false, true}) {
+    const Camera other = has_other ? OpenPull() : Camera();
+    rlim_t first_free = 0;
+    while (std::filesystem::is_symlink(Proc("fd/" + std::to_string(first_free)))) ++first_free;
+    LimitDescriptors(first_free);
+    const long before = CpuTicks();
+    EXPECT_TRUE(Tool("devices").starts_with('!')) << "it waits in vain for a second";
+    EXPECT_LT(CpuTicks() - before, 20) << "it spins meanwhile";
+    LimitDescriptors(1000);
+    EXPECT_FALSE(Tool("devices").starts_with('!')) << has_other;
+  }
+}
+
+TEST_F(SeveralClients, AGoneClientLeavesNothingBehind) {
+  const auto before = Held();
+  for (int i = 0; i < 5; ++i) ASSERT_FALSE(Tool("devices").starts_with('!'));
+  EXPECT_TRUE(Eventually([&] { return Held() == before; }));
+}
+
+TEST_F(SeveralClients, AServerThatEndsLeavesTheSocketOfAnotherAlone) {
+  std::filesystem::remove(_path);
+  const pid_t other = Spawn({TESSEL_RTOS, "--listen", _path});
+  ASSERT_TRUE(Eventually([this] { return std::filesystem::exists(_path); }));
+  EXPECT_EQ(Join(Spawn({TESSEL_RTOS, "--listen", _path})), 1) << "nor does one that cannot start";
+  const pid_t first = std::exchange(_process, other);
+  kill(first, SIGTERM);
+  EXPECT_EQ(Join(first), 0);
+  EXPECT_TRUE(Make()->Open());
+  EXPECT_EQ(quill::host::FarSideProcess(), other);
+}
+
+// Of the library: the programs fill them.
+TEST_F(SeveralClients, AClientsStandardDescriptorsStayClosed) {
+  const std::string program = std::filesystem::read_symlink("/proc/self/exe");
+  for (const std::string& far_side :
+       {"TESSEL_RTOS_SOCKET=" + _path, std::string("-u TESSEL_RTOS_SOCKET")}) {
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    const pid_t client = Spawn(
+        {"/bin/sh", "-c",
+         "exec env " + far_side + " " + program + " " + HoldingClientOption(1, 4) + " <&- 2>&-"},
+        ends[1]);
+    close(ends[1]);
+    char word = 0;
+    EXPECT_EQ(read(ends[0], &word, 1), 1);
+    close(ends[0]);
+    const std::string folder = "/proc/" + std::to_string(client) + "/fd/";
+    for (const char* number : {"0", "2"}) {
+      EXPECT_FALSE(std::filesystem::is_symlink(folder + number))
+          << std::filesystem::read_symlink(folder + number);
+    }
+    kill(client, SIGKILL);
+    EXPECT_EQ(Join(client), -SIGKILL);
+  }
 }
 
 }  // namespace

@@ -13,6 +13,7 @@ int main(int argc, char** argv) {
     const std::string word = argv[i];
     if (word.starts_with("--connection=")) connection = std::atoi(word.c_str() + 13);
     if (word.starts_with("--hold=")) return tessel::tests::RunHoldingClient(word);
+    if (word.starts_with("--listen=")) return tessel::tests::ListenAsOddFarSide(word.substr(9));
     if (word.starts_with("--behaviour=")) behaviour = word.substr(12);
   }
   if (connection >= 0) {

@@ -9,6 +9,8 @@ using base::AttrSet;
 
 namespace {
 
+constexpr int kMostPages = 10'000;  // of the list: some millions of streams
+
 // Asks the real-time side in use, or the one that listens.
 bool AskBoard(AttrSet& args, std::string& error) {
   auto far_side = stream::FarSide::Current();
@@ -66,16 +68,28 @@ bool RequestOf(int id, const char* word, std::string& error) {
 }  // namespace
 
 bool ListBoard(std::vector<BoardStream>& streams, std::string& error) {
-  AttrSet args;
-  args.Add("cmd", "tesselList");
-  if (!AskBoard(args, error)) return false;
-  streams.clear();
-  const AttrSet reports = Inner(args, "streams");
-  for (const auto& [id, report] : reports.Pairs()) {
-    streams.push_back(ReadStream(AttrSet(report.c_str())));
-    base::ConvertToImpl(id.c_str(), streams.back().id);
+  std::vector<BoardStream> listed;
+  std::uint64_t from = 0;
+  for (int page = 0; page < kMostPages; ++page) {
+    AttrSet args;
+    args.Add("cmd", "tesselList");
+    if (from != 0) args.Add("from", base::HandleText(from));
+    if (!AskBoard(args, error)) return false;
+    const AttrSet reports = Inner(args, "streams");
+    for (const auto& [id, report] : reports.Pairs()) {
+      listed.push_back(ReadStream(AttrSet(report.c_str())));
+      base::ConvertToImpl(id.c_str(), listed.back().id);
+    }
+    const std::uint64_t next = base::ReadHandle(args.Get("next"));
+    if (args.Get("next") == nullptr) {
+      streams = std::move(listed);
+      return true;
+    }
+    if (next <= from) break;  // it would go round in circles
+    from = next;
   }
-  return true;
+  error = "the real-time side's list of streams does not end";
+  return false;
 }
 
 bool SetBoardWord(int id, const std::string& word, int value, std::string& error) {

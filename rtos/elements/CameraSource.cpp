@@ -142,7 +142,11 @@ Verdict CameraSource::Await(Unit& unit, StopSignal& stop) {
     const std::int64_t now_ns = NowNs();
     const std::int64_t most_late_ns =
         std::max(kMostPeriodsLate * kSecondNs / rate, kTolerableLatenessNs);
-    if (now_ns - time_ns > most_late_ns) _schedule.MoveTo(now_ns);
+    if (now_ns - time_ns > most_late_ns) {
+      _schedule.MoveTo(now_ns);
+      unit.missed = static_cast<std::uint32_t>((now_ns - time_ns) / (kSecondNs / rate));
+      _captures += unit.missed;
+    }
     time_ns = now_ns;
   }
   // By the plan and not by the clock: jitter would repeat and skip pictures of a file.

@@ -90,6 +90,7 @@ SoundInput::Step MicrophoneSource::ReadBlock(StopSignal& stop) {
 }
 
 Verdict MicrophoneSource::Await(Unit& unit, StopSignal& stop) {
+  const std::uint32_t expected = _captures;
   if (!_input->IsDevice() && !AwaitClock(stop)) return Verdict::kEnd;
   switch (ReadBlock(stop)) {
     case SoundInput::Step::kSamples:
@@ -103,6 +104,7 @@ Verdict MicrophoneSource::Await(Unit& unit, StopSignal& stop) {
   if (_input->IsDevice()) CountLost();
   _frames += _block_frames;
   unit.time_ns = _time_ns;
+  unit.missed = _captures - expected;
   unit.capture = _captures++;
   unit.frames_per_second = kBlocksPerSecond;
   return Verdict::kPass;

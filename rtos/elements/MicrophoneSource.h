@@ -45,11 +45,11 @@ class MicrophoneSource : public Source {
 
   // Chain's thread only.
   std::vector<std::int16_t> _block;
-  std::int64_t _start_ns = 0;  // CLOCK_MONOTONIC of the first sample since Start()
-  std::int64_t _frames = 0;    // heard since Start(), with those that were lost
-  std::int64_t _time_ns = 0;   // of the first sample of the block
-  std::int64_t _next_ns = 0;   // of the one behind the last block; 0 before the first
-  std::uint32_t _captures = 0;
+  std::int64_t _start_ns = 0;   // CLOCK_MONOTONIC of the first sample since Start()
+  std::int64_t _frames = 0;     // heard since Start(), with those that were lost
+  std::int64_t _time_ns = 0;    // of the first sample of the block
+  std::int64_t _next_ns = 0;    // of the one behind the last block; 0 before the first
+  std::uint32_t _captures = 0;  // with those that were lost
 };
 
 }  // namespace tessel::rtos

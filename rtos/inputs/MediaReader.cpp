@@ -19,6 +19,7 @@ namespace tessel::rtos {
 namespace {
 
 constexpr AVRational kNanoseconds = {1, 1'000'000'000};
+constexpr char kScheme[] = "file:";
 constexpr std::int64_t kDefaultFrameNs = 40'000'000;  // 25 frames/s, where a file does not say
 // The client's command gives up after a second, and other commands wait meanwhile: an input that
 // takes longer to open is refused before that, with its own reason.
@@ -89,20 +90,45 @@ bool MediaReader::OpenContainer() {
   if (!IsRegularFile(_path)) return FailWith(std::string("neither a file nor a ") + kind.device);
   AVFormatContext* format = avformat_alloc_context();
   if (format == nullptr) return FailWith("out of memory");
+  _refused.clear();
   // What is opened here keeps the callback for its life, so the deadline is taken back, not the
   // callback.
   _deadline_ns = NowNs() + kOpenNs;
   format->interrupt_callback = {&IsTooLate, &_deadline_ns};
+  format->opaque = this;
+  format->io_open = &MediaReader::OpenPart;
+  // Lists of the concat kind open their files past that function: no protocol is left to them.
+  format->protocol_whitelist = av_strdup("none");
   // The prefix keeps a colon in a name from being read as the scheme of a URL.
-  const int opened = avformat_open_input(&format, ("file:" + _path).c_str(), nullptr, nullptr);
+  const int opened = avformat_open_input(&format, (kScheme + _path).c_str(), nullptr, nullptr);
   _format.reset(format);
+  if (!_refused.empty()) return FailWith("it names " + _refused + ", which is no regular file");
   if (opened == AVERROR_EXIT) return FailWith("takes too long to open");
+  if (opened == AVERROR(EINVAL)) return FailWith("a list of files of a kind that is not read");
   if (opened < 0) return FailWith(opened == AVERROR_INVALIDDATA ? nothing : Reason(opened));
   // Text would be drawn as on a terminal.
   const bool is_text = std::strcmp(format->iformat->name, "tty") == 0;
   if (is_text || avformat_find_stream_info(format, nullptr) < 0) return FailWith(nothing);
   _deadline_ns = std::numeric_limits<std::int64_t>::max();
   return true;
+}
+
+// Opens the file itself and, where it is a playlist, what that names. Opening a pipe would block
+// in the kernel, where no deadline is seen.
+int MediaReader::OpenPart(AVFormatContext* format, AVIOContext** into, const char* url, int flags,
+                          AVDictionary**) {
+  const std::string path =
+      std::strncmp(url, kScheme, sizeof kScheme - 1) == 0 ? url + sizeof kScheme - 1 : url;
+  if (!IsRegularFile(path)) {
+    static_cast<MediaReader*>(format->opaque)->_refused = path;
+    return AVERROR(EACCES);
+  }
+  AVDictionary* options = nullptr;
+  av_dict_set(&options, "protocol_whitelist", "file", 0);
+  const int opened =
+      avio_open2(into, (kScheme + path).c_str(), flags, &format->interrupt_callback, &options);
+  av_dict_free(&options);
+  return opened;
 }
 
 bool MediaReader::OpenDevice(const char* driver, const std::string& device,

@@ -9,7 +9,9 @@
 
 #include "Libraries.h"
 
+struct AVDictionary;
 struct AVFormatContext;
+struct AVIOContext;
 
 namespace tessel::rtos {
 
@@ -66,6 +68,8 @@ class MediaReader {
   enum class Fed { kTaken, kRefused, kNothingYet, kFailed };
 
   bool OpenContainer();
+  static int OpenPart(AVFormatContext* format, AVIOContext** into, const char* url, int flags,
+                      AVDictionary** options);
   bool FindStream();
   bool OpenDecoder();
   Fed Feed();
@@ -83,6 +87,7 @@ class MediaReader {
   std::int64_t _nominal_frame_ns = 0;  // for frames that do not say how long they last
 
   std::int64_t _deadline_ns = 0;  // CLOCK_MONOTONIC; reading after it fails. `_format` points to it
+  std::string _refused;           // a part of the file that is not opened
   std::unique_ptr<AVFormatContext, Free> _format;
   CodecPtr _codec;
   PacketPtr _packet;

@@ -114,7 +114,7 @@ struct StreamCounters {
   std::uint64_t made = 0;       // units published by the real-time side
   std::uint64_t delivered = 0;  // of these, taken by this side
   // Captures that came to nothing, by reason.
-  std::uint64_t dropped = 0;      // there was no free slot
+  std::uint64_t dropped = 0;      // there was no free slot, or the chain was late
   std::uint64_t thinned = 0;      // they would have exceeded the frame rate
   std::uint64_t untriggered = 0;  // nothing had asked for them
   std::uint64_t refused = 0;      // descriptors that failed their check
