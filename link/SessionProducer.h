@@ -29,8 +29,8 @@ class SessionProducer {
   bool WaitForRoom();
   // Hands the reserved slot's first `size_bytes` over. REQUIRES: Reserve() returned a slot.
   void Publish(std::size_t size_bytes, std::uint32_t sequence, std::int64_t time_ns, bool is_key);
-  // A capture that came to nothing: there was no slot, it would have exceeded the frame rate, or
-  // nothing had asked for it.
+  // A capture that came to nothing: there was no slot or it was too late, it would have exceeded
+  // the frame rate, or nothing had asked for it.
   void CountDropped() { Add(_header->dropped); }
   void CountThinned() { Add(_header->thinned); }
   void CountUntriggered() { Add(_header->untriggered); }

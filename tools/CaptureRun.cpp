@@ -151,7 +151,8 @@ bool CaptureRun::TakeNews(FrameInbox::News news, const FrameInbox::Item& item) {
 }
 
 // False when the file cannot be written on.
-bool CaptureRun::TakeFrame(Track& track, const Track::frame_t& frame) {
+bool CaptureRun::TakeFrame(Track& track, Track::frame_t& frame) {
+  track.CorrectStamp(frame);
   const Source& source = track.stream.GetSource();
   if (!source.IsSound()) {
     _plan->Answer(Clock::now());

@@ -40,7 +40,7 @@ class CaptureRun {
   FrameInbox::Clock::time_point NextLook() const;
   unsigned WantedLanes() const;
   bool TakeNews(FrameInbox::News news, const FrameInbox::Item& item);
-  bool TakeFrame(Track& track, const Track::frame_t& frame);
+  bool TakeFrame(Track& track, Track::frame_t& frame);
   bool Begin(const Track& first, const Track::frame_t& frame);
   bool JudgeEnd(Track& track);
   void EndAt(std::int64_t end_ns);

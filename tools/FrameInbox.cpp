@@ -44,6 +44,11 @@ void FrameInbox::Interrupt() {
   _changed.notify_all();
 }
 
+bool FrameInbox::IsInterrupted() {
+  const std::lock_guard lock(_mutex);
+  return _is_interrupted;
+}
+
 void FrameInbox::Close(std::size_t lane) {
   const std::lock_guard lock(_mutex);
   _lanes[lane].is_closed = true;

@@ -45,6 +45,7 @@ class FrameInbox {
   [[nodiscard]] bool PutInTurn(std::size_t lane, Frame frame);
   void Tell(std::size_t lane, std::string message);  // the last one counts
   void Interrupt();
+  bool IsInterrupted();
   void Close(std::size_t lane);  // no frame will come any more
   void Wake();                   // ends Wait() once
 

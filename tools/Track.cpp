@@ -1,6 +1,7 @@
 #include "Track.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <cstdlib>
 #include <utility>
@@ -15,6 +16,11 @@ namespace {
 // Time stamps of a sound card waver, samples do not: only what differs more is taken for a gap.
 constexpr std::int64_t kSoundSlackNs = 10'000'000;
 constexpr std::int64_t kMostSilenceNs = 60 * kSecondNs;  // in one piece
+constexpr std::int64_t kMostLeadNs = 600 * kSecondNs;    // of a stamp, from what is known
+
+std::int64_t NowNs() {
+  return std::chrono::nanoseconds(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
 
 }  // namespace
 
@@ -36,6 +42,22 @@ std::int64_t Track::SamplesIn(const frame_t& frame) const {
 // Of video.
 std::int64_t Track::FrameNs() const {
   return kSecondNs / std::max(1, stream.GetSource().FramesPerSecond());
+}
+
+void Track::CorrectStamp(frame_t& frame) {
+  const std::int64_t now_ns = NowNs();
+  const bool is_first = _latest_stamp_ns == 0;
+  const std::int64_t known_ns = std::max(now_ns, _latest_stamp_ns);
+  const bool is_late = frame.timestamp > known_ns + kMostLeadNs;
+  // The first one decides what all times count from.
+  const bool is_early = is_first && frame.timestamp < now_ns - kMostLeadNs;
+  if (is_late || is_early) {
+    const bool is_sound = stream.GetSource().IsSound();
+    const std::int64_t span_ns = is_sound ? SoundNs(SamplesIn(frame)) : FrameNs();
+    frame.timestamp = is_first ? now_ns : _latest_stamp_ns + span_ns;
+    ++_corrected;
+  }
+  _latest_stamp_ns = std::max(_latest_stamp_ns, frame.timestamp);
 }
 
 bool Track::IsBehind(const frame_t& frame, std::int64_t end_ns) const {
@@ -81,7 +103,10 @@ bool Track::WriteSound(const frame_t& frame, std::int64_t end_ns, MediaWriter& w
                        std::string& error) {
   std::int64_t time_ns = PlaceSound(frame);
   if (_start_ns) _missing_ns += time_ns - (_anchor_ns + SoundNs(_samples));
-  if (_format.kind == kPcm && _start_ns && !WriteSilence(time_ns, writer, error)) return false;
+  if (_format.kind == kPcm && _start_ns) {
+    if (!WriteSilence(time_ns, writer, error)) return false;
+    if (time_ns - _end_ns > kSoundSlackNs) return true;  // interrupted
+  }
   if (!_start_ns || time_ns != _anchor_ns + SoundNs(_samples)) {
     _anchor_ns = time_ns;
     _samples = 0;
@@ -104,9 +129,9 @@ bool Track::WriteSound(const frame_t& frame, std::int64_t end_ns, MediaWriter& w
   return writer.Write(_number, {{frame.data, size_bytes}, true, time_ns, _end_ns - time_ns}, error);
 }
 
-// A file of samples has no other time than their number.
+// A file of samples has no other time than their number. Ends early when the user wants an end.
 bool Track::WriteSilence(std::int64_t until_ns, MediaWriter& writer, std::string& error) {
-  while (until_ns > _end_ns) {
+  while (until_ns > _end_ns && !_inbox->IsInterrupted()) {
     const std::int64_t span_ns = std::min(until_ns - _end_ns, kMostSilenceNs);
     const std::int64_t samples =
         std::llround(static_cast<double>(span_ns) * _format.rate / double{kSecondNs});
@@ -134,9 +159,12 @@ std::string Track::Summary() const {
   const auto count = [](std::uint64_t value) { return static_cast<unsigned long long>(value); };
   const double kilobits = static_cast<double>(_bytes) * 8 / 1000;
   const double kilobits_per_second = Seconds() > 0 ? kilobits / Seconds() : 0;
+  const std::string corrected =
+      _corrected == 0 ? "" : Format(", %llu with untrue time stamps", count(_corrected));
   if (!stream.GetSource().IsSound()) {
     return Format("%llu frames, %.2f s, %.0f kbit/s, %llu key frames, %llu dropped", count(_frames),
-                  Seconds(), kilobits_per_second, count(_key_frames), count(stream.Dropped()));
+                  Seconds(), kilobits_per_second, count(_key_frames), count(stream.Dropped())) +
+           corrected;
   }
   const double missing = static_cast<double>(_missing_ns) / double{kSecondNs};
   // What is missing stands as silence in a file that has no other times.
@@ -150,7 +178,7 @@ std::string Track::Summary() const {
     text += ", peak " + LevelText(levels, &SoundMeter::Level::peak_db) + " dBFS, RMS " +
             LevelText(levels, &SoundMeter::Level::rms_db) + " dBFS";
   }
-  text += Format(", %llu dropped", count(stream.Dropped()));
+  text += Format(", %llu dropped", count(stream.Dropped())) + corrected;
   return _missing_ns == 0 ? text : text + Format(", %.2f s missing", missing);
 }
 

@@ -22,7 +22,7 @@ class Track {
   using frame_t = api::streaming::common::frame_t;
 
   Track(Source source, std::size_t number, std::shared_ptr<FrameInbox> inbox)
-      : stream(std::move(source), number, std::move(inbox)), _number(number) {}
+      : stream(std::move(source), number, inbox), _number(number), _inbox(std::move(inbox)) {}
 
   // Once the stream is open. `is_metered`: sound is to be measured.
   void Begin(bool is_metered);
@@ -32,6 +32,9 @@ class Track {
   std::int64_t CapturedNs(std::int64_t stamp_ns) const { return stamp_ns + _priming_ns; }
   // Times in the file count from here on: CLOCK_MONOTONIC, ns.
   void SetOrigin(std::int64_t origin_ns) { _origin_ns = origin_ns; }
+  // Gives the frame another time stamp, and counts it, where its own cannot be true: it lies in a
+  // future that neither the clock nor an unpaced stream has come near to. Before all of the below.
+  void CorrectStamp(frame_t& frame);
   // Whether a frame only begins where the file ends, or so little before that it does not count.
   bool IsBehind(const frame_t& frame, std::int64_t end_ns) const;
   // Whether nothing is missing up to there. Video tells by its next frame only.
@@ -62,11 +65,14 @@ class Track {
   bool WriteSilence(std::int64_t until_ns, MediaWriter& writer, std::string& error);
 
   const std::size_t _number;
+  const std::shared_ptr<FrameInbox> _inbox;
   // Constant after Begin.
   MediaFormat _format;
   std::int64_t _priming_ns = 0;
   std::unique_ptr<SoundMeter> _meter;
 
+  std::int64_t _latest_stamp_ns = 0;  // CLOCK_MONOTONIC; 0 before the first frame
+  std::uint64_t _corrected = 0;       // frames whose stamps could not be true
   std::int64_t _origin_ns = 0;
   std::uint64_t _frames = 0;
   std::uint64_t _key_frames = 0;
