@@ -5,17 +5,23 @@ namespace tessel::fuzz {
 int FuzzText(const std::uint8_t* data, std::size_t size_bytes);
 int FuzzRing(const std::uint8_t* data, std::size_t size_bytes);
 int FuzzGivenBack(const std::uint8_t* data, std::size_t size_bytes);
+int FuzzControl(const std::uint8_t* data, std::size_t size_bytes);
+int FuzzElements(const std::uint8_t* data, std::size_t size_bytes);
+int FuzzFilm(const std::uint8_t* data, std::size_t size_bytes);
+int FuzzBoard(const std::uint8_t* data, std::size_t size_bytes);
 int FuzzWire(const std::uint8_t* data, std::size_t size_bytes);
+int FuzzHostWire(const std::uint8_t* data, std::size_t size_bytes);
 int FuzzMedia(const std::uint8_t* data, std::size_t size_bytes);
 int FuzzUrl(const std::uint8_t* data, std::size_t size_bytes);
-int FuzzBoard(const std::uint8_t* data, std::size_t size_bytes);
 int FuzzTool(const std::uint8_t* data, std::size_t size_bytes);
 
 namespace {
 
 constexpr Target kTargets[] = {
-    {"text", &FuzzText},   {"ring", &FuzzRing}, {"given_back", &FuzzGivenBack}, {"wire", &FuzzWire},
-    {"media", &FuzzMedia}, {"url", &FuzzUrl},   {"board", &FuzzBoard},          {"tool", &FuzzTool},
+    {"text", &FuzzText},       {"ring", &FuzzRing},         {"given_back", &FuzzGivenBack},
+    {"control", &FuzzControl}, {"elements", &FuzzElements}, {"film", &FuzzFilm},
+    {"board", &FuzzBoard},     {"wire", &FuzzWire},         {"host_wire", &FuzzHostWire},
+    {"media", &FuzzMedia},     {"url", &FuzzUrl},           {"tool", &FuzzTool},
 };
 
 }  // namespace

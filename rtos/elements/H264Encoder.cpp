@@ -39,6 +39,10 @@ void H264Encoder::Close::operator()(x264_t* encoder) const { x264_encoder_close(
 bool H264Encoder::Open(const Context& context, const AttrSet& params, Media& media,
                        std::string& error) {
   if (!ReadParams(context, params, error)) return false;
+  if (media.width <= 0 || media.height <= 0) {  // the library would keep memory of the attempt
+    error = "no pictures come in";
+    return false;
+  }
   if (!OpenLibrary(media, error)) return false;
   const bool all_intra = _gop_type.find_first_not_of('I') == std::string::npos;
   _own_policy = std::make_unique<ConstantRate>(_gop, all_intra);
