@@ -26,16 +26,21 @@ def full_disk(round):
     witness = round.witness()
     kind = round.random.choice(KINDS[:6])
     size = round.random.choice((4, 16, 64, 256)) * 1024
-    way = round.random.choice(("tmpfs", "limit", "device"))
+    way = round.random.choice(("tmpfs", "limit", "late limit", "device"))
     folder = _tmpfs(round, size) if way == "tmpfs" else None
-    how = {"limits": [(resource.RLIMIT_FSIZE, size)]}
-    if way == "device":
+    how = {}
+    if way == "limit":
+        how = {"limits": [(resource.RLIMIT_FSIZE, size)]}
+    elif way == "device":
         how = {"target": round.path(f"device.{kind[1]}")}
         os.symlink("/dev/full", how["target"])
     elif folder:
         how = {"target": os.path.join(folder, f"film.{kind[1]}")}
     client = round.capture(name="full", kind=kind, board=True, **how)
     client.output = None if way == "device" else how.get("target", client.output)
+    if not how:
+        client.reach(3)
+        resource.prlimit(client.pid, resource.RLIMIT_FSIZE, (size, size))
     client.fail(_FULL, is_torn=True)
     witness.finish()
     round.end_side(side)
