@@ -71,6 +71,7 @@ TEST(Wire, PassesDescriptors) {
   ASSERT_TRUE(ReceiveMessage(ends.far.Get(), got, fds));
   ASSERT_EQ(fds.size(), 8U);
   char letter = 0;
+  EXPECT_EQ(fcntl(fds[7].Get(), F_GETFD), FD_CLOEXEC) << "no other program gets it";
   EXPECT_EQ(write(fds[7].Get(), "z", 1), 1);
   EXPECT_EQ(read(read_end.Get(), &letter, 1), 1);
   fds.clear();
@@ -358,6 +359,8 @@ TEST_F(CommandWire, AProgramThatEndsAtOnceOrIsMissingFailsTheOpening) {
 TEST_F(CommandWire, AStoppedProgramFailsTheCommandInTime) {
   AttrSet args;
   RunFarSide("start it", args);
+  EXPECT_EQ(getpgid(quill::host::FarSideProcess()), quill::host::FarSideProcess())
+      << "Ctrl-C is for the client alone";
   kill(quill::host::FarSideProcess(), SIGSTOP);
   LogLines();
   EXPECT_FALSE(Make()->Open());

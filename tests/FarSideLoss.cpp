@@ -70,6 +70,19 @@ TEST_F(FarSideLoss, EndsAPushedStreamThatMayBeReopenedFromItsMessage) {
   EXPECT_TRUE(camera->Close());
 }
 
+TEST_F(FarSideLoss, AnEndThatIsToldBeforeTheLastFramesDoesNotCostThem) {
+  UseOddFarSide("ends");
+  const Camera camera = MakeListening(kPush);
+  std::atomic<int> frames{0};
+  camera->RegisterOutputCallback([&](Frame&) {
+    EXPECT_EQ(Told(), Lines{"end of input"});
+    return ++frames > 0;
+  });
+  ASSERT_TRUE(camera->ChangeState(State::kPlay));
+  EXPECT_TRUE(Eventually([&] { return frames == 3; })) << frames;
+  EXPECT_TRUE(camera->Close());
+}
+
 class EndOfInput : public FarSideLoss, public ::testing::WithParamInterface<const char*> {};
 
 INSTANTIATE_TEST_SUITE_P(Of, EndOfInput, ::testing::Values("ends", "fails"),
@@ -111,6 +124,21 @@ TEST_F(FarSideLoss, CapturesThatComeTooLateAreCountedAndMissingInTheSequence) {
   expect_gap(Make());
   expect_gap(Make("ApiH264Source-vbrc-dualos-pull"));
   expect_gap(quill::host::Create<api::streaming::IPcmSource>("ApiPcmSource-dualos-pull"));
+}
+
+TEST_F(FarSideLoss, AStartThatIsNotAnsweredLeavesNothingPlaying) {
+  const Camera camera = Make();
+  ASSERT_TRUE(camera->Open());
+  const pid_t process = quill::host::FarSideProcess();
+  Use([](auto& options) { options.command_timeout = std::chrono::milliseconds(100); });
+  kill(process, SIGSTOP);
+  EXPECT_FALSE(camera->Start());
+  auto pull = std::async(std::launch::async, [&] { return NextFrame(camera) != nullptr; });
+  EXPECT_EQ(pull.wait_for(kDeadline), std::future_status::ready) << "it waits for frames";
+  kill(process, SIGCONT);
+  Use([](auto& options) { options.command_timeout = kDeadline; });
+  EXPECT_TRUE(camera->Close());
+  EXPECT_FALSE(pull.get());
 }
 
 TEST_F(FarSideLoss, NoiseInTheRingIsCountedAndHarmsNobody) {

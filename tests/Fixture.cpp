@@ -11,21 +11,30 @@ using quill::stream::DebugLevel;
 
 namespace {
 
+// Keeps lines, as a terminal gets them, instead of printing them.
+class LogStream : public quill::stream::DebugStream {
+ public:
+  void Write(std::string_view text) override {
+    const std::lock_guard lock(_mutex);
+    _lines.emplace_back(text);
+  }
+  bool IsEnabled() const override { return true; }
+  bool WantsColour() const override { return true; }
+  Lines Take() {
+    const std::lock_guard lock(_mutex);
+    return std::exchange(_lines, {});
+  }
+
+ private:
+  std::mutex _mutex;
+  Lines _lines;  // guarded by _mutex
+};
+
 // Never destroyed: other threads may log at exit.
 LogStream* g_logs[quill::stream::kDebugLevels];
 quill::stream::DebugStream* g_replaced[quill::stream::kDebugLevels];
 
 }  // namespace
-
-void LogStream::Write(std::string_view text) {
-  const std::lock_guard lock(_mutex);
-  _lines.emplace_back(text);
-}
-
-Lines LogStream::Take() {
-  const std::lock_guard lock(_mutex);
-  return std::exchange(_lines, {});
-}
 
 void KeepLogs() {
   for (int level = 0; level < quill::stream::kDebugLevels; ++level) {
@@ -34,14 +43,22 @@ void KeepLogs() {
   }
 }
 
-Lines LogLines(DebugLevel level) {
+Lines ColouredLines(DebugLevel level) {
   Lines lines = g_logs[level]->Take();
   for (std::string& line : lines) {
     // path "/" number "/" function ":\t": the number stands before the last "/" of the place.
     const auto end = line.rfind('/', line.find(":\t"));
     const auto begin = line.rfind('/', end - 1);
-    const bool has_end = line.ends_with('\n');
-    line = line.substr(0, begin) + "/#" + line.substr(end, line.size() - end - (has_end ? 1 : 0));
+    line = line.substr(0, begin) + "/#" + line.substr(end);
+  }
+  return lines;
+}
+
+Lines LogLines(DebugLevel level) {
+  Lines lines = ColouredLines(level);
+  for (std::string& line : lines) {
+    const auto begin = line.find('m') + 1;  // of "\033[31m"
+    line = line.substr(begin, line.rfind("\n\033") - begin);
   }
   return lines;
 }
@@ -192,6 +209,12 @@ void StreamTest::KillFarSide() {
   if (process == 0) return;
   kill(process, SIGKILL);
   EXPECT_TRUE(Eventually([=] { return quill::host::FarSideProcess() != process; }));
+}
+
+void StreamTest::Stall(std::chrono::milliseconds time) {
+  kill(quill::host::FarSideProcess(), SIGSTOP);
+  std::this_thread::sleep_for(time);
+  kill(quill::host::FarSideProcess(), SIGCONT);
 }
 
 }  // namespace tessel::tests

@@ -33,25 +33,12 @@ inline constexpr char kPush[] = "ApiH264Source-dualos-cbrc-push";
 inline constexpr char kPull[] = "ApiH264Source-dualos-cbrc-pull";
 inline constexpr std::chrono::seconds kDeadline(20);  // far above what any event here takes
 
-// Keeps lines instead of printing them. `colour`: as on a terminal.
-class LogStream : public quill::stream::DebugStream {
- public:
-  explicit LogStream(bool colour = false) : _colour(colour) {}
-  void Write(std::string_view text) override;
-  bool IsEnabled() const override { return true; }
-  bool WantsColour() const override { return _colour; }
-  Lines Take();
-
- private:
-  const bool _colour;
-  std::mutex _mutex;
-  Lines _lines;  // guarded by _mutex
-};
-
 // All levels are kept from here on; called once, before anything logs.
 void KeepLogs();
 // The lines of a level since the last call, the number of the source line as "#".
 Lines LogLines(quill::stream::DebugLevel level = quill::stream::kError);
+// The same as a terminal gets them, with their colours.
+Lines ColouredLines(quill::stream::DebugLevel level);
 
 // Whether one of the red lines since the last call has that text.
 bool IsLogged(const std::string& text);
@@ -112,7 +99,8 @@ class StreamTest : public ::testing::Test {
   static std::vector<Frame> HoldAllSlots(const Camera& camera);  // so that no frame comes any more
   static quill::host::StreamCounters Counters();                 // of the only stream
   static bool RunFarSide(const char* command, AttrSet& args);
-  static void KillFarSide();  // and waits until the host knows
+  static void KillFarSide();                          // and waits until the host knows
+  static void Stall(std::chrono::milliseconds time);  // stops the real-time side for so long
 
   quill::stream::VbrcBlock* _block = nullptr;  // null unless watched
 

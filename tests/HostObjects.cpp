@@ -1,5 +1,6 @@
 // What every object of the plug-in inherits from the host: properties, children, messages, status,
 // class records, commands.
+#include "common/StreamControl.h"
 #include "Fixture.h"
 #include "quill/IClass.h"
 #include "quill/Service.h"
@@ -215,6 +216,28 @@ TEST_F(HostObjects, TheLastCallbackReadsTheMessage) {
   lamp->RegisterMessageProcessCallback(nullptr);
   EXPECT_FALSE(lamp->SendMessage("nobody", Orient::kSink, nullptr));
   EXPECT_EQ(read, "hello!");
+}
+
+// What no class of the plug-in keeps as it is.
+TEST_F(HostObjects, AStreamControlSendsDownAndHearsFromBelow) {
+  auto* control = new api::streaming::common::StreamControl;
+  std::string heard;
+  control->RegisterMessageCallback([&](const char* text) { return heard += "1", text == heard; });
+  control->RegisterMessageCallback([&](const char* text) {
+    heard += text;
+    return heard == "hello";
+  });
+  AttrSet description("type=Lamp");
+  auto* child = dynamic_cast<Lamp*>(control->create(description));
+  ASSERT_NE(child, nullptr);
+  EXPECT_TRUE(child->SendMessage("hello", Orient::kParent, nullptr));
+  EXPECT_FALSE(child->SendMessage("again", Orient::kParent, nullptr));
+  EXPECT_EQ(heard, "helloagain");
+  EXPECT_FALSE(control->SendMessage("down"));
+  child->takes = true;
+  EXPECT_TRUE(control->SendMessage("under"));
+  EXPECT_EQ(child->got, "downunder");
+  control->Release();
 }
 
 // Tells which transitions were called; the one named in `fails` fails.

@@ -13,6 +13,7 @@ namespace tessel::tests {
 namespace {
 
 using api::streaming::common::IBitRateControl;
+using api::streaming::common::ITrigger;
 using dualos::StreamVbrc;
 
 constexpr char kVbrcFile[] = "plugin/api/linux/common/StreamVbrc.cpp/#/";
@@ -131,10 +132,30 @@ TEST_F(RateControl, KeyFrameRequestsAreCounted) {
   EXPECT_EQ(Live(), expected);
 }
 
+TEST_F(RateControl, EachSourceListsItsModesInOrderAndCountsItsTriggers) {
+  const struct {
+    const char* name;
+    std::vector<int> modes;
+    int triggers;  // that one Trigger() counts
+  } rows[] = {
+      {kPull, {1, 6}, 0},
+      {"ApiH264SourceTrigger-dualos-trigger-pull", {1, 6}, 1},
+      {"ApiH264Source-vbrc-dualos-pull", {6, 1, 2, 3, 5}, 0},
+      {"ApiH264Source-dualos-vbrc-trigger-pull", {6, 1, 2, 3, 5}, 1},
+      {"ApiJpegSource-dualos-cbrc-pull", {1, 6}, 0},
+      {"ApiJpegSourceTrigger-dualos-trigger-pull", {1, 6}, 1},
+  };
+  for (const auto& [name, modes, triggers] : rows) {
+    const auto source = quill::host::Create<IBitRateControl>(name);
+    const auto list = source->BitRateControlSupportedList();
+    EXPECT_EQ(std::vector<int>(list.begin(), list.end()), modes) << name;
+    dynamic_cast<ITrigger&>(*source).Trigger();
+    EXPECT_EQ(_block->trigger_req, triggers) << name;
+  }
+}
+
 TEST_F(RateControl, SelectingConstantGivesTheQpUp) {
   const Camera camera = Make();
-  EXPECT_EQ(camera->BitRateControlSupportedList(),
-            (std::vector{IBitRateControl::kConstant, IBitRateControl::kFixedQp}));
   camera->SetQP(30);
   EXPECT_TRUE(camera->SelectBitRateControl(IBitRateControl::kFixedQp));
   EXPECT_EQ(camera->GetCurrentQP(), 30);
@@ -235,6 +256,13 @@ TEST_F(RateControl, AThousandSourcesLeaveNoBlockBehindAndTouchNoOther) {
     ASSERT_EQ(In(block), expected) << "seed " << kSeed << ", round " << round;
     camera.reset();
   }
+  cameras.clear();
+  cameras.resize(3);
+  for (auto& [camera, block] : cameras) camera = Make();
+  cameras[1].first.reset();
+  EXPECT_EQ(quill::host::GetWindowUse().free_pieces, before.free_pieces + 1);
+  cameras[1].first = Make();
+  EXPECT_EQ(quill::host::GetWindowUse().free_pieces, before.free_pieces) << "it fits exactly";
   cameras.clear();
   EXPECT_EQ(quill::host::GetWindowUse().used_bytes, before.used_bytes);
   EXPECT_EQ(quill::host::GetWindowUse().free_pieces, before.free_pieces);

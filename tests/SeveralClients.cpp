@@ -189,8 +189,15 @@ TEST_F(SeveralClients, AnybodyWatchesAndSteers) {
   std::istringstream lines(Tool("top --json --count 2 --interval 0.2"));
   std::string line;
   int looks = 0;
+  std::map<int, nlohmann::json> before;  // by stream
   while (std::getline(lines, line)) {
     const auto look = nlohmann::json::parse(line);
+    const auto last = std::exchange(before[look["id"]], look);
+    if (!last.is_null()) {
+      const double seconds = look["time"].get<double>() - last["time"].get<double>();
+      const double made = look["made"].get<double>() - last["made"].get<double>();
+      EXPECT_NEAR(look["frames_per_second"], made / seconds, 1 + 0.1 * made / seconds);
+    }
     EXPECT_EQ(look["client"], getpid());
     EXPECT_FALSE(look["own"]);
     const bool is_first = look["id"] == streams[0].id;
@@ -199,7 +206,9 @@ TEST_F(SeveralClients, AnybodyWatchesAndSteers) {
     EXPECT_TRUE(is_first || look["untriggered"] > 0);
   }
   EXPECT_EQ(looks, 4);
-  EXPECT_FALSE(Tool("top --count 1 yuv").starts_with('!')) << "with one of its own";
+  const std::string screen = Tool("top --count 1 yuv");  // with one of its own
+  const char* h264 = "[^]* h264 +play +160x120 +-/50 +\\d+/2000 +41/41 [^]*";
+  EXPECT_FALSE(Match(screen, h264).empty()) << screen;
   EXPECT_FALSE(Tool("top --count 1 yuv-fake").starts_with('!')) << "which nothing ends but it";
 }
 

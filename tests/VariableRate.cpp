@@ -1,12 +1,15 @@
 // The variable bit rate, seen from a client: what the real encoder makes of a clip that stands
 // still, then shows a new picture each time.
 #include <algorithm>
+#include <cmath>
 #include <filesystem>
 #include <fstream>
 #include <numeric>
 #include <random>
 
+#include "Clock.h"
 #include "Fixture.h"
+#include "VariableRate.h"
 
 namespace tessel::tests {
 namespace {
@@ -72,6 +75,37 @@ TEST_F(StreamTest, AVariableRateFollowsTheSceneAndStaysBelowItsMaximum) {
     EXPECT_GT(busy_bps, 0.5 * most_bps) << "a busy scene takes what it is allowed";
   }
   std::filesystem::remove(file);
+}
+
+// By itself, with an encoder of which a picture costs what its changes cost, at 2^(-qp/6), more or
+// less by chance; scenes stand still for three seconds, then move.
+TEST(VariableRate, KeepsEveryWindowBelowTheMaximum) {
+  constexpr double kDetail = 300'000;
+  for (const int gop : {60, 120}) {
+    for (const unsigned seed : {1, 2, 3, 4}) {
+      rtos::VariableRate rate(gop, false);
+      std::mt19937 random(seed);
+      std::vector<double> bits;
+      rtos::Unit unit;
+      unit.frames_per_second = kFramesPerSecond;
+      unit.control.bitrate_target = unit.control.bitrate_max = 600'000;
+      unit.control.qp_max = 51;
+      for (int i = 0; i < 900; ++i) {
+        const bool is_intra = i % gop == 0;
+        const bool moves = i >= kStill && i / 90 % 2 == 1;
+        const double change = moves ? kDetail : kDetail / 20;
+        unit.time_ns = (1000 + i) * (kSecondNs / kFramesPerSecond);
+        unit.qp = rate.ChooseQp(unit, is_intra, {kDetail, change});
+        const double cost = is_intra ? 4.5 * kDetail : moves ? 8 * change : change;
+        const double share = std::uniform_real_distribution(0.7, 1.4)(random);
+        unit.size_bytes = static_cast<std::size_t>(cost * share * std::exp2(-unit.qp / 6.0) / 8);
+        rate.Account(unit);
+        bits.push_back(8.0 * static_cast<double>(unit.size_bytes));
+        const auto begin = bits.end() - std::min(i + 1, kWindowS * kFramesPerSecond + 1);
+        ASSERT_LT(std::accumulate(begin, bits.end(), 0.0), kWindowS * 600'000) << gop << ", " << i;
+      }
+    }
+  }
 }
 
 }  // namespace

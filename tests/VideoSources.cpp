@@ -5,18 +5,19 @@
 
 #include <unistd.h>
 
+#include "Clock.h"
 #include "Decoder.h"
 #include "Fixture.h"
+#include "tessel/IJpegSource.h"
 #include "tessel/IYuvSource.h"
 
 namespace tessel::tests {
 namespace {
 
+using api::streaming::IJpegSource;
 using api::streaming::IYuvSource;
 using namespace api::streaming::common;
 using Source = quill::host::Handle<IStreamOutput>;
-
-constexpr std::int64_t kSecondNs = 1'000'000'000;
 
 // The number that a frame shows, of that size and no other; none when it does not decode. Without a
 // decoder it is a raw picture.
@@ -129,6 +130,59 @@ TEST_F(VideoSources, DeliverWhatWasAskedForPushedAndPulled) {
   }
 }
 
+TEST_F(VideoSources, ReportWhatTheMediaSaysAsFarAsItWasRead) {
+  const struct {
+    const char* name;
+    const char* missing;
+    const char* line;  // null: it opens
+    const char* known;
+  } rows[] = {
+      {"ApiJpegSource-dualos-cbrc-pull", "w",
+       "JpegSource.cpp/#/CbOpen:\t!media->Get(\"w\",_jpeg.width)", "160x120"},
+      {"ApiJpegSource-dualos-cbrc-pull", "h",
+       "JpegSource.cpp/#/CbOpen:\t!media->Get(\"h\",_jpeg.height)", "208x120"},
+      {"ApiJpegSource-dualos-cbrc-pull", "", nullptr, "208x112"},
+      {"ApiYuvSource-dualos-pull", "w", "YuvSource.cpp/#/CbOpen:\t!media->Get(\"w\",_yuv.width)",
+       "160x120 420V50 7 i"},
+      {"ApiYuvSource-dualos-pull", "h", "YuvSource.cpp/#/CbOpen:\t!media->Get(\"h\",_yuv.height)",
+       "208x120 420V50 7 i"},
+      {"ApiYuvSource-dualos-pull", "fmt",
+       "YuvSource.cpp/#/CbOpen:\t!media->Get(\"fmt\",_yuv.format)", "208x112 420V50 7 i"},
+      {"ApiYuvSource-dualos-pull", "", nullptr, "208x112 other 7 i"},
+  };
+  const char* missing = nullptr;
+  EditMedia([&](AttrSet& media) {
+    media = AttrSet("w=208,h=112,fmt=other");
+    media.Remove(missing);
+  });
+  const auto size = [](int width, int height) {
+    return std::to_string(width) + "x" + std::to_string(height);
+  };
+  for (const auto& row : rows) {
+    missing = row.missing;
+    const Source source = Make(row.name);
+    auto* yuv = dynamic_cast<IYuvSource*>(source.get());
+    if (yuv != nullptr) {
+      yuv->SetFrameRate(7);
+      yuv->SetInterlaced(true);
+    }
+    EXPECT_EQ(source->Open(), row.line == nullptr) << row.known;
+    if (row.line != nullptr) {
+      EXPECT_EQ(LogLines().front(), std::string("plugin/api/linux/") + row.line);
+    }
+    std::string known;
+    if (yuv != nullptr) {
+      const YuvMediaInfo info = yuv->GetYuvMediaInfo();
+      known = size(info.width, info.height) + " " + info.format + " " +
+              std::to_string(info.frameRate) + (info.interlaced ? " i" : " p");
+    } else {
+      const auto info = dynamic_cast<IJpegSource&>(*source).GetJpegMediaInfo();
+      known = size(info.width, info.height);
+    }
+    EXPECT_EQ(known, row.known);
+  }
+}
+
 TEST_F(VideoSources, GiveExactlyOnePictureForEachTrigger) {
   constexpr unsigned kSeed = 11;
   for (const std::string name :
@@ -213,6 +267,19 @@ TEST_F(VideoSources, TellOfASensorThatFailsWhileNothingIsAskedFor) {
   std::filesystem::remove(file);
 }
 
+// Most of what a stall has cost is not made up for in a burst.
+TEST_F(VideoSources, GoOnAtTheirRateAfterAStall) {
+  const Source source = Make("ApiYuvSource-dualos-pull");
+  ASSERT_TRUE(source->Open() && source->Start());
+  Frame frame;
+  ASSERT_TRUE(source->PullFrame(frame, true));
+  Stall(std::chrono::seconds(1));
+  for (int i = 0; i < 10; ++i) ASSERT_TRUE(source->PullFrame(frame, true));
+  const std::int64_t begin_ns = frame->timestamp;
+  for (int i = 0; i < 10; ++i) ASSERT_TRUE(source->PullFrame(frame, true));
+  EXPECT_GT(frame->timestamp - begin_ns, kSecondNs / 5) << "10 frames at 30 a second";
+}
+
 // By their time stamps, over frames of a stream that captures 30 a second.
 TEST_F(VideoSources, AreThinnedEvenlyToTheFrameRateOfTheMoment) {
   Use([](auto& options) { options.paced = false; });
@@ -250,7 +317,12 @@ class Synthetic : public StreamTest {
 
 TEST_F(Synthetic, PulledFramesAreNeverDelayedAndOwnTheirMemory) {
   const Fake fake = Make("pull");
-  EXPECT_TRUE(fake->Open() && fake->Start());
+  LogLines(quill::stream::kTrace);
+  EXPECT_TRUE(fake->Open() && fake->Start() && fake->SendMessage("ignored"));
+  const std::string begin = "\033[35mplugin/api/linux/YuvSourceFake.cpp/#/Open:\t_yuv.";  // magenta
+  EXPECT_EQ(ColouredLines(quill::stream::kTrace),
+            (Lines{begin + "width=1920\n\033[0m", begin + "height=1080\n\033[0m",
+                   begin + "format=420V50\n\033[0m"}));
   std::vector<Frame> frames(3);
   for (std::uint32_t i = 0; i < 3; ++i) {
     ASSERT_TRUE(fake->PullFrame(frames[i], i == 0));
@@ -259,10 +331,15 @@ TEST_F(Synthetic, PulledFramesAreNeverDelayedAndOwnTheirMemory) {
     EXPECT_TRUE(frames[i]->size == 2764800 && frames[i]->isKey && frames[i]->release);
   }
   EXPECT_TRUE(frames[0]->data != frames[1]->data && frames[1]->data != frames[2]->data);
-  fake->SetFrameRate(15);
+  fake->SetFrameRate(1);
   EXPECT_EQ(fake->GetYuvMediaInfo().frameRate, 30) << "kept apart";
+  const std::int64_t begin_ns = NowNs();
+  Frame quick;
+  for (int i = 3; i < 103; ++i) ASSERT_TRUE(fake->PullFrame(quick, true) && quick->seq == i + 0U);
+  EXPECT_LT(NowNs() - begin_ns, 5 * kSecondNs) << "at 50 ms a frame";
+  fake->SetFrameRate(15);
   ASSERT_TRUE(fake->PullFrame(frames[0], false));
-  EXPECT_EQ(frames[0]->timestamp, 200'000'000);
+  EXPECT_EQ(frames[0]->timestamp, 103 * kSecondNs / 15);
   fake->SetFrameRate(0);
   ASSERT_TRUE(fake->Close() && fake->PullFrame(frames[0], false)) << "closed or not";
   EXPECT_EQ(frames[0]->timestamp, 0) << "no rate, no schedule";
@@ -282,10 +359,12 @@ TEST_F(Synthetic, PushedFramesFollowTheScheduleFromTheStart) {
   ASSERT_TRUE(fake->Start());
   EXPECT_TRUE(fake->Stop()) << "without a callback the worker goes on";
   std::vector<Frame> frames;
+  std::atomic<bool> is_early{false};
   for (int run = 0; run < 2; ++run) {
     frames.clear();
     Event done;
     EXPECT_TRUE(fake->RegisterOutputCallback([&](Frame& frame) {
+      if (NowNs() < frame->timestamp) is_early = true;
       if (frames.size() < 20) frames.push_back(frame);
       if (frames.size() == 20) done.Set();
       return false;  // of no consequence
@@ -301,6 +380,7 @@ TEST_F(Synthetic, PushedFramesFollowTheScheduleFromTheStart) {
     }
     EXPECT_TRUE(run == 0 || frames[0]->seq == 0);
   }
+  EXPECT_FALSE(is_early);
 }
 
 TEST_F(Synthetic, MayBeStoppedByItsCallbackAndStartedAgain) {
