@@ -8,6 +8,8 @@
 #include "Decoder.h"
 #include "ToolTest.h"
 
+#include <nlohmann/json.hpp>
+
 namespace tessel::tests {
 namespace {
 
@@ -16,6 +18,15 @@ class CaptureTool : public ToolTest {
   long LogLength() const {
     const std::string text = Text("log");
     return std::count(text.begin(), text.end(), '\n');
+  }
+  // The real-time side of the program that runs.
+  pid_t FarSide() const {
+    const std::string pid = std::to_string(std::stoi(Text("pid")));
+    pid_t child = 0;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/" + pid + "/task")) {
+      if (std::ifstream(task.path() / "children") >> child) break;
+    }
+    return child;
   }
   // How many pictures are in the file, which are to be those from the first on, each `step`th; 0:
   // those that were triggered.
@@ -70,7 +81,120 @@ TEST_F(CaptureTool, TellsTheCulpritAndExitsAccordingly) {
       {"capture h264 --capture-fps 5", 2, "an H.264 source of constant rate has one frame rate"},
       {"capture h264-trigger", 2, "delivers nothing untriggered; add --trigger-every MS or"},
       {"capture h264 --trigger-every 5", 2, "--trigger-every: h264 takes no triggers"},
+      {"capture jpeg --sensor b.mkv -o b.mkv", 2, "--output: b.mkv is what --sensor reads"},
+      {"capture pcm --mic b.wav -o b.wav", 2, "--output: b.wav is what --mic reads"},
+      {"capture jpeg --sensor b-07.jpg -o b-%02d.jpg", 2, "b-%02d.jpg is what --sensor reads"},
   });
+}
+
+TEST_F(CaptureTool, AnOutputThatIsTheInputUnderAnotherNameIsLeftAlone) {
+  std::ofstream(_folder + "b.mkv") << "precious";
+  std::filesystem::create_symlink("b.mkv", _folder + "link.mkv");
+  Expect({{"capture jpeg --sensor link.mkv -o b.mkv", 2, "is what --sensor reads"},
+          {"capture jpeg --sensor b.mkv -o link.mkv", 2, "is what --sensor reads"}});
+  EXPECT_EQ(Text("b.mkv"), "precious");
+}
+
+TEST_F(CaptureTool, WhatCannotBeWrittenEndsTheCapture) {
+  std::filesystem::create_symlink("/dev/full", _folder + "full.mjpeg");
+  const std::string words = "capture jpeg --width 64 --height 48 --frames 9 -o ";
+  Expect({{"full.mjpeg", 1, "cannot write full.mjpeg: No space left on device"},
+          {"b.mkv --frame-log /dev/full", 1, "cannot write /dev/full: No space left on device"}},
+         "", words);
+}
+
+TEST_F(CaptureTool, ChangesAndKeyFramesComeWhereTheyWereAskedFor) {
+  ASSERT_EQ(Run("capture h264 --width 160 --height 120 --unpaced --frames 160 --gop 1000 --qp 10 "
+                "--set qp=45@50 --key-at 100 --key-every 60 --frame-log log -o a.mp4"),
+            0);
+  std::ifstream log(_folder + "log");
+  std::vector<std::size_t> sizes;
+  std::vector<int> keys;
+  for (std::string line; std::getline(log, line);) {
+    const auto frame = nlohmann::json::parse(line);
+    if (frame["key"]) keys.push_back(static_cast<int>(sizes.size()));
+    sizes.push_back(frame["key"] ? 0 : frame["size"].get<std::size_t>());
+  }
+  ASSERT_EQ(keys.size(), 4U);
+  constexpr int kAhead = 35;  // frames that may be under way already
+  for (const auto& [at, asked] : {std::pair(0, 0), {1, 60}, {2, 100}, {3, 120}}) {
+    EXPECT_TRUE(keys[at] >= asked && keys[at] <= asked + kAhead) << keys[at] << " for " << asked;
+  }
+  ASSERT_EQ(sizes.size(), 160U);
+  const auto before = std::max_element(sizes.begin() + 1, sizes.begin() + 50);
+  EXPECT_LT(4 * *std::max_element(sizes.begin() + 50 + kAhead, sizes.end()), *before);
+}
+
+TEST_F(CaptureTool, HoldsTheBitRateAskedFor) {
+  ASSERT_EQ(
+      Run("capture h264 --width 320 --height 240 --unpaced --frames 300 --bitrate 400k -o a.mp4"),
+      0);
+  const Lines summary = Match(Text("err"), ".*: 300 frames, 10\\.00 s, (\\d+) kbit/s, .*\n");
+  ASSERT_EQ(summary.size(), 2U) << Text("err");
+  EXPECT_NEAR(std::stoi(summary[1]), 400, 60);
+}
+
+TEST_F(CaptureTool, ShowsItsProgressOnATerminal) {
+  Begin("script -qec '" TESSEL_TOOL
+        " capture h264 pcm --width 160 --height 120 --seconds 1.5 -o a.mkv' /dev/null");
+  ASSERT_EQ(End(), 0);
+  const std::string said = Text("out");
+  const auto last = said.rfind(" frames/s  ");
+  ASSERT_NE(last, said.npos) << said;
+  const std::string line = said.substr(said.rfind("\033[K", last) + 3);
+  const char* form =
+      "(\\d+) frames  (\\d\\.\\d) s  (\\d+\\.\\d) frames/s  \\d+ kbit/s  QP auto  0 dropped\r?\n"
+      "sound  \\[=+\\|? *\\] -\\d\\d\\.\\d, +-\\d+\\.\\d dBFS[^]*";
+  const Lines fields = Match(line, form);
+  ASSERT_EQ(fields.size(), 4U) << line;
+  EXPECT_GE(std::stoi(fields[1]), 3);
+  EXPECT_LE(std::stod(fields[3]), 40) << "30 are captured a second";
+}
+
+// Stops the real-time side in the middle of it.
+TEST_F(CaptureTool, ASourceThatStallsEndsTheCapture) {
+  for (const auto& [source, reason] :
+       {std::pair("h264", "tessel: no frames come any more; the source has stalled\n"),
+        {"jpeg-trigger --trigger-every 50",
+         "triggered frames do not come; the source has stalled\n"}}) {
+    Begin(TESSEL_TOOL " capture " + std::string(source) +
+          " --width 160 --height 120 --seconds 1 --frame-log log -o a.mp4");
+    ASSERT_TRUE(Eventually([this] { return LogLength() > 3; }));
+    const pid_t far_side = FarSide();
+    kill(far_side, SIGSTOP);
+    EXPECT_EQ(End(), 1);
+    kill(far_side, SIGCONT);
+    EXPECT_NE(Text("err").find(reason), std::string::npos) << Text("err");
+    EXPECT_EQ(Decode("a.mp4", 0), LogLength()) << "what has come is kept";
+    std::filesystem::remove(_folder + "log");
+  }
+}
+
+TEST_F(CaptureTool, SnapsArePicturesAtTheirTimesAndALineEach) {
+  for (const std::string by : {"", " --photography"}) {
+    const auto begin = std::chrono::steady_clock::now();
+    ASSERT_EQ(Run("snap one.jpeg 'n-%02d.jpeg' --count 2 --interval 200 --size 64x48 --qp 9" + by),
+              0);
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(600));
+    std::string form;
+    for (const std::string name : {"one", "n-01", "one", "n-02"}) {
+      form += "file://" + (name + "\\.jpeg (\\d+) bytes \\d+\\.\\d ms\n");
+      int pictures = 0;
+      PlayFile(_folder + name + ".jpeg", [&](const AVFrame& picture, double) {
+        EXPECT_EQ(std::pair(picture.width, picture.height), std::pair(64, 48));
+        ++pictures;
+      });
+      EXPECT_EQ(pictures, 1) << name;
+    }
+    const Lines sizes = Match(Text("out"), form.c_str());
+    ASSERT_EQ(sizes.size(), 5U) << Text("out");
+    EXPECT_EQ(sizes[4], std::to_string(std::filesystem::file_size(_folder + "n-02.jpeg")));
+    Expect({{"snap nowhere/a.jpeg b.jpeg --size 64x48", 1,
+             "cannot write file://nowhere/a.jpeg: No such file or directory\n"}},
+           by);
+    EXPECT_TRUE(std::filesystem::remove(_folder + "b.jpeg")) << "the others are taken";
+    std::filesystem::remove(_folder + "n-01.jpeg");
+  }
 }
 
 TEST_F(CaptureTool, WritesEveryFrameIntoEachContainer) {
@@ -151,13 +275,7 @@ TEST_F(CaptureTool, LeavesAWholeFileWhenInterruptedOrCutOff) {
     for (const bool is_cut_off : {false, true}) {
       Begin(TESSEL_TOOL " capture " + kind + " --width 160 --height 120 --frame-log log -o a.mp4");
       ASSERT_TRUE(Eventually([this] { return LogLength() > 5; }));
-      const std::string pid = Text("pid").substr(0, Text("pid").find('\n'));
-      pid_t victim = std::stoi(pid);
-      for (const auto& task : std::filesystem::directory_iterator("/proc/" + pid + "/task")) {
-        pid_t child = 0;
-        if (is_cut_off && std::ifstream(task.path() / "children") >> child) victim = child;
-      }
-      ASSERT_EQ(kill(victim, is_cut_off ? SIGKILL : SIGINT), 0);
+      ASSERT_EQ(is_cut_off ? kill(FarSide(), SIGKILL) : kill(std::stoi(Text("pid")), SIGINT), 0);
       EXPECT_EQ(End(), is_cut_off ? 1 : 0) << kind;
       EXPECT_EQ(Decode("a.mp4"), LogLength());
       const std::string loss = is_cut_off ? "tessel: the real-time side is gone\n" : "";

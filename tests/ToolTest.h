@@ -35,16 +35,17 @@ class ToolTest : public ::testing::Test {
     text << std::ifstream(_folder + name).rdbuf();
     return text.str();
   }
-  // Runs with `words` and `more`: how that ends, and a part of what it says. A capture that names
-  // no output is to leave none.
+  // Runs with `head`, `words` and `more`: how that ends, and a part of what it says. A capture that
+  // names no output is to leave none.
   struct Row {
     const char* words;
     int exit_code;
     const char* text;
   };
-  void Expect(std::initializer_list<Row> rows, const std::string& more = "") {
+  void Expect(std::initializer_list<Row> rows, const std::string& more = "",
+              const std::string& head = "") {
     for (const auto& [row, exit_code, text] : rows) {
-      const std::string words = row + more;
+      const std::string words = head + row + more;
       const bool needs_output = words.starts_with("capture") && words.find("-o ") == words.npos;
       EXPECT_EQ(Run(words + (needs_output ? " -o a.mp4" : "")), exit_code) << words;
       const std::string said = Text("out") + Text("err");
