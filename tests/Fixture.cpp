@@ -211,10 +211,4 @@ void StreamTest::KillFarSide() {
   EXPECT_TRUE(Eventually([=] { return quill::host::FarSideProcess() != process; }));
 }
 
-void StreamTest::Stall(std::chrono::milliseconds time) {
-  kill(quill::host::FarSideProcess(), SIGSTOP);
-  std::this_thread::sleep_for(time);
-  kill(quill::host::FarSideProcess(), SIGCONT);
-}
-
 }  // namespace tessel::tests

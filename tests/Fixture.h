@@ -100,7 +100,6 @@ class StreamTest : public ::testing::Test {
   static quill::host::StreamCounters Counters();                 // of the only stream
   static bool RunFarSide(const char* command, AttrSet& args);
   static void KillFarSide();                          // and waits until the host knows
-  static void Stall(std::chrono::milliseconds time);  // stops the real-time side for so long
 
   quill::stream::VbrcBlock* _block = nullptr;  // null unless watched
 

@@ -267,19 +267,6 @@ TEST_F(VideoSources, TellOfASensorThatFailsWhileNothingIsAskedFor) {
   std::filesystem::remove(file);
 }
 
-// Most of what a stall has cost is not made up for in a burst.
-TEST_F(VideoSources, GoOnAtTheirRateAfterAStall) {
-  const Source source = Make("ApiYuvSource-dualos-pull");
-  ASSERT_TRUE(source->Open() && source->Start());
-  Frame frame;
-  ASSERT_TRUE(source->PullFrame(frame, true));
-  Stall(std::chrono::seconds(1));
-  for (int i = 0; i < 10; ++i) ASSERT_TRUE(source->PullFrame(frame, true));
-  const std::int64_t begin_ns = frame->timestamp;
-  for (int i = 0; i < 10; ++i) ASSERT_TRUE(source->PullFrame(frame, true));
-  EXPECT_GT(frame->timestamp - begin_ns, kSecondNs / 5) << "10 frames at 30 a second";
-}
-
 // By their time stamps, over frames of a stream that captures 30 a second.
 TEST_F(VideoSources, AreThinnedEvenlyToTheFrameRateOfTheMoment) {
   Use([](auto& options) { options.paced = false; });
