@@ -125,6 +125,16 @@ TEST_F(AudioDevices, SendEffectiveChangesOnly) {
   Script("", false);
   EXPECT_FALSE(device->Volume(41));
   EXPECT_TRUE(device->Volume(41)) << "what was not heard is stored all the same";
+  Script(
+      "object_base=2a,rate=1,channels=1,canVol=true,vol=7,volmin=60,volmax=40,canAgc=false,"
+      "canMute=false");
+  const auto crossed = quill::host::Create<IMicrophone>(kMicrophone);
+  Sent();
+  for (const auto& [asked, stored] : {std::pair(50, 40), {41, 40}, {40, 60}, {10, 60}, {70, 40}}) {
+    EXPECT_TRUE(crossed->Volume(asked) && crossed->Volume() == stored) << asked;
+  }
+  EXPECT_EQ(Sent(), (Lines{head + "vol=40", head + "vol=60", head + "vol=40"}))
+      << "the maximum is looked at first";
   Script("object_base=0x2b,rate=1,channels=1,canVol=false,canAgc=false,canMute=false");
   const auto fixed = quill::host::Create<IMicrophone>(kMicrophone);
   EXPECT_FALSE(fixed->Volume(10));
