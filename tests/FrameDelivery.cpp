@@ -252,6 +252,7 @@ TEST_F(FrameDelivery, TheMediaIsReportedAsDescribed) {
   auto info = camera->GetH264MediaInfo();
   EXPECT_EQ(std::tie(info.gop, info.goptype, info.spsOffset, info.startCodeSize, info.headerSize),
             std::make_tuple(15, "IPPP", 4, 4, 0));
+  EXPECT_EQ(camera->GetMediaInfo(), "");
   EditMedia([](AttrSet& media) {
     media.Add("header", "00000001" + std::string(44, '7') + "00000001" + "68ee3c80");
     media.Add("spsoffset", 4);
@@ -268,7 +269,8 @@ TEST_F(FrameDelivery, TheMediaIsReportedAsDescribed) {
   EXPECT_EQ(std::string(static_cast<char*>(info.pps), 4), "\x68\xee\x3c\x80");
   EXPECT_STREQ(info.pack, "byte-stream");
   EXPECT_EQ(std::accumulate(std::begin(info.reserved), std::end(info.reserved), 0), 0);
-  EXPECT_EQ(camera->GetMediaInfo(), "");
+  EXPECT_EQ(AttrSet(camera->GetMediaInfo().c_str()).Get("spsoffset"), std::string("4"))
+      << "as text";
 }
 
 TEST_F(FrameDelivery, TheJumpsFindTheFirstSlice) {

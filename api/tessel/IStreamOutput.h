@@ -43,7 +43,8 @@ class TESSEL_PUBLIC IStreamOutput : public virtual IStreamControl, public virtua
   // where the callback is stored but never called.
   virtual bool RegisterOutputCallback(const std::function<bool(std::shared_ptr<frame_t>&)>& cb) = 0;
 
-  // A text about the media; sources that tell more in a record of their own leave it empty.
+  // The media as the real-time side described it at the last Open(), as text:
+  // `codec=h264,w=1920,…`. Empty before, and always for the synthetic source.
   virtual std::string GetMediaInfo() const = 0;
 };
 

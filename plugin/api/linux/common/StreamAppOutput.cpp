@@ -49,8 +49,10 @@ std::string StreamAppOutput::AppStringCreate1(void* app0) {
   return layout.str();
 }
 
-bool StreamAppOutput::CbOpen(object* sink, IMedia*) {
+bool StreamAppOutput::CbOpen(object* sink, IMedia* media) {
   Trace("");
+  // Here once for all sources; what a source tells in a record of its own it reads itself.
+  if (media != nullptr) _mediaInfo = media->ToString();
   _sink = sink;
   if (Failed(!_sink, "!_sink")) return false;
   if (!_pullmode) return true;
