@@ -164,6 +164,14 @@ TEST_F(EncodedPictures, MeetAChangedBitRateAndTheBlockMeasuresIt) {
     const double seen_bps = std::accumulate(bits.end() - 60, bits.end(), 0) / 2.0;
     EXPECT_NEAR(seen_bps, target_bps, 0.1 * target_bps);
   }
+  Settle();
+  EXPECT_GT(_camera->GetCurrentBitRate(), 0);
+  EXPECT_TRUE(_camera->Stop());
+  EXPECT_EQ(_camera->GetCurrentBitRate(), 0) << "nothing plays";
+  Play();
+  ASSERT_TRUE(Eventually([this] { return !Next() || _camera->GetCurrentBitRate() > 0; }));
+  KillFarSide();
+  EXPECT_EQ(_camera->GetCurrentBitRate(), 0) << "nothing plays any more";
 }
 
 TEST_F(EncodedPictures, KeyRequestsAndStartsMakeOneIdrAndBeginAGop) {

@@ -481,6 +481,10 @@ void FarSide::Lose() {
     _answered.notify_all();
   }
   for (const auto& [handle, application] : applications) {
+    for (const auto& block : application.blocks) {
+      // What encoded is gone, and cannot say so itself.
+      if (VbrcBlock* vbrc = block->Vbrc()) vbrc->bitrate.store(0, std::memory_order_relaxed);
+    }
     for (const auto& session : application.sessions) {
       session->End();
       PostMessage([session] { session->Tell(kLoss); });

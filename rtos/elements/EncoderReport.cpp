@@ -35,4 +35,8 @@ void EncoderReport::Tell(const Unit& unit, const EncoderParams& params) {
   block->frame_count.store(static_cast<std::int32_t>(done + 1), std::memory_order_relaxed);
 }
 
+void EncoderReport::Stop(const EncoderParams& params) {
+  if (params.block != nullptr) params.block->bitrate.store(0, std::memory_order_relaxed);
+}
+
 }  // namespace tessel::rtos

@@ -34,6 +34,8 @@ class EncoderReport {
   // Tells of a finished unit, its QP and the bit rate with it, and counts it where that is asked
   // for. Without a block nobody is told.
   void Tell(const Unit& unit, const EncoderParams& params);
+  // Nothing is encoded any more: the bit rate is 0.
+  void Stop(const EncoderParams& params);
 
  private:
   BitRateMeter _meter;

@@ -28,6 +28,7 @@ class H264Encoder : public Element {
   // The next picture is an IDR picture.
   void Start() override;
   Verdict Process(Unit& unit) override;
+  void Stop() override { _report.Stop(_params); }
   void Follow(QpPolicy& policy) override { _policy = &policy; }
 
  private:

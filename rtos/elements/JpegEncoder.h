@@ -22,6 +22,7 @@ class JpegEncoder : public Element {
   [[nodiscard]] bool Open(const Context& context, const AttrSet& params, Media& media,
                           std::string& error) override;
   void Start() override { _report.Start(); }
+  void Stop() override { _report.Stop(_params); }
   Verdict Process(Unit& unit) override;
 
  private:
