@@ -35,7 +35,7 @@ bool ReadInt(const AttrSet& params, const char* key, int least, int most, int& v
   return false;
 }
 
-bool ReadBlock(const Context& context, const AttrSet& params, const VbrcBlock*& block,
+bool ReadBlock(const Context& context, const AttrSet& params, VbrcBlock*& block,
                std::string& error) {
   const char* address = params.Get("vbrc");
   block = address == nullptr ? nullptr : context.Block(address, error);

@@ -214,7 +214,7 @@ class Source : public Element {
 bool ReadInt(const AttrSet& params, const char* key, int least, int most, int& value,
              std::string& error);
 // The block that vbrc= names, which has to be there. False with `error` set.
-bool ReadBlock(const Context& context, const AttrSet& params, const VbrcBlock*& block,
+bool ReadBlock(const Context& context, const AttrSet& params, VbrcBlock*& block,
                std::string& error);
 // Hexadecimal digits of `bytes`.
 std::string Hex(std::span<const std::uint8_t> bytes);

@@ -29,8 +29,9 @@ const struct {
     {"framerate", 20, 4, 30},  {"framerate_max", 24, 4, 30},   {"framerate_min", 28, 4, 1},
     {"qp", 36, 4, 0},          {"qp_max", 40, 4, 50},          {"qp_min", 44, 4, 10},
     {"qp_reported", 48, 4, 0}, {"keyframe_req", 56, 4, 0},     {"bitrate_target", 64, 4, 1000000},
-    {"trigger_req", 68, 4, 0}, {"frame_count", 220, 4, 0},     {"extra_user", 604, 4, 0},
-    {"extra_max", 608, 4, 0},  {"extra_len", 612, 4, 0},       {"extra", 616, 128, 0},
+    {"trigger_req", 68, 4, 0}, {"trigger_served", 72, 4, 0},   {"frame_count", 220, 4, 0},
+    {"extra_user", 604, 4, 0}, {"extra_max", 608, 4, 0},       {"extra_len", 612, 4, 0},
+    {"extra", 616, 128, 0},
 };
 constexpr std::size_t kBlockBytes = 744;
 

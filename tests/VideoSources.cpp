@@ -109,6 +109,11 @@ TEST_F(VideoSources, DeliverWhatWasAskedForPushedAndPulled) {
         ASSERT_TRUE(source) << name;
         const std::vector<Frame> frames = Take(source, 8);
         ASSERT_EQ(frames.size(), 8U) << name;
+        const AttrSet media(source->GetMediaInfo().c_str());
+        const char* told_width = media.Get("w");
+        EXPECT_EQ(told_width == nullptr ? "" : told_width,
+                  codec == AV_CODEC_ID_NONE ? "" : std::to_string(width))
+            << name;
         std::unique_ptr<Decoder> decoder;
         const bool is_coded = codec == AV_CODEC_ID_H264 || codec == AV_CODEC_ID_MJPEG;
         if (is_coded) decoder = std::make_unique<Decoder>(codec);
@@ -195,7 +200,6 @@ TEST_F(VideoSources, GiveExactlyOnePictureForEachTrigger) {
       if (frame->seq != frames++) has_gap = true;
       return true;
     });
-    Trigger(source);  // before there is a chain to hear it
     ASSERT_TRUE(source->Open() && source->Start());
     // As many captures as a second has, and not one frame.
     ASSERT_TRUE(Eventually([] { return Counters().untriggered >= 30; }));
@@ -216,6 +220,41 @@ TEST_F(VideoSources, GiveExactlyOnePictureForEachTrigger) {
     EXPECT_FALSE(has_gap) << "what nobody asked for is no loss";
     EXPECT_EQ(Counters().dropped, 0U);
   }
+}
+
+// One that comes while nothing plays waits; one that was served is not served again.
+TEST_F(VideoSources, ServeEachTriggerOnceWheneverItComes) {
+  const Source source = Make("ApiJpegSourceTrigger-dualos-trigger-pull");
+  const auto trigger = [&](int count) {
+    for (int i = 0; i < count; ++i) Trigger(source);
+  };
+  // Plays, and takes as many frames as come before 10 captures were passed over.
+  const auto count_frames = [&] {
+    EXPECT_TRUE(source->Open() && source->Start());
+    const std::uint64_t before = Counters().untriggered;
+    EXPECT_TRUE(Eventually([&] { return Counters().untriggered >= before + 10; }));
+    Frame frame;
+    int frames = 0;
+    while (source->PullFrame(frame, false)) ++frames;
+    return frames;
+  };
+  trigger(2);
+  EXPECT_EQ(count_frames(), 2) << "before Open()";
+  ASSERT_TRUE(source->Stop());
+  trigger(1);
+  EXPECT_EQ(count_frames(), 1) << "between Stop() and Start()";
+  ASSERT_TRUE(source->Stop());
+  trigger(1);
+  ASSERT_TRUE(source->Close());
+  trigger(1);
+  EXPECT_EQ(count_frames(), 2) << "before and behind Close()";
+  ASSERT_TRUE(source->Close());
+  EXPECT_EQ(count_frames(), 0);
+  KillFarSide();
+  trigger(3);
+  ASSERT_TRUE(source->Close());
+  trigger(1);
+  EXPECT_EQ(count_frames(), 1) << "those before Close() could not be served any more";
 }
 
 // A request that comes while the client holds every slot is served when there is one again.

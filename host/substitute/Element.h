@@ -1,6 +1,7 @@
 // What a pipeline on Linux is made of.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 
 #include "Media.h"
@@ -17,6 +18,8 @@ class Element : public virtual Service {
   // What it delivers, once open; null before and for elements at the end.
   virtual std::shared_ptr<Session> Output() const { return nullptr; }
   virtual std::shared_ptr<Media> OutputMedia() const { return nullptr; }
+  // How many requests for single frames were served before the first packet of Output().
+  virtual std::uint32_t RequestsBefore() const { return 0; }
   // All elements of the pipeline play now.
   virtual void Playing() {}
 

@@ -252,6 +252,13 @@ std::shared_ptr<Session> FarSide::FindSession(std::uint64_t handle, const std::s
   return nullptr;
 }
 
+std::vector<std::weak_ptr<const Window::Block>> FarSide::BlocksOf(std::uint64_t handle) const {
+  const std::lock_guard lock(_mutex);
+  const auto place = _applications.find(handle);
+  if (place == _applications.end()) return {};
+  return {place->second.blocks.begin(), place->second.blocks.end()};
+}
+
 bool FarSide::Run(AttrSet& args, std::string& error) {
   const char* command = args.Get("cmd");
   if (command == nullptr) {

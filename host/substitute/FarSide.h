@@ -47,6 +47,8 @@ class FarSide : public std::enable_shared_from_this<FarSide> {
 
   // The session `name` of the application `handle`, or null.
   std::shared_ptr<Session> FindSession(std::uint64_t handle, const std::string& name) const;
+  // The blocks that the application `handle` was told of; none when it is not known.
+  std::vector<std::weak_ptr<const Window::Block>> BlocksOf(std::uint64_t handle) const;
 
  private:
   using Answer = std::function<void(const base::AttrSet&)>;

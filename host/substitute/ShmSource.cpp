@@ -10,6 +10,12 @@ namespace quill::stream {
 
 using base::AttrSet;
 
+namespace {
+
+constexpr auto kRelaxed = std::memory_order_relaxed;
+
+}  // namespace
+
 bool ShmSource::configure(AttrSet& set) {
   if (const char* text = set.Get("connect")) {
     AttrSet connection;
@@ -54,8 +60,23 @@ bool ShmSource::FindSession() {
     return false;
   }
   _session = _far_side->FindSession(base::ReadHandle(_handle.c_str()), _session_name);
-  return !Failed(_session == nullptr, "!_session", "no session ", _session_name,
-                 " in apphd=", _handle);
+  if (Failed(_session == nullptr, "!_session", "no session ", _session_name,
+             " in apphd=", _handle)) {
+    return false;
+  }
+  _blocks = _far_side->BlocksOf(base::ReadHandle(_handle.c_str()));
+  _requests_before = 0;
+  ForEachBlock([this](VbrcBlock& block) {
+    _requests_before = static_cast<std::uint32_t>(block.trigger_served.load(kRelaxed));
+  });
+  return true;
+}
+
+void ShmSource::ForEachBlock(const std::function<void(VbrcBlock&)>& act) const {
+  for (const auto& entry : _blocks) {
+    const auto block = entry.lock();
+    if (VbrcBlock* vbrc = block == nullptr ? nullptr : block->Vbrc()) act(*vbrc);
+  }
 }
 
 // Makes the application over there.
@@ -121,6 +142,13 @@ void ShmSource::Leave() {
   // closed on this side all the same.
   if (!_handle.empty() && _far_side != nullptr && _far_side->IsAlive()) {
     Command("tesselDestroy", nullptr, answer);
+  }
+  // The chain that could serve them is no more, and those who wait for them were told so. No chain
+  // runs that would store the word, too.
+  if (_session != nullptr && _session->HasEnded()) {
+    ForEachBlock([](VbrcBlock& block) {
+      block.trigger_served.store(block.trigger_req.load(kRelaxed), kRelaxed);
+    });
   }
   _handle.clear();
   _session.reset();

@@ -1,8 +1,10 @@
 // The beginning of a pipeline: what the real-time side sends.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "Element.h"
 #include "FarSide.h"
@@ -22,6 +24,7 @@ class ShmSource : public Element {
   bool Close() override;
   std::shared_ptr<Session> Output() const override { return _session; }
   std::shared_ptr<Media> OutputMedia() const override { return _media; }
+  std::uint32_t RequestsBefore() const override { return _requests_before; }
 
  protected:
   ~ShmSource() override;
@@ -32,12 +35,15 @@ class ShmSource : public Element {
   bool FindSession();
   bool Command(const char* command, const char* status, base::AttrSet& answer) const;
   void Leave();
+  void ForEachBlock(const std::function<void(VbrcBlock&)>& act) const;
 
   std::string _session_name;
   std::string _application;  // description of the one to be made; empty: it exists already
   std::string _handle;       // as the real-time side wrote it; empty when it is gone
   std::shared_ptr<FarSide> _far_side;
   std::shared_ptr<Session> _session;
+  std::vector<std::weak_ptr<const Window::Block>> _blocks;  // that steer the application
+  std::uint32_t _requests_before = 0;
   std::shared_ptr<Media> _media;
 };
 

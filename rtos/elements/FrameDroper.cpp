@@ -19,7 +19,7 @@ int RateToHold(const Unit& unit) {
 }  // namespace
 
 bool FrameDroper::Open(const Context& context, const AttrSet& params, Media&, std::string& error) {
-  const VbrcBlock* block = nullptr;
+  VbrcBlock* block = nullptr;
   return CheckKnown(params, {"name", "vbrc"}, error) && ReadBlock(context, params, block, error);
 }
 

@@ -5,11 +5,10 @@
 namespace tessel::rtos {
 
 bool FrameTrigger::Open(const Context& context, const AttrSet& params, Media&, std::string& error) {
-  const VbrcBlock* block = nullptr;
-  if (!CheckKnown(params, {"name", "vbrc"}, error) || !ReadBlock(context, params, block, error)) {
+  if (!CheckKnown(params, {"name", "vbrc"}, error) || !ReadBlock(context, params, _block, error)) {
     return false;
   }
-  _served = ReadRateControl(*block).trigger_req;
+  _served = static_cast<std::uint32_t>(_block->trigger_served.load(std::memory_order_relaxed));
   return true;
 }
 
@@ -18,7 +17,7 @@ Verdict FrameTrigger::Admit(const Unit& unit) {
 }
 
 Verdict FrameTrigger::Process(Unit&) {
-  ++_served;
+  _block->trigger_served.store(static_cast<std::int32_t>(++_served), std::memory_order_relaxed);
   return Verdict::kPass;
 }
 

@@ -1,5 +1,6 @@
 // Lets single frames through: one for each request that the client counts up in the rate-control
-// block. Requests that come faster than captures are served by the captures that follow.
+// block. Requests that come faster than captures are served by the captures that follow; those made
+// while no chain plays, by the next one. So the number of requests served stands in the block, too.
 //
 //   FrameTrigger   vbrc   address of the rate-control block; required
 //                  name   any text; only for people
@@ -11,7 +12,6 @@
 
 namespace tessel::rtos {
 
-// What was asked before the chain was built does not count.
 class FrameTrigger : public Element {
  public:
   [[nodiscard]] bool Open(const Context& context, const AttrSet& params, Media& media,
@@ -20,7 +20,8 @@ class FrameTrigger : public Element {
   Verdict Process(Unit& unit) override;
 
  private:
-  std::uint32_t _served = 0;  // requests; runs over as the count in the block does
+  VbrcBlock* _block = nullptr;  // borrows for its lifetime
+  std::uint32_t _served = 0;    // requests; runs over as the count in the block does
 };
 
 }  // namespace tessel::rtos

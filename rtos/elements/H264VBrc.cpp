@@ -6,7 +6,7 @@ namespace tessel::rtos {
 
 bool H264VBrc::Open(const Context& context, const AttrSet& params, Media& media,
                     std::string& error) {
-  const VbrcBlock* block = nullptr;
+  VbrcBlock* block = nullptr;
   if (!CheckKnown(params, {"name", "vbrc"}, error) || !ReadBlock(context, params, block, error)) {
     return false;
   }

@@ -46,7 +46,8 @@ struct VbrcBlock {
   Word reserved_60;                       // 60, zero
   Word bitrate_target;                    // 64, bits/s
   Word trigger_req;                       // 68, counts requests
-  Word reserved_72[37];                   // 72, zero
+  Word trigger_served;                    // 72, requests served; far, which alone reads it
+  Word reserved_76[36];                   // 76, zero
   Word frame_count;                       // 220, finished frames; one writer a chain
   Word reserved_224[95];                  // 224, zero
   std::atomic<std::uint32_t> extra_user;  // 604, base::Hash of its owner's name
@@ -80,7 +81,8 @@ static_assert(offsetof(VbrcBlock, keyframe_req) == 56, "the encoder counts reque
 static_assert(offsetof(VbrcBlock, reserved_60) == 60, "");
 static_assert(offsetof(VbrcBlock, bitrate_target) == 64, "the encoder reads the target here");
 static_assert(offsetof(VbrcBlock, trigger_req) == 68, "the trigger counts requests here");
-static_assert(offsetof(VbrcBlock, reserved_72) == 72, "");
+static_assert(offsetof(VbrcBlock, trigger_served) == 72, "the trigger goes on from here");
+static_assert(offsetof(VbrcBlock, reserved_76) == 76, "");
 static_assert(offsetof(VbrcBlock, frame_count) == 220, "a snapshot waits on this word");
 static_assert(offsetof(VbrcBlock, reserved_224) == 224, "");
 static_assert(offsetof(VbrcBlock, extra_user) == 604, "the tag guards the extra area");
