@@ -112,6 +112,33 @@ TEST_P(EachTaker, WritesWholePicturesUnderTheirNames) {
   EXPECT_TRUE(taker->Close());
   EXPECT_TRUE(taker->Open() && taker->Start() && SnapTo(taker, Url("again.jpeg")));
   EXPECT_TRUE(IsPicture(Path("again.jpeg")));
+  EXPECT_FALSE(SnapTo(taker, "nonsense")) << "is told by its number, also in another stream";
+  EXPECT_TRUE(taker->Close());
+  taker->SetURL(Url("early.jpeg").c_str());
+  EXPECT_TRUE(taker->Snap(false) && taker->Open() && taker->Start());
+  EXPECT_TRUE(Eventually([this] { return IsPicture(Path("early.jpeg")); })) << "asked for before";
+}
+
+// Failures are told by number; the first one is of a request before.
+TEST_P(EachTaker, ABlockingSnapshotIsFalseForItsOwnPictureOnly) {
+  const Taker taker = Make(GetParam());
+  ASSERT_TRUE(taker->Open() && taker->Snap(false));
+  Event returns;
+  std::atomic<bool> posts{false};
+  std::thread waiting([&] {
+    posts = true;
+    EXPECT_FALSE(taker->Snap(true));
+    returns.Set();
+  });
+  const auto tell = [&](const char* text) {
+    taker.Object()->SendMessage(text, quill::base::Orient::kSink, "failed");
+  };
+  ASSERT_TRUE(Eventually([&] { return posts.load(); }));
+  tell("failed:url=x,reason=y,request=1");
+  EXPECT_FALSE(returns.WaitFor(std::chrono::milliseconds(50)));
+  tell("failed:url=x,reason=y,request=2");
+  EXPECT_TRUE(returns.Wait());
+  waiting.join();
 }
 
 TEST_P(EachTaker, ReadsUrlsAsTheyAreMeant) {
@@ -359,7 +386,7 @@ TEST_F(StillCapture, MessagesReachTheClientWhereThereIsAWay) {
   ASSERT_TRUE(taker->Stop());
   const auto size = std::to_string(fs::file_size(Path("told.jpeg")));
   EXPECT_EQ(texts, (Lines{"newframe:url=" + Url("told.jpeg") + ",size=" + size,
-                          "failed:url=nonsense,reason=is no file:// URL"}));
+                          "failed:url=nonsense,reason=is no file:// URL,request=2"}));
   EXPECT_FALSE(taker->Start()) << "its application is gone";
   EXPECT_TRUE(taker->Stop() && taker->Close());
 

@@ -80,7 +80,9 @@ bool IOSinkPerFrame::ReadNotices(const AttrSet& notices) {
 void IOSinkPerFrame::Take(Packet& packet) {
   std::string url;
   std::string error;
-  if (!_urls->Next(url, error) || !Write(url, packet, error)) return PostFailure(url, error);
+  if (!_urls->Next(url, error) || !Write(url, packet, error)) {
+    return PostFailure(url, error);
+  }
   CountFile();
   if (_is_chatty) Trace("", url, ", ", packet.Size(), " bytes");
   Post(true, url, packet);
@@ -116,6 +118,9 @@ void IOSinkPerFrame::PostFailure(const std::string& url, const std::string& reas
   AttrSet body;
   if (!url.empty()) body.Add("url", url);
   body.Add("reason", reason);
+  // Packets come in the order of the requests, each for one.
+  const auto packets = static_cast<std::uint32_t>(GetSession()->Counters().delivered);
+  body.Add("request", Upstream()->RequestsBefore() + packets);
   SendMessage(TextOf("failed", body).c_str(), base::Orient::kOwners, "failed");
 }
 

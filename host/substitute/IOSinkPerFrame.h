@@ -22,10 +22,12 @@ namespace quill::stream {
 //   dbg        true: a line in the trace for each file
 //
 // Every message goes to all owners. Its text is `name:url={…}`, AfterClose with `,size=BYTES`; its
-// note ("extra") is the name. What goes wrong is in the log too: `failed:url={…},reason={…}` is a
-// frame that could not be written, the next one is tried all the same; `ended:reason={…}` says that
-// none will come any more, behind those that came. Messages come on the stream thread; the last one
-// on the message thread, where no frame was left to be written, or that of whoever stops the sink.
+// note ("extra") is the name. What goes wrong is in the log too:
+// `failed:url={…},reason={…},request=N` is a frame that could not be written, the one of the N-th
+// request in a chain of single frames; the next one is tried all the same. `ended:reason={…}` says
+// that none will come any more, behind those that came. Messages come on the stream thread; the
+// last one on the message thread, where no frame was left to be written, or that of whoever stops
+// the sink.
 class IOSinkPerFrame : public SessionSink {
  public:
   bool configure(base::AttrSet& set) override;

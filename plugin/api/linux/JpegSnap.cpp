@@ -73,6 +73,12 @@ bool JpegSnap::Open() {
   return StreamApp::Open();
 }
 
+bool JpegSnap::Close() {
+  const bool done = StreamApp::Close();
+  if (_app == nullptr) _outcome.Begin();  // what is asked for now waits for the next Open()
+  return done;
+}
+
 // What lies in the area, as text.
 std::string JpegSnap::StoredUrl() const {
   std::string url(_url.size(), '\0');
@@ -119,12 +125,13 @@ bool JpegSnap::Snap(bool blocking) {
   TraceIn(kYellow, "_url=", _url);
   TraceIn(kYellow, "(char*)vbrc->extra=", StoredUrl());
 
-  const std::uint32_t failures = _outcome.Failures();
+  const std::uint32_t ends = _outcome.Ends();
   const auto done = static_cast<std::uint32_t>(vbrc->frame_count.load(std::memory_order_acquire));
   // The URL stands before the request.
-  vbrc->trigger_req.fetch_add(1, std::memory_order_release);
+  const auto request =
+      static_cast<std::uint32_t>(vbrc->trigger_req.fetch_add(1, std::memory_order_release)) + 1;
   const auto is_done = [&] { return !blocking || !Enable() || HasFile(done + 1); };
-  return !Failed(!_outcome.Await(failures, is_done), "!file", _url);
+  return !Failed(!_outcome.Await(request, ends, is_done), "!file", _url);
 }
 
 void JpegSnap::Snap(const char* url, bool blocking) {

@@ -36,7 +36,7 @@ class JpegSnap : public StreamApp, public StreamVbrc, public api::streaming::IPh
   virtual void ForceKeyFrame();  // nothing to do: every picture stands alone
 
   bool Open() override;
-  bool Close() override { return StreamApp::Close(); }
+  bool Close() override;
   bool Start() override { return StreamApp::Start(); }
   bool Stop() override { return StreamApp::Stop(); }
 

@@ -101,6 +101,7 @@ bool Photography::StopAt(const char* status, const quill::stream::At& condition)
   // is destroyed all the same.
   static_cast<void>(_obj->SetStr("statusdown", "null"));
   Children().Delete(_obj, false);
+  _outcome.Begin();  // what is asked for now waits for the next Open()
   return true;
 }
 
@@ -129,11 +130,12 @@ bool Photography::Resume() {
 
 bool Photography::Snap(bool blocking) {
   const std::int32_t target = _new_frames.load() + (blocking ? 1 : 0);
-  const std::uint32_t failures = _outcome.Failures();
+  const std::uint32_t ends = _outcome.Ends();
   if (Failed(Block() == nullptr, "!Block()")) return false;  // an object without one is harmless
-  Block()->trigger_req.fetch_add(1, std::memory_order_release);
+  const auto request =
+      static_cast<std::uint32_t>(Block()->trigger_req.fetch_add(1, std::memory_order_release)) + 1;
   const auto is_done = [&] { return !blocking || !Enable() || _new_frames.load() == target; };
-  return !Failed(!_outcome.Await(failures, is_done), "!file", CreateUrl());
+  return !Failed(!_outcome.Await(request, ends, is_done), "!file", CreateUrl());
 }
 
 void Photography::Snap(const char* url, bool blocking) {

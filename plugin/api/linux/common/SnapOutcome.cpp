@@ -4,25 +4,41 @@
 #include <string>
 #include <thread>
 
+#include "quill/AttrSet.h"
+
 namespace tessel::dualos {
 namespace {
 
 constexpr std::chrono::milliseconds kPoll(10);
+
+// From "failed:url={…},reason={…},request=N".
+std::uint32_t RequestOf(const quill::base::Message& message) {
+  std::string text;
+  unsigned request = 0;
+  message.Get("text", text);
+  quill::base::AttrSet(text.substr(text.find(':') + 1).c_str()).Get("request", request);
+  return request;
+}
 
 }  // namespace
 
 bool SnapOutcome::Heed(const quill::base::Message& message) {
   const char* text = nullptr;
   const std::string note = message.GetStr("extra", text) && text != nullptr ? text : "";
-  if (note == "ended") _is_over = true;
-  if (note == "failed" || note == "ended") ++_failures;  // the end is one even when all begins anew
+  if (note == "failed") _last_failed = RequestOf(message);
+  if (note == "ended") {
+    _is_over = true;
+    ++_ends;  // counts even when another stream begins before anybody has looked
+  }
   return note == "newframe";
 }
 
-bool SnapOutcome::Await(std::uint32_t failures, const std::function<bool()>& is_done) const {
+bool SnapOutcome::Await(std::uint32_t request, std::uint32_t ends,
+                        const std::function<bool()>& is_done) const {
   for (;;) {
-    // Read first: the picture that came before the end then counts.
-    const bool is_hopeless = _is_over || _failures != failures;
+    // Read first: the picture that came before the end then counts. Requests run over.
+    const bool has_failed = static_cast<std::int32_t>(_last_failed - request) >= 0;
+    const bool is_hopeless = has_failed || _is_over || _ends != ends;
     if (is_done()) return true;
     if (is_hopeless) return false;
     std::this_thread::sleep_for(kPoll);
