@@ -27,10 +27,10 @@ class TESSEL_PUBLIC IAudioDevice {
   virtual bool AGC(bool is_on) = 0;
   virtual bool AGC() const = 0;
   virtual bool IsSupportMute() const = 0;
-  virtual bool Mute(bool is_muted) = 0;  // muting sets the volume to 0, for good
+  virtual bool Mute(bool is_muted) = 0;  // muting sets Volume() to 0, and unmuting leaves it there
   virtual bool Mute() const = 0;
   virtual bool IsSupportGain() const = 0;
-  virtual bool Gain(int gain) = 0;
+  virtual bool Gain(int gain) = 0;  // stored only
   virtual int Gain() const = 0;
   virtual int GainMax() const = 0;
   virtual int GainMin() const = 0;

@@ -16,20 +16,20 @@ class TESSEL_PUBLIC IEncoder {
   ~IEncoder() = default;  // never deleted through this interface
 };
 
-// All setters are plain stores, unchecked; the encoder holds the limits and acts from its next
-// frame on. The H.264 sources with a constant rate capture at the maximum frame rate; the frame
-// rate itself is for those that thin their stream. Client's thread, before or after Open(). The
-// order of declaration is the order of the slots.
+// All setters are plain stores, unchecked. An H.264 encoder acts on them from its next frame on and
+// keeps to the limits; a JPEG encoder acts on the QP alone. The camera is held to the maximum frame
+// rate. The frame rate itself acts on the variable-rate sources, which thin their stream to it.
+// Client's thread, before or after Open(). The order of declaration is the order of the slots.
 class TESSEL_PUBLIC IBitRateControl : public virtual IEncoder {
  public:
-  // How the encoder spends its bits. Selecting kConstant gives a fixed QP up; the others are kept
-  // and reported, with no effect of their own yet.
+  // How an encoder may spend its bits. Selecting kConstant sets the QP to 0; selecting another one
+  // has no effect. Whether the rate is held or varies is decided by the class of the source.
   enum BitRateControl : int {
     kConstant = 1,  // hold the requested bit rate
     kVariable = 2,  // move between minimum and maximum
     kConstrainedVariable = 3,
     kAverage = 5,
-    kFixedQp = 6,  // the QP set with SetQP, or rate control where that is 0
+    kFixedQp = 6,  // the QP set with SetQP(), or rate control where that is 0
   };
 
   virtual ~IBitRateControl() = default;
@@ -45,9 +45,11 @@ class TESSEL_PUBLIC IBitRateControl : public virtual IEncoder {
   virtual void SetQP(int qp) = 0;  // 0: rate control decides
   virtual void SetQPMinimum(int qp) = 0;
   virtual void SetQPMaximum(int qp) = 0;
-  virtual int GetCurrentFrameRate() const = 0;
-  virtual int GetCurrentBitRate() const = 0;  // bits/s as measured by the encoder; 0 before it ran
-  virtual int GetCurrentQP() const = 0;       // what SetQP stored
+  virtual int GetCurrentFrameRate() const = 0;  // what SetFrameRate() stored
+  // Bits/s over the last second, as the encoder measured them; 0 before it has seen a second, and
+  // while nothing plays.
+  virtual int GetCurrentBitRate() const = 0;
+  virtual int GetCurrentQP() const = 0;  // what SetQP() stored
 };
 
 }  // namespace tessel::api::streaming::common

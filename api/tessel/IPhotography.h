@@ -6,27 +6,36 @@
 
 namespace tessel::api::streaming {
 
-// Open and started, it writes a JPEG file for each snapshot. Settings are stored unchecked; sensor
-// and size act at the next Open(). Client's thread.
+// Open and started, it writes a JPEG file for each snapshot. Settings are stored unchecked; the
+// size acts at the next Open(). Client's thread.
 class TESSEL_PUBLIC IPhotography : public virtual common::IStreamControl,
                                    public virtual common::IVideo {
  public:
-  virtual void SelectSensor(int index) = 0;
+  virtual void SelectSensor(int index) = 0;  // no effect: the board has one sensor
   virtual void SetWidth(int pixels) = 0;
   virtual void SetHeight(int pixels) = 0;
+  // "ApiJpegSnap-dualos": acts on the next picture; GetQP() is what the encoder used for the last
+  // one. "ApiPhotography-dualos": acts at the next Open(); GetQP() is what was set.
   virtual void SetQP(int qp) = 0;
   virtual int GetQP() const = 0;
   // Where pictures go from the next one on: "file://name" in the working directory,
   // "file:///folder/name" anywhere; percent codes are decoded. Copied.
   virtual void SetURL(const char* url) = 0;
-  // Asks for one picture; true when the request was posted. With `blocking` it also waits: true
-  // when the file is there under its name, or the object was disabled; false, with a line in the
-  // log, when the picture could not be written or cannot come any more, as the real-time side is
-  // gone or its input has ended. Without that it waits for as long as the object is not open and
-  // started; what was asked for before Open() is not made up for. One snapshot at a time: behind
-  // others that do not block it may return for one of their pictures, and that of
-  // "ApiPhotography-dualos", which waits for its count to be exactly one higher, may wait until the
-  // object is disabled.
+  // Asks for one picture; true when the request was posted. A request made before the object plays
+  // is served once it does. False, with a line in the log, when nothing was posted: the URL is
+  // longer than the 1023 bytes that "ApiJpegSnap-dualos" has for it, or memory for requests is
+  // missing.
+  //
+  // With `blocking` it also waits, for as long as it takes. True: a file was written since the
+  // call, or the object was disabled. False: this picture could not be written, or cannot come any
+  // more as the real-time side is gone or its input has ended; what was not served by then is
+  // dropped at Close(). The reason is in the log, in the lines `!Write(url,packet)` and `!packet`;
+  // "ApiPhotography-dualos" also sends it to its client, as `failed:url=…,reason=…,request=N` and
+  // `ended:reason=…`.
+  //
+  // One blocking snapshot at a time. Where requests that did not block are not served yet, the file
+  // may be one of theirs. And as "ApiPhotography-dualos" waits for its count of pictures, which
+  // Start() sets to 0, to be exactly one higher, it may then wait until the object is disabled.
   virtual bool Snap(bool blocking) = 0;
   // SetURL(), then Snap().
   virtual void Snap(const char* url, bool blocking) = 0;

@@ -9,7 +9,8 @@
 
 namespace tessel::api::streaming::common {
 
-// As asked before Open() and as delivered after it. No field is derived from another.
+// Width, height and format as asked before Open() and as delivered after it, the rest as asked. No
+// field is derived from another.
 struct YuvMediaInfo {
   std::int32_t width = 1920;          // pixels
   std::int32_t height = 1080;         // pixels
@@ -20,7 +21,8 @@ struct YuvMediaInfo {
 };
 using YuvMediaInfoList = std::vector<YuvMediaInfo>;
 
-// Settings are stored unchecked and act at the next Open(). Client's thread. The order of
+// Settings are stored as they are; what the camera cannot deliver makes the next Open() fail.
+// Width, height and format act at the next Open(), interlacing never. Client's thread. The order of
 // declaration is the order of the slots.
 class TESSEL_PUBLIC IYuvDevice : public virtual IVideo {
  public:
@@ -28,6 +30,7 @@ class TESSEL_PUBLIC IYuvDevice : public virtual IVideo {
   virtual void SetHeight(int pixels) = 0;
   virtual void SetFormat(const char* format) = 0;  // copied
   virtual void SetInterlaced(bool interlaced) = 0;
+  // Of the synthetic source, at once; else no effect: raw pictures are captured at 30 a second.
   virtual void SetFrameRate(int frames_per_second) = 0;
   virtual YuvMediaInfo GetYuvMediaInfo() const = 0;
 };

@@ -17,7 +17,7 @@ namespace tessel::api::streaming {
 class TESSEL_PUBLIC IYuvSource : public virtual common::IStreamOutput,
                                  public virtual common::IYuvDevice {
  public:
-  virtual void SelectSensor(int index) = 0;
+  virtual void SelectSensor(int index) = 0;  // no effect: the board has one sensor
   void SetFrameRate(int frames_per_second) override = 0;
   bool Open() override = 0;
   bool Close() override = 0;
