@@ -276,13 +276,13 @@ TEST(StatusMachine, GoesStepByStepAndStopsAtAFailure) {
       {Status::kNull, Status::kPlay, "", true, "Open+Start+"},
       {Status::kNull, Status::kPause, "", true, "Open+Start+Pause+"},
       {Status::kReady, Status::kPause, "", true, "StartToPause+"},
-      {Status::kReady, Status::kPause, "StartToPause", false, "StartToPause"},
+      {Status::kReady, Status::kPause, "StartToPause", false, "StartToPause+"},
       {Status::kPause, Status::kPlay, "", true, "Resume-"},
       {Status::kPause, Status::kReady, "", true, "StopFromPause-"},
       {Status::kPause, Status::kNull, "", true, "StopFromPause-Close-"},
       {Status::kPlay, Status::kNull, "", true, "Stop-Close-"},
-      {Status::kPlay, Status::kNull, "Stop", false, "Stop"},
-      {Status::kNull, Status::kPlay, "Open", false, "Open"},
+      {Status::kPlay, Status::kNull, "Stop", false, "Stop-"},
+      {Status::kNull, Status::kPlay, "Open", false, "Open+"},
       {Status::kPlay, Status::kPlay, "", true, ""},
   };
   for (const auto& row : rows) {

@@ -199,12 +199,41 @@ TEST_F(Lifecycle, SetTakesAllOrNothing) {
 
 TEST_F(Lifecycle, ADisabledStreamDoesNotGoUp) {
   const Camera camera = Make();
+  Frame frame;
+  const auto goes_up = [&] { return camera->ChangeUp(State::kReady) || camera->Open(); };
   EXPECT_TRUE(camera->Set("enable=off"));
-  EXPECT_FALSE(camera->ChangeUp(State::kReady));
+  EXPECT_FALSE(goes_up());
   EXPECT_TRUE(camera->Set("enable=on"));
-  EXPECT_TRUE(camera->ChangeUp(State::kPlay));
-  EXPECT_TRUE(camera->Set("enable=off"));
+  EXPECT_TRUE(camera->Open() && camera->Set("enable=off"));
+  EXPECT_FALSE(camera->Start());
+  EXPECT_TRUE(camera->Set("enable=on"));
+  EXPECT_TRUE(camera->Start() && camera->PullFrame(frame, true) && camera->Set("enable=off"));
+  EXPECT_FALSE(camera->PullFrame(frame, true));
   EXPECT_TRUE(camera->ChangeDown(State::kNull));
+}
+
+TEST_F(Lifecycle, CallbacksRunOnHostThreadsAndMayThrow) {
+  std::thread::id on;
+  const Camera camera = Make(kPush);
+  Event again;
+  std::atomic<int> frames{0};
+  camera->RegisterMessageCallback([&](const char* text) -> bool {
+    on = std::this_thread::get_id();
+    if (*text == 'y') return true;
+    throw std::runtime_error("spilled");
+  });
+  camera->RegisterOutputCallback([&](Frame&) -> bool {
+    if (++frames > 1) again.Set();
+    throw 5;
+  });
+  ASSERT_TRUE(camera->Open());
+  EXPECT_TRUE(camera->SendMessage("yes"));
+  EXPECT_FALSE(on == std::this_thread::get_id());
+  EXPECT_FALSE(camera->SendMessage("no"));
+  EXPECT_TRUE(IsLogged("!callback,a callback has thrown: spilled"));
+  EXPECT_TRUE(camera->Start() && again.Wait());
+  EXPECT_TRUE(camera->Close());
+  EXPECT_TRUE(IsLogged("!callback,a callback has thrown"));
 }
 
 TEST_F(Lifecycle, MessagesReachTheLastCallbackWhileOpen) {

@@ -440,17 +440,71 @@ TEST_F(StillCapture, TheEndIsToldToWhoeverStops) {
   const Taker taker = Make(kSnap);
   taker->SetURL(Url("copy.jpeg").c_str());
   Event told;
-  Event stops;
-  taker.Object()->RegisterMessageProcessCallback([&](quill::base::Message&) {
+  Event ended;
+  std::promise<void> stops;
+  taker.Object()->RegisterMessageProcessCallback([&](quill::base::Message& message) {
+    const char* note = nullptr;
+    if (message.GetStr("extra", note) && note == std::string("ended")) ended.Set();
     told.Set();
-    EXPECT_TRUE(stops.Wait());
-    return !Event().WaitFor(std::chrono::milliseconds(50));
+    stops.get_future().wait();  // once
+    return true;
   });
   ASSERT_TRUE(taker->Open() && taker->Snap(false) && taker->Start());
-  EXPECT_TRUE(told.Wait() && Eventually([] { return IsLogged("end of input"); }));
-  stops.Set();
-  EXPECT_TRUE(taker->Stop());
+  EXPECT_TRUE(told.Wait());
+  EXPECT_TRUE(Eventually([] {
+    std::vector<quill::host::BoardStream> streams;
+    std::string error;
+    return quill::host::ListBoard(streams, error) && streams.at(0).state == "ended";
+  }));
+  auto stop = std::async(std::launch::async, [&] { return taker->Stop(); });
+  stops.set_value();
+  EXPECT_TRUE(stop.get());
+  EXPECT_TRUE(ended.Wait());
   EXPECT_FALSE(taker->Snap(true)) << "none can come any more";
+}
+
+// As the end comes while the sink is stopped, the message finds its object in the middle of that.
+TEST_F(StillCapture, AMessageCallbackMayTakeItsObjectDownAtTheEnd) {
+  ASSERT_TRUE(SnapTo(Playing(kSnap), Url("one.jpeg")));
+  KillFarSide();
+  Use([this](auto& options) { options.sensor = Path("one.jpeg"), options.loop = false; });
+  for (int round = 0; round < 60; ++round) {
+    const Taker taker = Make(kPhotography);
+    taker->SetURL(Url("copy.jpeg").c_str());
+    std::atomic<std::thread::id> on{};
+    Event ended;
+    taker->RegisterMessageCallback([&](const char* text) {
+      if (std::string(text).substr(0, 5) != "ended") return true;
+      on = std::this_thread::get_id();
+      EXPECT_TRUE(round % 3 == 0   ? taker->Close()
+                  : round % 3 == 1 ? taker->Stop()
+                                   : taker->ChangeDown(State::kNull));
+      ended.Set();
+      return true;
+    });
+    ASSERT_TRUE(taker->Open() && taker->Snap(false) && taker->Start());
+    ASSERT_TRUE(round % 2 == 0 || ended.Wait());
+    EXPECT_TRUE(taker->Stop() && taker->Close());
+    EXPECT_FALSE(on.load() == std::this_thread::get_id());
+    EXPECT_EQ(taker->CurrentState(), State::kNull);
+  }
+}
+
+// Its application stops on this side, though the real-time side does not answer.
+TEST_F(StillCapture, OneThatFailedToStopDoesNotPlay) {
+  std::atomic<bool> is_deaf{false};
+  Replace("shm0_cmd", [&is_deaf](AttrSet& args, const Command& real) {
+    return !(is_deaf && args.Get("cmd") == std::string("tesselStatus")) && real(args);
+  });
+  for (const char* name : {kSnap, kPhotography}) {
+    const Taker taker = Playing(name);
+    is_deaf = true;
+    EXPECT_FALSE(taker->Stop());
+    EXPECT_EQ(taker->CurrentState(), State::kReady) << name;
+    EXPECT_FALSE(taker->ChangeUp(State::kPlay)) << "nothing would play";
+    is_deaf = false;
+    EXPECT_TRUE(taker->ChangeUp(State::kPlay) && SnapTo(taker, Url("again.jpeg"))) << name;
+  }
 }
 
 // The one that is written meanwhile is not mixed with the one before it.

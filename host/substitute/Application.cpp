@@ -16,8 +16,10 @@ Application::Application() {
       Status target = Status::kNull;
       if (Failed(!StatusFromName(word.c_str(), target), "!StatusFromName(word)", word))
         return false;
-      if (up ? CurrStatus() >= target : CurrStatus() <= target) return true;
-      return up ? StatusUp(target) : StatusDown(target);
+      // A callback may let the last holder of this go while it is moved.
+      const base::Held held = base::Keep(*this);
+      if (up) return !IsLost() && LastStatus() >= target ? true : StatusUp(target);
+      return LastStatus() <= target || StatusDown(target);
     };
     AddProperty(std::make_unique<base::TProperty<std::string>>(name, nullptr, move));
   };

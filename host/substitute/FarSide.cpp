@@ -38,6 +38,7 @@ constexpr nanoseconds kMostTimeout =
 constexpr char kLoss[] = "the real-time side is gone";
 
 std::atomic<std::uint64_t> g_last_number{0};
+std::atomic<std::uint64_t> g_live_number{0};  // of the connection that is alive; 0: none is
 std::mutex g_current_mutex;
 std::shared_ptr<FarSide>& CurrentSlot() {
   static auto* slot = new std::shared_ptr<FarSide>;  // never destroyed: no waiting at exit
@@ -60,8 +61,6 @@ void FindSessions(const char* text, std::vector<std::string>& names) {
     if (is_sink && name != nullptr) names.emplace_back(name);
   }
 }
-
-nanoseconds CommandTimeout() { return std::min(host::GetOptions().command_timeout, kMostTimeout); }
 
 AttrSet DescribeArea(std::uint64_t offset, std::size_t size_bytes) {
   AttrSet area;
@@ -86,6 +85,12 @@ bool DescribeBoard(const host::Options& options, AttrSet& board, std::string& er
 }
 
 }  // namespace
+
+nanoseconds CommandTimeout() { return std::min(host::GetOptions().command_timeout, kMostTimeout); }
+
+bool FarSide::IsLost(std::uint64_t number) {
+  return number != 0 && number != g_live_number.load(std::memory_order_acquire);
+}
 
 std::shared_ptr<FarSide> FarSide::Current() {
   const std::lock_guard lock(g_current_mutex);
@@ -129,6 +134,7 @@ bool FarSide::Start(std::string& error) {
   if (path.empty() ? !Spawn(error) : !Connect(path, error)) return false;
   CloseInForkedChild(_socket.Get());
   _is_alive = true;
+  g_live_number.store(_number, std::memory_order_release);
   std::thread listener =
       StartThread("tessel-wire", [self = shared_from_this()] { self->Listen(); });
   if (!listener.joinable()) {
@@ -480,6 +486,9 @@ void FarSide::TakeEvent(const std::string& text) {
 void FarSide::Lose() {
   Applications applications;
   std::map<std::uint32_t, std::shared_ptr<Pending>> pending;  // its memory goes with it
+  // Before anybody is woken, who then finds the status of the stream lost.
+  std::uint64_t live = _number;
+  g_live_number.compare_exchange_strong(live, 0);
   {
     const std::lock_guard lock(_mutex);
     _is_alive = false;

@@ -23,6 +23,9 @@ namespace quill::stream {
 // Why a child after fork gets nothing from the real-time side.
 inline constexpr char kForked[] = "the connection is the parent process's";
 
+// The time-out of commands that bring none of their own, and of waits between threads. Any thread.
+std::chrono::nanoseconds CommandTimeout();
+
 // One connection, alive until the other side dies; the next command then makes a new one. All that
 // belongs to a connection dies with it, but for frames still held. Any thread.
 class FarSide : public std::enable_shared_from_this<FarSide> {
@@ -40,6 +43,8 @@ class FarSide : public std::enable_shared_from_this<FarSide> {
   bool Run(base::AttrSet& args, std::string& error);
 
   bool IsAlive() const;
+  // Whether the connection of that number was in use and is not any more; 0 is none. Any thread.
+  static bool IsLost(std::uint64_t number);
   pid_t Process() const { return _process; }
   std::uint64_t Number() const { return _number; }  // counts connections
   // Whether the real-time side is somewhere else than in a process of ours.

@@ -1,5 +1,6 @@
 #include "FuncSink.h"
 
+#include <atomic>
 #include <mutex>
 
 #include "quill/Debug.h"
@@ -9,12 +10,17 @@ namespace quill::stream {
 // What the pull function reaches: it may be called long after the sink is gone.
 struct FuncSink::Port {
   std::mutex mutex;
-  std::shared_ptr<Session> session;  // guarded by mutex; null while closed
+  std::shared_ptr<Session> session;                  // guarded by mutex; null while closed
+  std::shared_ptr<const std::atomic<bool>> enabled;  // guarded by mutex; of the stream's owner
 
   Packet* Pull(bool blocking) {
     std::shared_ptr<Session> current;
     {
       const std::lock_guard lock(mutex);
+      if (session != nullptr && Failed(!enabled->load(std::memory_order_relaxed), "!Enable()",
+                                       "a disabled stream gives no frames")) {
+        return nullptr;
+      }
       current = session;
     }
     return current == nullptr ? nullptr : current->Pull(blocking);
@@ -52,9 +58,12 @@ bool FuncSink::configure(base::AttrSet& set) {
 bool FuncSink::Open() {
   if (!SessionSink::Open()) return false;
   _media = Upstream()->OutputMedia();
+  const base::object* owner = this;
+  while (owner->Parent() != nullptr) owner = owner->Parent();
   {
     const std::lock_guard lock(_port->mutex);
     _port->session = GetSession();
+    _port->enabled = owner->EnableFlag();
   }
   IMedia* media = _media.get();
   const bool has_media = !Failed(media == nullptr, "!_media", "the source is not open");
@@ -70,9 +79,9 @@ void FuncSink::Take(Packet& packet) {
 
 void FuncSink::Told(const std::string& text) {
   if (!_message) return;
-  auto* note = new base::Message(text.c_str(), nullptr);
-  _message(*note);
-  note->Release();
+  const std::unique_ptr<base::Message, base::Releaser> note(
+      new base::Message(text.c_str(), nullptr));
+  CallClient([&] { return _message(*note); });
 }
 
 bool FuncSink::Close() {

@@ -67,7 +67,7 @@ namespace {
 
 bool ToNull(Service& service) { return service.StatusDown(Status::kNull); }
 bool ToReady(Service& service) {
-  return service.CurrStatus() <= Status::kReady || service.StatusDown(Status::kReady);
+  return service.LastStatus() <= Status::kReady || service.StatusDown(Status::kReady);
 }
 bool UpToReady(Service& service) { return service.StatusUp(Status::kReady); }
 bool UpToPlay(Service& service) { return service.StatusUp(Status::kPlay); }
@@ -80,12 +80,14 @@ bool Pipeline::Open() { return Up(InFlow(), &UpToReady, &ToNull) && Service::Ope
 bool Pipeline::Start() { return Up(AgainstFlow(), &UpToPlay, &ToReady) && Service::Start(); }
 
 void Pipeline::afterStatusUp(Status target) {
-  if (target != Status::kPlay) return;
-  foreach ([](base::object& child) {
-    if (auto* element = dynamic_cast<Element*>(&child)) element->Playing();
-    return true;
-  })
-    ;
+  if (target == Status::kPlay && LastStatus() >= Status::kPlay) {
+    foreach ([](base::object& child) {
+      if (auto* element = dynamic_cast<Element*>(&child)) element->Playing();
+      return true;
+    })
+      ;
+  }
+  Service::afterStatusUp(target);
 }
 
 // What waits for the callbacks comes behind what ends them.

@@ -11,37 +11,28 @@ bool SessionSink::Open() {
   _session = Upstream()->Output();
   if (Failed(_session == nullptr, "!_session", "the source is not open")) return false;
   // As with packets: what is told may destroy the stream, which waits for it first.
-  _session->Listen([this, callbacks = OwnerCallbacks()](const std::string& text) {
+  _session->Listen([this, callbacks = OwnerCallbacks(*this)](const std::string& text) {
     callbacks->Begin();
-    Hold();
-    Told(text);
-    Release();
+    {
+      const base::Held held = base::Keep(*this);
+      Told(text);
+    }
     callbacks->End();
   });
   return Element::Open();
 }
 
-std::shared_ptr<Service::Callbacks> SessionSink::OwnerCallbacks() const {
-  const base::object* owner = this;
-  while (owner->Parent() != nullptr) owner = owner->Parent();
-  const auto* service = dynamic_cast<const Service*>(owner);
-  return service == nullptr ? GetCallbacks() : service->GetCallbacks();
-}
-
 bool SessionSink::Start() {
-  _thread.Join();  // before it could find something to take
   _session->Play();
   const auto take = [this](Packet& packet) {
-    Hold();  // what takes it may destroy the stream
+    const base::Held held = base::Keep(*this);  // what takes it may destroy the stream
     Take(packet);
-    Release();
   };
   const auto drained = [this] {
-    Hold();
+    const base::Held held = base::Keep(*this);
     Drained();
-    Release();
   };
-  if (HasThread() && !_thread.Start(_session, take, drained, OwnerCallbacks())) return false;
+  if (HasThread() && !_thread.Start(_session, take, drained, OwnerCallbacks(*this))) return false;
   return Element::Start();
 }
 
@@ -59,16 +50,16 @@ bool SessionSink::Resume() {
 
 bool SessionSink::Stop() {
   if (_session != nullptr) _session->Halt();
-  _thread.Join();
-  return Element::Stop();
+  const bool done = _thread.Stop();
+  return Element::Stop() && done;
 }
 
 bool SessionSink::Close() {
   if (_session == nullptr) return Element::Close();
-  SessionSink::Stop();
+  const bool done = SessionSink::Stop();
   _session->Listen(nullptr);
   _session.reset();
-  return Element::Close();
+  return Element::Close() && done;
 }
 
 }  // namespace quill::stream

@@ -36,9 +36,6 @@ class SessionSink : public Element {
   const std::shared_ptr<Session>& GetSession() const { return _session; }  // null while closed
 
  private:
-  // Of the stream object that owns the pipeline: it must outlive what its callbacks do.
-  std::shared_ptr<Callbacks> OwnerCallbacks() const;
-
   std::shared_ptr<Session> _session;
   StreamThread _thread;
 };

@@ -69,6 +69,9 @@ bool ShmSource::FindSession() {
   ForEachBlock([this](VbrcBlock& block) {
     _requests_before = static_cast<std::uint32_t>(block.trigger_served.load(kRelaxed));
   });
+  for (base::object* each = this; each != nullptr; each = each->Parent()) {
+    if (auto* service = dynamic_cast<Service*>(each)) service->DependOn(_far_side->Number());
+  }
   return true;
 }
 

@@ -4,6 +4,9 @@
 #include <thread>
 #include <utility>
 
+#include "FarSide.h"
+#include "quill/Debug.h"
+
 namespace quill::stream {
 
 // It holds all it needs, as a callback may stop or close the stream under its feet.
@@ -17,13 +20,14 @@ struct StreamThread::Run {
 
   void Loop() {
     may_run.wait(false);
+    const std::lock_guard turn(callbacks->output_turn);
     while (!is_over.load(std::memory_order_acquire)) {
       Packet* packet = session->Pull(true);
       if (packet == nullptr) break;
-      output(*packet);
+      CallClient([&] { return output(*packet), true; });
       packet->Release();  // whoever keeps it has added a hold
     }
-    if (session->HasEnded() && !session->IsHalted()) drained();
+    if (session->HasEnded() && !session->IsHalted() && !is_over.load()) drained();
   }
   void Release() {
     may_run.store(true, std::memory_order_release);
@@ -36,28 +40,27 @@ struct StreamThread::Run {
   const std::shared_ptr<Service::Callbacks> callbacks;
   std::atomic<bool> may_run{false};
   std::atomic<bool> is_over{false};
-  std::thread thread;
+  Service::Callbacks itself;  // counts this one thread
 };
-
-StreamThread::~StreamThread() {
-  if (_run != nullptr) _run->thread.detach();
-}
 
 bool StreamThread::Start(std::shared_ptr<Session> session, std::function<void(Packet&)> output,
                          std::function<void()> drained,
                          std::shared_ptr<Service::Callbacks> callbacks) {
-  if (_run != nullptr) _run->thread.detach();  // the callback that it runs starts it anew
+  if (_run != nullptr) _run->is_over.store(true, std::memory_order_release);
   auto run = std::make_shared<Run>(std::move(session), std::move(output), std::move(drained),
                                    std::move(callbacks));
   run->callbacks->Begin();
-  run->thread = StartThread("tessel-stream", [run] {
+  run->itself.Begin();
+  std::thread thread = StartThread("tessel-stream", [run] {
     run->Loop();
+    run->itself.End();
     run->callbacks->End();
   });
-  if (!run->thread.joinable()) {
+  if (!thread.joinable()) {
     run->callbacks->End();
     return false;
   }
+  thread.detach();  // those who wait for it do so by the counts
   _run = std::move(run);
   return true;
 }
@@ -66,17 +69,13 @@ void StreamThread::Release() {
   if (_run != nullptr) _run->Release();
 }
 
-void StreamThread::Join() {
-  if (_run == nullptr) return;
-  _run->is_over.store(true, std::memory_order_release);
-  _run->Release();
-  if (_run->thread.get_id() == std::this_thread::get_id()) return;
-  if (IsForkedChild()) {
-    _run->thread.detach();  // it stayed with the parent
-  } else {
-    _run->thread.join();
-  }
-  _run.reset();
+bool StreamThread::Stop() {
+  const std::shared_ptr<Run> run = std::exchange(_run, nullptr);
+  if (run == nullptr) return true;
+  run->is_over.store(true, std::memory_order_release);
+  run->Release();
+  return IsHostThread() || !Failed(!run->itself.WaitUntilNoneRuns(CommandTimeout()), "!run->itself",
+                                   "a callback has not returned within the time-out of a command");
 }
 
 }  // namespace quill::stream

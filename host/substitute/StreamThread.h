@@ -13,22 +13,20 @@ namespace quill::stream {
 class StreamThread {
  public:
   StreamThread() = default;
-  // Its own callback may have destroyed it: the thread then ends by itself, and the stream object
-  // waits for that.
-  ~StreamThread();
   StreamThread(const StreamThread&) = delete;
   StreamThread& operator=(const StreamThread&) = delete;
 
   // Calls `output` with each packet, lent until return, from Release() on, and `drained` when the
   // session has ended and the last one was taken. `callbacks` counts the thread. False when the
-  // system has no thread left. REQUIRES: Join() was called.
+  // system has no thread left. A former thread whose callback has not returned yet takes no packet
+  // any more; the new one begins after it.
   bool Start(std::shared_ptr<Session> session, std::function<void(Packet&)> output,
              std::function<void()> drained, std::shared_ptr<Service::Callbacks> callbacks);
   // The whole pipeline plays: a callback that stops it does not cross its start any more.
   void Release();
-  // Waits for the thread, unless this is it: then whoever comes next does. REQUIRES: the session is
-  // halted, or has ended.
-  void Join();
+  // Lets the thread take no packet any more, and waits until it has ended, at most for the time-out
+  // of a command: then false. A host thread does not wait. REQUIRES: the session is halted.
+  bool Stop();
 
  private:
   struct Run;

@@ -1,17 +1,21 @@
 #include "Threads.h"
 
 #include <deque>
+#include <future>
 #include <system_error>
+#include <vector>
 
 #include <pthread.h>
 #include <signal.h>
 
+#include "FarSide.h"
 #include "quill/Debug.h"
 
 namespace quill::stream {
 namespace {
 
 thread_local bool t_is_host_thread = false;
+thread_local bool t_is_message_thread = false;
 
 class MessageThread {
  public:
@@ -27,6 +31,7 @@ class MessageThread {
 
  private:
   [[noreturn]] void Run() {
+    t_is_message_thread = true;
     for (;;) {
       std::unique_lock lock(_mutex);
       _has_work.wait(lock, [this] { return !_queue.empty(); });
@@ -66,9 +71,48 @@ std::thread StartThread(const char* name, std::function<void()> run) {
 
 bool IsHostThread() { return t_is_host_thread; }
 
+bool CallClient(const std::function<bool()>& callback) {
+  try {
+    return callback();
+  } catch (const std::exception& error) {
+    Fail("!callback", "a callback has thrown: ", error.what());
+  } catch (...) {
+    Fail("!callback", "a callback has thrown");
+  }
+  return false;
+}
+
 void PostMessage(std::function<void()> work) {
   static auto* thread = new MessageThread;  // never destroyed: nobody waits for it at exit
   thread->Post(std::move(work));
+}
+
+bool DeliverMessage(base::object& sender, std::function<bool()> deliver) {
+  // The outermost owner is the client's: it is not held but waits for its callbacks.
+  const auto callbacks = OwnerCallbacks(sender);
+  auto held = std::make_shared<std::vector<base::Held>>();
+  for (base::object* each = &sender; each->Parent() != nullptr; each = each->Parent()) {
+    held->push_back(base::Keep(*each));
+  }
+  if (t_is_message_thread || IsForkedChild()) return CallClient(deliver);
+  auto answer = std::make_shared<std::promise<bool>>();
+  std::future<bool> answered = answer->get_future();
+  if (callbacks != nullptr) callbacks->Begin();
+  PostMessage([callbacks, held, answer, deliver = std::move(deliver)] {
+    answer->set_value(CallClient(deliver));
+    held->clear();
+    if (callbacks != nullptr) callbacks->End();
+  });
+  const bool is_in_time = answered.wait_for(CommandTimeout()) == std::future_status::ready;
+  return !Failed(!is_in_time, "!is_in_time", "the message waits for another callback") &&
+         answered.get();
+}
+
+std::shared_ptr<Service::Callbacks> OwnerCallbacks(const base::object& part) {
+  const base::object* owner = &part;
+  while (owner->Parent() != nullptr) owner = owner->Parent();
+  const auto* service = dynamic_cast<const Service*>(owner);
+  return service == nullptr ? nullptr : service->GetCallbacks();
 }
 
 }  // namespace quill::stream

@@ -1,6 +1,7 @@
-// Threads of the host library, and the one that runs clients' message callbacks.
+// Threads of the host library, and the one that delivers messages.
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <functional>
 #include <mutex>
@@ -18,12 +19,20 @@ std::thread StartThread(const char* name, std::function<void()> run);
 // Whether this thread was started here, so that what runs on it may be a client's callback.
 bool IsHostThread();
 
+// Runs a client's callback and returns its answer. An exception ends here: it is logged, and the
+// answer is false.
+bool CallClient(const std::function<bool()>& callback);
+
 // Runs `work` on the message thread, after all that was posted before. That thread starts at the
-// first post and lives as long as the process. Callbacks have a thread of their own because they
-// may run commands, whose answers another thread has to receive meanwhile. Any thread.
+// first post and lives as long as the process. Messages have a thread of their own because their
+// callbacks may run commands, whose answers another thread has to receive meanwhile. Any thread.
 void PostMessage(std::function<void()> work);
 
-// Threads that run callbacks of one stream object, from their start to their end. Any thread.
+// Runs `deliver` on the message thread, at once when this is it, and returns its answer. `sender`
+// and its owners live until then. False at the time-out of a command; `deliver` still runs later.
+bool DeliverMessage(base::object& sender, std::function<bool()> deliver);
+
+// Callbacks of one stream object that are running or about to. Any thread.
 class Service::Callbacks {
  public:
   void Begin() {
@@ -40,11 +49,23 @@ class Service::Callbacks {
     std::unique_lock lock(_mutex);
     _ended.wait(lock, [this] { return _running == 0; });
   }
+  // False at the time-out.
+  bool WaitUntilNoneRuns(std::chrono::nanoseconds timeout) {
+    if (IsForkedChild()) return true;
+    std::unique_lock lock(_mutex);
+    return _ended.wait_for(lock, timeout, [this] { return _running == 0; });
+  }
+  // Held by the stream thread that may call the output callback. A stream that its own callback has
+  // started anew has a second thread, which begins when the callback has returned.
+  std::mutex output_turn;
 
  private:
   std::mutex _mutex;
   std::condition_variable _ended;
   int _running = 0;  // guarded by _mutex
 };
+
+// The callbacks of the outermost owner of `part`, which must outlive what they do.
+std::shared_ptr<Service::Callbacks> OwnerCallbacks(const base::object& part);
 
 }  // namespace quill::stream

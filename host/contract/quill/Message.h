@@ -37,12 +37,15 @@ class QUILL_PUBLIC IMessageProcesser {
  public:
   virtual ~IMessageProcesser() = default;
 
-  // Sends `text` from this object. `extra` is a note for the receiver, or null. False when nobody
-  // took it. Client's thread.
+  // Sends `text` from this object and waits for the answer, on the message thread not for itself.
+  // `extra` is a note for the receiver, or null. False when nobody took it, or when the message
+  // thread is busy for longer than the time-out of a command; it is delivered all the same. Any
+  // thread.
   bool SendMessage(const char* text, const Orient& orient, const char* extra);
 
   // Replaces the one callback that receives incoming messages; empty removes it. The callback runs
-  // on the thread that sends. Any thread; a former one that runs already comes to its end.
+  // on the message thread. An exception that it throws is logged, and counts as the answer false.
+  // Any thread; a former callback that runs already comes to its end.
   void RegisterMessageProcessCallback(const std::function<bool(Message&)>& callback);
 
  protected:

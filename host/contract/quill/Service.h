@@ -1,115 +1,71 @@
-// The stream status machine.
+// Host objects with a status, and the rules by which threads change it.
 //
-//            Open        Start        Pause
-//     null ───────> ready ──────> play ──────> pause
-//          <───────       <──────      <──────   │
-//            Close         Stop        Resume    │
-//                    ^───────────────────────────┘
-//                           StopFromPause
+//  1. Any thread may ask for any change of any stream, at any time, by the machine (StatusUp(),
+//     StatusDown(), StatusChange()) or by a transition (Open(), Start(), Stop(), Close()).
+//  2. One change of an object runs at a time. What a change calls on its own thread belongs to it.
+//  3. A thread of the client waits for the change under way, at most for the time-out of a command.
+//     It then looks at the status anew: a target is a target, not a number of steps.
+//  4. A host thread runs callbacks, and the change under way may be waiting for the very callback.
+//     So it never waits. Its downward change is left to the change under way, which goes on down to
+//     the lowest target left to it, and counts as done. Its upward change is refused, and logged.
+//     A thread of the client whose wait ends without its turn is treated alike.
+//  5. A downward change by a thread of the client returns true when no callback of the object runs
+//     any more. It waits for them at most for the time-out of a command. One by a host thread does
+//     not wait for callbacks, its own or another's.
+//  6. Upward changes of a disabled object, and of one whose connection is lost, are refused.
+//
+// Every call thus ends in a status that some serial order of the calls explains; a call that was
+// refused takes no place in that order.
 #pragma once
 
-#include <atomic>
 #include <memory>
 
+#include "quill/IStatus.h"
 #include "quill/object.h"
-#include "tessel/State.h"
 
 namespace quill::stream {
 
-// A transition that is called directly and succeeds counts as much as one that the machine asked
-// for: each base version records it, and an override calls its base version when it has succeeded.
-// Up-going ones raise the status to at least, down-going ones lower it to at most their target.
-// Client's thread; CurrStatus() any thread.
-class QUILL_PUBLIC IStatus {
- public:
-  using Status = tessel::api::streaming::common::State;
-
-  virtual ~IStatus() = default;
-
-  virtual bool Open() { return Raise(Status::kReady); }
-  virtual bool Start() { return Raise(Status::kPlay); }
-  virtual bool Pause() { return Raise(Status::kPause); }
-  virtual bool Resume() { return Lower(Status::kPlay); }
-  virtual bool Stop() { return Lower(Status::kReady); }
-  virtual bool Close() { return Lower(Status::kNull); }
-  virtual bool StartToPause() { return Start() && Pause(); }
-  virtual bool StopFromPause() { return Stop(); }
-
-  // One step, or step by step to `target`. False at the first step that fails, or when `target`
-  // lies the other way; true when it is reached already.
-  virtual bool StatusUp();
-  virtual bool StatusDown();
-  virtual bool StatusUp(Status target);
-  virtual bool StatusDown(Status target);
-  bool StatusChange(Status target);
-
-  virtual bool CanStatusUp() const { return CurrStatus() < Status::kPause; }
-  virtual bool CanStatusDown() const { return CurrStatus() > Status::kNull; }
-  Status CurrStatus() const { return _status.load(std::memory_order_acquire); }
-
-  // Around each step; false from a before-hook refuses the step. The status is the step's target.
-  virtual bool beforeStatusUp(Status) { return true; }
-  virtual void afterStatusUp(Status) {}
-  virtual bool beforeStatusDown(Status) { return true; }
-  virtual void afterStatusDown(Status) {}
-
- private:
-  bool Raise(Status at_least);
-  bool Lower(Status at_most);
-  std::atomic<Status> _status{Status::kNull};
-};
-
-// A host object with a status. The machine does not take disabled ones up. One that is still above
-// null when its last holder lets go is closed while it is whole, and destroyed when the callbacks
-// that it had running have returned.
+// One that is still above null when its last holder lets go is closed while it is whole, and
+// destroyed when its callbacks have returned.
+//
+// An override of Open(), Start(), Stop() or Close() that has state of its own to guard begins with
+// Service::beforeStatusUp() or Service::beforeStatusDown() and, where that returned true, ends with
+// the after-hook of the same direction. In between the change is the only one.
 class QUILL_PUBLIC Service : public virtual base::Object, public virtual IStatus {
  public:
-  // One thread's turn to move a service. A thread of the client waits until nobody else moves it. A
-  // host thread, which runs callbacks, does not wait for one that goes down, since that one may be
-  // waiting for the very callback: it gets no turn. Turns of one thread may nest.
-  class QUILL_PUBLIC Turn {
-   public:
-    Turn(Service& service, Status target);
-    ~Turn();
-    Turn(const Turn&) = delete;
-    Turn& operator=(const Turn&) = delete;
-
-    explicit operator bool() const { return _is_ours; }
-    // Without a turn: whether somebody else is on the way down to the target, or below.
-    bool IsDoneByOther() const { return _is_done_by_other; }
-
-   private:
-    Service& _service;
-    bool _is_ours = false;
-    bool _is_done_by_other = false;
-  };
-
-  using IStatus::StatusDown;
-  using IStatus::StatusUp;
-  bool StatusUp() override;    // each step is a turn
-  bool StatusDown() override;  //
+  bool StatusUp() override;
+  bool StatusDown() override;
+  bool StatusUp(Status target) override;
+  bool StatusDown(Status target) override;
+  bool StatusChange(Status target) override;
 
   // Pausing reaches all services under this one: frames are held back, none is lost that has room.
   bool Pause() override;
   bool Resume() override;
-  // When these have returned on a thread of the client, no callback of this object runs any more.
+  // False when a callback of this object still runs at the time-out; the status is lowered even so.
   bool Stop() override;
   bool Close() override;
-  bool beforeStatusUp(Status target) override;
 
-  // Callbacks that run on threads of their own, counted by whoever runs them.
+  // Begin and end a change. Before: false when the change is refused, or, downward, left to the one
+  // under way.
+  bool beforeStatusUp(Status target) override;
+  void afterStatusUp(Status target) override;
+  bool beforeStatusDown(Status target) override;
+  void afterStatusDown(Status target) override;
+
+  // Host only: the threads that run callbacks of this object.
   class Callbacks;
   const std::shared_ptr<Callbacks>& GetCallbacks() const { return _callbacks; }
 
  protected:
   Service();
   ~Service() override;
-  void LastReleased() override;
 
  private:
-  struct Traffic;
-  const std::unique_ptr<Traffic> _traffic;
+  class Transitions;
+  class TransitionLock;
   const std::shared_ptr<Callbacks> _callbacks;
+  const std::unique_ptr<Transitions> _transitions;
 };
 
 // "null", "ready", "play", "pause".

@@ -6,6 +6,7 @@
 #include "Construction.h"
 #include "quill/Debug.h"
 #include "quill/IClass.h"
+#include "Threads.h"
 
 namespace quill::base {
 namespace {
@@ -18,14 +19,6 @@ bool ReadEnable(const AttrSet& set, bool& enabled) {
   const char* enable = set.Get("enable");
   return !stream::Failed(enable != nullptr && !ConvertToImpl(enable, enabled),
                          "!ConvertToImpl(enable,enabled)", "enable=", enable);
-}
-
-void GiveBack(const Reference* held) { held->Release(); }
-using Held = std::unique_ptr<object, decltype(&GiveBack)>;
-
-Held Keep(object& held) {
-  held.Hold();
-  return {&held, &GiveBack};
 }
 
 }  // namespace
@@ -60,9 +53,8 @@ std::string IAttributes::ToString() const {
 }
 
 bool IMessageProcesser::SendMessage(const char* text, const Orient& orient, const char* extra) {
-  // Counted objects do not live on the stack: a receiver may keep the message. A callback may
-  // throw.
-  const std::unique_ptr<Message, decltype(&GiveBack)> message(new Message(text, extra), &GiveBack);
+  // Counted objects do not live on the stack: a receiver may keep the message.
+  const std::unique_ptr<Message, Releaser> message(new Message(text, extra));
   return Dispatch(*message, orient);
 }
 
@@ -322,13 +314,9 @@ object* object::Clone() const {
 }
 
 bool object::Dispatch(Message& message, const Orient& orient) {
-  // A receiver may close what this object belongs to. The topmost owner is the client's: a hold on
-  // it could become the last one, and it would be destroyed here.
-  std::vector<Held> kept;
-  for (object* each = this; each->_parent != nullptr; each = each->_parent) {
-    kept.push_back(Keep(*each));
-  }
-  return sendMessage(message, orient);
+  const std::shared_ptr<object> kept(Keep(message));
+  return stream::DeliverMessage(
+      *this, [this, kept, &message, orient] { return sendMessage(message, orient); });
 }
 
 bool object::sendMessage(Message& message, const Orient& orient) {
@@ -346,7 +334,7 @@ bool object::processMessage(Message& message) { return RunCallback(message); }
 bool object::VisitSiblings(bool behind, const std::function<bool(object&)>& visit) const {
   if (_parent == nullptr) return false;
   std::vector<object*> siblings;
-  _parent->foreach ([&](object& sibling) {
+  Parent()->foreach ([&](object& sibling) {
     if (behind ? sibling.Order() > Order() : sibling.Order() < Order())
       siblings.push_back(&sibling);
     return true;

@@ -1,6 +1,7 @@
 // Host objects: counted, named, configurable by text, with children and messages.
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <list>
 #include <memory>
@@ -131,7 +132,7 @@ class QUILL_PUBLIC object : public Reference,
   bool foreach (const std::function<bool(object&)>& visit) const;
   // Configures children by name: `name={pairs},...`. False when one is unknown or refuses.
   bool layoutAdjust(AttrSet& set);
-  object* Parent() const { return _parent; }
+  object* Parent() const { return _parent.load(std::memory_order_acquire); }
 
   // Properties as text, with name, keywords and enable flag; fromAttrSet() takes all or nothing.
   bool fromAttrSet(const AttrSet& set) override;
@@ -145,8 +146,10 @@ class QUILL_PUBLIC object : public Reference,
   bool receiveMessage(Message& message, const Orient& orient);  // this one, then on along `orient`
   virtual bool processMessage(Message& message);                // this one alone
 
-  bool Enable() const { return _enabled.load(std::memory_order_relaxed); }  // any thread
-  void Enable(bool enabled) { _enabled.store(enabled, std::memory_order_relaxed); }
+  bool Enable() const { return _enabled->load(std::memory_order_relaxed); }  // any thread
+  void Enable(bool enabled) { _enabled->store(enabled, std::memory_order_relaxed); }
+  // The flag itself, which may be kept beyond the object's life.
+  std::shared_ptr<const std::atomic<bool>> EnableFlag() const { return _enabled; }
 
   const IClass* Class() const { return _class; }
   const char* Note() const { return _note.c_str(); }
@@ -164,9 +167,23 @@ class QUILL_PUBLIC object : public Reference,
   virtual int setoradd(const char* name, const char* text) = 0;
   object* getChild(int order) const;
 
+  // What has to be done when the last holder lets go, while the object is still whole.
+  class Finisher {
+   public:
+    virtual void Finish() = 0;
+
+   protected:
+    ~Finisher() = default;
+  };
+
  protected:
   ~object() override;
   bool Dispatch(Message& message, const Orient& orient) override;
+  void SetFinisher(Finisher& finisher) { _finisher = &finisher; }  // borrows for the object's life
+  void LastReleased() override {
+    if (_finisher != nullptr) _finisher->Finish();
+    delete this;
+  }
   ObjectList& Children() const { return *_children; }
 
  private:
@@ -176,11 +193,22 @@ class QUILL_PUBLIC object : public Reference,
   bool VisitSiblings(bool behind, const std::function<bool(object&)>& visit) const;
 
   std::unique_ptr<ObjectList> _children;
-  object* _parent = nullptr;
+  std::atomic<object*> _parent{nullptr};  // the message thread reads it too
+  Finisher* _finisher = nullptr;
   const IClass* _class = nullptr;
   std::string _note;
-  std::atomic<bool> _enabled{true};
+  const std::shared_ptr<std::atomic<bool>> _enabled = std::make_shared<std::atomic<bool>>(true);
 };
+
+// Holds an object until it goes.
+struct Releaser {
+  void operator()(const Reference* held) const { held->Release(); }
+};
+using Held = std::unique_ptr<object, Releaser>;
+inline Held Keep(object& held) {
+  held.Hold();
+  return Held(&held);
+}
 
 // An object with a property table: the properties of its class record first, then its own.
 class QUILL_PUBLIC Object : public virtual object {

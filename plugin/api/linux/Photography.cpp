@@ -1,9 +1,14 @@
 #include "Photography.h"
 
+#include "quill/Hash.h"
+
+#include "common/StatusChange.h"
+
 namespace tessel::dualos {
 
 using api::streaming::common::TextCallback;
 using quill::base::AttrSet;
+using quill::base::Hash;
 using quill::base::Message;
 using quill::base::Orient;
 using quill::stream::Failed;
@@ -39,14 +44,10 @@ void Photography::SetQP(int qp) { _qp = qp; }
 int Photography::GetQP() const { return _qp; }
 
 void Photography::SetURL(const char* url) {
-  const std::lock_guard lock(_url_mutex);
-  _url = url == nullptr ? "" : url;
+  std::atomic_store(&_url, std::make_shared<const std::string>(url == nullptr ? "" : url));
 }
 
-std::string Photography::CreateUrl() {
-  const std::lock_guard lock(_url_mutex);
-  return _url;
-}
+std::string Photography::CreateUrl() { return *std::atomic_load(&_url); }
 
 std::string Photography::cbCreateUrl(void* hd) {
   if (Failed(!hd, "!hd")) return "";
@@ -69,8 +70,8 @@ std::string Photography::AppStringCreate() {
 }
 
 bool Photography::Open() {
-  const Turn turn(*this, Status::kReady);
-  if (Failed(!turn, "!turn")) return false;
+  const auto change = StatusChange::Up(*this, Status::kReady);
+  if (!change) return false;
   if (_obj == nullptr) {
     _outcome.Begin();
     AttrSet description(AppStringCreate().c_str());
@@ -85,8 +86,8 @@ bool Photography::Open() {
 }
 
 bool Photography::Start() {
-  const Turn turn(*this, Status::kPlay);
-  if (Failed(!turn, "!turn")) return false;
+  const auto change = StatusChange::Up(*this, Status::kPlay);
+  if (!change) return false;
   _new_frames = 0;
   if (Failed(!_obj, "!_obj")) return false;
   if (Failed(!_obj->SetStr("statusup", "play"), "!_obj->Set(\"statusup\",\"play\")")) return false;
@@ -96,7 +97,12 @@ bool Photography::Start() {
 // Takes the application down to `status` and destroys it.
 bool Photography::StopAt(const char* status, const quill::stream::At& condition) {
   if (_obj == nullptr) return true;
-  if (Failed(!_obj->SetStr("statusdown", status), condition)) return false;
+  if (Failed(!_obj->SetStr("statusdown", status), condition)) {
+    // It may have stopped on this side and missed the other side's word; then it plays no more.
+    const char* reached = nullptr;
+    if (_obj->GetStr("status", reached) && Hash(reached) != Hash("play")) Service::Stop();
+    return false;
+  }
   // One that is only stopped may be telling something right now: closed, it does not. Goes on: it
   // is destroyed all the same.
   static_cast<void>(_obj->SetStr("statusdown", "null"));
@@ -106,24 +112,26 @@ bool Photography::StopAt(const char* status, const quill::stream::At& condition)
 }
 
 bool Photography::Stop() {
-  const Turn turn(*this, Status::kReady);
-  if (!turn) return turn.IsDoneByOther();
+  const auto change = StatusChange::Down(*this, Status::kReady);
+  if (!change) return true;
   if (!StopAt("ready", "!_obj->Set(\"statusdown\",\"ready\")")) return false;
-  return Service::Stop() && Service::Close();  // as there is no application any more
+  return Service::Close();  // as there is no application any more
 }
 
 bool Photography::Close() {
-  const Turn turn(*this, Status::kNull);
-  if (!turn) return turn.IsDoneByOther();
+  const auto change = StatusChange::Down(*this, Status::kNull);
+  if (!change) return true;
   return StopAt("null", "!_obj->Set(\"statusdown\",\"null\")") && Service::Close();
 }
 
 bool Photography::Pause() {
+  if (Failed(!_obj, "!_obj")) return false;
   auto* application = dynamic_cast<Service*>(_obj);
   return application != nullptr && application->Pause() && Service::Pause();
 }
 
 bool Photography::Resume() {
+  if (Failed(!_obj, "!_obj")) return false;
   auto* application = dynamic_cast<Service*>(_obj);
   return application != nullptr && application->Resume() && Service::Resume();
 }

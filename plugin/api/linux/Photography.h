@@ -5,7 +5,7 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
-#include <mutex>
+#include <memory>
 #include <string>
 
 #include "common/SnapOutcome.h"
@@ -41,7 +41,7 @@ class Photography : public api::streaming::common::StreamControl,
   bool Start() override;
   bool Stop() override;  // the application goes: open again before the next Start()
 
-  // What the sink of the pictures tells. Stream or message thread.
+  // What the sink of the pictures tells. Message thread.
   bool processMessage(quill::base::Message& message) override;
   // The application is no child in the host's list, so it is told from here.
   bool Pause() override;
@@ -49,7 +49,7 @@ class Photography : public api::streaming::common::StreamControl,
 
   std::string AppStringCreate();
   std::string CreateUrl();
-  // A picture is there. On the thread that tells. Exported, for hosts that call it themselves.
+  // A picture is there. Message thread. Exported, for hosts that call it themselves.
   TESSEL_PUBLIC bool processMessageNewFrame(quill::base::Message& message);
   // Where the next picture goes; `hd` is the object. Stream thread.
   static std::string cbCreateUrl(void* hd);
@@ -62,14 +62,14 @@ class Photography : public api::streaming::common::StreamControl,
   std::int32_t _qp = 32;
   quill::base::object* _obj = nullptr;  // owns; the application, from Open() on
   std::function<bool(quill::base::Message&)> _message_callback;
-  std::string _url = "file://snap.jpeg";     // guarded by _url_mutex
+  // Replaced whole and read by std::atomic_store() and std::atomic_load() alone: the stream thread
+  // copies it while the client sets another.
+  std::shared_ptr<const std::string> _url = std::make_shared<const std::string>("file://snap.jpeg");
   std::atomic<std::int32_t> _new_frames{0};  // since the last Start()
 
  private:
   bool StopAt(const char* status, const quill::stream::At& condition);
 
-  // The stream thread copies the URL while the client may change it.
-  std::mutex _url_mutex;
   SnapOutcome _outcome;
 };
 

@@ -8,6 +8,8 @@
 #include "quill/Factory.h"
 #include "quill/Hash.h"
 
+#include "StatusChange.h"
+
 namespace tessel::dualos {
 
 using quill::base::AttrSet;
@@ -80,8 +82,8 @@ bool StreamApp::AppDestroy() {
 
 bool StreamApp::Open() {
   Trace("");
-  const Turn turn(*this, Status::kReady);
-  if (Failed(!turn, "!turn")) return false;
+  const auto change = StatusChange::Up(*this, Status::kReady);
+  if (!change) return false;
   if (Failed(_app == nullptr && !AppCreate(), "!AppCreate()")) return false;
   if (Failed(!AppStatusUp("ready"), "!AppStatusUp(\"ready\")")) return false;
   return Service::Open();
@@ -89,31 +91,31 @@ bool StreamApp::Open() {
 
 bool StreamApp::Start() {
   Trace("");
-  const Turn turn(*this, Status::kPlay);
-  if (Failed(!turn, "!turn")) return false;
+  const auto change = StatusChange::Up(*this, Status::kPlay);
+  if (!change) return false;
   if (Failed(!AppStatusUp("play"), "!AppStatusUp(\"play\")")) return false;
   return Service::Start();
 }
 
 bool StreamApp::Stop() {
   Trace("");
-  const Turn turn(*this, Status::kReady);
-  if (!turn) return turn.IsDoneByOther();
+  const auto change = StatusChange::Down(*this, Status::kReady);
+  if (!change) return true;
   // Nothing runs, so it is stopped: a success.
   if (Failed(!_app, "!_app")) return Service::Stop();
   const bool done = AppStatusDown("ready");
   // An application may stop on this side and miss the other side's word; then it plays no more.
-  if (!IsStart()) Service::Stop();
-  return !Failed(!done, "!AppStatusDown(\"ready\")");
+  const bool is_stopped = IsStart() || Service::Stop();
+  return !Failed(!done, "!AppStatusDown(\"ready\")") && is_stopped;
 }
 
 bool StreamApp::Close() {
   Trace("");
-  const Turn turn(*this, Status::kNull);
-  if (!turn) return turn.IsDoneByOther();
+  const auto change = StatusChange::Down(*this, Status::kNull);
+  if (!change) return true;
   const bool done = AppStatusDown("null");
   if (_app != nullptr && !IsStart()) Service::Stop();  // as far as it went
-  // A callback that has closed it may still be on its way out.
+  // A callback that has closed it may not have returned yet.
   if (_app == nullptr) Service::Close();
   if (Failed(!done, "!AppStatusDown(\"null\")")) return false;
   // Goes on: the stream is down, whatever becomes of its application.

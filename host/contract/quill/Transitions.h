@@ -1,0 +1,47 @@
+// Which thread changes the status of a service, and what others have left to it.
+#pragma once
+
+#include <condition_variable>
+#include <mutex>
+#include <optional>
+#include <thread>
+
+#include "quill/Service.h"
+
+namespace quill::stream {
+
+class Service::Transitions final : public base::object::Finisher {
+ public:
+  explicit Transitions(Service& service) : _service(service) {}
+
+  // The rules are those of quill/Service.h. True: this thread's change runs, until End(). May nest.
+  bool BeginUp(Status target);
+  // False: left to the change under way.
+  bool BeginDown(Status target);
+  // The outermost one carries out what was left to it.
+  void End();
+
+  // How many changes of this thread are nested; 0 on other threads.
+  int Depth();
+  // Ends those that are nested deeper than `depth`.
+  void Unwind(int depth);
+
+  // Closes the service for good and waits for its callbacks.
+  void Finish() override;
+
+ private:
+  bool MayGoUp(Status target) const;
+  bool IsFree() const;
+  bool WaitForTurn(std::unique_lock<std::mutex>& lock);
+  void Enter();
+
+  Service& _service;
+  std::mutex _mutex;
+  std::condition_variable _is_free;
+  std::thread::id _mover;       // guarded by _mutex; the thread whose change runs
+  int _depth = 0;               // guarded by _mutex; nested changes of the mover, 0: none runs
+  bool _is_finished = false;    // guarded by _mutex; nothing takes the service up any more
+  std::optional<Status> _left;  // guarded by _mutex; the lowest target left to the mover
+};
+
+}  // namespace quill::stream
