@@ -84,6 +84,7 @@ class Chain : private Context, private StopSignal {
       const bool is_open = _chain[i]->Open(*this, layout[i].params, _media, error);
       Require(is_open == error.empty(), "a refused element has a reason");
       if (!is_open) return false;
+      Require(IsPossible(), "what an element delivers lies in its range");
       QpPolicy* policy = _chain[i]->Policy();
       for (std::size_t j = 0; policy != nullptr && j < i; ++j) _chain[j]->Follow(*policy);
     }
@@ -113,6 +114,11 @@ class Chain : private Context, private StopSignal {
     void operator()(std::byte* memory) const { operator delete[](memory, std::align_val_t(4096)); }
   };
 
+  bool IsPossible() const {
+    if (_media.width == 0) return _media.sample_rate >= 8000 && _media.channels <= 2;
+    return _media.height >= 16 && _media.frames_per_second >= 1 && _media.frames_per_second <= 1000;
+  }
+
   // The consumer has let go of all slots.
   std::span<std::uint8_t> Reserve() {
     reinterpret_cast<link::SessionHeader*>(_area.get())->given_back.store(~std::uint64_t{0});
@@ -139,6 +145,7 @@ class Chain : private Context, private StopSignal {
       verdict = _chain[i]->Process(unit);
       Require(verdict != Verdict::kFail || !_chain[i]->LastError().empty(), "failed for a reason");
       Require(unit.room.empty() || unit.size_bytes <= unit.room.size(), "a unit fits its slot");
+      Require(unit.qp >= 0 && unit.qp <= 51, "a quantiser in its range");
     }
     return verdict == Verdict::kPass || verdict == Verdict::kMore;
   }

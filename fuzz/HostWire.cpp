@@ -98,8 +98,7 @@ void Ask() {
   const std::string handle = created == nullptr ? "" : created;
   AttrSet source("session_name=s,init=true");
   source.Add("apphd", handle);
-  quill::host::Handle<quill::base::object>(
-      quill::host::CreateObject("ShmSource", source.ToString(false).c_str()));
+  quill::host::Create<quill::base::object>("ShmSource", source.ToString(false).c_str()).reset();
   std::vector<quill::host::BoardStream> streams;
   std::string error;
   if (quill::host::ListBoard(streams, error)) {

@@ -80,7 +80,7 @@ int FuzzGivenBack(const std::uint8_t* data, std::size_t size_bytes) {
   const auto producer =
       link::SessionProducer::Create(area.Bytes(), Bell::Create(), Bell(room.Duplicate()));
   const auto slot_bytes = input.Take<std::uint32_t>();
-  const int most_slots = input.Take<std::int8_t>();
+  const int most_slots = input.Take<std::uint8_t>() - 8;
   if (!producer->Divide(slot_bytes, most_slots)) return 0;
   std::set<std::size_t> out;  // published and not given back
   std::uint32_t number = 0;   // of the next frame
