@@ -4,6 +4,7 @@
 #include <thread>
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 
@@ -49,6 +50,17 @@ class Limits : public ToolTest {
     Begin("sh -c '" + limit + "; exec " TESSEL_TOOL " " + words + "'");
     return End();
   }
+  // A sound card, "alsa:fed", that blocks in the kernel when it is opened.
+  void MakeStuckCard() const {
+    ASSERT_EQ(mkfifo((_folder + "pipe").c_str(), 0600), 0);
+    std::ofstream(_folder + "card.conf")
+        << "pcm.fed { type file format raw file \"/dev/null\" infile \"" << _folder
+        << "pipe\" slave.pcm { type null } }";
+  }
+  // Begins the real-time side with that card; it is killed when it does not end.
+  void BeginRealTimeSide(const std::string& words) {
+    Begin("timeout -s KILL 20 env ALSA_CONFIG_PATH=card.conf " TESSEL_RTOS " " + words);
+  }
 };
 
 constexpr char kHello[] = "cmd=hello,version=1,base=0x100000";
@@ -86,12 +98,8 @@ TEST_F(Limits, AClosedStandardDescriptorIsNoPlaceForFrames) {
   }
 }
 
-// A sound card that is fed from a pipe blocks in the kernel until somebody writes.
 TEST_F(Limits, TheRealTimeSideEndsWithItsConnectionWhateverItWaitsFor) {
-  ASSERT_EQ(mkfifo((_folder + "pipe").c_str(), 0600), 0);
-  std::ofstream(_folder + "card.conf")
-      << "pcm.fed { type file format raw file \"/dev/null\" infile \"" << _folder
-      << "pipe\" slave.pcm { type null } }";
+  MakeStuckCard();
   std::string error;
   const auto window = link::SharedWindow::Create(1 << 20, error);
   const link::Bell bell = link::Bell::Create();
@@ -105,9 +113,18 @@ TEST_F(Limits, TheRealTimeSideEndsWithItsConnectionWhateverItWaitsFor) {
                                "PcmFilter:rate=16000,ch=1+ShmSink:session_name=s}}"},
                     {bell.Fd(), bell.Fd()});
   close(ends[0]);
-  Begin("timeout -s KILL 15 env ALSA_CONFIG_PATH=card.conf " TESSEL_RTOS " --connection " +
-        std::to_string(ends[1]));
+  BeginRealTimeSide("--connection " + std::to_string(ends[1]));
   close(ends[1]);
+  EXPECT_EQ(End(), 0);
+}
+
+TEST_F(Limits, AStuckConnectionHoldsUpNeitherTheOthersNorTheEnd) {
+  MakeStuckCard();
+  BeginRealTimeSide("--listen board");
+  ASSERT_TRUE(Eventually([this] { return std::filesystem::exists(_folder + "board"); }));
+  EXPECT_EQ(Run("capture pcm --mic alsa:fed --rtos board -o a.wav"), 1);
+  EXPECT_EQ(Run("devices --rtos board"), 0);
+  kill(std::stoi(Text("pid")), SIGTERM);
   EXPECT_EQ(End(), 0);
 }
 
@@ -125,7 +142,12 @@ TEST_F(Limits, StampsFromAnotherCenturyAreToldAndDoNotFillTheFile) {
   const std::string program = std::filesystem::read_symlink("/proc/self/exe");
   Begin(program + " --listen=board");
   ASSERT_TRUE(Eventually([this] { return std::filesystem::exists(_folder + "board"); }));
-  ASSERT_EQ(Run("capture pcm --rtos board --seconds 0.6 -o a.wav"), 0) << Text("err");
+  rlimit before = {};
+  ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+  const rlimit small = {std::size_t{300} << 20, before.rlim_max};
+  setrlimit(RLIMIT_FSIZE, &small);  // a file that is filled without end ends there
+  EXPECT_EQ(Run("capture pcm --rtos board --frames 30 -o a.wav"), 0);
+  setrlimit(RLIMIT_FSIZE, &before);
   EXPECT_NE(Text("err").find(": 9600 samples, 0.60 s,"), std::string::npos) << Text("err");
   EXPECT_NE(Text("err").find(" with untrue time stamps"), std::string::npos) << Text("err");
 }
