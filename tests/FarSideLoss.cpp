@@ -122,7 +122,9 @@ TEST_F(FarSideLoss, CapturesThatComeTooLateAreCountedAndMissingInTheSequence) {
     EXPECT_EQ(Counters().dropped, missing);
   };
   expect_gap(Make());
-  expect_gap(Make("ApiH264Source-vbrc-dualos-pull"));
+  const Camera thinned = Make("ApiH264Source-vbrc-dualos-pull");
+  thinned->SetFrameRate(10);
+  expect_gap(thinned);
   expect_gap(quill::host::Create<api::streaming::IPcmSource>("ApiPcmSource-dualos-pull"));
 }
 

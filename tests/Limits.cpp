@@ -87,7 +87,7 @@ TEST_F(Limits, OfFileSizesAreToldAndLeaveASmallerWindowWhereOneIsOfUse) {
 
 TEST_F(Limits, AClosedStandardDescriptorIsNoPlaceForFrames) {
   for (const std::string closed : {"<&-", ">&-", "2>&-", "<&- >&- 2>&-"}) {
-    EXPECT_EQ(RunAfter("exec " + closed, kTenFrames), 0) << closed;
+    EXPECT_EQ(RunAfter("export QUILL_DEBUG=trace; exec " + closed, kTenFrames), 0) << closed;
     std::uint32_t count = 0;
     PlayFile(_folder + "a.mp4", [&count](const AVFrame&, double) { ++count; });
     EXPECT_EQ(count, 10U) << closed;
