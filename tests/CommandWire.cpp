@@ -262,7 +262,7 @@ TEST_F(Served, ListsManyStreamsInPages) {
   }
   int next_number = 1;
   int pages = 0;
-  for (std::string from; pages == 0 || !from.empty(); ++pages) {
+  for (std::string from; pages == 0 || (!from.empty() && pages < 10); ++pages) {
     const AttrSet page(Ask("cmd=tesselList" + (from.empty() ? "" : ",from=" + from)).c_str());
     ASSERT_NE(page.Get("streams"), nullptr);
     const AttrSet streams(page.Get("streams"));

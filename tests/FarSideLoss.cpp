@@ -120,6 +120,7 @@ TEST_F(FarSideLoss, CapturesThatComeTooLateAreCountedAndMissingInTheSequence) {
     }
     EXPECT_GT(missing, 15U);
     EXPECT_EQ(Counters().dropped, missing);
+    EXPECT_TRUE(stream->Close());
   };
   expect_gap(Make());
   const Camera thinned = Make("ApiH264Source-vbrc-dualos-pull");

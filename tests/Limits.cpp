@@ -87,10 +87,22 @@ TEST_F(Limits, OfFileSizesAreToldAndLeaveASmallerWindowWhereOneIsOfUse) {
 
 TEST_F(Limits, AClosedStandardDescriptorIsNoPlaceForFrames) {
   for (const std::string closed : {"<&-", ">&-", "2>&-", "<&- >&- 2>&-"}) {
-    EXPECT_EQ(RunAfter("export QUILL_DEBUG=trace; exec " + closed, kTenFrames), 0) << closed;
+    EXPECT_EQ(RunAfter("exec " + closed, kTenFrames), 0) << closed;
     std::uint32_t count = 0;
     PlayFile(_folder + "a.mp4", [&count](const AVFrame&, double) { ++count; });
     EXPECT_EQ(count, 10U) << closed;
+  }
+  for (const std::string program :
+       {TESSEL_TOOL " capture h264 -o made.mkv", TESSEL_RTOS " --listen made.mkv"}) {
+    Begin("sh -c 'exec <&- >&- 2>&-; exec " + program + "'");
+    EXPECT_TRUE(Eventually([this] { return std::filesystem::exists(_folder + "made.mkv"); }));
+    const std::string pid = std::to_string(std::stoi(Text("pid")));
+    for (const char* fd : {"0", "1", "2"}) {
+      EXPECT_EQ(std::filesystem::read_symlink("/proc/" + pid + "/fd/" + fd), "/dev/null");
+    }
+    kill(std::stoi(pid), SIGTERM);
+    EXPECT_EQ(End(), 0) << program;
+    std::filesystem::remove(_folder + "made.mkv");
   }
   for (const std::string words : {"capture h264 --frames 3 -o -", "list"}) {
     EXPECT_EQ(RunAfter("exec >&-", words), 1);
