@@ -10,19 +10,22 @@
 
 namespace tessel::api::streaming::common {
 
-// Client's thread.
+// Any thread; see IStreamControl for changes that meet.
 class TESSEL_PUBLIC IStreamLifecycle {
  public:
   virtual ~IStreamLifecycle() = default;
 
-  // null -> ready: creates the chain on the real-time side. A second call changes nothing.
+  // null -> ready: creates the chain on the real-time side. A second call changes nothing. False
+  // once the real-time side has died, until Close(). Not while another thread pulls frames.
   virtual bool Open() = 0;
   // any -> null: ends waiting pulls, destroys the chain. Frames still held stay readable.
   virtual bool Close() = 0;
   // ready -> play.
   virtual bool Start() = 0;
-  // play -> ready: ends waiting pulls; after it has returned no output callback runs, unless it was
-  // called from inside one.
+  // play -> ready: ends waiting pulls. When it has returned true on a client's thread, no callback
+  // of the stream runs. False also when a callback has not returned within the time-out of a
+  // command; the stream is stopped all the same. Called from a callback it does not wait for any.
+  // Close() likewise.
   virtual bool Stop() = 0;
 };
 
@@ -38,9 +41,9 @@ class TESSEL_PUBLIC IStreamOutput : public virtual IStreamControl, public virtua
   virtual bool PullFrame(std::shared_ptr<frame_t>& frame, bool blocking) = 0;
 
   // Push mode; register before Open(). `cb` is copied and runs on the stream thread, which it
-  // should not keep for longer than a frame time. Stream thread. May keep the frame, may call
-  // Stop(), and Close() once Start() has returned; must not destroy the source. False in pull mode,
-  // where the callback is stored but never called.
+  // should not keep for longer than a frame time. Stream thread. May keep the frame and change the
+  // state; must not destroy the source. An exception that it throws is logged and counts as false.
+  // False in pull mode, where the callback is stored but never called.
   virtual bool RegisterOutputCallback(const std::function<bool(std::shared_ptr<frame_t>&)>& cb) = 0;
 
   // The media as the real-time side described it at the last Open(), as text:

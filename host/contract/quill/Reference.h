@@ -5,6 +5,8 @@
 //   any thread       at any time, also at the same time
 //   client's thread  whichever thread the client uses, one at a time an object
 //   stream thread    the host's, one for each pushed stream
+//   message thread   the host's, one for all messages
+//   host thread      any of the host's
 //   far side         the other process, which plays the real-time operating system
 //
 // Ownership
