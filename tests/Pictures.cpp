@@ -144,7 +144,10 @@ TEST_F(Pictures, OfRawVideoHaveTheLayoutAskedFor) {
 
 TEST_F(Pictures, OfRawVideoHaveTheirOwnColoursWhateverThoseOfTheFile) {
   const std::string file = ::testing::TempDir() + std::to_string(getpid()) + ".mkv";
-  ASSERT_EQ(std::system((TESSEL_TOOL " capture jpeg -q --frames 2 -o " + file).c_str()), 0);
+  ASSERT_EQ(
+      std::system(
+          (TESSEL_TOOL " capture jpeg -q --width 640 --height 360 --frames 2 -o " + file).c_str()),
+      0);
   SetSensor(file);
   const Frame frame = FirstRaw("420V50", 160, 120);
   ASSERT_TRUE(std::filesystem::remove(file) && frame);

@@ -206,7 +206,7 @@ TEST_F(SeveralClients, AnybodyWatchesAndSteers) {
     EXPECT_TRUE(is_first || look["untriggered"] > 0);
   }
   EXPECT_EQ(looks, 4);
-  const std::string screen = Tool("top --count 1 yuv");  // with one of its own
+  const std::string screen = Tool("top --count 1 pcm");  // with one of its own
   const char* h264 = "[^]* h264 +play +160x120 +-/50 +\\d+/2000 +41/41 [^]*";
   EXPECT_FALSE(Match(screen, h264).empty()) << screen;
   EXPECT_FALSE(Tool("top --count 1 yuv-fake").starts_with('!')) << "which nothing ends but it";

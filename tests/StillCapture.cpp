@@ -8,12 +8,14 @@
 #include <thread>
 
 #include <signal.h>
+#include <sys/inotify.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "Decoder.h"
+#include "Descriptors.h"
 #include "Fixture.h"
 #include "Photography.h"
 #include "quill/Hash.h"
@@ -535,13 +537,30 @@ TEST_F(StillCapture, APausedOneWritesWhatItWasAskedForLater) {
 }
 
 TEST_F(StillCapture, ATemporaryNameThatIsTakenIsPassedOver) {
-  const std::string left = ".tessel-" + std::to_string(getpid()) + "-";
-  for (int i = 1; i < 100; ++i) std::ofstream(Path(left + std::to_string(i))) << "old";
   const Taker taker = Playing(kSnap);
+  const link::UniqueFd watch(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
+  ASSERT_GE(inotify_add_watch(watch.Get(), _folder.c_str(), IN_CREATE), 0);
+  const auto created = [&watch] {
+    alignas(inotify_event) char events[4096] = {};
+    return read(watch.Get(), events, sizeof events) > 0
+               ? std::string(reinterpret_cast<inotify_event*>(events)->name)
+               : std::string();
+  };
+  ASSERT_TRUE(SnapTo(taker, Url("first.jpeg")));
+  const std::string name = created();
+  const auto number = name.rfind('-') + 1;
+  ASSERT_TRUE(name.starts_with(".tessel-" + std::to_string(getpid()) + "-")) << name;
+  const int last = std::stoi(name.substr(number));
+  for (int i = 1; i < 50; ++i) {
+    std::ofstream(Path(name.substr(0, number) + std::to_string(last + i))) << "old";
+    EXPECT_NE(created(), "");
+  }
   EXPECT_TRUE(SnapTo(taker, Url("snap.jpeg")));
+  EXPECT_EQ(created(), name.substr(0, number) + std::to_string(last + 50));
+  EXPECT_EQ(Files().size(), 51U);
   taker->SetURL(nullptr);
   EXPECT_FALSE(taker->Snap(true));
-  EXPECT_EQ(Files().size(), 100U);
+  EXPECT_EQ(Files().size(), 51U);
 }
 
 TEST_F(StillCapture, ASnapshotPostsItsUrlWholeOrNotAtAll) {
@@ -557,11 +576,13 @@ TEST_F(StillCapture, ASnapshotPostsItsUrlWholeOrNotAtAll) {
   EXPECT_TRUE(taker->Snap(false));
   EXPECT_EQ(extra, longest);
   EXPECT_EQ(block->extra_len, 1024);
-  const std::string place = "plugin/api/linux/JpegSnap.cpp/#/Snap:\t";
-  EXPECT_EQ(
-      LogLines(quill::stream::kTrace),
-      (Lines{place + "len=1023", place + "(void*)vbrc=" + quill::base::ToString<const void*>(block),
-             place + "_url=" + longest, place + "(char*)vbrc->extra=" + longest}));
+  const std::string address = quill::base::ToString<const void*>(block);
+  Lines expected;
+  for (const std::string& text : {std::string("len=1023"), "(void*)vbrc=" + address,
+                                  "_url=" + longest, "(char*)vbrc->extra=" + longest}) {
+    expected.push_back("\033[33mplugin/api/linux/JpegSnap.cpp/#/Snap:\t" + text + "\n\033[0m");
+  }
+  EXPECT_EQ(ColouredLines(quill::stream::kTrace), expected);
   const struct {
     const char* line;
     int room;
@@ -644,12 +665,18 @@ TEST_F(StillCapture, PhotographyDescribesItsApplicationAndGivesUrls) {
             "IOSinkPerFrame:name=fifo,dbg=true,newFrame=true,urlLayout={type=UrlCallback,cb=@,hd="
             "@}}}");
   made->SetQP(40);
+  EXPECT_EQ(made->GetQP(), 40);
   EXPECT_NE(made->AppStringCreate().find(",qp=40+"), std::string::npos);
   EXPECT_EQ(dualos::Photography::cbCreateUrl(nullptr), "");
   EXPECT_EQ(LogLines(), Lines{"plugin/api/linux/Photography.cpp/#/cbCreateUrl:\t!hd"});
   EXPECT_EQ(dualos::Photography::cbCreateUrl(made.get()), "file://snap.jpeg");
   made->SetURL("file://other.jpeg");
   EXPECT_EQ(dualos::Photography::cbCreateUrl(made.get()), "file://other.jpeg");
+  made->SetWidth(160);
+  made->SetHeight(120);
+  EXPECT_TRUE(made->Open() && made->Open());
+  EXPECT_EQ(quill::host::Streams().size(), 1U) << "one application";
+  EXPECT_TRUE(made->Close());
   const std::string layout = made->AppStringCreate().substr(sizeof "type=Application");
   auto* alone = quill::host::CreateObject("Application", layout.c_str());
   ASSERT_TRUE(alone != nullptr && alone->SetStr("statusup", "play"));
@@ -659,6 +686,24 @@ TEST_F(StillCapture, PhotographyDescribesItsApplicationAndGivesUrls) {
   EXPECT_FALSE(made->Open());
   EXPECT_EQ(LogLines().back(),
             "plugin/api/linux/Photography.cpp/#/Open:\t!_obj->Set(\"statusup\",\"ready\")");
+}
+
+// Only a start takes the count back, also one that fails.
+TEST_F(StillCapture, APhotographyWaitsUntilTheCountIsTheOneAfterItsRequest) {
+  auto* made = new dualos::Photography;
+  auto snap = std::async(std::launch::async, [made] { return made->Snap(true); });
+  ASSERT_TRUE(Eventually([made] { return made->Block()->trigger_req == 1; }));
+  auto* picture = new quill::base::Message("", nullptr);
+  made->processMessageNewFrame(*picture);
+  made->processMessageNewFrame(*picture);
+  EXPECT_EQ(snap.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+  EXPECT_FALSE(made->Start()) << "it is not open";
+  made->processMessageNewFrame(*picture);
+  EXPECT_EQ(snap.wait_for(kDeadline), std::future_status::ready);
+  made->Enable(false);
+  EXPECT_TRUE(snap.get());
+  picture->Release();
+  made->Release();
 }
 
 TEST_F(StillCapture, WithoutItsBlockASnapshotDoesNothing) {
