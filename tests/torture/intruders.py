@@ -14,8 +14,9 @@ _MOST_BYTES = 256 << 20
 _HELLO = "cmd=hello,version=1,base=0x100000"
 _CREATE = (
     "type=Application,layout={type=pipeline,layout={%s+ShmSink:name=shmsink,session_name=s1,"
-    "init=true}},status=%s,cmd=tesselCreate,sessions={s1={offset=8192,size=33554432}},"
-    "blocks={4096=744},board={sensor=test,mic=test,loop=true,paced=true,slots=8}")
+    "init=true}},status=%s,cmd=tesselCreate,sessions={s1={offset=%s,size=%s}},"
+    "blocks={%s=%s},board={sensor=test,mic=test,loop=true,paced=true,slots=%s}")
+_PLACES = (8192, 33554432, 4096, 744, 8)  # session and its size, block and its size, slots
 _CHAINS = (
     "pv-yuv-src-adv:w=160,h=120+h264-encoder-dma:name=h264,goptype=IPPP,gop=15,qp=0,vbrc=0x101000,"
     "fr=30,clk=400000", "pv-yuv-src-adv:w=160,h=120")
@@ -32,18 +33,31 @@ class _Intruder:
         self._window = wire.make_window()
         self._socket = socket.socket(socket.AF_UNIX, socket.SOCK_SEQPACKET)
         self._socket.connect(round.path("board"))
+        self._bells = [os.eventfd(0, os.EFD_NONBLOCK), os.eventfd(0, os.EFD_NONBLOCK)]
+        if self._random.random() < 0.9:
+            self._hello()
+
+    def _hello(self):
+        self._send(wire.HEAD.pack(wire.REQUEST, 1) + _HELLO.encode(), [self._window])
+
+    def _create(self):
+        random, places = self._random, list(_PLACES)
+        way = random.random()
+        if way < 0.4:
+            places[random.randrange(len(places))] = random.choice(
+                (wire.extreme(random), random.randrange(1 << 27), 1 << random.randrange(64)))
+        text = _CREATE % (random.choice(_CHAINS), random.choice(("ready", "play", "play")), *places)
+        if way > 0.7:
+            text = wire.mutate(random, text)
+        self._send(wire.HEAD.pack(wire.REQUEST, 2) + text.encode("latin-1"), self._bells)
 
     def step(self):
         random = self._random
         way = random.randrange(12)
-        if way <= 1:
-            self._send(wire.HEAD.pack(wire.REQUEST, 1) + _HELLO.encode(), [self._window])
+        if way == 0:
+            self._hello()
         elif way <= 3:
-            bells = [os.eventfd(0, os.EFD_NONBLOCK), os.eventfd(0, os.EFD_NONBLOCK)]
-            text = _CREATE % (random.choice(_CHAINS), random.choice(("ready", "play", "play")))
-            if random.random() < 0.6:
-                text = wire.mutate(random, text)
-            self._send(wire.HEAD.pack(wire.REQUEST, 2) + text.encode("latin-1"), bells, True)
+            self._create()
         elif way <= 7:
             text = random.choice(_OTHERS)
             text = text % random.randrange(1, 40) if "%" in text else text
@@ -56,7 +70,7 @@ class _Intruder:
         elif way == 9:
             self._send(random.randbytes(random.choice((1, 7, 8, 100, 100_000))))
         elif way == 10:
-            wire.scribble(random, self._window, [8192])
+            wire.scribble(random, self._window, [(8192, self._bells[1])])
         elif random.random() < 0.5:  # else its answers pile up
             self._read()
 
@@ -78,7 +92,8 @@ class _Intruder:
 
     def close(self):
         self._socket.close()
-        os.close(self._window)
+        for fd in (self._window, *self._bells):
+            os.close(fd)
 
 
 def hostile_client(round):
@@ -112,7 +127,7 @@ class _Proxy:
         self._peers = {}  # socket: the one that its messages go to
         self._sides = set()
         self._window = None
-        self._areas = []
+        self._sessions = []  # offset in the window, and bell of its reader
 
     def pump(self, seconds):
         """Passes on messages for a while."""
@@ -124,8 +139,8 @@ class _Proxy:
                     self._accept()
                 elif sock in self._peers:
                     self._pass(sock)
-            if self._behaviour == "scribbles" and self._areas and self._random.random() < 0.3:
-                wire.scribble(self._random, self._window, self._areas)
+            if self._behaviour == "scribbles" and self._sessions and self._random.random() < 0.3:
+                wire.scribble(self._random, self._window, self._sessions)
 
     def _accept(self):
         client = self._listener.accept()[0]
@@ -157,7 +172,7 @@ class _Proxy:
         if "cmd=hello" in text and len(fds) == 1 and self._window is None:
             self._window = os.dup(fds[0])
         if "cmd=tesselCreate" in text:
-            self._areas += wire.areas_in(text)
+            self._sessions += zip(wire.areas_in(text), map(os.dup, fds[::2]))
 
     def _harm(self, sock, data):
         random, client = self._random, self._peers[sock]
@@ -190,12 +205,15 @@ class _Proxy:
             sock.close()
         if self._window is not None:
             os.close(self._window)
+        for _, bell in self._sessions:
+            os.close(bell)
 
 
 def hostile_side(round):
     """The real-time side answers wrongly, never, or writes noise into the shared memory."""
     side = round.listen()
-    behaviour = round.random.choice(("mutates", "babbles", "withholds", "leaves", "scribbles"))
+    behaviour = round.random.choice(("mutates", "babbles", "withholds", "leaves", "scribbles",
+                                     "scribbles"))
     proxy = _Proxy(round, behaviour)
     kind = round.random.choice((*KINDS, (("pcm",), "wav")))
     client = round.capture("--rtos", round.path("proxy"), name=behaviour, kind=kind)

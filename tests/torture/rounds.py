@@ -39,6 +39,7 @@ class Capture(Program):
         super().__init__(folder, name, words, **how)
 
     def frames(self):
+        """What its log has so far."""
         return read_log(self.log, is_torn=True)
 
     def reach(self, count):

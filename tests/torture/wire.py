@@ -96,21 +96,29 @@ def hostile_descriptors(random):
     return fds
 
 
-def scribble(random, window, areas):
-    """Noise in the rings and words of session areas, which begin at `areas` in the window, and in
-    the rate-control blocks in front of them."""
+def scribble(random, window, sessions):
+    """Noise in the rings and words of session areas, or in the rate-control blocks in front of them.
+    `sessions`: offset of each area in the window, and the bell that wakes its reader."""
     with mmap.mmap(window, 0) as memory:
         if random.random() < 0.2:
-            at = 4 * random.randrange(areas[0] // 4)
+            at = 4 * random.randrange(sessions[0][0] // 4)
             memory[at:at + 4] = random.choice((random.randbytes(4), b"\xff\xff\xff\x7f"))
-        for area in areas:
+        for area, bell in sessions:
             for _ in range(random.choice((1, 4, 40))):
-                # The words of both sides, or the descriptors.
-                at = area + 8 * random.choice((0, 8, 16, 128 + random.randrange(256)))
-                if at + 8 <= len(memory):
-                    memory[at:at + 8] = random.choice((
-                        random.randbytes(8), b"\xff" * 8, b"\0" * 8, b"\xff" * 7 + b"\x7f",
-                        struct.pack("=q", random.randrange(1 << 50))))
+                # The words of both sides, or the descriptors: offset, time, size and number, slot.
+                at = area + 8 * random.choice((8, 16, *[128 + random.randrange(256)] * 8))
+                memory[at:at + 8] = random.choice((
+                    random.randbytes(8), b"\xff" * 8, b"\0" * 8, b"\xff" * 7 + b"\x7f",
+                    struct.pack("=q", 1 << random.randrange(63)),
+                    struct.pack("=q", random.randrange(1 << 28))))
+            # As if some of them had just been announced.
+            head = struct.unpack_from("=I", memory, area)[0] + random.choice((0, 1, 5, 63, 1 << 30))
+            struct.pack_into("=I", memory, area, head & 0x7fffffff)
+            os.eventfd_write(bell, 1)
+
+
+def extreme(random):
+    return random.choice(_NUMBERS)
 
 
 def areas_in(text):
