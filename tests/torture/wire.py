@@ -105,12 +105,15 @@ def scribble(random, window, sessions):
             memory[at:at + 4] = random.choice((random.randbytes(4), b"\xff\xff\xff\x7f"))
         for area, bell in sessions:
             for _ in range(random.choice((1, 4, 40))):
-                # The words of both sides, or the descriptors: offset, time, size and number, slot.
-                at = area + 8 * random.choice((8, 16, *[128 + random.randrange(256)] * 8))
-                memory[at:at + 8] = random.choice((
+                # The words of both sides, or of a descriptor: offset, time, size and number, slot.
+                word = random.choice((8, 16, *[128 + random.randrange(256)] * 8))
+                memory[area + 8 * word:area + 8 * word + 8] = random.choice((
                     random.randbytes(8), b"\xff" * 8, b"\0" * 8, b"\xff" * 7 + b"\x7f",
                     struct.pack("=q", 1 << random.randrange(63)),
                     struct.pack("=q", random.randrange(1 << 28))))
+                if word >= 128 and word % 4 == 2:  # small enough to be kept, or outside of the area
+                    size = random.choice((0, 1, 5000, 1 << 29, 0xffffffff))
+                    struct.pack_into("=I", memory, area + 8 * word, size)
             # As if some of them had just been announced.
             head = struct.unpack_from("=I", memory, area)[0] + random.choice((0, 1, 5, 63, 1 << 30))
             struct.pack_into("=I", memory, area, head & 0x7fffffff)
