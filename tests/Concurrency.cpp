@@ -74,8 +74,16 @@ TEST_F(Concurrency, APullThatDoesNotBlockDoesNotWaitForOneThatDoes) {
   const std::vector<Frame> kept = HoldAllSlots(camera);
   auto blocked = std::async(std::launch::async, [&] { return NextFrame(camera) != nullptr; });
   Frame frame;
-  EXPECT_FALSE(camera->PullFrame(frame, false));
+  auto looks = std::async(std::launch::async, [&] {
+    // Until the other one waits for certain: nothing tells of that.
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(50);
+    bool is_none = true;
+    while (std::chrono::steady_clock::now() < end) is_none &= !camera->PullFrame(frame, false);
+    return is_none;
+  });
+  EXPECT_EQ(looks.wait_for(kDeadline), std::future_status::ready) << "it waits for the other one";
   EXPECT_TRUE(camera->Stop());
+  EXPECT_TRUE(looks.get());
   EXPECT_FALSE(blocked.get());
   EXPECT_FALSE(camera->PullFrame(frame, true)) << "nothing comes from a stream that is stopped";
 }
@@ -134,6 +142,7 @@ TEST_F(Concurrency, ACallbackThatReopensItsStreamDoesNotKeepItAlive) {
     started.Set();
     ASSERT_TRUE(round % 2 == 0 || reopened.Wait());
     camera.reset();
+    ASSERT_TRUE(Eventually([] { return quill::host::Streams().empty(); })) << "round " << round;
   }
 }
 
