@@ -29,6 +29,19 @@ class FarSideLoss : public StreamTest {
   Event _told;
 };
 
+TEST_F(FarSideLoss, OneThatNeverAnswersIsGivenUpAfterTheStartTimeout) {
+  UseOddFarSide("mutes");
+  Use([](auto& options) { options.start_timeout = std::chrono::milliseconds(300); });
+  const Camera camera = Make();
+  LogLines();
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_FALSE(camera->Open());
+  const auto time = std::chrono::steady_clock::now() - begin;
+  EXPECT_GE(time, std::chrono::milliseconds(300));
+  EXPECT_LT(time, std::chrono::seconds(8)) << "the usual time-out";
+  EXPECT_TRUE(IsLogged("300 ms"));
+}
+
 TEST_F(FarSideLoss, IsToldOnceAndOpenWorksAgainAfterClose) {
   const Camera camera = MakeListening(kPull);
   ASSERT_TRUE(camera->ChangeState(State::kPlay));

@@ -137,6 +137,13 @@ bool Receive(int socket, WireMessage& message, AttrSet& request) {
   return ReceiveMessage(socket, message, fds) && request.Parse(message.text.c_str());
 }
 
+void Mute(int socket) {
+  WireMessage message;
+  AttrSet request;
+  while (Receive(socket, message, request)) {
+  }
+}
+
 void Garble(int socket) {
   WireMessage message;
   AttrSet request;
@@ -204,7 +211,9 @@ int ListenAsOddFarSide(const std::string& path) {
 int RunOddFarSide(const std::string& behaviour, link::UniqueFd connection) {
   g_behaviour = behaviour;
   if (behaviour == "exits") return 0;
-  if (behaviour == "garbles") {
+  if (behaviour == "mutes") {
+    Mute(connection.Get());
+  } else if (behaviour == "garbles") {
     Garble(connection.Get());
   } else if (behaviour.starts_with("pages")) {
     Page(connection.Get(), behaviour.substr(5));

@@ -24,6 +24,7 @@ inline constexpr std::uint32_t kManyUnits = 500;
 
 // Serves `connection` with OddElements() as the behaviour says, or
 //   exits:   ends at once
+//   mutes:   answers nothing
 //   garbles: answers all but "hello" with what is no answer
 //   pages:   lists three streams in two pages; what follows in the name ends the second one
 //   delays:  answers "slow" and "tesselCreate" when the next command has come; answers that one

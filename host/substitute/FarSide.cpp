@@ -31,8 +31,6 @@ using tessel::link::UniqueFd;
 using tessel::link::WireMessage;
 
 constexpr int kTheirSocket = 3;  // where a program started here finds its end of the wire
-// A program has to be loaded first, which may take longer than a command.
-constexpr std::chrono::seconds kHelloTimeout(10);
 constexpr nanoseconds kMostTimeout =
     std::chrono::hours(24);  // a deadline must not overflow the clock
 constexpr char kLoss[] = "the real-time side is gone";
@@ -155,7 +153,8 @@ bool FarSide::Introduce(std::string& error) {
   hello.Add("version", tessel::link::kSessionVersion);
   hello.Add("base", base::ToString<const void*>(memory.Base()));
   AttrSet answer;
-  const nanoseconds timeout = _child == 0 ? CommandTimeout() : kHelloTimeout;
+  const nanoseconds timeout =
+      _child == 0 ? CommandTimeout() : std::min(host::GetOptions().start_timeout, kMostTimeout);
   if (!Request(hello, {memory.Fd()}, timeout, nullptr, answer, error)) return false;
   int process = 0;
   if (_child == 0 && answer.Get("pid", process)) _process = process;

@@ -48,6 +48,10 @@ struct Options {
 
   // For commands that bring no time-out of their own.
   std::chrono::nanoseconds command_timeout = std::chrono::seconds(1);
+  // For a real-time side that is started here to answer its first message: its program has to be
+  // loaded before, which may take longer than a command. The first Open() fails no sooner if that
+  // program never answers.
+  std::chrono::nanoseconds start_timeout = std::chrono::seconds(10);
 };
 
 // Any thread; what a running stream uses already does not change.
@@ -56,7 +60,7 @@ QUILL_PUBLIC Options GetOptions();
 
 // Loads a plug-in and lets it register its classes; loading it again changes nothing. Null: the
 // streaming plug-in beside this library, else the installed one. False when it cannot be loaded or
-// announces nothing; the reason goes to `error`, if given, and to the log.
+// announces nothing itself; the reason goes to `error`, if given, and to the log.
 QUILL_PUBLIC bool LoadPlugin(const char* path = nullptr, std::string* error = nullptr);
 
 // All class records, in the order of their registration. Borrowed for the process's life, but for
@@ -64,7 +68,8 @@ QUILL_PUBLIC bool LoadPlugin(const char* path = nullptr, std::string* error = nu
 QUILL_PUBLIC std::vector<const base::IClass*> Classes();
 
 // Creates and configures an object of the class `name`; held by the caller. Null, with a line in
-// the log, when there is no such class, it needs constructor arguments, or it refuses `attributes`.
+// the log, when there is no such class, it needs constructor arguments, or it has no use for one of
+// the `attributes`.
 QUILL_PUBLIC base::object* CreateObject(const char* name, const char* attributes);
 
 // Holds an object, seen through one of its interfaces. Movable, one thread at a time.
