@@ -264,6 +264,7 @@ TEST_F(Layouts, TellWhatWasSetBefore) {
   camera->SetHeight(-4);  // stored unchecked
   camera->SetGop(50);
   camera->SetGopType("IBP");
+  camera->SetGopType(nullptr);  // changes nothing
   camera->SetQP(33);
   camera->SetFrameRate(15);
   const std::string session =
@@ -297,6 +298,7 @@ TEST_F(Layouts, OfSoundBeginWithTheMicrophone) {
   aac->SetTargetChannels(1);
   aac->SetBitRate(96);
   aac->SetProfile("MAIN");
+  aac->SetProfile(nullptr);
   aac->SetBandWidth(-7);
   trace = OpenAndTrace(aac, "1");
   EXPECT_EQ(trace[1], place + "SelectMicrophone:\tdualos");
@@ -359,6 +361,7 @@ TEST_F(Layouts, OfTheOtherSourcesShareWhatTheyShare) {
     if (auto* yuv = dynamic_cast<api::streaming::IYuvSource*>(source.get())) {
       yuv->SelectSensor(3);  // nowhere in the text
       yuv->SetFormat("");    // stored unchecked
+      yuv->SetFormat(nullptr);
     }
     std::string chain = std::string("type=pipeline,layout={pv-yuv-src-adv:w=1920,h=1080") + middle +
                         "+ShmSink:name=shmsink,session_name=$,init=true}";

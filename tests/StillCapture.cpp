@@ -559,6 +559,8 @@ TEST_F(StillCapture, ATemporaryNameThatIsTakenIsPassedOver) {
   EXPECT_EQ(created(), name.substr(0, number) + std::to_string(last + 50));
   EXPECT_EQ(Files().size(), 51U);
   taker->SetURL(nullptr);
+  EXPECT_TRUE(taker->Snap(true)) << "the URL stays";
+  taker->SetURL("");
   EXPECT_FALSE(taker->Snap(true));
   EXPECT_EQ(Files().size(), 51U);
 }

@@ -1,5 +1,6 @@
 // Root of the objects a client of the streaming framework holds, and the mark of what is visible
-// outside the library that implements it.
+// outside the library that implements it. In all interfaces here a null text is refused: an
+// operation that answers says false or null, a setter keeps what it had.
 #pragma once
 
 #include <cstddef>

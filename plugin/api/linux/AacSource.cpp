@@ -12,7 +12,9 @@ using quill::stream::Trace;
 
 AacSource::AacSource(bool pull) : PcmSource(pull) { Trace("AacSource"); }
 
-void AacSource::SetProfile(const char* name) { _profile = name == nullptr ? "" : name; }
+void AacSource::SetProfile(const char* name) {
+  if (name != nullptr) _profile = name;
+}
 void AacSource::SetTargetChannels(int channels) { _aac.channels = channels; }
 void AacSource::SetBandWidth(int hertz) { _bandWidth = hertz; }
 AacSource::AacMediaInfo AacSource::GetAacMediaInfo() const { return _aac; }

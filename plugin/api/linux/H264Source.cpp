@@ -30,7 +30,9 @@ void H264Source::SelectSensor(int index) { _sensor = index; }
 void H264Source::SetWidth(int pixels) { _h264.width = pixels; }
 void H264Source::SetHeight(int pixels) { _h264.height = pixels; }
 void H264Source::SetGop(int frames) { _h264.gop = frames; }
-void H264Source::SetGopType(const char* pattern) { _h264.goptype = pattern; }
+void H264Source::SetGopType(const char* pattern) {
+  if (pattern != nullptr) _h264.goptype = pattern;
+}
 H264Source::H264MediaInfo H264Source::GetH264MediaInfo() const { return _h264; }
 
 void H264Source::ForceKeyFrame() {

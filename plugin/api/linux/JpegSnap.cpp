@@ -40,7 +40,9 @@ bool JpegSnap::SendMessage(const char*) { return false; }
 void JpegSnap::SelectSensor(int index) { _sensor = index; }
 void JpegSnap::SetWidth(int pixels) { _width = pixels; }
 void JpegSnap::SetHeight(int pixels) { _height = pixels; }
-void JpegSnap::SetURL(const char* url) { _url = url == nullptr ? "" : url; }
+void JpegSnap::SetURL(const char* url) {
+  if (url != nullptr) _url = url;
+}
 void JpegSnap::ForceKeyFrame() {}
 
 void JpegSnap::SetQP(int qp) { Store(&VbrcBlock::qp, qp); }

@@ -44,7 +44,7 @@ void Photography::SetQP(int qp) { _qp = qp; }
 int Photography::GetQP() const { return _qp; }
 
 void Photography::SetURL(const char* url) {
-  std::atomic_store(&_url, std::make_shared<const std::string>(url == nullptr ? "" : url));
+  if (url != nullptr) std::atomic_store(&_url, std::make_shared<const std::string>(url));
 }
 
 std::string Photography::CreateUrl() { return *std::atomic_load(&_url); }
