@@ -134,10 +134,19 @@ TEST_F(Catalogue, AliasesBindTheDelivery) {
       }
     }
   }
+  const Camera plain(IClass::Find(kPull, true)->CreateObject(nullptr));
+  ASSERT_TRUE(plain);
+  plain->SetWidth(160);
+  plain->SetHeight(120);
+  EXPECT_TRUE(plain->Open()) << "it is configured";
+  EXPECT_EQ(quill::host::CreateObject(kPull, "widht=640"), nullptr);
+  EXPECT_EQ(
+      LogLines(),
+      Lines{"host/contract/quill/object.cpp/#/InitObject:\t!property,no such property: widht"});
   EXPECT_EQ(quill::host::CreateObject("ApiH264SourceCbrc1", ""), nullptr);
   EXPECT_EQ(quill::host::CreateObject("ApiH264Source", ""), nullptr);
-  EXPECT_EQ(LogLines(), (Lines{"host/substitute/HostEntry.cpp/#/CreateObject:\t!constructor,create "
-                               "one of its aliases: ApiH264SourceCbrc1",
+  EXPECT_EQ(LogLines(), (Lines{"host/contract/quill/IClass.cpp/#/CreateObject:\t!constructor,needs "
+                               "constructor arguments, which an alias binds: ApiH264SourceCbrc1",
                                "host/substitute/HostEntry.cpp/#/CreateObject:\t!record,no class: "
                                "ApiH264Source"}));
 }
@@ -170,7 +179,10 @@ TEST_F(Catalogue, ThePluginExportsItsEntry) {
   EXPECT_EQ(PluginNames(), AllNames());
   EXPECT_FALSE(quill::host::LoadPlugin("/nowhere/libno.so", &error));
   EXPECT_NE(error.find("/nowhere/libno.so"), std::string::npos) << error;
+  // Announced by another library, here the test itself.
+  EXPECT_GT(quill::base::ReflectAdd([](const char*) { ADD_FAILURE(); }, 0, "test", "1"), 0);
   EXPECT_FALSE(quill::host::LoadPlugin("libm.so.6", &error));
+  EXPECT_NE(error.find("libm.so.6 announces no plug-in"), std::string::npos) << error;
 }
 
 TEST_F(Catalogue, ThePluginNeedsTheStandardLibraryOnly) {

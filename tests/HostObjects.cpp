@@ -1,7 +1,10 @@
 // What every object of the plug-in inherits from the host: properties, children, messages, status,
 // class records, commands.
+#include <stdexcept>
+
 #include "common/StreamControl.h"
 #include "Fixture.h"
+#include "quill/Hash.h"
 #include "quill/IClass.h"
 #include "quill/Service.h"
 
@@ -13,6 +16,7 @@ using quill::stream::Service;
 using Status = quill::stream::IStatus::Status;
 
 const std::string kFile = "host/contract/quill/object.cpp/#/";
+const std::string kRecords = "host/contract/quill/IClass.cpp/#/CreateObject:\t";
 
 // A whole host object: a property of each kind, and a memory of the messages it got.
 class Lamp : public Object {
@@ -29,12 +33,19 @@ class Lamp : public Object {
         "level", [this](const object*, int& out) { return out = _level, true; },
         [this](object*, const int& in) { return in <= 10 && (_level = in, true); }));
   }
+  bool configure(AttrSet& set) override {
+    ++configured;
+    owner_at_first = Parent();
+    return Object::configure(set);
+  }
   bool processMessage(Message& message) override {
     got += message.Text();
     return Object::processMessage(message) || takes;
   }
   std::string got;
   bool takes = false;
+  int configured = 0;
+  object* owner_at_first = nullptr;
 
  private:
   int _level = 1;
@@ -144,17 +155,119 @@ TEST_F(HostObjects, ChildrenStandInOrderAndGoWithTheirOwner) {
   EXPECT_EQ(children[1]->Order(), 2);
 }
 
+TEST_F(HostObjects, AVisitMayReadAndChangeTheChildren) {
+  for (const char* name : {"a", "b", "c"}) Child(lamp, name)->takes = true;
+  std::string seen;
+  // Each with a deadline, as one that waits for the walk's own lock never ends.
+  auto walk = std::async(std::launch::async, [&] {
+    return lamp->foreach ([&](object& child) {
+      int others = 0;
+      lamp->foreach ([&](object&) { return ++others > 0; });
+      seen += child.Name() + std::to_string(others);
+      EXPECT_TRUE(child.SendMessage("!", Orient::kSource, nullptr) || child.Order() == 0);
+      object* first = lamp->getChild(0);
+      if (lamp->removeChild(first)) first->Release();
+      return true;
+    });
+  });
+  ASSERT_EQ(walk.wait_for(kDeadline), std::future_status::ready);
+  EXPECT_TRUE(walk.get());
+  EXPECT_EQ(seen, "a3b2c1");
+  EXPECT_EQ(lamp->getChild(0), nullptr);
+}
+
+TEST_F(HostObjects, CreatingOneConfiguresItOnce) {
+  AttrSet description("type=Lamp");
+  object* const made[] = {record->CreateObject(nullptr), quill::host::CreateObject("Lamp", ""),
+                          lamp->Clone(), lamp->create(description)};
+  for (object* each : made) {
+    auto* one = dynamic_cast<Lamp*>(each);
+    ASSERT_NE(one, nullptr);
+    EXPECT_EQ(one->configured, 1) << "row " << &each - made;
+    EXPECT_EQ(one->owner_at_first, each == made[3] ? lamp : nullptr);
+    EXPECT_EQ(one->Class(), record);
+    if (each != made[3]) each->Release();
+  }
+}
+
+TEST_F(HostObjects, NullIsRefusedAndChangesNothing) {
+  const std::string before = lamp->ToString();
+  Factory& factory = Factory::Globle();
+  AttrSet set("a=1");
+  const char* const none = nullptr;
+  const char* text = "kept";
+  std::string string = "kept";
+  bool flag = false;
+  int number = 7;
+  auto place = IClass::Globle().end();
+  quill::stream::IStatus::Status status{};
+  const std::pair<const char*, std::function<bool()>> rows[] = {
+      {"Parse", [&] { return set.Parse(nullptr); }},
+      {"Add", [&] { return set.Add(nullptr, "1") || set.Add("b", none); }},
+      {"AttrSet::Get", [&] { return set.Get(nullptr) != nullptr || set.Get(nullptr, number); }},
+      {"Remove", [&] { return set.Remove(nullptr); }},
+      {"ConvertToImpl", [&] { return ConvertToImpl(nullptr, flag); }},
+      {"ConvertToImpl, text", [&] { return ConvertToImpl(nullptr, string); }},
+      {"Hash", [] { return Hash(nullptr) != 0; }},
+      {"GetStr", [&] { return lamp->GetStr(nullptr, text); }},
+      {"SetStr", [&] { return lamp->SetStr(nullptr, "1") || lamp->SetStr("power", nullptr); }},
+      {"Get", [&] { return lamp->Get(nullptr, number) || lamp->Get("power", &number, nullptr); }},
+      {"Get, place", [&] { return lamp->Get("power", nullptr, &typeid(int)); }},
+      {"Set", [&] { return lamp->Set(nullptr, &number, &typeid(int)); }},
+      {"Set, value", [&] { return lamp->Set("power", nullptr, &typeid(int)); }},
+      {"Set, type", [&] { return lamp->Set("power", &number, nullptr); }},
+      {"GetWithType", [&] { return lamp->GetWithType("power", nullptr); }},
+      {"hasProperty", [&] { return lamp->hasProperty(nullptr) != -1; }},
+      {"setString", [&] { return lamp->setString(0, nullptr); }},
+      {"setoradd",
+       [&] { return lamp->setoradd(nullptr, "x") + lamp->setoradd("x", nullptr) > -2; }},
+      {"AddProperty", [&] { return lamp->AddProperty(nullptr); }},
+      {"HasKeyword", [&] { return lamp->HasKeyword(nullptr); }},
+      {"Initialize", [&] { return !lamp->Initialize(nullptr, nullptr, nullptr, nullptr); }},
+      {"fromString", [&] { return lamp->fromString(nullptr); }},
+      {"foreach", [&] { return lamp->foreach (nullptr); }},
+      {"addChild", [&] { return lamp->addChild(nullptr) || lamp->removeChild(nullptr); }},
+      {"SendMessage", [&] { return lamp->SendMessage(nullptr, Orient::kSink, nullptr); }},
+      {"Run", [&] { return factory.Run(nullptr, set); }},
+      {"Call", [&] { return factory.Call(nullptr, number); }},
+      {"ReplaceCommand",
+       [&] { return bool(factory.ReplaceCommand(nullptr, [](AttrSet&) { return true; })); }},
+      {"ReplaceFunction",
+       [&] { return bool(factory.ReplaceFunction<int()>(nullptr, [] { return 1; })); }},
+      {"Find", [] { return IClass::Find(nullptr, true) != nullptr; }},
+      {"Find, place", [&] { return IClass::Find(nullptr, place) != nullptr; }},
+      {"IClass", [] { return !IClass(nullptr, {}).Name().empty(); }},
+      {"Register", [] { return IClass::Register(nullptr) != nullptr; }},
+      {"UnRegister", [] { return IClass::UnRegister(nullptr); }},
+      {"alias", [] { return TClass<>::Register<bool>("TestAlias", nullptr, true) != nullptr; }},
+      {"ReflectAdd", [] { return ReflectAdd(nullptr, 0, "a", "b") != 0; }},
+      {"ReflectAdd, name", [] { return ReflectAdd([](const char*) {}, 0, nullptr, "b") != 0; }},
+      {"ReflectAdd, version", [] { return ReflectAdd([](const char*) {}, 0, "a", nullptr) != 0; }},
+      {"StatusFromName", [&] { return quill::stream::StatusFromName(nullptr, status); }},
+      {"CreateObject", [] { return quill::host::CreateObject(nullptr, "") != nullptr; }},
+      {"CreateObject, text", [] { return quill::host::CreateObject("Lamp", nullptr) != nullptr; }},
+  };
+  for (const auto& [name, is_taken] : rows) EXPECT_FALSE(is_taken()) << name;
+  EXPECT_EQ(lamp->ToString(), before);
+  EXPECT_EQ(set.ToString(false), "a=1");
+  EXPECT_EQ(text + string + std::to_string(number), "keptkept7");
+  EXPECT_EQ(AttrSet(nullptr), AttrSet());
+}
+
 TEST_F(HostObjects, CreateSaysWhatIsWrong) {
-  for (const char* text : {"", "type=Chandelier", "type=FuncSink", "type=Lamp,power=x"}) {
+  for (const char* text :
+       {"", "type=Chandelier", "type=FuncSink", "type=Lamp,power=x", "type=Lamp,pover=1"}) {
     AttrSet description(text);
     EXPECT_EQ(lamp->create(description), nullptr) << text;
   }
   EXPECT_EQ(lamp->getChild(0), nullptr);
-  EXPECT_EQ(LogLines(),
-            (Lines{kFile + "create:\t!type,a description without type=",
-                   kFile + "create:\t!record,no class: Chandelier",
-                   kFile + "create:\t!constructor,needs constructor arguments: FuncSink",
-                   kFile + "fromAttrSet:\t!setString(id,value),power=x"}));
+  EXPECT_EQ(
+      LogLines(),
+      (Lines{kFile + "create:\t!type,a description without type=",
+             kFile + "create:\t!record,no class: Chandelier",
+             kRecords + "!constructor,needs constructor arguments, which an alias binds: FuncSink",
+             kFile + "fromAttrSet:\t!setString(id,value),power=x",
+             kFile + "fromAttrSet:\t!property,no such property: pover"}));
 }
 
 TEST_F(HostObjects, ChildrenAreAdjustedByName) {
@@ -212,7 +325,6 @@ TEST_F(HostObjects, TheLastCallbackReadsTheMessage) {
     return true;
   });
   EXPECT_TRUE(lamp->SendMessage("hello", Orient::kSink, "!"));
-  EXPECT_TRUE(lamp->SendMessage(nullptr, Orient::kSink, nullptr));
   lamp->RegisterMessageProcessCallback(nullptr);
   EXPECT_FALSE(lamp->SendMessage("nobody", Orient::kSink, nullptr));
   EXPECT_EQ(read, "hello!");
@@ -325,6 +437,78 @@ TEST(ClassRecords, FreeTheirTagOnceAndLendItToAliases) {
   EXPECT_TRUE(IClass::UnRegister("TestSwitch"));
   EXPECT_EQ(freed, 12);
   EXPECT_FALSE(IClass::UnRegister("TestSwitch"));
+}
+
+TEST(ClassRecords, LiveOnInTheAliasesAndObjectsMadeOfThem) {
+  bool is_base_gone = false;
+  bool is_alias_gone = false;
+  const auto mark = [](void* flag) { *static_cast<bool*>(flag) = true; };
+  TClass<bool>::Enter<Switch>("TestSwitch")->Tags(&is_base_gone, &typeid(bool), mark);
+  IClass* alias = TClass<>::Register<bool>("TestSwitchOn", "TestSwitch", true);
+  alias->Tags(&is_alias_gone, &typeid(bool), mark);
+  EXPECT_TRUE(IClass::UnRegister("TestSwitch"));
+  EXPECT_FALSE(is_base_gone) << "the alias constructs with it";
+  object* made = alias->CreateObject(nullptr);
+  ASSERT_NE(made, nullptr);
+  EXPECT_EQ(made->ToString(), "on=true");
+  EXPECT_TRUE(IClass::UnRegister("TestSwitchOn"));
+  EXPECT_FALSE(is_alias_gone) << "the object reads it";
+  EXPECT_EQ(made->Class()->Name(), "TestSwitchOn");
+  object* copy = made->Clone();
+  ASSERT_NE(copy, nullptr);
+  made->Release();
+  EXPECT_FALSE(is_alias_gone || is_base_gone);
+  copy->Release();
+  EXPECT_TRUE(is_alias_gone && is_base_gone);
+}
+
+TEST(ClassRecords, OneThatCreatesNothingIsRefusedAndPassedOver) {
+  IClass* empty = IClass::Register(new IClass("TestEmpty", {}));
+  EXPECT_EQ(IClass::Register(empty), empty) << "again";
+  std::list<IClass*>::iterator place;
+  EXPECT_EQ(IClass::Find("TestEmpty", place), empty);
+  EXPECT_EQ(*place, empty);
+  EXPECT_EQ(IClass::Find("TestNothing", place), nullptr);
+  EXPECT_EQ(place, IClass::Globle().end());
+  LogLines();
+  EXPECT_EQ(empty->CreateObject(nullptr), nullptr);
+  EXPECT_EQ(quill::host::CreateObject("TestEmpty", ""), nullptr);
+  EXPECT_EQ(TClass<>::Register<bool>("TestOn", "TestEmpty", true), nullptr);
+  const std::string line = kRecords + "!_creator,a record that creates nothing: TestEmpty";
+  EXPECT_EQ(LogLines(), (Lines{line, line, "base/reflect/TClass/#/init:\t!cl"}));
+  // Of several records of a name the first that fits is bound.
+  auto* described = new TClass<bool>("TestEmpty", {});
+  IClass::Register(&described->Describe<Switch>());
+  const IClass* alias = TClass<>::Register<bool>("TestOn", "TestEmpty", true);
+  ASSERT_NE(alias, nullptr);
+  EXPECT_EQ(alias->Base(), described);
+  for (const char* name : {"TestOn", "TestEmpty", "TestEmpty"}) {
+    EXPECT_TRUE(IClass::UnRegister(name));
+  }
+  EXPECT_FALSE(IClass::UnRegister("TestEmpty")) << "entered once";
+}
+
+// A class that cannot be made.
+class Broken : public Object {
+ public:
+  Broken() { throw std::runtime_error("no filament"); }
+};
+
+TEST(ClassRecords, WhatIsThrownEndsInTheHost) {
+  LogLines();
+  const IClass* record = TClass<>::Enter<Broken>("TestBroken");
+  EXPECT_EQ(record->CreateObject(nullptr), nullptr);
+  Factory::Globle().ReplaceCommand("test",
+                                   [](AttrSet&) -> bool { throw std::runtime_error("no power"); });
+  AttrSet set;
+  EXPECT_FALSE(Factory::Globle().Run("test", set));
+  EXPECT_EQ(LogLines(),
+            (Lines{"host/contract/quill/IClass.cpp/#/Construct:\t!_creator(arguments),"
+                   "TestBroken: no filament",
+                   kRecords + "!made,TestBroken",
+                   "host/contract/quill/Factory.cpp/#/Run:\t!found(args),test: no power"}));
+  Factory::Globle().ReplaceCommand("test", nullptr);
+  IClass::UnRegister("TestBroken");
 }
 
 TEST(ClassRecords, AnAliasNeedsANameAndAFittingClass) {

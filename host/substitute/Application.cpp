@@ -41,7 +41,9 @@ bool Application::configure(AttrSet& set) {
   }
   if (create(description) == nullptr) return false;
   const char* wanted = set.Get("status");
-  return wanted == nullptr || SetStr("statusup", wanted);
+  if (wanted != nullptr && !SetStr("statusup", wanted)) return false;
+  for (const char* key : {"layout", "status"}) set.Remove(key);
+  return fromAttrSet(set);
 }
 
 }  // namespace quill::stream

@@ -1,4 +1,5 @@
 // The client's way in, the host's own classes, and the commands that it serves.
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <mutex>
@@ -6,6 +7,7 @@
 #include <string_view>
 
 #include <dlfcn.h>
+#include <link.h>
 
 #include "Application.h"
 #include "Construction.h"
@@ -31,16 +33,16 @@ using base::TClass;
 
 struct Announced {
   void (*announce)(const char*);
-  std::string name;
+  const link_map* library;  // the one that holds the function
 };
 
 // Never destroyed, as everything that other libraries reach.
 struct Entry {
   std::mutex mutex;
-  host::Options options;             // guarded by mutex
-  std::vector<Announced> announced;  // guarded by mutex; those not called yet
-  int announcements = 0;             // guarded by mutex
-  std::set<void*> plugins;           // guarded by mutex; libraries that have announced themselves
+  host::Options options;              // guarded by mutex
+  std::vector<Announced> announced;   // guarded by mutex; those not called yet
+  int announcements = 0;              // guarded by mutex
+  std::set<const link_map*> plugins;  // guarded by mutex; libraries that have announced themselves
 };
 
 Entry& TheEntry() {
@@ -115,9 +117,15 @@ bool Refuse(const std::string& reason, std::string* error) {
 }  // namespace
 
 int base::ReflectAdd(void (*announce)(const char*), int, const char* name, const char* version) {
+  if (stream::Failed(announce == nullptr || name == nullptr || version == nullptr, "!announce")) {
+    return 0;
+  }
+  Dl_info info = {};
+  void* library = nullptr;
+  dladdr1(reinterpret_cast<void*>(announce), &info, &library, RTLD_DL_LINKMAP);
   Entry& entry = TheEntry();
   const std::lock_guard lock(entry.mutex);
-  entry.announced.push_back({announce, std::string(name) + " " + version});
+  entry.announced.push_back({announce, static_cast<const link_map*>(library)});
   return ++entry.announcements;
 }
 
@@ -155,13 +163,20 @@ bool LoadPlugin(const char* path, std::string* error) {
     const char* reason = dlerror();
     return Refuse(reason == nullptr ? file : reason, error);
   }
+  const link_map* map = nullptr;
+  if (dlinfo(library, RTLD_DI_LINKMAP, &map) != 0) return Refuse(file, error);
   std::vector<Announced> fresh;
   bool is_plugin = false;
   {
     const std::lock_guard lock(entry.mutex);
-    fresh.swap(entry.announced);
-    if (!fresh.empty()) entry.plugins.insert(library);
-    is_plugin = entry.plugins.count(library) > 0;
+    // Others may have been loaded by somebody else; they are called once they are loaded here.
+    const auto others =
+        std::stable_partition(entry.announced.begin(), entry.announced.end(),
+                              [map](const Announced& plugin) { return plugin.library == map; });
+    fresh.assign(entry.announced.begin(), others);
+    entry.announced.erase(entry.announced.begin(), others);
+    if (!fresh.empty()) entry.plugins.insert(map);
+    is_plugin = entry.plugins.contains(map);
   }
   for (const Announced& plugin : fresh) plugin.announce(nullptr);
   return is_plugin || Refuse(file + " announces no plug-in", error);
@@ -172,17 +187,9 @@ std::vector<const IClass*> Classes() { return IClass::All(); }
 base::object* CreateObject(const char* name, const char* attributes) {
   const IClass* record = IClass::Find(name, true);
   if (stream::Failed(record == nullptr, "!record", "no class: ", name)) return nullptr;
-  if (stream::Failed(*record->ConstructorType() != typeid(void()), "!constructor",
-                     "create one of its aliases: ", name)) {
-    return nullptr;
-  }
   AttrSet set;
   if (stream::Failed(!set.Parse(attributes), "!set.Parse(attributes)", set.Error())) return nullptr;
-  base::object* made = record->CreateObject(nullptr);
-  if (stream::Failed(made == nullptr, "!made", name)) return nullptr;
-  if (made->InitObject(set)) return made;
-  made->Release();
-  return nullptr;
+  return record->CreateObject(nullptr, set, nullptr);
 }
 
 std::vector<StreamCounters> Streams() {

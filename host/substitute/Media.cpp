@@ -72,7 +72,7 @@ void Media::AddHeader(const base::AttrSet& description) {
 }
 
 bool Media::IsCodec(const char* name) const {
-  return !_codec.empty() && strcasecmp(_codec.c_str(), name) == 0;
+  return name != nullptr && !_codec.empty() && strcasecmp(_codec.c_str(), name) == 0;
 }
 
 }  // namespace quill::stream

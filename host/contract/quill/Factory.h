@@ -19,11 +19,11 @@ class QUILL_PUBLIC Factory {
 
   static Factory& Globle();
 
-  // Runs a command; its outputs are added to `args`. False when it fails or there is none.
+  // Runs a command; its outputs are added to `args`. False when it fails, throws, or there is none.
   bool Run(const char* command, AttrSet& args);
 
   // Calls the function registered under `name` with this very signature and stores its result.
-  // False, and logged, when there is none.
+  // False, and logged, when there is none. The look-up is compiled into the plug-in.
   template <typename Result, typename... Args>
   bool Call(const char* name, Result& result, Args... args) {
     const std::any found = FindFunction(name);
@@ -34,7 +34,8 @@ class QUILL_PUBLIC Factory {
   }
 
   // Enters or replaces a command or a typed function and hands back what stood there before, so
-  // that it can be called from the new one and put back. An empty one removes the name.
+  // that it can be called from the new one and put back. An empty one removes the name. Null
+  // names nothing.
   Command ReplaceCommand(const char* name, Command command);
   template <typename Signature>
   std::function<Signature> ReplaceFunction(const char* name, std::function<Signature> function) {
@@ -46,7 +47,12 @@ class QUILL_PUBLIC Factory {
 
  private:
   Factory() = default;
-  std::any FindFunction(const char* name);
+  std::any FindFunction(const char* name) {
+    if (name == nullptr) return {};
+    const std::lock_guard lock(_mutex);
+    const auto place = _functions.find(name);
+    return place == _functions.end() ? std::any() : place->second;
+  }
   std::any ExchangeFunction(const char* name, std::any function);
 
   std::mutex _mutex;
@@ -54,8 +60,9 @@ class QUILL_PUBLIC Factory {
   std::map<std::string, std::any, std::less<>> _functions;  // guarded by _mutex
 };
 
-// Announces a plug-in to the host, which calls `announce` once the plug-in is loaded. Returns the
-// number of plug-ins announced so far. Called by the plug-in's static initialiser.
+// Announces a plug-in to the host, which calls `announce` once the library that holds this function
+// is loaded as a plug-in. Returns the number of plug-ins announced so far; 0, and logged, where a
+// function or a text is null. Called by the plug-in's static initialiser.
 QUILL_PUBLIC int ReflectAdd(void (*announce)(const char*), int flags, const char* name,
                             const char* version);
 

@@ -1,8 +1,10 @@
 #include "quill/IClass.h"
 
 #include <algorithm>
+#include <exception>
 #include <memory>
 #include <mutex>
+#include <unordered_map>
 
 #include <strings.h>
 
@@ -22,16 +24,30 @@ std::list<IClass*>& Registry() {
   return *registry;
 }
 
+// A hold on each record of the registry.
+std::unordered_map<const IClass*, std::shared_ptr<IClass>>& Holds() {
+  static auto* holds = new std::unordered_map<const IClass*, std::shared_ptr<IClass>>;
+  return *holds;
+}
+
 const char* ConstructorText(const std::type_info* type) {
   if (type == nullptr) return "?";
   if (*type == typeid(void(bool))) return "(bool pull)";
   return *type == typeid(void()) ? "()" : "(functions)";
 }
 
+// The first record of that name, under the registry's lock.
+std::list<IClass*>::iterator PlaceOf(const char* name) {
+  std::list<IClass*>& registry = Registry();
+  if (name == nullptr) return registry.end();
+  return std::find_if(registry.begin(), registry.end(),
+                      [name](const IClass* record) { return record->Name() == name; });
+}
+
 }  // namespace
 
 IClass::IClass(const char* name, std::initializer_list<IProperty*> properties)
-    : _name(name), _properties(properties) {}
+    : _name(name == nullptr ? "" : name), _properties(properties) {}
 
 IClass::~IClass() = default;
 
@@ -67,11 +83,8 @@ IClass* IClass::Find(const char* name, bool exact) {
 
 IClass* IClass::Find(const char* name, std::list<IClass*>::iterator& place) {
   const std::lock_guard lock(RegistryMutex());
-  std::list<IClass*>& registry = Registry();
-  place = place == registry.end() ? registry.begin() : std::next(place);
-  place = std::find_if(place, registry.end(),
-                       [name](const IClass* record) { return record->_name == name; });
-  return place == registry.end() ? nullptr : *place;
+  place = PlaceOf(name);
+  return place == Registry().end() ? nullptr : *place;
 }
 
 std::list<IClass*>& IClass::Globle() { return Registry(); }
@@ -84,19 +97,26 @@ std::vector<const IClass*> IClass::All() {
 IClass* IClass::Register(IClass* record) {
   if (record == nullptr) return nullptr;
   const std::lock_guard lock(RegistryMutex());
-  Registry().push_back(record);
+  if (Holds().contains(record)) return record;
+  Holds().emplace(record, record);
+  std::list<IClass*>& registry = Registry();
+  const auto namesake =
+      std::find_if(registry.rbegin(), registry.rend(),
+                   [record](const IClass* other) { return other->_name == record->_name; });
+  if (namesake != registry.rend()) {
+    (*namesake)->_next_namesake.store(record, std::memory_order_release);
+  }
+  registry.push_back(record);
   return record;
 }
 
 bool IClass::UnRegister(const char* name) {
-  std::unique_ptr<IClass> gone;  // destroyed after the lock: a tag's destructor may come back here
+  std::shared_ptr<IClass> gone;  // given back after the lock: a tag's destructor may come back here
   const std::lock_guard lock(RegistryMutex());
-  std::list<IClass*>& registry = Registry();
-  const auto place = std::find_if(registry.begin(), registry.end(),
-                                  [name](const IClass* record) { return record->_name == name; });
-  if (place == registry.end()) return false;
-  gone.reset(*place);
-  registry.erase(place);
+  const auto place = PlaceOf(name);
+  if (place == Registry().end()) return false;
+  gone = std::move(Holds().extract(*place).mapped());
+  Registry().erase(place);
   return true;
 }
 
@@ -120,23 +140,55 @@ IClass& IClass::Tags(void* tag, const std::type_info* type,
   return *this;
 }
 
-object* IClass::CreateObject(void* arguments) const {
-  if (!_creator) return nullptr;
+object* IClass::Construct(void* arguments) const {
   const Construction::Scope scope;
-  object* made = _creator(arguments);
-  if (made != nullptr) made->_class = this;
-  return made;
+  try {
+    return _creator(arguments);
+  } catch (const std::exception& thrown) {
+    stream::Fail("!_creator(arguments)", _name, ": ", thrown.what());
+  } catch (...) {
+    stream::Fail("!_creator(arguments)", _name, " throws");
+  }
+  return nullptr;
+}
+
+object* IClass::CreateObject(void* arguments) const {
+  AttrSet none;
+  return CreateObject(arguments, none, nullptr);
+}
+
+object* IClass::CreateObject(void* arguments, AttrSet& set, object* owner) const {
+  if (stream::Failed(!_creator, "!_creator", "a record that creates nothing: ", _name)) {
+    return nullptr;
+  }
+  if (stream::Failed(arguments == nullptr && !HasConstructor(typeid(void())), "!constructor",
+                     "needs constructor arguments, which an alias binds: ", _name)) {
+    return nullptr;
+  }
+  object* made = Construct(arguments);
+  if (stream::Failed(made == nullptr, "!made", _name)) return nullptr;
+  // One that was never registered belongs to the caller, who keeps it for as long as its objects.
+  const auto held = weak_from_this().lock();
+  made->_class = held != nullptr ? held : std::shared_ptr<const IClass>(held, this);
+  made->_parent = owner;
+  if (made->InitObject(set)) return made;
+  made->_parent = nullptr;
+  made->Release();
+  return nullptr;
 }
 
 void IClass::print(ostream& out) const {
-  out << _name << ConstructorText(_constructor_type) << " " << _module << " "
-      << static_cast<int>(_version >> 16 & 0xff) << "." << static_cast<int>(_version >> 8 & 0xff)
-      << "." << static_cast<int>(_version & 0xff) << " " << _vendor << " " << _author;
+  ostream_string line;
+  line << _name << ConstructorText(_constructor_type) << " " << _module << " "
+       << static_cast<int>(_version >> 16 & 0xff) << "." << static_cast<int>(_version >> 8 & 0xff)
+       << "." << static_cast<int>(_version & 0xff) << " " << _vendor << " " << _author;
+  out.Write(line.str());
 }
 
 void IClass::print(ostream& out, object& instance) const {
   print(out);
-  out << (_object_test && _object_test(instance) ? ": " : ": not ") << instance.ToString();
+  out.Write(_object_test && _object_test(instance) ? ": " : ": not ");
+  out.Write(instance.ToString());
 }
 
 ostream& IClass::operator>>(ostream& out) const {

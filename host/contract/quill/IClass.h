@@ -1,6 +1,7 @@
 // The class registry: what can be created by name.
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <initializer_list>
 #include <list>
@@ -16,41 +17,39 @@
 
 namespace quill::base {
 
-// What creates objects.
+// Root of what creates objects.
 class QUILL_PUBLIC IFactoryHelper {
  public:
   virtual ~IFactoryHelper() = default;
-  // A new object held by the caller, or null.
-  virtual object* CreateObject(void*) const { return nullptr; }
 };
 
-// One class record. The registry owns the records entered into it and keeps them for the process's
-// life, apart from those unregistered; it locks itself, so every static operation is for any
-// thread.
-class QUILL_PUBLIC IClass : public IFactoryHelper {
+// One class record. The registry holds the records entered into it, and so do the aliases that bind
+// a record and the objects made from it: one that is unregistered lives until the last of them is
+// gone. The registry locks itself, so every static operation is for any thread.
+class QUILL_PUBLIC IClass : public IFactoryHelper, public std::enable_shared_from_this<IClass> {
  public:
   using Creator = std::function<object*(void* arguments)>;
   using ObjectTest = std::function<bool(object&)>;
 
-  // `properties` are borrowed for the record's life.
+  // A record that creates nothing yet. `properties` are borrowed for its life; null names it "".
   IClass(const char* name, std::initializer_list<IProperty*> properties);
   ~IClass() override;
   IClass(const IClass&) = delete;
   // Copies everything; the tag is shared.
   IClass& operator=(const IClass& other);
 
-  // The first record of that name, or null. `exact` false also takes a name that differs in ASCII
-  // case only.
+  // The first record of that name, or null; borrowed until it is unregistered. `exact` false also
+  // takes a name that differs in ASCII case only.
   static IClass* Find(const char* name, bool exact);
-  // The first record of that exact name behind `place`, where the list's end stands for its start;
-  // `place` becomes its position, or the end.
+  // The first record of that exact name; `place` becomes its position, or the list's end.
   static IClass* Find(const char* name, std::list<IClass*>::iterator& place);
   // The registry itself, for walking while nothing registers; and a copy of it, for any time.
   static std::list<IClass*>& Globle();
   static std::vector<const IClass*> All();
-  // Enters a record, which the registry then owns. Null stays null.
+  // Enters a record, which the registry then holds. Null stays null, and one entered before stays
+  // where it is.
   static IClass* Register(IClass* record);
-  // Removes and destroys the first record of that name. False when there is none.
+  // Removes the first record of that name. False when there is none.
   static bool UnRegister(const char* name);
 
   // Fills the metadata; null leaves a text empty.
@@ -62,12 +61,19 @@ class QUILL_PUBLIC IClass : public IFactoryHelper {
   // The tag as a `T`, or null. Borrowed for the record's life.
   template <typename T>
   const T* Tag() const {
-    return _tag != nullptr && *_tag_type == typeid(T) ? static_cast<const T*>(_tag.get()) : nullptr;
+    return _tag != nullptr && _tag_type != nullptr && *_tag_type == typeid(T)
+               ? static_cast<const T*>(_tag.get())
+               : nullptr;
   }
 
-  // A new object held by the caller, not configured yet. `arguments` points to the constructor's
-  // arguments: the value itself for one argument, a std::tuple for more, ignored for none.
-  object* CreateObject(void* arguments) const override;
+  // A new object, configured, held by the caller. `arguments` points to the constructor's
+  // arguments: the value itself for one argument, a std::tuple for more, ignored for none. Null,
+  // and logged, when the record has no creation function, the constructor needs arguments and gets
+  // none, or the object cannot be configured.
+  object* CreateObject(void* arguments) const;
+  // The same, configured with `set`. The object knows its owner from the start, as it may have
+  // something to tell while it is configured; entering it there is left to the caller.
+  object* CreateObject(void* arguments, AttrSet& set, object* owner) const;
 
   // One line: name, constructor, metadata.
   void print(ostream& out) const;
@@ -83,21 +89,35 @@ class QUILL_PUBLIC IClass : public IFactoryHelper {
   const std::vector<IProperty*>& Properties() const { return _properties; }
   std::size_t ObjectSize() const { return _object_size; }
   const std::type_info* ObjectType() const { return _object_type; }
+  // Null for a record that creates nothing.
   const std::type_info* ConstructorType() const { return _constructor_type; }
+  bool HasConstructor(const std::type_info& type) const {
+    return _constructor_type != nullptr && *_constructor_type == type;
+  }
   // For an alias: the record it binds; null otherwise.
-  const IClass* Base() const { return _base; }
+  const IClass* Base() const { return _base.get(); }
 
  protected:
   void RestoreName(const std::string& name) { _name = name; }
+  // The next record entered under the name of `record`, or null.
+  static IClass* NextNamesake(const IClass& record) {
+    return record._next_namesake.load(std::memory_order_acquire);
+  }
+  // What `record` constructs its objects with; empty where it creates nothing.
+  static const Creator& CreatorOf(const IClass& record) { return record._creator; }
 
   Creator _creator;
   ObjectTest _object_test;
   std::size_t _object_size = 0;
   const std::type_info* _object_type = nullptr;
   const std::type_info* _constructor_type = nullptr;
-  const IClass* _base = nullptr;
+  std::shared_ptr<const IClass> _base;
 
  private:
+  object* Construct(void* arguments) const;
+
+  // Set, when a namesake is entered, under the registry's lock; pairs with NextNamesake().
+  std::atomic<IClass*> _next_namesake{nullptr};
   std::string _name;
   std::vector<IProperty*> _properties;
   std::string _module;
@@ -187,11 +207,12 @@ class TClass : public IClass {
   // Turns this record into an alias of the class `base_name` that takes `Bound`.
   template <typename... Bound>
   bool init(const char* base_name, Bound&&... bound) {
-    auto place = IClass::Globle().end();
-    IClass* base = IClass::Find(base_name, place);
-    while (base != nullptr && *base->ConstructorType() != typeid(void(Bound...))) {
-      base = IClass::Find(base_name, place);
+    IClass* found = IClass::Find(base_name, true);
+    while (found != nullptr && !found->HasConstructor(typeid(void(Bound...)))) {
+      found = NextNamesake(*found);
     }
+    const std::shared_ptr<const IClass> base =
+        found == nullptr ? nullptr : found->weak_from_this().lock();
     if (stream::Failed(base == nullptr, {"!cl", "base/reflect/TClass", __LINE__, "init"})) {
       return false;
     }
@@ -204,7 +225,8 @@ class TClass : public IClass {
     // The arguments are copied for each object: the creation function may take them over.
     _creator = [base, pack = Pack(std::forward<Bound>(bound)...)](void*) -> object* {
       Pack copy = pack;
-      return base->CreateObject(&copy);
+      const Creator& create = CreatorOf(*base);
+      return create ? create(&copy) : nullptr;
     };
     return true;
   }

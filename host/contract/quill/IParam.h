@@ -28,7 +28,6 @@ class QUILL_PUBLIC IParam {
   // Copies a parameter of exactly `type` into `out`. False when it is unknown or of another type;
   // `out` then keeps its value.
   virtual bool Get(const char* key, void* out, const std::type_info* type) const = 0;
-  virtual bool Set(const char* key, const void* value, const std::type_info* type) = 0;
   // Shows `accept` the type of the parameter; reads into what `accept` returns, unless that is
   // null.
   virtual bool GetWithType(const char* key,

@@ -49,7 +49,6 @@ class QUILL_PUBLIC IMessageProcesser {
   void RegisterMessageProcessCallback(const std::function<bool(Message&)>& callback);
 
  protected:
-  virtual bool Dispatch(Message& message, const Orient& orient) = 0;
   bool RunCallback(Message& message) const;
 
  private:

@@ -12,9 +12,9 @@ namespace quill::stream {
 // Any thread that holds it; immutable while held.
 class QUILL_PUBLIC Packet : public base::Reference {
  public:
-  const std::uint8_t* Data() const { return _data; }
-  std::uint32_t Size() const { return _size_bytes; }
-  bool IsKey() const { return _is_key; }
+  const std::uint8_t* Data() const;
+  std::uint32_t Size() const;
+  bool IsKey() const;
   std::int64_t Time() const { return _time_ns; }  // ns, CLOCK_MONOTONIC at capture
   std::uint32_t Sequence() const { return _sequence; }
 

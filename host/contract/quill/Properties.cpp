@@ -15,7 +15,7 @@ const std::vector<IProperty*>& ClassProperties(const IClass* record) {
 Object::Object(const char* name) : object(name) {}
 
 bool Object::AddProperty(std::unique_ptr<IProperty> property) {
-  if (hasProperty(property->Name().c_str()) >= 0) return false;
+  if (property == nullptr || hasProperty(property->Name().c_str()) >= 0) return false;
   _own.push_back(std::move(property));
   return true;
 }
@@ -28,6 +28,7 @@ bool Object::getPropertyNameList(std::vector<std::string>& names) const {
 }
 
 int Object::hasProperty(const char* name) const {
+  if (name == nullptr) return -1;
   int id = 0;
   for (; const IProperty* property = getPropertyInfo(id); ++id) {
     if (property->Name() == name) return id;
@@ -46,12 +47,14 @@ const IProperty* Object::getPropertyInfo(int id) const {
 
 bool Object::set(int id, const void* value, const std::type_info* type) {
   const IProperty* property = getPropertyInfo(id);
-  return property != nullptr && property->Type() == *type && property->Write(this, value);
+  return property != nullptr && value != nullptr && type != nullptr && property->Type() == *type &&
+         property->Write(this, value);
 }
 
 bool Object::get(int id, void* value, const std::type_info* type) const {
   const IProperty* property = getPropertyInfo(id);
-  return property != nullptr && property->Type() == *type && property->Read(this, value);
+  return property != nullptr && value != nullptr && type != nullptr && property->Type() == *type &&
+         property->Read(this, value);
 }
 
 bool Object::setString(int id, const char* text) {
@@ -67,7 +70,7 @@ bool Object::getString(int id, std::string& text) const {
 int Object::setoradd(const char* name, const char* text) {
   const int id = hasProperty(name);
   if (id >= 0) return setString(id, text) ? id : -1;
-  if (text == nullptr || !AddValue<std::string>(name, text)) return -1;
+  if (name == nullptr || text == nullptr || !AddValue<std::string>(name, text)) return -1;
   return hasProperty(name);
 }
 
@@ -94,14 +97,10 @@ bool Object::Get(const char* key, void* out, const std::type_info* type) const {
   return get(hasProperty(key), out, type);
 }
 
-bool Object::Set(const char* key, const void* value, const std::type_info* type) {
-  return set(hasProperty(key), value, type);
-}
-
 bool Object::GetWithType(const char* key,
                          const std::function<void*(const std::type_info&)>& accept) const {
   const IProperty* property = getPropertyInfo(hasProperty(key));
-  if (property == nullptr) return false;
+  if (property == nullptr || !accept) return false;
   void* out = accept(property->Type());
   return out != nullptr && property->Read(this, out);
 }
@@ -114,9 +113,6 @@ bool object_proxy::SetStr(const char* key, const char* value) {
 }
 bool object_proxy::Get(const char* key, void* out, const std::type_info* type) const {
   return _target->Get(key, out, type);
-}
-bool object_proxy::Set(const char* key, const void* value, const std::type_info* type) {
-  return _target->Set(key, value, type);
 }
 bool object_proxy::GetWithType(const char* key,
                                const std::function<void*(const std::type_info&)>& accept) const {

@@ -1,5 +1,5 @@
-// The reference count of host objects and packets, and the words used everywhere for threads and
-// ownership.
+// The reference count of host objects and packets, and the words used everywhere for threads,
+// ownership and failure.
 //
 // Threads
 //   any thread       at any time, also at the same time
@@ -13,6 +13,12 @@
 //   owns                   destroys it
 //   borrows until return   the default of a raw pointer without a word
 //   holds                  counted: give back with Release() or the last shared_ptr
+//
+// Failure
+//   An operation that fails answers false or null; none throws. Null where a text, a function, an
+//   object or a place for a result is needed is such a failure: nothing is changed, and a setter
+//   without an answer keeps what it had. Where null has a meaning, as "no name" has for a
+//   constructor, the operation says so.
 #pragma once
 
 #include <atomic>
@@ -28,15 +34,9 @@ class QUILL_PUBLIC Reference {
   Reference& operator=(const Reference&) = delete;
 
   // Any thread that holds it already.
-  void Hold() const { _holders.fetch_add(1, std::memory_order_relaxed); }
-
+  void Hold() const;
   // Any thread. Gives one hold back; the last one ends the object.
-  void Release() const {
-    // Pairs with itself: what every holder did to the object happens before its end.
-    if (_holders.fetch_sub(1, std::memory_order_acq_rel) == 1) {
-      const_cast<Reference*>(this)->LastReleased();
-    }
-  }
+  void Release() const;
 
  protected:
   virtual ~Reference() = default;

@@ -25,12 +25,19 @@ bool ReadEnable(const AttrSet& set, bool& enabled) {
 
 object_name::object_name() : _id(g_last_id.fetch_add(1, std::memory_order_relaxed) + 1) {}
 
+unsigned object_name::ID() const { return _id; }
+int object_name::Order() const { return _order; }
+void object_name::Name(const char* name) {
+  if (name != nullptr) _name = name;
+}
+
 void object_keywords::Name(const char* keyword) {
   if (keyword != nullptr && *keyword != '\0' && !HasKeyword(keyword)) _keywords.push_back(keyword);
 }
 
 bool object_keywords::HasKeyword(const char* keyword) const {
-  return std::find(_keywords.begin(), _keywords.end(), keyword) != _keywords.end();
+  return keyword != nullptr &&
+         std::find(_keywords.begin(), _keywords.end(), keyword) != _keywords.end();
 }
 
 bool IAttributes::fromString(const char* text) {
@@ -53,9 +60,10 @@ std::string IAttributes::ToString() const {
 }
 
 bool IMessageProcesser::SendMessage(const char* text, const Orient& orient, const char* extra) {
+  if (text == nullptr) return false;
   // Counted objects do not live on the stack: a receiver may keep the message.
   const std::unique_ptr<Message, Releaser> message(new Message(text, extra));
-  return Dispatch(*message, orient);
+  return static_cast<object*>(this)->Dispatch(*message, orient);  // every one is an object
 }
 
 void IMessageProcesser::RegisterMessageProcessCallback(
@@ -135,8 +143,16 @@ bool ObjectListSafe::Remove(object* child) {
 }
 
 bool ObjectListSafe::ForEach(const std::function<bool(object&)>& visit) const {
-  const std::lock_guard lock(_mutex);
-  return ObjectList::ForEach(visit);
+  std::vector<Held> children;
+  {
+    const std::lock_guard lock(_mutex);
+    ObjectList::ForEach([&](object& child) {
+      children.push_back(Keep(child));
+      return true;
+    });
+  }
+  return visit && std::all_of(children.begin(), children.end(),
+                              [&](const Held& child) { return visit(*child); });
 }
 
 std::size_t ObjectListSafe::Size() const {
@@ -167,7 +183,9 @@ bool object::Initialize(const char* name, const char* keyword, const char* note,
 }
 
 bool object::InitObject(AttrSet& set) {
-  return initConfigure(set) && initSerialize(set) && configure(set);
+  if (!initConfigure(set) || !initSerialize(set) || !configure(set)) return false;
+  return set.Pairs().empty() ||
+         !stream::Failed(true, "!property", "no such property: ", set.Pairs().front().key);
 }
 
 bool object::initConfigure(AttrSet& set) {
@@ -198,20 +216,13 @@ object* object::create(AttrSet& description) const {
   if (stream::Failed(type == nullptr, "!type", "a description without type=")) return nullptr;
   const IClass* record = IClass::Find(type, true);
   if (stream::Failed(record == nullptr, "!record", "no class: ", type)) return nullptr;
-  if (stream::Failed(*record->ConstructorType() != typeid(void()), "!constructor",
-                     "needs constructor arguments: ", type)) {
-    return nullptr;
-  }
-  object* child = record->CreateObject(nullptr);
-  if (stream::Failed(child == nullptr, "!child", type)) return nullptr;
   AttrSet pairs = description;
   pairs.Remove("type");
-  // Entering a child belongs to creating it, which is how a const object gets one. It knows its
-  // owner from the start, as it may have something to tell while it is configured, and also where
-  // the owner keeps it elsewhere than in the list.
+  // Entering a child belongs to creating it, which is how a const object gets one. It has an owner
+  // also where that one keeps it elsewhere than in the list.
   auto* self = const_cast<object*>(this);
-  child->_parent = self;
-  if (child->InitObject(pairs) && self->addChild(child)) return child;
+  object* child = record->CreateObject(nullptr, pairs, self);
+  if (child == nullptr || self->addChild(child)) return child;
   child->_parent = nullptr;
   child->Release();
   return nullptr;
@@ -302,15 +313,20 @@ bool object::toAttrSet(AttrSet& set) const {
   return true;
 }
 
-ostream& object::operator>>(ostream& out) const { return out << ToString(); }
+ostream& object::operator>>(ostream& out) const {
+  out.Write(ToString());
+  return out;
+}
+
+bool object::Enable() const { return _enabled->load(std::memory_order_relaxed); }
+void object::Enable(bool enabled) { _enabled->store(enabled, std::memory_order_relaxed); }
 
 object* object::Clone() const {
-  if (_class == nullptr || *_class->ConstructorType() != typeid(void())) return nullptr;
-  object* copy = _class->CreateObject(nullptr);
   AttrSet set;
-  if (copy == nullptr || (toAttrSet(set) && copy->InitObject(set))) return copy;
-  copy->Release();
-  return nullptr;
+  if (_class == nullptr || !_class->HasConstructor(typeid(void())) || !toAttrSet(set)) {
+    return nullptr;
+  }
+  return _class->CreateObject(nullptr, set, nullptr);
 }
 
 bool object::Dispatch(Message& message, const Orient& orient) {

@@ -22,9 +22,9 @@ class IClass;
 class QUILL_PUBLIC object_name {
  public:
   object_name();
-  unsigned ID() const { return _id; }   // unique in the process, never 0
-  int Order() const { return _order; }  // position under its owner, -1 without one
-  void Name(const char* name) { _name = name == nullptr ? "" : name; }
+  unsigned ID() const;  // unique in the process, never 0
+  int Order() const;    // position under its owner, -1 without one
+  void Name(const char* name);
   const char* Name() const { return _name.c_str(); }
 
  private:
@@ -84,7 +84,10 @@ class QUILL_PUBLIC ObjectList {
   std::vector<object*> _children;
 };
 
-// The same with a lock, for any thread. A visit may not change the list.
+// The same with a lock, for any thread. The lock is not held during a visit, which may do anything:
+// it sees the children that the list had when the walk began, and each of them is held until the
+// walk ends. A child taken out meanwhile by another thread is still visited, and destroyed on the
+// walking thread at the end if that has the last hold.
 class QUILL_PUBLIC ObjectListSafe : public ObjectList {
  public:
   bool Add(object* child) override;
@@ -113,14 +116,16 @@ class QUILL_PUBLIC object : public Reference,
   using IParam::Get;
   using object_name::Name;
 
-  // Name, one keyword, one note (either may be null) and the owner to be entered under, if any.
+  // Name, one keyword, one note (each may be null) and the owner to be entered under, if any.
   bool Initialize(const char* name, const char* keyword, const char* note, object* parent);
-  // First configuration: initConfigure(), initSerialize(), then configure().
+  // First configuration: initConfigure(), initSerialize(), then configure(). False, and logged,
+  // when one of them refuses, or a pair is left that none of them has taken out of `set`.
   bool InitObject(AttrSet& set);
   bool initConfigure(AttrSet& set);  // takes "name", "keyword" and "enable" out of `set`
   bool initSerialize(
       AttrSet& set);  // applies and takes out the pairs that name a writable property
-  // Applies what is left; called once by the host after construction. Overrides need not call this.
+  // Applies what is left, and takes out what it has read; called once by the host after
+  // construction. Overrides need not call this.
   virtual bool configure(AttrSet& set);
 
   // Creates a child from a description: "type" names its class, the other pairs configure it. The
@@ -129,6 +134,7 @@ class QUILL_PUBLIC object : public Reference,
   object* create(AttrSet& description) const;
   virtual bool addChild(object* child);
   virtual bool removeChild(object* child);
+  // Visits the children as ObjectListSafe does.
   bool foreach (const std::function<bool(object&)>& visit) const;
   // Configures children by name: `name={pairs},...`. False when one is unknown or refuses.
   bool layoutAdjust(AttrSet& set);
@@ -146,12 +152,13 @@ class QUILL_PUBLIC object : public Reference,
   bool receiveMessage(Message& message, const Orient& orient);  // this one, then on along `orient`
   virtual bool processMessage(Message& message);                // this one alone
 
-  bool Enable() const { return _enabled->load(std::memory_order_relaxed); }  // any thread
-  void Enable(bool enabled) { _enabled->store(enabled, std::memory_order_relaxed); }
+  bool Enable() const;  // any thread
+  void Enable(bool enabled);
   // The flag itself, which may be kept beyond the object's life.
   std::shared_ptr<const std::atomic<bool>> EnableFlag() const { return _enabled; }
 
-  const IClass* Class() const { return _class; }
+  // The record it was made from, or null; borrowed for the object's life.
+  const IClass* Class() const { return _class.get(); }
   const char* Note() const { return _note.c_str(); }
 
   // The property table, by number; numbers run from 0 without a gap.
@@ -159,6 +166,9 @@ class QUILL_PUBLIC object : public Reference,
   virtual int hasProperty(const char* name) const = 0;  // its number, or -1
   virtual const IProperty* getPropertyInfo(int id) const = 0;
   virtual bool set(int id, const void* value, const std::type_info* type) = 0;
+  bool Set(const char* key, const void* value, const std::type_info* type) {
+    return set(hasProperty(key), value, type);
+  }
   virtual bool get(int id, void* value, const std::type_info* type) const = 0;
   virtual bool setString(int id, const char* text) = 0;
   virtual bool getString(int id, std::string& text) const = 0;
@@ -178,7 +188,6 @@ class QUILL_PUBLIC object : public Reference,
 
  protected:
   ~object() override;
-  bool Dispatch(Message& message, const Orient& orient) override;
   void SetFinisher(Finisher& finisher) { _finisher = &finisher; }  // borrows for the object's life
   void LastReleased() override {
     if (_finisher != nullptr) _finisher->Finish();
@@ -188,14 +197,16 @@ class QUILL_PUBLIC object : public Reference,
 
  private:
   friend class IClass;
+  friend class IMessageProcesser;
   friend class ObjectList;
+  bool Dispatch(Message& message, const Orient& orient);
   bool Forward(Message& message, const Orient& orient);
   bool VisitSiblings(bool behind, const std::function<bool(object&)>& visit) const;
 
   std::unique_ptr<ObjectList> _children;
   std::atomic<object*> _parent{nullptr};  // the message thread reads it too
   Finisher* _finisher = nullptr;
-  const IClass* _class = nullptr;
+  std::shared_ptr<const IClass> _class;
   std::string _note;
   const std::shared_ptr<std::atomic<bool>> _enabled = std::make_shared<std::atomic<bool>>(true);
 };
@@ -219,7 +230,6 @@ class QUILL_PUBLIC Object : public virtual object {
   bool GetStr(const char* key, const char*& out) const override;
   bool SetStr(const char* key, const char* value) override;
   bool Get(const char* key, void* out, const std::type_info* type) const override;
-  bool Set(const char* key, const void* value, const std::type_info* type) override;
   bool GetWithType(const char* key,
                    const std::function<void*(const std::type_info&)>& accept) const override;
 
@@ -253,7 +263,6 @@ class QUILL_PUBLIC object_proxy : public virtual object {
   bool GetStr(const char* key, const char*& out) const override;
   bool SetStr(const char* key, const char* value) override;
   bool Get(const char* key, void* out, const std::type_info* type) const override;
-  bool Set(const char* key, const void* value, const std::type_info* type) override;
   bool GetWithType(const char* key,
                    const std::function<void*(const std::type_info&)>& accept) const override;
   bool getPropertyNameList(std::vector<std::string>& names) const override;

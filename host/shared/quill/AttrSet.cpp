@@ -1,6 +1,5 @@
 #include "quill/AttrSet.h"
 
-#include <charconv>
 #include <cstring>
 
 #include <strings.h>
@@ -107,19 +106,16 @@ bool CheckLength(const char* text, std::string& error) {
   return error.empty();
 }
 
-template <typename Number>
-bool ConvertNumber(const char* text, Number& out) {
-  if (text == nullptr) return false;
-  if (text[0] == '+' && text[1] != '-') ++text;
-  Number number = 0;
-  const char* end = text + std::strlen(text);
-  const auto [stop, failure] = std::from_chars(text, end, number);
-  if (failure != std::errc() || stop != end) return false;
-  out = number;
-  return true;
-}
-
 }  // namespace
+
+// Out of line: a plug-in finds them in the host.
+AttrSet::AttrSet() = default;
+AttrSet::AttrSet(const char* text) { Parse(text); }
+AttrSet::~AttrSet() = default;
+AttrSet::AttrSet(const AttrSet& other) = default;
+AttrSet::AttrSet(AttrSet&& other) noexcept = default;
+AttrSet& AttrSet::operator=(const AttrSet& other) = default;
+AttrSet& AttrSet::operator=(AttrSet&& other) noexcept = default;
 
 bool AttrSet::Parse(const char* text) {
   if (!CheckLength(text, _error)) return false;
@@ -145,7 +141,10 @@ bool AttrSet::Add(const char* key, const char* value) {
     _error = "a key that cannot be written as text";
     return false;
   }
-  if (value == nullptr) value = "";
+  if (value == nullptr) {
+    _error = std::string(key) + ": no text";
+    return false;
+  }
   Scanner scan(value);
   if (!scan.SkipTo("", 1)) {
     _error = std::string(key) + ": " + scan.error;
@@ -161,11 +160,13 @@ bool AttrSet::Add(const char* key, const char* value) {
 }
 
 const char* AttrSet::Get(const char* key) const {
+  if (key == nullptr) return nullptr;
   const auto place = _places.find(key);
   return place == _places.end() ? nullptr : _pairs[place->second].value.c_str();
 }
 
 bool AttrSet::Remove(const char* key) {
+  if (key == nullptr) return false;
   const auto place = _places.find(key);
   if (place == _places.end()) return false;
   const std::size_t index = place->second;
@@ -237,17 +238,6 @@ bool ConvertToImpl(const char* text, bool& out) {
     return true;
   }
   return false;
-}
-
-bool ConvertToImpl(const char* text, int& out) { return ConvertNumber(text, out); }
-bool ConvertToImpl(const char* text, unsigned& out) { return ConvertNumber(text, out); }
-bool ConvertToImpl(const char* text, long long& out) { return ConvertNumber(text, out); }
-bool ConvertToImpl(const char* text, unsigned long long& out) { return ConvertNumber(text, out); }
-
-bool ConvertToImpl(const char* text, std::string& out) {
-  if (text == nullptr) return false;
-  out = text;
-  return true;
 }
 
 }  // namespace quill::base

@@ -11,7 +11,10 @@
 // other side of the chip.
 #pragma once
 
+#include <charconv>
 #include <chrono>
+#include <concepts>
+#include <cstring>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -33,9 +36,14 @@ class QUILL_PUBLIC AttrSet {
     friend bool operator==(const Pair&, const Pair&) = default;
   };
 
-  AttrSet() = default;
+  AttrSet();
   // As Parse(); empty when the text is malformed.
-  explicit AttrSet(const char* text) { Parse(text); }
+  explicit AttrSet(const char* text);
+  ~AttrSet();
+  AttrSet(const AttrSet& other);
+  AttrSet(AttrSet&& other) noexcept;
+  AttrSet& operator=(const AttrSet& other);
+  AttrSet& operator=(AttrSet&& other) noexcept;
 
   // Replaces the contents. False when the text is malformed; the old contents then stay whole and
   // Error() says where and why. Of a key that comes twice the last value counts, in the first
@@ -44,8 +52,8 @@ class QUILL_PUBLIC AttrSet {
   // Position and reason of the last refusal of Parse() or Add(); empty after a success.
   const std::string& Error() const { return _error; }
 
-  // Appends or replaces one pair. False when the key or the value cannot be written as text: an
-  // empty key, "," "=" "{" "}" or a blank at the front in a key, unbalanced braces in a value.
+  // Appends or replaces one pair. False when the key or the value cannot be written as text: null,
+  // an empty key, "," "=" "{" "}" or a blank at the front in a key, unbalanced braces in a value.
   bool Add(const char* key, const char* value);
   bool Add(const char* key, const std::string& value) { return Add(key, value.c_str()); }
   // Typed add: bool as "true" or "false", numbers in decimal, durations in nanoseconds.
@@ -87,12 +95,24 @@ QUILL_PUBLIC bool ParseLayout(const char* text, std::vector<LayoutElement>& elem
 // Text to bool: "true", "yes", "on", "1" and "false", "no", "off", "0", in any case. False when the
 // text is none of these; `out` then keeps its value.
 QUILL_PUBLIC bool ConvertToImpl(const char* text, bool& out);
-// Decimal number with an optional sign, the whole text, inside the range of the type.
-QUILL_PUBLIC bool ConvertToImpl(const char* text, int& out);
-QUILL_PUBLIC bool ConvertToImpl(const char* text, unsigned& out);
-QUILL_PUBLIC bool ConvertToImpl(const char* text, long long& out);
-QUILL_PUBLIC bool ConvertToImpl(const char* text, unsigned long long& out);
-QUILL_PUBLIC bool ConvertToImpl(const char* text, std::string& out);
+// Decimal number with an optional sign, the whole text, inside the range of the type. This one and
+// the next are compiled into the plug-in that needs them.
+template <std::integral Number>
+bool ConvertToImpl(const char* text, Number& out) {
+  if (text == nullptr) return false;
+  if (text[0] == '+' && text[1] != '-') ++text;
+  Number number = 0;
+  const char* end = text + std::strlen(text);
+  const auto [stop, failure] = std::from_chars(text, end, number);
+  if (failure != std::errc() || stop != end) return false;
+  out = number;
+  return true;
+}
+inline bool ConvertToImpl(const char* text, std::string& out) {
+  if (text == nullptr) return false;
+  out = text;
+  return true;
+}
 
 template <typename T>
 bool AttrSet::Add(const char* key, const T& value) {

@@ -2,7 +2,6 @@
 
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
 
 #include <strings.h>
 #include <unistd.h>
@@ -52,17 +51,5 @@ StderrStream* const g_stderr[kDebugLevels] = {new StderrStream(kError), new Stde
 DebugStream* __dbg_couts[kDebugLevels] = {g_stderr[kError], g_stderr[kNotice], g_stderr[kTrace]};
 
 int __root_path_offset = 0;  // paths are relative to the project already, by a compiler option
-
-void WriteLine(DebugLevel level, const char* colour, const At& at, const std::string& message) {
-  DebugStream* stream = __dbg_couts[level];
-  if (!stream->IsEnabled()) return;
-  const auto cut = static_cast<std::size_t>(__root_path_offset);
-  const char* path = std::strlen(at.file) >= cut ? at.file + cut : at.file;
-  base::ostream_string line;
-  if (stream->WantsColour()) line << colour;
-  line << path << "/" << at.line << "/" << at.function << ":\t" << message << "\n";
-  if (stream->WantsColour()) line << kColourOff;
-  stream->Write(line.str());
-}
 
 }  // namespace quill::stream

@@ -5,6 +5,7 @@
 // where the colour escapes stand only if the stream wants them (a terminal does).
 #pragma once
 
+#include <cstring>
 #include <string>
 
 #include "quill/ostream_string.h"
@@ -53,9 +54,20 @@ struct At {
   const char* function;
 };
 
-// Writes one line; `message` follows the place. Any thread.
-QUILL_PUBLIC void WriteLine(DebugLevel level, const char* colour, const At& at,
-                            const std::string& message);
+// Writes one line; `message` follows the place. Any thread. Compiled into each plug-in, which
+// needs nothing of the host for it but the streams above.
+inline void WriteLine(DebugLevel level, const char* colour, const At& at,
+                      const std::string& message) {
+  DebugStream* stream = __dbg_couts[level];
+  if (!stream->IsEnabled()) return;
+  const auto cut = static_cast<std::size_t>(__root_path_offset);
+  const char* path = std::strlen(at.file) >= cut ? at.file + cut : at.file;
+  base::ostream_string line;
+  if (stream->WantsColour()) line << colour;
+  line << path << "/" << at.line << "/" << at.function << ":\t" << message << "\n";
+  if (stream->WantsColour()) line << kColourOff;
+  stream->Write(line.str());
+}
 
 // Logs the failed condition `text`, then "," and `details` if there are any, and hands `failed`
 // back:  if (Failed(!_app, "!_app")) return false;

@@ -9,18 +9,11 @@
 
 namespace quill::base {
 
-// Any thread, one at a time a stream.
+// Where text goes. Any thread, one at a time a stream.
 class QUILL_PUBLIC ostream {
  public:
   virtual ~ostream() = default;
   virtual void Write(std::string_view text) = 0;
-
-  ostream& operator<<(const char* text);  // null prints nothing
-  ostream& operator<<(const std::string& text);
-  ostream& operator<<(long long number);  // decimal
-  ostream& operator<<(int number) { return *this << static_cast<long long>(number); }
-  ostream& operator<<(unsigned number) { return *this << static_cast<long long>(number); }
-  ostream& operator<<(const void* pointer);  // "0x" and lower-case hexadecimal
 };
 
 class QUILL_PUBLIC ostream_string : public ostream {
@@ -28,11 +21,22 @@ class QUILL_PUBLIC ostream_string : public ostream {
   void Write(std::string_view text) override { _text.append(text); }
   const std::string& str() const { return _text; }
 
+  ostream_string& operator<<(const char* text);     // null prints nothing
+  ostream_string& operator<<(long long number);     // decimal
+  ostream_string& operator<<(const void* pointer);  // "0x" and lower-case hexadecimal
+  // What a plug-in needs beyond these is compiled into it.
+  ostream_string& operator<<(const std::string& text) {
+    _text += text;
+    return *this;
+  }
+  ostream_string& operator<<(int number) { return *this << static_cast<long long>(number); }
+  ostream_string& operator<<(unsigned number) { return *this << static_cast<long long>(number); }
+
  private:
   std::string _text;
 };
 
-// `value` as an ostream prints it.
+// `value` as an ostream_string prints it.
 template <typename T>
 std::string ToString(const T& value) {
   ostream_string text;
