@@ -36,6 +36,9 @@ class Program:
 
         def prepare():  # in the new process
             _libc.prctl(_PR_SET_PDEATHSIG, signal.SIGKILL)
+            # A shell that runs this in the background has them ignored.
+            for number in (signal.SIGINT, signal.SIGHUP, signal.SIGTERM):
+                signal.signal(number, signal.SIG_DFL)
             for what, most in limits:
                 resource.setrlimit(what, (most, most))
             for descriptor in closed:
