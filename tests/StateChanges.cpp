@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "Fixture.h"
+#include "tessel/IYuvSource.h"
 
 namespace tessel::tests {
 namespace {
@@ -251,6 +252,30 @@ TEST_F(StateChanges, TwoCallbacksMayStopEachOthersStreams) {
     Expect(each.get_future().wait_for(kDeadline) == std::future_status::ready, "Stop");
   EXPECT_TRUE(one->Stop() && other->Stop());
   EXPECT_EQ(one->CurrentState(), kReady);
+}
+
+// The host does not know its worker, so the worker's call ends with the time-out of a command.
+TEST_F(StateChanges, TheSyntheticSourceMayBeTakenDownByItsCallbackToo) {
+  Use([](auto& options) { options.command_timeout = std::chrono::milliseconds(50); });
+  auto fake = quill::host::Create<api::streaming::IYuvSource>("ApiYuvSource-dualos-push-fake");
+  for (int round = 0; round < 10; ++round) {
+    std::promise<void> go;
+    Event inside;
+    std::atomic<bool> done{false};
+    fake->RegisterOutputCallback([&](Frame&) {
+      if (done) return true;
+      inside.Set();
+      go.get_future().wait();
+      done = fake->ChangeDown(kNull);
+      return true;
+    });
+    ASSERT_TRUE(fake->ChangeUp(kPlay) && inside.Wait());
+    auto down = std::async(std::launch::async, [&] { return fake->ChangeDown(kNull); });
+    go.set_value();
+    Expect(down.wait_for(kDeadline) == std::future_status::ready, "ChangeDown");
+    EXPECT_TRUE(down.get() && done);
+    EXPECT_EQ(fake->CurrentState(), kNull);
+  }
 }
 
 TEST_F(StateChanges, AreRefusedWhereTheTargetIsNoState) {

@@ -669,6 +669,9 @@ TEST_F(StillCapture, PhotographyDescribesItsApplicationAndGivesUrls) {
   made->SetQP(40);
   EXPECT_EQ(made->GetQP(), 40);
   EXPECT_NE(made->AppStringCreate().find(",qp=40+"), std::string::npos);
+  EXPECT_FALSE(made->Pause() || made->Resume());
+  EXPECT_EQ(LogLines(), (Lines{"plugin/api/linux/Photography.cpp/#/Pause:\t!_obj",
+                               "plugin/api/linux/Photography.cpp/#/Resume:\t!_obj"}));
   EXPECT_EQ(dualos::Photography::cbCreateUrl(nullptr), "");
   EXPECT_EQ(LogLines(), Lines{"plugin/api/linux/Photography.cpp/#/cbCreateUrl:\t!hd"});
   EXPECT_EQ(dualos::Photography::cbCreateUrl(made.get()), "file://snap.jpeg");

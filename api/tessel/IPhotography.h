@@ -33,9 +33,10 @@ class TESSEL_PUBLIC IPhotography : public virtual common::IStreamControl,
   // "ApiPhotography-dualos" also sends it to its client, as `failed:url=…,reason=…,request=N` and
   // `ended:reason=…`.
   //
-  // One blocking snapshot at a time, and none in a message callback, which would wait for itself. Where requests that did not block are not served yet, the file
-  // may be one of theirs. And as "ApiPhotography-dualos" waits for its count of pictures, which
-  // Start() sets to 0, to be exactly one higher, it may then wait until the object is disabled.
+  // One blocking snapshot at a time, and none in a message callback, which would wait for itself.
+  // Where requests that did not block are not served yet, the file may be one of theirs. And as
+  // "ApiPhotography-dualos" waits for its count of pictures, which Start() sets to 0, to be exactly
+  // one higher, it may then wait until the object is disabled.
   virtual bool Snap(bool blocking) = 0;
   // SetURL(), then Snap().
   virtual void Snap(const char* url, bool blocking) = 0;

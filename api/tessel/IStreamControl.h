@@ -12,9 +12,10 @@ namespace tessel::api::streaming::common {
 //
 // The changes of the state may come from any thread and from any callback. They run one at a time.
 // A client's thread waits for its turn, at most for the time-out of a command (one second, unless
-// the host's options say otherwise), and then looks at the state anew. A callback never waits:
-// where another change is under way, its downward change is left to that one and answers true, and
-// its upward change is refused and answers false. See doc/states.md.
+// the host's options say otherwise), and then looks at the state anew. A callback
+// does not wait for a downward change, which may be waiting for the callback: its own downward
+// change is left to the one under way and answers true, and its upward change is refused and
+// answers false. See doc/states.md.
 class TESSEL_PUBLIC IStreamControl : public object_base {
  public:
   // Applies comma-separated pairs, `key=value`. False when the text is malformed or a key is

@@ -5,10 +5,10 @@
 //  2. One change of an object runs at a time. What a change calls on its own thread belongs to it.
 //  3. A thread of the client waits for the change under way, at most for the time-out of a command.
 //     It then looks at the status anew: a target is a target, not a number of steps.
-//  4. A host thread runs callbacks, and the change under way may be waiting for the very callback.
-//     So it never waits. Its downward change is left to the change under way, which goes on down to
-//     the lowest target left to it, and counts as done. Its upward change is refused, and logged.
-//     A thread of the client whose wait ends without its turn is treated alike.
+//  4. A host thread runs callbacks, and a downward change may be waiting for the very callback. So
+//     a host thread does not wait for one. Its own downward change is left to the one under way,
+//     which goes on down to the lowest target left to it, and counts as done. Its upward change is
+//     refused, and logged. A thread whose wait ends without its turn is treated alike.
 //  5. A downward change by a thread of the client returns true when no callback of the object runs
 //     any more. It waits for them at most for the time-out of a command. One by a host thread does
 //     not wait for callbacks, its own or another's.

@@ -23,14 +23,20 @@ bool Service::Transitions::IsFree() const {
   return _depth == 0 || _mover == std::this_thread::get_id();
 }
 
-// A host thread does not wait: the mover may be waiting for the callback that it runs.
+// A host thread does not wait for a mover that goes down and so may be waiting for the callback
+// that this thread runs.
 bool Service::Transitions::WaitForTurn(std::unique_lock<std::mutex>& lock) {
-  if (IsHostThread()) return IsFree();
-  return _is_free.wait_for(lock, CommandTimeout(), [this] { return IsFree(); });
+  const bool runs_callback = IsHostThread();
+  _is_free.wait_for(lock, CommandTimeout(),
+                    [&] { return IsFree() || (runs_callback && _goes_down); });
+  return IsFree();
 }
 
-void Service::Transitions::Enter() {
+void Service::Transitions::Enter(bool down) {
   if (_depth++ == 0) _mover = std::this_thread::get_id();
+  if (!down || _goes_down) return;
+  _goes_down = true;
+  _is_free.notify_all();
 }
 
 bool Service::Transitions::BeginUp(Status target) {
@@ -41,7 +47,7 @@ bool Service::Transitions::BeginUp(Status target) {
     return false;
   }
   if (_is_finished || !MayGoUp(target)) return false;
-  Enter();
+  Enter(false);
   return true;
 }
 
@@ -51,7 +57,7 @@ bool Service::Transitions::BeginDown(Status target) {
     _left = std::min(_left.value_or(target), target);
     return false;
   }
-  Enter();
+  Enter(true);
   return true;
 }
 
@@ -60,11 +66,15 @@ void Service::Transitions::End() {
   while (_depth == 1 && _left) {
     const Status target = *_left;
     _left.reset();
+    Enter(true);
     lock.unlock();
     if (_service.LastStatus() > target) static_cast<void>(_service.IStatus::StatusDown(target));
     lock.lock();
+    --_depth;
   }
-  if (--_depth == 0) _is_free.notify_all();
+  if (--_depth > 0) return;
+  _goes_down = false;
+  _is_free.notify_all();
 }
 
 int Service::Transitions::Depth() {
@@ -81,7 +91,7 @@ void Service::Transitions::Finish() {
     std::unique_lock lock(_mutex);
     _is_free.wait(lock, [this] { return IsFree(); });
     _is_finished = true;  // a callback that still runs may be about to open it again
-    Enter();
+    Enter(true);
   }
   if (_service.CanStatusDown()) _service.StatusDown(Status::kNull);
   End();
