@@ -37,6 +37,9 @@ void* operator new(std::size_t size_bytes) {
   if (memory == nullptr) throw std::bad_alloc();
   return memory;
 }
+void* operator new(std::size_t size_bytes, const std::nothrow_t&) noexcept {
+  return HasRunOut() ? nullptr : std::malloc(size_bytes + 1);
+}
 [[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
 [[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
