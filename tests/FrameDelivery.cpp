@@ -1,13 +1,22 @@
 // Frames on their way to the client, pushed and pulled, and what becomes of their memory.
+#include <cstring>
 #include <numeric>
 #include <thread>
 
 #include "common/StreamAppOutput.h"
 #include "Fixture.h"
 #include "OddFarSide.h"
+#include "tessel/IAacSource.h"
+#include "tessel/IJpegSource.h"
+#include "tessel/IYuvSource.h"
 
 namespace tessel::tests {
 namespace {
+
+using api::streaming::IAacSource;
+using api::streaming::IJpegSource;
+using api::streaming::IYuvSource;
+using namespace api::streaming::common;
 
 std::string Bytes(const Frame& frame) {
   return {reinterpret_cast<const char*>(frame->data), frame->size};
@@ -213,37 +222,102 @@ TEST_F(FrameDelivery, CallbacksBeginWithEachStartAndEndWithEachStop) {
   }
 }
 
-TEST_F(FrameDelivery, AMediaDescriptionThatLacksAKeyFailsTheOpening) {
-  const struct {
-    const char* key;
-    const char* text;
-  } rows[] = {
-      {"w", "!media->Get(\"w\",_h264.width)"},
-      {"h", "!media->Get(\"h\",_h264.height)"},
-      {"header", "!media->Get(\"sps\",_h264.sps)"},
-      {"pack", "!media->Get(\"pack\",_h264.pack)"},
-      {"codec", "!media->Get(\"jump\",_h264.cbJumpToData)"},
+// What `source` knows of its media; of H.264 also how much of the parameter sets, which are told
+// when all is read.
+std::string Known(IStreamOutput& source) {
+  const auto size = [](const auto& info) {
+    return std::to_string(info.width) + "x" + std::to_string(info.height);
   };
-  const char* missing = nullptr;
+  if (auto* h264 = dynamic_cast<IH264*>(&source)) {
+    const auto info = h264->GetH264MediaInfo();
+    return size(info) + (info.sps == nullptr ? "" : " sps") + (info.pps == nullptr ? "" : " pps") +
+           (info.headerSize == 0 ? "" : " all");
+  }
+  if (auto* jpeg = dynamic_cast<IJpegSource*>(&source)) return size(jpeg->GetJpegMediaInfo());
+  if (auto* yuv = dynamic_cast<IYuvSource*>(&source)) {
+    const YuvMediaInfo info = yuv->GetYuvMediaInfo();
+    return size(info) + " " + info.format + " " + std::to_string(info.frameRate) +
+           (info.interlaced ? "i" : "p");
+  }
+  const auto info = dynamic_cast<IAacSource&>(source).GetAacMediaInfo();
+  return std::to_string(info.profile) + std::to_string(info.version) +
+         std::to_string(info.rateidx) + std::to_string(info.adtsLength) + " " +
+         std::to_string(info.bitrate / 10'000);
+}
+
+TEST_F(FrameDelivery, AMediaDescriptionIsReadInOrderAsFarAsItGoes) {
+  struct Key {
+    const char* key;
+    const char* line;   // of the failed check when it is missing
+    const char* known;  // then
+  };
+  const struct {
+    const char* name;
+    const char* file;
+    std::vector<Key> keys;
+    const char* known;  // when none is missing
+  } rows[] = {
+      {kPull,
+       "H264Source",
+       {{"w", "!media->Get(\"w\",_h264.width)", "160x120"},
+        {"h", "!media->Get(\"h\",_h264.height)", "208x120"},
+        {"header", "!media->Get(\"sps\",_h264.sps)", "208x112"},
+        {"pack", "!media->Get(\"pack\",_h264.pack)", "208x112 sps pps"},
+        {"codec", "!media->Get(\"jump\",_h264.cbJumpToData)", "208x112 sps pps"}},
+       "208x112 sps pps all"},
+      {"ApiJpegSource-dualos-cbrc-pull",
+       "JpegSource",
+       {{"w", "!media->Get(\"w\",_jpeg.width)", "160x120"},
+        {"h", "!media->Get(\"h\",_jpeg.height)", "208x120"}},
+       "208x112"},
+      {"ApiYuvSource-dualos-pull",
+       "YuvSource",
+       {{"w", "!media->Get(\"w\",_yuv.width)", "160x120 420V50 7i"},
+        {"h", "!media->Get(\"h\",_yuv.height)", "208x120 420V50 7i"},
+        {"fmt", "!media->Get(\"fmt\",_yuv.format)", "208x112 420V50 7i"}},
+       "208x112 other 7i"},
+      {"ApiAacSource-dualos-pull",
+       "AacSource",
+       {{"codec", "!media->IsCodec(\"aac\")", "0007 0"},
+        {"profile", "!media->Get(\"profile\",_aac.profile)", "0007 0"},
+        {"version", "!media->Get(\"version\",_aac.version)", "2007 0"},
+        {"rateidx", "!media->Get(\"rateidx\",_aac.rateidx)", "2407 0"},
+        {"adtslen", "!media->Get(\"adtslen\",_aac.adtsLength)", "2437 0"},
+        {"bitrate", "!media->Get(\"bitrate\",_aac.bitrate)", "2438 0"}},
+       "2438 12"},
+  };
+  const std::vector<Key>* keys = nullptr;
+  std::size_t first = 0;  // of the keys that are missing: what follows it is not read
   EditMedia([&](AttrSet& media) {
-    media.Add("w", 208);
-    media.Add("h", 112);
-    media.Remove(missing);
+    for (const char* pair : {"w=208", "h=112", "fmt=other", "adtslen=8"}) {
+      media.Add(std::string(pair, std::strchr(pair, '=')).c_str(), std::strchr(pair, '=') + 1);
+    }
+    for (std::size_t i = first; i < keys->size(); ++i) media.Remove((*keys)[i].key);
   });
-  for (const auto& row : rows) {
-    missing = row.key;
-    const Camera camera = Make();
-    EXPECT_FALSE(camera->Open());
-    const Lines lines = LogLines();
-    ASSERT_FALSE(lines.empty());
-    EXPECT_EQ(lines[0], std::string("plugin/api/linux/H264Source.cpp/#/CbOpen:\t") + row.text);
-    EXPECT_EQ(lines.back(), "plugin/api/linux/common/StreamApp.cpp/#/Open:\t!AppCreate()");
-    const auto info = camera->GetH264MediaInfo();
-    EXPECT_EQ(info.width, missing[0] == 'w' ? 160 : 208);
-    EXPECT_EQ(info.height, std::string("wh").find(missing) != std::string::npos ? 120 : 112);
-    const bool knows_sets = missing[0] == 'p' || missing[0] == 'c';
-    EXPECT_EQ(info.sps != nullptr && info.pps != nullptr, knows_sets) << missing;
-    EXPECT_EQ(info.headerSize, 0) << "offsets and lengths keep their old values";
+  for (const auto& [name, file, these, known] : rows) {
+    keys = &these;
+    for (first = 0; first <= these.size(); ++first) {
+      const auto source = quill::host::Create<IStreamOutput>(name);
+      if (auto* video = dynamic_cast<IVideoSource*>(source.get())) {
+        video->SetWidth(160);
+        video->SetHeight(120);
+      }
+      if (auto* yuv = dynamic_cast<IYuvSource*>(source.get())) {
+        yuv->SetWidth(160);
+        yuv->SetHeight(120);
+        yuv->SetInterlaced(true);
+        yuv->SetFrameRate(7);
+      }
+      LogLines();
+      const bool is_whole = first == these.size();
+      EXPECT_EQ(source->Open(), is_whole) << name << first;
+      EXPECT_EQ(Known(*source), is_whole ? known : these[first].known) << name << first;
+      if (is_whole) continue;
+      const Lines lines = LogLines();
+      EXPECT_EQ(lines.front(),
+                std::string("plugin/api/linux/") + file + ".cpp/#/CbOpen:\t" + these[first].line);
+      EXPECT_EQ(lines.back(), "plugin/api/linux/common/StreamApp.cpp/#/Open:\t!AppCreate()");
+    }
   }
 }
 

@@ -113,7 +113,7 @@ TEST_F(SeveralClients, AClientKilledWithFramesInHandCostsTheOtherNone) {
   std::atomic<std::uint32_t> next{0};
   std::atomic<bool> has_gap{false};
   Camera camera = Make(kPush);
-  camera->SetFrameRateMaximum(100);
+  camera->SetFrameRateMaximum(10);  // only 0.3 s of lateness is a gap then
   camera->RegisterOutputCallback([&](Frame& frame) {
     if (frame->seq != next++) has_gap = true;
     return true;

@@ -146,42 +146,6 @@ TEST_F(SoundSources, DoNotOpenWithoutAMicrophone) {
   ExpectDeafness<dualos::AacSource>("Aac");
 }
 
-TEST_F(SoundSources, RefuseAMediaDescriptionThatLacksAKey) {
-  const auto source = quill::host::Create<IAacSource>(kAac);
-  const std::string place = "plugin/api/linux/AacSource.cpp/#/CbOpen:\t";
-  const struct {
-    const char* key;
-    const char* line;
-  } rows[] = {
-      {"codec", "!media->IsCodec(\"aac\")"},
-      {"profile", "!media->Get(\"profile\",_aac.profile)"},
-      {"version", "!media->Get(\"version\",_aac.version)"},
-      {"rateidx", "!media->Get(\"rateidx\",_aac.rateidx)"},
-      {"adtslen", "!media->Get(\"adtslen\",_aac.adtsLength)"},
-      {"bitrate", "!media->Get(\"bitrate\",_aac.bitrate)"},
-  };
-  std::string lacking;
-  EditMedia([&](AttrSet& media) {
-    bool is_gone = false;
-    for (const auto& row : rows) {
-      if (is_gone = is_gone || lacking == row.key; is_gone) media.Remove(row.key);
-    }
-  });
-  for (const auto& [key, line] : rows) {
-    lacking = key;  // and what is read after it
-    LogLines();
-    EXPECT_FALSE(source->Open()) << key;
-    EXPECT_EQ(LogLines().front(), place + line);
-    source->Close();
-  }
-  lacking.clear();
-  EXPECT_TRUE(source->Open());
-  const auto info = source->GetAacMediaInfo();
-  EXPECT_EQ((std::vector{info.profile, info.version, info.rateidx, info.adtsLength}),
-            (std::vector{2, 4, 3, 7}));
-  EXPECT_NEAR(info.bitrate, 128000, 1280);
-}
-
 class Tones : public SoundSources, public ::testing::WithParamInterface<std::pair<int, int>> {};
 
 INSTANTIATE_TEST_SUITE_P(Of, Tones,

@@ -29,7 +29,14 @@ class ToolTest : public ::testing::Test {
   // One program may run meanwhile.
   void Begin(const std::string& line) { _program = Open("echo $$ >pid; exec " + line); }
   int End() { return Join(std::exchange(_program, nullptr)); }
-  int Run(const std::string& words) { return Join(Open("exec " TESSEL_TOOL " " + words)); }
+  // Again where a busy machine has let a command's second pass.
+  int Run(const std::string& words) {
+    int exit_code = Join(Open("exec " TESSEL_TOOL " " + words));
+    for (int i = 0; i < 2 && Text("err").find(": no answer within") != std::string::npos; ++i) {
+      exit_code = Join(Open("exec " TESSEL_TOOL " " + words));
+    }
+    return exit_code;
+  }
   std::string Text(const std::string& name) const {
     std::ostringstream text;
     text << std::ifstream(_folder + name).rdbuf();
