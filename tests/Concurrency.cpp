@@ -121,7 +121,7 @@ TEST_F(Concurrency, CloseWaitsForACallbackThatClosedTheStreamItself) {
     started.Set();
     if (is_message) KillFarSide();
     ASSERT_TRUE(closed.Wait());
-    camera->Close();
+    EXPECT_TRUE(camera->ChangeDown(State::kNull));
     EXPECT_FALSE(is_running.load()) << is_message;
   }
 }

@@ -33,12 +33,12 @@ bool HasRunOut() {
 }  // namespace
 
 void* operator new(std::size_t size_bytes) {
-  void* memory = HasRunOut() ? nullptr : std::malloc(size_bytes + 1);
+  void* memory = HasRunOut() ? nullptr : std::malloc(std::max<std::size_t>(size_bytes, 1));
   if (memory == nullptr) throw std::bad_alloc();
   return memory;
 }
 void* operator new(std::size_t size_bytes, const std::nothrow_t&) noexcept {
-  return HasRunOut() ? nullptr : std::malloc(size_bytes + 1);
+  return HasRunOut() ? nullptr : std::malloc(std::max<std::size_t>(size_bytes, 1));
 }
 [[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
 [[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }

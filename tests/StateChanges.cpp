@@ -278,6 +278,25 @@ TEST_F(StateChanges, TheSyntheticSourceMayBeTakenDownByItsCallbackToo) {
   }
 }
 
+TEST_F(StateChanges, DownwardEndWithFalseWhileAMessageCallbackIsStuck) {
+  const Camera camera = Make();
+  Event inside;
+  std::promise<void> go;
+  camera->RegisterMessageCallback([&, go_on = go.get_future().share()](const char*) {
+    inside.Set();
+    go_on.wait();
+    return true;
+  });
+  ASSERT_TRUE(camera->Open() && camera->Start());
+  Use([](auto& options) { options.command_timeout = std::chrono::milliseconds(50); });
+  KillFarSide();
+  ASSERT_TRUE(inside.Wait());
+  EXPECT_FALSE(camera->Close() || camera->ChangeDown(kNull));
+  go.set_value();
+  EXPECT_TRUE(Eventually([&] { return camera->ChangeDown(kNull); }));
+  EXPECT_TRUE(camera->ChangeUp(kPlay)) << "it can be opened again";
+}
+
 TEST_F(StateChanges, AreRefusedWhereTheTargetIsNoState) {
   ASSERT_TRUE(_camera->ChangeUp(kReady));
   for (const int number : {-1, 4, 7}) {

@@ -444,13 +444,14 @@ TEST_F(StillCapture, TheEndIsToldToWhoeverStops) {
   Event told;
   Event ended;
   std::promise<void> stops;
-  taker.Object()->RegisterMessageProcessCallback([&](quill::base::Message& message) {
-    const char* note = nullptr;
-    if (message.GetStr("extra", note) && note == std::string("ended")) ended.Set();
-    told.Set();
-    stops.get_future().wait();  // once
-    return true;
-  });
+  taker.Object()->RegisterMessageProcessCallback(
+      [&, go_on = stops.get_future().share()](quill::base::Message& message) {
+        const char* note = nullptr;
+        if (message.GetStr("extra", note) && note == std::string("ended")) ended.Set();
+        told.Set();
+        go_on.wait();
+        return true;
+      });
   ASSERT_TRUE(taker->Open() && taker->Snap(false) && taker->Start());
   EXPECT_TRUE(told.Wait());
   EXPECT_TRUE(Eventually([] {
@@ -490,6 +491,34 @@ TEST_F(StillCapture, AMessageCallbackMayTakeItsObjectDownAtTheEnd) {
     EXPECT_FALSE(on.load() == std::this_thread::get_id());
     EXPECT_EQ(taker->CurrentState(), State::kNull);
   }
+}
+
+// Such a close waits for nobody, so the sink goes on without its stream.
+TEST_F(StillCapture, AnotherStreamsCallbackMayCloseOneThatIsWriting) {
+  const Taker taker = Playing(kSnap);
+  Event writes;
+  std::promise<void> go;
+  taker.Object()->RegisterMessageProcessCallback(
+      [&, go_on = go.get_future().share()](quill::base::Message&) {
+        writes.Set();
+        go_on.wait();
+        return true;
+      });
+  taker->SetURL(Url("taken.jpeg").c_str());
+  ASSERT_TRUE(taker->Snap(false) && writes.Wait());
+  fs::create_directory(Path("taken.jpeg"));  // so that the picture cannot get its name
+  Event closed;
+  std::atomic<bool> is_first{true};
+  const Camera camera = OpenPush([&](Frame&) {
+    if (!is_first.exchange(false)) return true;
+    EXPECT_TRUE(taker->Close());
+    closed.Set();
+    return true;
+  });
+  ASSERT_TRUE(closed.Wait());
+  go.set_value();
+  EXPECT_TRUE(taker->Stop()) << "waits for the sink";
+  EXPECT_TRUE(IsLogged("Is a directory"));
 }
 
 // Its application stops on this side, though the real-time side does not answer.

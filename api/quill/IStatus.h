@@ -67,12 +67,24 @@ class __attribute__((visibility("default"))) IStatus {
   // What the transitions have led to, also after a loss. Any thread.
   Status LastStatus() const { return _status.load(std::memory_order_acquire); }
 
+ protected:
+  // What the after-hooks end.
+  class Changes {
+   public:
+    virtual void End() = 0;
+
+   protected:
+    ~Changes() = default;
+  };
+  void SetChanges(Changes& changes) { _changes = &changes; }  // borrows for the object's life
+
  private:
   bool Raise(Status at_least);
   bool Lower(Status at_most);
 
   std::atomic<Status> _status{Status::kNull};
   std::atomic<std::uint64_t> _connection{0};  // its number; 0: none
+  Changes* _changes = nullptr;
 };
 
 }  // namespace quill::stream

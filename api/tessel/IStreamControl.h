@@ -23,8 +23,9 @@ class TESSEL_PUBLIC IStreamControl : public object_base {
   virtual bool Set(const char* str) = 0;
 
   // Moves up, down, or whichever way is needed, step by step; stops at the first step that fails.
-  // True when the state has reached `s`. False, with nothing moved, when `s` lies the other way or
-  // is no state. Any thread.
+  // True when the state has reached `s`; "ApiPhotography-dualos" goes on from ready to null, and a
+  // stream whose real-time side has died reads null until Close(). False, with nothing moved, when
+  // `s` lies the other way or is no state. Any thread.
   virtual bool ChangeUp(State s) = 0;
   virtual bool ChangeDown(State s) = 0;
   virtual bool ChangeState(State s) = 0;

@@ -25,7 +25,8 @@ class TESSEL_PUBLIC IStreamLifecycle {
   // play -> ready: ends waiting pulls. When it has returned true on a client's thread, no callback
   // of the stream runs. False also when a callback has not returned within the time-out of a
   // command; the stream is stopped all the same. Called from a callback it does not wait for any.
-  // Close() likewise.
+  // Close() likewise; where it answers false the stream is at ready. Where the wait for another
+  // change has timed out, true says only that the change under way will go on to there.
   virtual bool Stop() = 0;
 };
 

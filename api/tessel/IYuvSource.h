@@ -12,8 +12,8 @@ namespace tessel::api::streaming {
 // The synthetic source ("ApiYuvSource-dualos-push-fake", "-pull-fake") carries no picture: its
 // bytes are never written. The control state does not steer it, and its Open() and Close() do
 // nothing: pushed, it delivers from Start() to Stop(), also while paused; PullFrame() gives a frame
-// at any time. There Start() without a Stop() since the last one, or in the callback, ends the
-// process.
+// at any time. Start() and Stop() come from one thread at a time, or from the callback. There
+// Start() without a Stop() since the last one, or in the callback, ends the process.
 class TESSEL_PUBLIC IYuvSource : public virtual common::IStreamOutput,
                                  public virtual common::IYuvDevice {
  public:

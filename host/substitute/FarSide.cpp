@@ -171,11 +171,13 @@ bool FarSide::Connect(const std::string& path, std::string& error) {
   }
   std::memcpy(address.sun_path, path.c_str(), path.size());
   _socket = UniqueFd::AboveStandard(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
-  tessel::link::LimitSends(_socket.Get());
   const auto* generic = reinterpret_cast<const sockaddr*>(&address);
-  if (_socket.IsOpen() && connect(_socket.Get(), generic, sizeof address) == 0) return true;
-  error += std::strerror(errno);
-  return false;
+  if (!_socket.IsOpen() || connect(_socket.Get(), generic, sizeof address) != 0) {
+    error += std::strerror(errno);
+    return false;
+  }
+  tessel::link::LimitSends(_socket.Get());
+  return true;
 }
 
 bool FarSide::Spawn(std::string& error) {
@@ -185,10 +187,15 @@ bool FarSide::Spawn(std::string& error) {
     return false;
   }
   _socket = UniqueFd::AboveStandard(ends[0]);
-  tessel::link::LimitSends(_socket.Get());
   // Above the descriptors that the new program gets its own under.
   const UniqueFd their_end(fcntl(ends[1], F_DUPFD_CLOEXEC, kTheirSocket + 1));
+  const int failed = errno;
   close(ends[1]);
+  if (!_socket.IsOpen() || !their_end.IsOpen()) {
+    error = std::string("no socket for the real-time side: ") + std::strerror(failed);
+    return false;
+  }
+  tessel::link::LimitSends(_socket.Get());
   const host::Options options = host::GetOptions();
   const std::string program =
       options.far_side_program.empty() ? FindProgram("tessel-rtos") : options.far_side_program;

@@ -81,7 +81,7 @@ void IOSinkPerFrame::Take(Packet& packet) {
   std::string url;
   std::string error;
   if (!_urls->Next(url, error) || !Write(url, packet, error)) {
-    return PostFailure(url, error);
+    return PostFailure(url, error, packet);
   }
   CountFile();
   if (_is_chatty) Trace("", url, ", ", packet.Size(), " bytes");
@@ -113,15 +113,22 @@ void IOSinkPerFrame::Post(bool after_close, const std::string& url, const Packet
   }
 }
 
-void IOSinkPerFrame::PostFailure(const std::string& url, const std::string& reason) {
+void IOSinkPerFrame::PostFailure(const std::string& url, const std::string& reason,
+                                 const Packet& packet) {
   Fail("!Write(url,packet)", url, url.empty() ? "" : ": ", reason);
   AttrSet body;
   if (!url.empty()) body.Add("url", url);
   body.Add("reason", reason);
   // Packets come in the order of the requests, each for one.
-  const auto packets = static_cast<std::uint32_t>(GetSession()->Counters().delivered);
-  body.Add("request", Upstream()->RequestsBefore() + packets);
+  const auto* counted = dynamic_cast<const SessionPacket*>(&packet);
+  body.Add("request", _requests_before + (counted == nullptr ? 0 : counted->Count()));
   SendMessage(TextOf("failed", body).c_str(), base::Orient::kOwners, "failed");
+}
+
+bool IOSinkPerFrame::Open() {
+  if (!SessionSink::Open()) return false;
+  _requests_before = Upstream()->RequestsBefore();
+  return true;
 }
 
 bool IOSinkPerFrame::Start() {

@@ -25,12 +25,12 @@ namespace quill::stream {
 // note ("extra") is the name. What goes wrong is in the log too:
 // `failed:url={…},reason={…},request=N` is a frame that could not be written, the one of the N-th
 // request in a chain of single frames; the next one is tried all the same. `ended:reason={…}` says
-// that none will come any more, behind those that came. Messages come on the stream thread; the
-// last one on the message thread, where no frame was left to be written, or that of whoever stops
-// the sink.
+// that none will come any more, behind those that came. The callbacks
+// of these messages run on the message thread; the stream thread waits for their answers.
 class IOSinkPerFrame : public SessionSink {
  public:
   bool configure(base::AttrSet& set) override;
+  bool Open() override;
   bool Start() override;
   bool Stop() override;
 
@@ -50,7 +50,7 @@ class IOSinkPerFrame : public SessionSink {
   void PostEnd();
   bool Write(const std::string& url, const Packet& packet, std::string& error);
   void Post(bool after_close, const std::string& url, const Packet& packet);
-  void PostFailure(const std::string& url, const std::string& reason);
+  void PostFailure(const std::string& url, const std::string& reason, const Packet& packet);
   void CountFile() const;
 
   // Constant after configure.
@@ -58,6 +58,8 @@ class IOSinkPerFrame : public SessionSink {
   std::vector<Notice> _notices;
   std::shared_ptr<const Window::Block> _counted;  // with a record; null: no count advances
   bool _is_chatty = false;
+
+  std::uint32_t _requests_before = 0;  // set by Open(); those served before the session
 
   std::mutex _end_mutex;
   bool _is_writing = false;                // guarded by _end_mutex; frames may still be written

@@ -80,7 +80,7 @@ bool Pipeline::Open() { return Up(InFlow(), &UpToReady, &ToNull) && Service::Ope
 bool Pipeline::Start() { return Up(AgainstFlow(), &UpToPlay, &ToReady) && Service::Start(); }
 
 void Pipeline::afterStatusUp(Status target) {
-  if (target == Status::kPlay && LastStatus() >= Status::kPlay) {
+  if (target >= Status::kPlay && LastStatus() >= Status::kPlay) {
     foreach ([](base::object& child) {
       if (auto* element = dynamic_cast<Element*>(&child)) element->Playing();
       return true;

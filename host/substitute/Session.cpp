@@ -89,6 +89,7 @@ Packet* Session::TakeNext() {
   FrameDescriptor frame;
   if (!_consumer->Next(frame)) return nullptr;
   SessionPacket& packet = _packets[frame.slot];
+  packet._count = ++_taken;
   packet.Show(frame, reinterpret_cast<const std::uint8_t*>(_consumer->Base()) + frame.offset,
               shared_from_this());
   return &packet;
@@ -158,15 +159,18 @@ void Session::SetMode(Mode mode) {
   _mode.notify_all();
 }
 
-void Session::Listen(std::function<void(const std::string&)> listener) {
+void Session::Listen(Listener listener) {
   const std::lock_guard lock(_listener_mutex);
   _listener = std::move(listener);
 }
 
 void Session::Tell(const std::string& text) {
-  const std::lock_guard lock(_listener_mutex);
-  const auto listener = _listener;  // it may remove itself while it runs
-  if (listener) listener(text);
+  std::function<void()> work;
+  {
+    const std::lock_guard lock(_listener_mutex);
+    if (_listener) work = _listener(text);
+  }
+  if (work) work();
 }
 
 }  // namespace quill::stream

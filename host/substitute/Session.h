@@ -30,6 +30,8 @@ struct SessionMemory {
 class SessionPacket : public Packet {
  public:
   SessionPacket() = default;
+  // Which one of its session it is, from 1; the count runs over.
+  std::uint32_t Count() const { return _count; }
 
  protected:
   void LastReleased() override;
@@ -40,6 +42,7 @@ class SessionPacket : public Packet {
             std::shared_ptr<Session> session);
 
   std::uint16_t _slot = 0;
+  std::uint32_t _count = 0;
   std::shared_ptr<Session> _session;  // set while held: a frame outlives its stream's closing
 };
 
@@ -71,9 +74,10 @@ class Session : public std::enable_shared_from_this<Session> {
   bool IsHalted() const { return _mode.load(std::memory_order_acquire) == Mode::kHalted; }
 
   // Texts from the real-time side about this stream, and its loss. `listener` runs on the message
-  // thread; empty removes it. When this returns, the former one does not run any more, unless this
-  // was called from inside it.
-  void Listen(std::function<void(const std::string& text)> listener);
+  // thread and returns the work to be done there with the text; empty removes it. When this
+  // returns, the former listener does not run any more, but the work that it returned may.
+  using Listener = std::function<std::function<void()>(const std::string& text)>;
+  void Listen(Listener listener);
   void Tell(const std::string& text);  // message thread
 
   tessel::link::SessionCounters Counters() const { return _consumer->Counters(); }
@@ -96,11 +100,11 @@ class Session : public std::enable_shared_from_this<Session> {
   std::atomic<Mode> _mode{Mode::kHalted};
   std::atomic<bool> _ended{false};
 
-  std::mutex _pull_mutex;  // one reader of the ring at a time
+  std::mutex _pull_mutex;    // one reader of the ring at a time
+  std::uint32_t _taken = 0;  // guarded by _pull_mutex; packets taken out of the ring
 
-  // Recursive: a listener may close its stream, which removes the listener.
-  std::recursive_mutex _listener_mutex;
-  std::function<void(const std::string&)> _listener;  // guarded by _listener_mutex
+  std::mutex _listener_mutex;
+  Listener _listener;  // guarded by _listener_mutex
 };
 
 }  // namespace quill::stream

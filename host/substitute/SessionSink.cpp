@@ -1,5 +1,6 @@
 #include "SessionSink.h"
 
+#include "FarSide.h"
 #include "quill/Debug.h"
 
 namespace quill::stream {
@@ -10,29 +11,24 @@ bool SessionSink::Open() {
   if (Failed(Upstream() == nullptr, "!Upstream()", "a sink needs a source")) return false;
   _session = Upstream()->Output();
   if (Failed(_session == nullptr, "!_session", "the source is not open")) return false;
-  // As with packets: what is told may destroy the stream, which waits for it first.
-  _session->Listen([this, callbacks = OwnerCallbacks(*this)](const std::string& text) {
-    callbacks->Begin();
-    {
-      const base::Held held = base::Keep(*this);
+  // What is told may destroy the stream, so all that it needs is kept before the listener can be
+  // removed.
+  _session->Listen([this](const std::string& text) -> std::function<void()> {
+    _told->Begin();
+    return [this, text, told = _told, guard = std::make_shared<CallbackGuard>(*this)]() mutable {
       Told(text);
-    }
-    callbacks->End();
+      told->End();
+      guard.reset();
+    };
   });
   return Element::Open();
 }
 
 bool SessionSink::Start() {
   _session->Play();
-  const auto take = [this](Packet& packet) {
-    const base::Held held = base::Keep(*this);  // what takes it may destroy the stream
-    Take(packet);
-  };
-  const auto drained = [this] {
-    const base::Held held = base::Keep(*this);
-    Drained();
-  };
-  if (HasThread() && !_thread.Start(_session, take, drained, OwnerCallbacks(*this))) return false;
+  const auto take = [this](Packet& packet) { Take(packet); };
+  const auto drained = [this] { Drained(); };
+  if (HasThread() && !_thread.Start(_session, take, drained, *this)) return false;
   return Element::Start();
 }
 
@@ -56,8 +52,9 @@ bool SessionSink::Stop() {
 
 bool SessionSink::Close() {
   if (_session == nullptr) return Element::Close();
-  const bool done = SessionSink::Stop();
+  bool done = SessionSink::Stop();
   _session->Listen(nullptr);
+  if (!IsHostThread()) done = _told->WaitUntilNoneRuns(CommandTimeout()) && done;
   _session.reset();
   return Element::Close() && done;
 }

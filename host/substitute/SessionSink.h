@@ -38,6 +38,8 @@ class SessionSink : public Element {
  private:
   std::shared_ptr<Session> _session;
   StreamThread _thread;
+  // Texts that are being told.
+  const std::shared_ptr<Callbacks> _told = std::make_shared<Callbacks>();
 };
 
 }  // namespace quill::stream

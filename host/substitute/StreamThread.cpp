@@ -12,22 +12,26 @@ namespace quill::stream {
 // It holds all it needs, as a callback may stop or close the stream under its feet.
 struct StreamThread::Run {
   Run(std::shared_ptr<Session> from, std::function<void(Packet&)> to,
-      std::function<void()> at_the_end, std::shared_ptr<Service::Callbacks> counted)
+      std::function<void()> at_the_end, std::shared_ptr<Service::Callbacks> of_the_owner)
       : session(std::move(from)),
         output(std::move(to)),
         drained(std::move(at_the_end)),
-        callbacks(std::move(counted)) {}
+        callbacks(std::move(of_the_owner)) {}
 
   void Loop() {
     may_run.wait(false);
-    const std::lock_guard turn(callbacks->output_turn);
     while (!is_over.load(std::memory_order_acquire)) {
       Packet* packet = session->Pull(true);
       if (packet == nullptr) break;
-      CallClient([&] { return output(*packet), true; });
-      packet->Release();  // whoever keeps it has added a hold
+      Deliver(*packet);
+      packet->Release();  // a client that keeps it has added a hold
     }
     if (session->HasEnded() && !session->IsHalted() && !is_over.load()) drained();
+  }
+  void Deliver(Packet& packet) {
+    const std::lock_guard turn(callbacks->output_turn);
+    if (is_over.load(std::memory_order_acquire)) return;
+    CallClient([&] { return output(packet), true; });
   }
   void Release() {
     may_run.store(true, std::memory_order_release);
@@ -44,22 +48,19 @@ struct StreamThread::Run {
 };
 
 bool StreamThread::Start(std::shared_ptr<Session> session, std::function<void(Packet&)> output,
-                         std::function<void()> drained,
-                         std::shared_ptr<Service::Callbacks> callbacks) {
+                         std::function<void()> drained, Service& sink) {
   if (_run != nullptr) _run->is_over.store(true, std::memory_order_release);
   auto run = std::make_shared<Run>(std::move(session), std::move(output), std::move(drained),
-                                   std::move(callbacks));
-  run->callbacks->Begin();
+                                   OwnerCallbacks(sink));
   run->itself.Begin();
-  std::thread thread = StartThread("tessel-stream", [run] {
+  auto guard = std::make_shared<CallbackGuard>(sink);
+  std::thread thread = StartThread("tessel-stream", [run, guard]() mutable {
     run->Loop();
     run->itself.End();
-    run->callbacks->End();
+    guard.reset();
   });
-  if (!thread.joinable()) {
-    run->callbacks->End();
-    return false;
-  }
+  guard.reset();
+  if (!thread.joinable()) return false;
   thread.detach();  // those who wait for it do so by the counts
   _run = std::move(run);
   return true;

@@ -17,11 +17,11 @@ class StreamThread {
   StreamThread& operator=(const StreamThread&) = delete;
 
   // Calls `output` with each packet, lent until return, from Release() on, and `drained` when the
-  // session has ended and the last one was taken. `callbacks` counts the thread. False when the
-  // system has no thread left. A former thread whose callback has not returned yet takes no packet
-  // any more; the new one begins after it.
+  // session has ended and the last one was taken. `sink` and its owners live until
+  // the thread has ended. False when the system has no thread left. A former thread whose callback
+  // has not returned yet takes no packet any more; the new one begins after it.
   bool Start(std::shared_ptr<Session> session, std::function<void(Packet&)> output,
-             std::function<void()> drained, std::shared_ptr<Service::Callbacks> callbacks);
+             std::function<void()> drained, Service& sink);
   // The whole pipeline plays: a callback that stops it does not cross its start any more.
   void Release();
   // Lets the thread take no packet any more, and waits until it has ended, at most for the time-out

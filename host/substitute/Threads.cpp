@@ -88,31 +88,47 @@ void PostMessage(std::function<void()> work) {
 }
 
 bool DeliverMessage(base::object& sender, std::function<bool()> deliver) {
-  // The outermost owner is the client's: it is not held but waits for its callbacks.
-  const auto callbacks = OwnerCallbacks(sender);
-  auto held = std::make_shared<std::vector<base::Held>>();
-  for (base::object* each = &sender; each->Parent() != nullptr; each = each->Parent()) {
-    held->push_back(base::Keep(*each));
-  }
+  auto guard = std::make_shared<CallbackGuard>(sender);
   if (t_is_message_thread || IsForkedChild()) return CallClient(deliver);
   auto answer = std::make_shared<std::promise<bool>>();
   std::future<bool> answered = answer->get_future();
-  if (callbacks != nullptr) callbacks->Begin();
-  PostMessage([callbacks, held, answer, deliver = std::move(deliver)] {
-    answer->set_value(CallClient(deliver));
-    held->clear();
-    if (callbacks != nullptr) callbacks->End();
-  });
+  PostMessage(
+      [answer, guard, deliver = std::move(deliver)] { answer->set_value(CallClient(deliver)); });
+  guard.reset();
   const bool is_in_time = answered.wait_for(CommandTimeout()) == std::future_status::ready;
   return !Failed(!is_in_time, "!is_in_time", "the message waits for another callback") &&
          answered.get();
 }
 
+namespace {
+
+const Service* OutermostService(const base::object& part) {
+  const Service* outermost = nullptr;
+  for (const base::object* each = &part; each != nullptr; each = each->Parent()) {
+    if (const auto* service = dynamic_cast<const Service*>(each)) outermost = service;
+  }
+  return outermost;
+}
+
+}  // namespace
+
+CallbackGuard::CallbackGuard(base::object& part) {
+  const Service* outermost = OutermostService(part);
+  if (outermost != nullptr) _callbacks = outermost->GetCallbacks();
+  if (_callbacks != nullptr) _callbacks->Begin();
+  for (base::object* each = &part; each != nullptr; each = each->Parent()) {
+    if (each != outermost) _held.push_back(base::Keep(*each));
+  }
+}
+
+CallbackGuard::~CallbackGuard() {
+  _held.clear();  // before the outermost service goes on
+  if (_callbacks != nullptr) _callbacks->End();
+}
+
 std::shared_ptr<Service::Callbacks> OwnerCallbacks(const base::object& part) {
-  const base::object* owner = &part;
-  while (owner->Parent() != nullptr) owner = owner->Parent();
-  const auto* service = dynamic_cast<const Service*>(owner);
-  return service == nullptr ? nullptr : service->GetCallbacks();
+  const Service* outermost = OutermostService(part);
+  return outermost == nullptr ? nullptr : outermost->GetCallbacks();
 }
 
 }  // namespace quill::stream

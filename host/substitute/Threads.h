@@ -6,6 +6,7 @@
 #include <functional>
 #include <mutex>
 #include <thread>
+#include <vector>
 
 #include "quill/Service.h"
 #include "Window.h"
@@ -55,8 +56,8 @@ class Service::Callbacks {
     std::unique_lock lock(_mutex);
     return _ended.wait_for(lock, timeout, [this] { return _running == 0; });
   }
-  // Held by the stream thread that may call the output callback. A stream that its own callback has
-  // started anew has a second thread, which begins when the callback has returned.
+  // Held around each call of the output callback. A stream that its own callback has started anew
+  // has a second thread, which delivers when the callback has returned.
   std::mutex output_turn;
 
  private:
@@ -65,7 +66,21 @@ class Service::Callbacks {
   int _running = 0;  // guarded by _mutex
 };
 
-// The callbacks of the outermost owner of `part`, which must outlive what they do.
+// Keeps an object and its owners alive, and counts as a running callback of the outermost service
+// among them. That one is the client's: it is not held, as it waits for its callbacks.
+class CallbackGuard {
+ public:
+  explicit CallbackGuard(base::object& part);
+  ~CallbackGuard();
+  CallbackGuard(const CallbackGuard&) = delete;
+  CallbackGuard& operator=(const CallbackGuard&) = delete;
+
+ private:
+  std::vector<base::Held> _held;
+  std::shared_ptr<Service::Callbacks> _callbacks;  // null when no service is among them
+};
+
+// The callbacks of the outermost service among `part` and its owners; null when there is none.
 std::shared_ptr<Service::Callbacks> OwnerCallbacks(const base::object& part);
 
 }  // namespace quill::stream

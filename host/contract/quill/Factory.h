@@ -29,8 +29,12 @@ class QUILL_PUBLIC Factory {
     const std::any found = FindFunction(name);
     const auto* function = std::any_cast<std::function<Result(Args...)>>(&found);
     if (stream::Failed(function == nullptr, "!obj", "no func:", name)) return false;
-    result = (*function)(args...);
-    return true;
+    try {
+      result = (*function)(args...);
+      return true;
+    } catch (...) {
+      return !stream::Failed(true, "!obj", "throws:", name);
+    }
   }
 
   // Enters or replaces a command or a typed function and hands back what stood there before, so

@@ -98,7 +98,9 @@ IClass* IClass::Register(IClass* record) {
   if (record == nullptr) return nullptr;
   const std::lock_guard lock(RegistryMutex());
   if (Holds().contains(record)) return record;
-  Holds().emplace(record, record);
+  // One that is entered again has holders already.
+  auto hold = record->weak_from_this().lock();
+  Holds().emplace(record, hold != nullptr ? hold : std::shared_ptr<IClass>(record));
   std::list<IClass*>& registry = Registry();
   const auto namesake =
       std::find_if(registry.rbegin(), registry.rend(),
@@ -117,6 +119,11 @@ bool IClass::UnRegister(const char* name) {
   if (place == Registry().end()) return false;
   gone = std::move(Holds().extract(*place).mapped());
   Registry().erase(place);
+  IClass* next = gone->_next_namesake.exchange(nullptr);
+  for (IClass* record : Registry()) {
+    IClass* self = gone.get();
+    record->_next_namesake.compare_exchange_strong(self, next);
+  }
   return true;
 }
 

@@ -24,9 +24,11 @@ bool IStatus::CanStatusUp() const { return LastStatus() < Status::kPause; }
 bool IStatus::CanStatusDown() const { return LastStatus() > Status::kNull; }
 
 bool IStatus::beforeStatusUp(Status) { return true; }
-void IStatus::afterStatusUp(Status) {}
+void IStatus::afterStatusUp(Status) {
+  if (_changes != nullptr) _changes->End();
+}
 bool IStatus::beforeStatusDown(Status) { return true; }
-void IStatus::afterStatusDown(Status) {}
+void IStatus::afterStatusDown(Status target) { IStatus::afterStatusUp(target); }
 
 IStatus::Status IStatus::CurrStatus() const { return IsLost() ? Status::kNull : LastStatus(); }
 
@@ -44,8 +46,8 @@ bool IStatus::Raise(Status at_least) {
 }
 
 bool IStatus::Lower(Status at_most) {
-  if (at_most == Status::kNull) DependOn(0);
   if (LastStatus() > at_most) _status.store(at_most, std::memory_order_release);
+  if (at_most == Status::kNull) DependOn(0);  // last: nobody sees a lost stream play
   return true;
 }
 

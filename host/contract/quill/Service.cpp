@@ -22,12 +22,6 @@ IStatus::Status Beside(const IStatus& service, int step) {
   return static_cast<IStatus::Status>(static_cast<int>(service.LastStatus()) + step);
 }
 
-// Waits for callbacks where that cannot be a wait for this thread itself.
-bool WaitForCallbacks(Service::Callbacks& callbacks) {
-  return IsHostThread() || !Failed(!callbacks.WaitUntilNoneRuns(CommandTimeout()), "!callbacks",
-                                   "a callback has not returned within the time-out of a command");
-}
-
 }  // namespace
 
 // The machine's change of a service. An override of an after-hook may not call its base version, so
@@ -55,6 +49,7 @@ Service::Service()
     : _callbacks(std::make_shared<Callbacks>()),
       _transitions(std::make_unique<Transitions>(*this)) {
   SetFinisher(*_transitions);
+  SetChanges(*_transitions);
 }
 
 Service::~Service() = default;
@@ -80,7 +75,7 @@ bool Service::StatusUp(Status target) {
 bool Service::StatusDown(Status target) {
   if (!IsStatus(target) || target > LastStatus()) return false;
   const TransitionLock change(*this, false, target);
-  return !change || IStatus::StatusDown(target);
+  return !change || (IStatus::StatusDown(target) && WaitForCallbacks(target));
 }
 
 // The way is known once no other change runs.
@@ -93,11 +88,10 @@ bool Service::StatusChange(Status target) {
 }
 
 bool Service::beforeStatusUp(Status target) { return _transitions->BeginUp(target); }
-void Service::afterStatusUp(Status) { _transitions->End(); }
 bool Service::beforeStatusDown(Status target) { return _transitions->BeginDown(target); }
-void Service::afterStatusDown(Status) { _transitions->End(); }
 
 bool Service::Pause() {
+  if (Failed(LastStatus() < Status::kPlay, "LastStatus()<kPlay", "nothing plays")) return false;
   const bool done = foreach ([](base::object& child) {
     auto* service = dynamic_cast<Service*>(&child);
     return service == nullptr || service->StatusUp(Status::kPause);
@@ -114,13 +108,20 @@ bool Service::Resume() {
 }
 
 bool Service::Stop() {
-  const bool done = WaitForCallbacks(*_callbacks);
+  const bool done = WaitForCallbacks(Status::kReady);
   return IStatus::Stop() && done;
 }
 
 bool Service::Close() {
-  const bool done = WaitForCallbacks(*_callbacks);
+  const bool done = WaitForCallbacks(Status::kNull);
   return IStatus::Close() && done;
+}
+
+// Not where it could be a wait for this thread itself, and not for those of a stream that plays.
+bool Service::WaitForCallbacks(Status target) {
+  return IsHostThread() || target >= Status::kPlay ||
+         !Failed(!_callbacks->WaitUntilNoneRuns(CommandTimeout()), "!callbacks",
+                 "a callback has not returned within the time-out of a command");
 }
 
 const char* StatusName(IStatus::Status status) {

@@ -10,8 +10,9 @@
 //     which goes on down to the lowest target left to it, and counts as done. Its upward change is
 //     refused, and logged. A thread whose wait ends without its turn is treated alike.
 //  5. A downward change by a thread of the client returns true when no callback of the object runs
-//     any more. It waits for them at most for the time-out of a command. One by a host thread does
-//     not wait for callbacks, its own or another's.
+//     any more, unless rule 4 has left it to another thread. It waits for them at most for the
+//     time-out of a command at each of its steps. One by a host thread does not wait for callbacks,
+//     its own or another's.
 //  6. Upward changes of a disabled object, and of one whose connection is lost, are refused.
 //
 // Every call thus ends in a status that some serial order of the calls explains; a call that was
@@ -40,18 +41,18 @@ class QUILL_PUBLIC Service : public virtual base::Object, public virtual IStatus
   bool StatusChange(Status target) override;
 
   // Pausing reaches all services under this one: frames are held back, none is lost that has room.
+  // Only from play on. These two are called by the machine, which lets one change run at a time.
   bool Pause() override;
   bool Resume() override;
-  // False when a callback of this object still runs at the time-out; the status is lowered even so.
+  // False when a callback of this object still runs at the time-out; the status is lowered even so,
+  // by an override of Close() that stops first to ready.
   bool Stop() override;
   bool Close() override;
 
-  // Begin and end a change. Before: false when the change is refused, or, downward, left to the one
-  // under way.
+  // Begin a change, which the after-hooks end. False when the change is refused, or, downward, left
+  // to the one under way.
   bool beforeStatusUp(Status target) override;
-  void afterStatusUp(Status target) override;
   bool beforeStatusDown(Status target) override;
-  void afterStatusDown(Status target) override;
 
   // Host only: the threads that run callbacks of this object.
   class Callbacks;
@@ -64,6 +65,7 @@ class QUILL_PUBLIC Service : public virtual base::Object, public virtual IStatus
  private:
   class Transitions;
   class TransitionLock;
+  bool WaitForCallbacks(Status target);
   const std::shared_ptr<Callbacks> _callbacks;
   const std::unique_ptr<Transitions> _transitions;
 };

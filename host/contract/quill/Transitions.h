@@ -10,7 +10,7 @@
 
 namespace quill::stream {
 
-class Service::Transitions final : public base::object::Finisher {
+class Service::Transitions final : public base::object::Finisher, public IStatus::Changes {
  public:
   explicit Transitions(Service& service) : _service(service) {}
 
@@ -19,7 +19,7 @@ class Service::Transitions final : public base::object::Finisher {
   // False: left to the change under way.
   bool BeginDown(Status target);
   // The outermost one carries out what was left to it.
-  void End();
+  void End() override;
 
   // How many changes of this thread are nested; 0 on other threads.
   int Depth();

@@ -331,11 +331,15 @@ object* object::Clone() const {
 
 bool object::Dispatch(Message& message, const Orient& orient) {
   const std::shared_ptr<object> kept(Keep(message));
-  return stream::DeliverMessage(
-      *this, [this, kept, &message, orient] { return sendMessage(message, orient); });
+  return stream::DeliverMessage(*this,
+                                [this, kept, &message, orient] { return Send(message, orient); });
 }
 
 bool object::sendMessage(Message& message, const Orient& orient) {
+  return Dispatch(message, orient);
+}
+
+bool object::Send(Message& message, const Orient& orient) {
   if (orient.Value() == Orient::kSink && processMessage(message)) return true;
   return Forward(message, orient);
 }
@@ -348,16 +352,18 @@ bool object::processMessage(Message& message) { return RunCallback(message); }
 
 // True when `visit` returned true for one of them.
 bool object::VisitSiblings(bool behind, const std::function<bool(object&)>& visit) const {
-  if (_parent == nullptr) return false;
-  std::vector<object*> siblings;
-  Parent()->foreach ([&](object& sibling) {
-    if (behind ? sibling.Order() > Order() : sibling.Order() < Order())
-      siblings.push_back(&sibling);
+  object* parent = Parent();
+  if (parent == nullptr) return false;
+  std::vector<Held> siblings;  // a receiver may change the list
+  parent->foreach ([&](object& sibling) {
+    if (behind ? sibling.Order() > Order() : sibling.Order() < Order()) {
+      siblings.push_back(Keep(sibling));
+    }
     return true;
   });
   if (!behind) std::reverse(siblings.begin(), siblings.end());
   return std::any_of(siblings.begin(), siblings.end(),
-                     [&](object* sibling) { return visit(*sibling); });
+                     [&](const Held& sibling) { return visit(*sibling); });
 }
 
 // On to everyone in the direction of `orient` but this object.

@@ -190,7 +190,12 @@ class QUILL_PUBLIC object : public Reference,
   ~object() override;
   void SetFinisher(Finisher& finisher) { _finisher = &finisher; }  // borrows for the object's life
   void LastReleased() override {
-    if (_finisher != nullptr) _finisher->Finish();
+    // Held meanwhile: what the end calls may hold the object and let it go.
+    if (Finisher* finisher = std::exchange(_finisher, nullptr)) {
+      Hold();
+      finisher->Finish();
+      return Release();
+    }
     delete this;
   }
   ObjectList& Children() const { return *_children; }
@@ -200,6 +205,7 @@ class QUILL_PUBLIC object : public Reference,
   friend class IMessageProcesser;
   friend class ObjectList;
   bool Dispatch(Message& message, const Orient& orient);
+  bool Send(Message& message, const Orient& orient);
   bool Forward(Message& message, const Orient& orient);
   bool VisitSiblings(bool behind, const std::function<bool(object&)>& visit) const;
 

@@ -46,7 +46,7 @@ struct VbrcBlock {
   Word reserved_60;                       // 60, zero
   Word bitrate_target;                    // 64, bits/s
   Word trigger_req;                       // 68, counts requests
-  Word trigger_served;                    // 72, requests served; far, which alone reads it
+  Word trigger_served;                    // 72, requests served; far, host at Open, Close
   Word reserved_76[36];                   // 76, zero
   Word frame_count;                       // 220, finished frames; one writer a chain
   Word reserved_224[95];                  // 224, zero

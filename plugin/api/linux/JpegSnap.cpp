@@ -6,6 +6,7 @@
 #include "quill/Hash.h"
 
 #include "common/Layout.h"
+#include "common/StatusChange.h"
 
 namespace tessel::dualos {
 
@@ -71,11 +72,15 @@ std::string JpegSnap::AppStringCreate1(void* apphd) {
 }
 
 bool JpegSnap::Open() {
+  const auto change = StatusChange::Up(*this, Status::kReady);
+  if (!change) return false;
   if (_app == nullptr) _outcome.Begin();
   return StreamApp::Open();
 }
 
 bool JpegSnap::Close() {
+  const auto change = StatusChange::Down(*this, Status::kNull);
+  if (!change) return true;
   const bool done = StreamApp::Close();
   if (_app == nullptr) _outcome.Begin();  // what is asked for now waits for the next Open()
   return done;
@@ -137,6 +142,7 @@ bool JpegSnap::Snap(bool blocking) {
 }
 
 void JpegSnap::Snap(const char* url, bool blocking) {
+  if (url == nullptr) return;
   JpegSnap::SetURL(url);
   Snap(blocking);
 }

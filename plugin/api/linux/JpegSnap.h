@@ -40,7 +40,7 @@ class JpegSnap : public StreamApp, public StreamVbrc, public api::streaming::IPh
   bool Start() override { return StreamApp::Start(); }
   bool Stop() override { return StreamApp::Stop(); }
 
-  // What the sink of the pictures tells. Stream or message thread.
+  // What the sink of the pictures tells. Message thread.
   bool processMessage(quill::base::Message& message) override;
 
  protected:

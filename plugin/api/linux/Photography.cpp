@@ -14,7 +14,7 @@ using quill::base::Orient;
 using quill::stream::Failed;
 using Status = quill::stream::IStatus::Status;
 
-Photography::Photography() : VBRC(nullptr) {}
+Photography::Photography() : VBRC(nullptr) { Photography::SetURL("file://snap.jpeg"); }
 
 // The application has to go while the URL that its sink asks for is still there.
 Photography::~Photography() {
@@ -44,10 +44,14 @@ void Photography::SetQP(int qp) { _qp = qp; }
 int Photography::GetQP() const { return _qp; }
 
 void Photography::SetURL(const char* url) {
-  if (url != nullptr) std::atomic_store(&_url, std::make_shared<const std::string>(url));
+  if (url != nullptr) _url.Set(std::make_unique<const std::string>(url));
 }
 
-std::string Photography::CreateUrl() { return *std::atomic_load(&_url); }
+std::string Photography::CreateUrl() {
+  const std::string url = *_url.Claim();
+  _url.Unclaim();
+  return url;
+}
 
 std::string Photography::cbCreateUrl(void* hd) {
   if (Failed(!hd, "!hd")) return "";
@@ -86,9 +90,9 @@ bool Photography::Open() {
 }
 
 bool Photography::Start() {
+  _new_frames = 0;
   const auto change = StatusChange::Up(*this, Status::kPlay);
   if (!change) return false;
-  _new_frames = 0;
   if (Failed(!_obj, "!_obj")) return false;
   if (Failed(!_obj->SetStr("statusup", "play"), "!_obj->Set(\"statusup\",\"play\")")) return false;
   return Service::Start();
@@ -143,10 +147,11 @@ bool Photography::Snap(bool blocking) {
   const auto request =
       static_cast<std::uint32_t>(Block()->trigger_req.fetch_add(1, std::memory_order_release)) + 1;
   const auto is_done = [&] { return !blocking || !Enable() || _new_frames.load() == target; };
-  return !Failed(!_outcome.Await(request, ends, is_done), "!file", CreateUrl());
+  return !Failed(!_outcome.Await(request, ends, is_done), "!file", *_url.Newest());
 }
 
 void Photography::Snap(const char* url, bool blocking) {
+  if (url == nullptr) return;
   Photography::SetURL(url);
   Snap(blocking);
 }

@@ -8,6 +8,7 @@
 #include <memory>
 #include <string>
 
+#include "common/Replaceable.h"
 #include "common/SnapOutcome.h"
 #include "common/StreamControl.h"
 #include "quill/Debug.h"
@@ -48,6 +49,7 @@ class Photography : public api::streaming::common::StreamControl,
   bool Resume() override;
 
   std::string AppStringCreate();
+  // A copy of the URL. Stream thread, or the client's while no stream thread runs.
   std::string CreateUrl();
   // A picture is there. Message thread. Exported, for hosts that call it themselves.
   TESSEL_PUBLIC bool processMessageNewFrame(quill::base::Message& message);
@@ -62,9 +64,7 @@ class Photography : public api::streaming::common::StreamControl,
   std::int32_t _qp = 32;
   quill::base::object* _obj = nullptr;  // owns; the application, from Open() on
   std::function<bool(quill::base::Message&)> _message_callback;
-  // Replaced whole and read by std::atomic_store() and std::atomic_load() alone: the stream thread
-  // copies it while the client sets another.
-  std::shared_ptr<const std::string> _url = std::make_shared<const std::string>("file://snap.jpeg");
+  Replaceable<std::string> _url;             // never null; used by the stream thread
   std::atomic<std::int32_t> _new_frames{0};  // since the last Start()
 
  private:

@@ -49,31 +49,8 @@ bool YuvSourceFake::IsSupportedPullFrame() const { return _pullmode; }
 bool YuvSourceFake::IsSupportedOutputFrameCallback() const { return !_pullmode; }
 
 bool YuvSourceFake::RegisterOutputCallback(const OutputCallback& cb) {
-  auto fresh = cb ? std::make_unique<const OutputCallback>(cb) : nullptr;
-  _output.store(fresh.get());
-  if (auto former = std::exchange(_registered, std::move(fresh))) {
-    _replaced.push_back(std::move(former));
-  }
-  FreeReplaced();
+  _output.Set(cb ? std::make_unique<const OutputCallback>(cb) : nullptr);
   return !_pullmode;
-}
-
-// The worker looks again after it has claimed one, and here the claim is read after another one has
-// taken its place. All four accesses are sequentially consistent: either the worker sees the
-// replacement, or this sees the claim.
-const YuvSourceFake::OutputCallback* YuvSourceFake::ClaimCallback() {
-  const OutputCallback* output = _output.load();
-  for (;;) {
-    _claimed.store(output);
-    const OutputCallback* current = _output.load();
-    if (current == output) return output;
-    output = current;
-  }
-}
-
-void YuvSourceFake::FreeReplaced() {
-  const OutputCallback* claimed = _claimed.load();
-  std::erase_if(_replaced, [claimed](const auto& callback) { return callback.get() != claimed; });
 }
 
 std::string YuvSourceFake::GetMediaInfo() const { return _media_info; }
@@ -98,7 +75,7 @@ bool YuvSourceFake::IsWorker() const { return _loop_thread.load() == std::this_t
 void YuvSourceFake::JoinWorker() {
   _worker->join();
   _worker.reset();
-  FreeReplaced();
+  _output.FreeReplaced();
 }
 
 void YuvSourceFake::DropWorker() {
@@ -120,7 +97,7 @@ bool YuvSourceFake::Start() {
 }
 
 bool YuvSourceFake::Stop() {
-  if (_output.load(std::memory_order_relaxed) == nullptr) return true;
+  if (!_output.IsSet()) return true;
   if (IsWorker()) {
     _running.store(false);  // joined by the next call
     return true;
@@ -157,15 +134,21 @@ void YuvSourceFake::Loop() {
   const std::unique_ptr<std::uint32_t[]> buffer = MakeBuffer(size_bytes);
   Clock::time_point due = start;
   for (std::int64_t n = 0; _running.load();) {
-    if (const OutputCallback* output = ClaimCallback()) {
+    if (const OutputCallback* output = _output.Claim()) {
       auto frame = std::make_shared<frame_t>();
       frame->seq = static_cast<std::uint32_t>(n);
       frame->data = BytesOf(buffer.get());
       frame->size = static_cast<std::uint32_t>(size_bytes);
       frame->isKey = true;
       frame->timestamp = due.time_since_epoch().count();
-      (*output)(frame);
-      _claimed.store(nullptr);
+      try {
+        (*output)(frame);
+      } catch (const std::exception& error) {
+        Fail("!output", "a callback has thrown: ", error.what());
+      } catch (...) {
+        Fail("!output", "a callback has thrown");
+      }
+      _output.Unclaim();
     }
     ++n;
     due = start + DueAfter(n, AwaitFrameRate());

@@ -7,8 +7,8 @@
 #include <memory>
 #include <string>
 #include <thread>
-#include <vector>
 
+#include "common/Replaceable.h"
 #include "common/StreamControl.h"
 #include "common/YuvDevice.h"
 #include "tessel/IYuvSource.h"
@@ -73,21 +73,14 @@ class YuvSourceFake : public api::streaming::IYuvSource,
   void JoinWorker();
   // Ends the process when the worker was not told to stop, or calls this itself.
   void DropWorker();
-  const OutputCallback* ClaimCallback();  // worker's thread
-  void FreeReplaced();
   // `frames` / `rate`, in whole nanoseconds; 0 where there is no rate.
   static std::chrono::nanoseconds DueAfter(std::int64_t frames, int rate);
   // Waits until there is a rate or the worker has to stop. Worker's thread.
   int AwaitFrameRate() const;
   void SleepUntil(std::chrono::steady_clock::time_point due) const;  // worker's thread
 
-  // The worker claims the callback that it calls, so one that is replaced meanwhile is freed later.
-  std::unique_ptr<const OutputCallback> _registered;             // null: none
-  std::vector<std::unique_ptr<const OutputCallback>> _replaced;  // may be in use
-  std::atomic<const OutputCallback*> _output{nullptr};           // what _registered holds
-  std::atomic<const OutputCallback*> _claimed{nullptr};          // what the worker calls
-
-  std::unique_ptr<std::thread> _worker;
+  Replaceable<OutputCallback> _output;        // used by the worker
+  std::unique_ptr<std::thread> _worker;       // client's thread only
   std::atomic<std::thread::id> _loop_thread;  // the worker's, while it loops
   std::atomic<bool> _running{false};
   const bool _pullmode;
