@@ -18,7 +18,8 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
     if (name != nullptr && std::strcmp(name, target.name) == 0) g_entry = target.entry;
   }
   if (g_entry != nullptr) return 0;
-  std::fprintf(stderr, "TESSEL_FUZZ_TARGET=%s is none of:", name == nullptr ? "" : name);
+  std::fprintf(stderr,
+               "TESSEL_FUZZ_TARGET=%s is unknown; the targets are:", name == nullptr ? "" : name);
   for (const auto& target : tessel::fuzz::Targets()) std::fprintf(stderr, " %s", target.name);
   std::fputc('\n', stderr);
   std::exit(2);

@@ -99,7 +99,7 @@ class StreamTest : public ::testing::Test {
   static std::vector<Frame> HoldAllSlots(const Camera& camera);  // so that no frame comes any more
   static quill::host::StreamCounters Counters();                 // of the only stream
   static bool RunFarSide(const char* command, AttrSet& args);
-  static void KillFarSide();                          // and waits until the host knows
+  static void KillFarSide();  // and waits until the host knows
 
   quill::stream::VbrcBlock* _block = nullptr;  // null unless watched
 

@@ -30,7 +30,7 @@ inline constexpr std::uint32_t kManyUnits = 500;
 //   delays:  answers "slow" and "tesselCreate" when the next command has come; answers that one
 //            with "who=prompt" and, after a tesselCreate, with the handle that was destroyed
 int RunOddFarSide(const std::string& behaviour, link::UniqueFd connection);
-// Serves OddElements() to whoever connects to `path`, until it is told to end.
+// Serves OddElements() to the clients that connect to `path`, until it is told to end.
 int ListenAsOddFarSide(const std::string& path);
 
 }  // namespace tessel::tests

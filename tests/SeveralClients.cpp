@@ -241,7 +241,7 @@ TEST_F(SeveralClients, AClientThatWaitsIsServedOnceThereAreDescriptorsAgain) {
     while (std::filesystem::is_symlink(Proc("fd/" + std::to_string(first_free)))) ++first_free;
     LimitDescriptors(first_free);
     const long before = CpuTicks();
-    EXPECT_TRUE(Tool("devices").starts_with('!')) << "it waits in vain for a second";
+    EXPECT_TRUE(Tool("devices").starts_with('!')) << "no answer within a second";
     EXPECT_LT(CpuTicks() - before, 20) << "it spins meanwhile";
     LimitDescriptors(1000);
     EXPECT_FALSE(Tool("devices").starts_with('!')) << has_other;

@@ -32,8 +32,8 @@ class Track {
   std::int64_t CapturedNs(std::int64_t stamp_ns) const { return stamp_ns + _priming_ns; }
   // Times in the file count from here on: CLOCK_MONOTONIC, ns.
   void SetOrigin(std::int64_t origin_ns) { _origin_ns = origin_ns; }
-  // Gives the frame another time stamp, and counts it, where its own cannot be true: it lies in a
-  // future that neither the clock nor an unpaced stream has come near to. Before all of the below.
+  // Replaces a time stamp that cannot be true, and counts it: one that lies more than 10 minutes
+  // ahead of both the clock and the latest stamp. Call before all of the below.
   void CorrectStamp(frame_t& frame);
   // Whether a frame only begins where the file ends, or so little before that it does not count.
   bool IsBehind(const frame_t& frame, std::int64_t end_ns) const;

@@ -14,8 +14,8 @@
 
 namespace quill::stream {
 
-// A transition that is called directly counts as much as one that the machine asked for: each base
-// version records the new status, and an override calls its base version when it has succeeded.
+// Calling Open() directly is equivalent to StatusUp() from null, and so on: each base version
+// records the new status, and an override calls its base version when it has succeeded.
 // Base versions of upward transitions raise the status to at least, downward ones lower it to at
 // most their target. Who may call what from which thread: see quill/Service.h.
 class __attribute__((visibility("default"))) IStatus {

@@ -10,7 +10,8 @@
 
 namespace quill::stream {
 
-// Client's thread. A pipeline opens its elements in data-flow order and starts them against it.
+// The thread whose change runs. A pipeline opens its elements in data-flow order and starts them
+// against it.
 class Element : public virtual Service {
  public:
   // The element in front of this one; borrows for its life.

@@ -153,7 +153,7 @@ void IOSinkPerFrame::Told(const std::string& reason) {
   Fail("!packet", reason);
   {
     const std::lock_guard lock(_end_mutex);
-    if (!_end_reason) _end_reason = reason;  // the loss that follows a failure is none
+    if (!_end_reason) _end_reason = reason;  // the first reason counts
   }
   PostEnd();
 }

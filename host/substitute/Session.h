@@ -30,7 +30,7 @@ struct SessionMemory {
 class SessionPacket : public Packet {
  public:
   SessionPacket() = default;
-  // Which one of its session it is, from 1; the count runs over.
+  // Which one of its session it is, from 1; the count wraps.
   std::uint32_t Count() const { return _count; }
 
  protected:

@@ -9,7 +9,7 @@
 
 namespace quill::stream {
 
-// Client's thread, but for what says otherwise. REQUIRES: the most derived destructor calls
+// The thread whose change runs, unless said otherwise. REQUIRES: the most derived destructor calls
 // Close(): until then the other threads may call what is virtual here.
 class SessionSink : public Element {
  public:

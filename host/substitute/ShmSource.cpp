@@ -146,8 +146,8 @@ void ShmSource::Leave() {
   if (!_handle.empty() && _far_side != nullptr && _far_side->IsAlive()) {
     Command("tesselDestroy", nullptr, answer);
   }
-  // The chain that could serve them is no more, and those who wait for them were told so. No chain
-  // runs that would store the word, too.
+  // No chain will serve these requests, and their snapshots have failed. No chain runs that stores
+  // the word, either.
   if (_session != nullptr && _session->HasEnded()) {
     ForEachBlock([](VbrcBlock& block) {
       block.trigger_served.store(block.trigger_req.load(kRelaxed), kRelaxed);

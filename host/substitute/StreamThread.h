@@ -9,7 +9,8 @@
 
 namespace quill::stream {
 
-// Client's thread, and the thread itself. What it runs may stop, close or destroy its stream.
+// The thread whose change runs, and the thread itself. What it runs may stop, close or destroy its
+// stream.
 class StreamThread {
  public:
   StreamThread() = default;

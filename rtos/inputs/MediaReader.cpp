@@ -21,8 +21,8 @@ namespace {
 constexpr AVRational kNanoseconds = {1, 1'000'000'000};
 constexpr char kScheme[] = "file:";
 constexpr std::int64_t kDefaultFrameNs = 40'000'000;  // 25 frames/s, where a file does not say
-// The client's command gives up after a second, and other commands wait meanwhile: an input that
-// takes longer to open is refused before that, with its own reason.
+// The client's command gives up after a second by default, and other commands wait meanwhile: an
+// input that takes longer to open is refused before that, with its own reason.
 constexpr std::int64_t kOpenNs = 800'000'000;
 // A file is there or it is not; a playlist could wait for its next part.
 constexpr std::int64_t kReadNs = 500'000'000;

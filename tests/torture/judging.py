@@ -25,7 +25,7 @@ def read_log(path, is_torn=False):
     try:
         return [json.loads(line) for line in lines]
     except ValueError as error:
-        raise Fault(f"the frame log has a line that is none: {error}") from None
+        raise Fault(f"the frame log has a line that is not JSON: {error}") from None
 
 
 def judge_frames(frames):

@@ -54,7 +54,7 @@ bool Service::Transitions::BeginUp(Status target) {
 bool Service::Transitions::BeginDown(Status target) {
   std::unique_lock lock(_mutex);
   if (!WaitForTurn(lock)) {
-    _left = std::min(_left.value_or(target), target);
+    _deferred = std::min(_deferred.value_or(target), target);
     return false;
   }
   Enter(true);
@@ -63,9 +63,9 @@ bool Service::Transitions::BeginDown(Status target) {
 
 void Service::Transitions::End() {
   std::unique_lock lock(_mutex);
-  while (_depth == 1 && _left) {
-    const Status target = *_left;
-    _left.reset();
+  while (_depth == 1 && _deferred) {
+    const Status target = *_deferred;
+    _deferred.reset();
     Enter(true);
     lock.unlock();
     if (_service.LastStatus() > target) static_cast<void>(_service.IStatus::StatusDown(target));

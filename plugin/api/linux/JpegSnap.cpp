@@ -30,7 +30,7 @@ JpegSnap::JpegSnap() : StreamVbrc(kExtraBytes) {
   if (_vbrc != nullptr) _vbrc->extra_user.store(Hash(kUrlOwner), kRelaxed);
 }
 
-// Nobody may tell the object any more while it goes.
+// No message may reach the object during its destruction.
 JpegSnap::~JpegSnap() {
   if (_app != nullptr) StreamApp::Close();
 }

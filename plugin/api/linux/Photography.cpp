@@ -107,8 +107,8 @@ bool Photography::StopAt(const char* status, const quill::stream::At& condition)
     if (_obj->GetStr("status", reached) && Hash(reached) != Hash("play")) Service::Stop();
     return false;
   }
-  // One that is only stopped may be telling something right now: closed, it does not. Goes on: it
-  // is destroyed all the same.
+  // A stopped application may still send a message; a closed one does not. Goes on: it is destroyed
+  // all the same.
   static_cast<void>(_obj->SetStr("statusdown", "null"));
   Children().Delete(_obj, false);
   _outcome.Begin();  // what is asked for now waits for the next Open()

@@ -36,7 +36,7 @@ bool SnapOutcome::Heed(const quill::base::Message& message) {
 bool SnapOutcome::Await(std::uint32_t request, std::uint32_t ends,
                         const std::function<bool()>& is_done) const {
   for (;;) {
-    // Read first: the picture that came before the end then counts. Requests run over.
+    // Read first: the picture that came before the end then counts. Request numbers wrap.
     const bool has_failed = static_cast<std::int32_t>(_last_failed - request) >= 0;
     const bool is_hopeless = has_failed || _is_over || _ends != ends;
     if (is_done()) return true;

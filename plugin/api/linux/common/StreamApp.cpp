@@ -115,7 +115,7 @@ bool StreamApp::Close() {
   if (!change) return true;
   const bool done = AppStatusDown("null");
   if (_app != nullptr && !IsStart()) Service::Stop();  // as far as it went
-  // A callback that has closed it may not have returned yet.
+  // Already closed by a callback: waits until that callback returns.
   if (_app == nullptr) Service::Close();
   if (Failed(!done, "!AppStatusDown(\"null\")")) return false;
   // Goes on: the stream is down, whatever becomes of its application.

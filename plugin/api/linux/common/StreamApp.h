@@ -8,7 +8,8 @@
 
 namespace tessel::dualos {
 
-// Client's thread. The order of declaration is the order of the slots.
+// The thread whose change runs, see quill/Service.h. The order of declaration is the order of the
+// slots.
 class StreamApp : public virtual api::streaming::common::StreamControl {
  public:
   StreamApp();
