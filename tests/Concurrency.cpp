@@ -8,23 +8,6 @@ namespace {
 
 class Concurrency : public StreamTest {};
 
-// Both ends of a pushed stream close it at the same moment, again and again.
-TEST_F(Concurrency, CallbackAndClientMayCloseAtTheSameTime) {
-  for (int round = 0; round < 10; ++round) {
-    Event first;
-    Camera camera = Make(kPush);
-    camera->RegisterOutputCallback([&](Frame&) {
-      first.Set();
-      camera->Close();
-      return true;
-    });
-    ASSERT_TRUE(camera->Open() && camera->Start());
-    ASSERT_TRUE(first.Wait());
-    camera->Close();  // false when the callback was first: there is nothing left to close
-    EXPECT_EQ(camera->CurrentState(), State::kNull);
-  }
-}
-
 TEST_F(Concurrency, MessageAndClientMayBothReactToTheLoss) {
   for (int round = 0; round < 5; ++round) {
     Camera camera = Make(kPull);

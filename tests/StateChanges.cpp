@@ -200,6 +200,17 @@ class StateChanges : public StreamTest {
   static constexpr unsigned kSeed = 20;
 };
 
+TEST_F(StateChanges, EachLeadsWhereItShould) {
+  for (const State start : {kNull, kReady, kPlay, kPause}) {
+    for (const Change& change : kChanges) {
+      ASSERT_TRUE(_camera->ChangeState(start));
+      const Outcome outcome = change.model(start);
+      EXPECT_EQ(change.run(*_camera), outcome.done) << change.name;
+      EXPECT_EQ(_camera->CurrentState(), outcome.state) << change.name;
+    }
+  }
+}
+
 // TESSEL_ROUNDS multiplies the rounds.
 TEST_F(StateChanges, ThatMeetEndWhereSomeOrderOfThemLeads) {
   const char* asked = std::getenv("TESSEL_ROUNDS");

@@ -33,7 +33,8 @@ class Track {
   // Times in the file count from here on: CLOCK_MONOTONIC, ns.
   void SetOrigin(std::int64_t origin_ns) { _origin_ns = origin_ns; }
   // Replaces a time stamp that cannot be true, and counts it: one that lies more than 10 minutes
-  // ahead of both the clock and the latest stamp. Call before all of the below.
+  // ahead of both the clock and the latest stamp, or, on the first frame, behind the clock. Call
+  // before all of the below.
   void CorrectStamp(frame_t& frame);
   // Whether a frame only begins where the file ends, or so little before that it does not count.
   bool IsBehind(const frame_t& frame, std::int64_t end_ns) const;
