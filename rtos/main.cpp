@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <system_error>
 #include <thread>
 
 #include <poll.h>
@@ -36,13 +37,17 @@ int ListenAt(const std::string& path, RealTimeSide& side) {
 // Ends the process with its connection, whatever holds the other threads: an input may block in the
 // kernel. They have a moment to end by themselves.
 void EndWith(int connection) {
-  std::thread([connection] {
-    pollfd wire = {connection, 0, 0};  // a hang-up is always told
-    while (poll(&wire, 1, -1) < 0) {
-    }
-    sleep(2);
-    _exit(EXIT_SUCCESS);
-  }).detach();
+  try {
+    std::thread([connection] {
+      pollfd wire = {connection, 0, 0};  // a hang-up is always told
+      while (poll(&wire, 1, -1) < 0) {
+      }
+      sleep(2);
+      _exit(EXIT_SUCCESS);
+    }).detach();
+  } catch (const std::system_error&) {
+    // Goes on: without a thread for it the process ends when its inputs let it.
+  }
 }
 
 int Run(int argc, char** argv) {

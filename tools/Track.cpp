@@ -102,11 +102,12 @@ std::int64_t Track::PlaceSound(const frame_t& frame) const {
 bool Track::WriteSound(const frame_t& frame, std::int64_t end_ns, MediaWriter& writer,
                        std::string& error) {
   std::int64_t time_ns = PlaceSound(frame);
-  if (_start_ns) _missing_ns += time_ns - (_anchor_ns + SoundNs(_samples));
+  const std::int64_t gap_ns = _start_ns ? time_ns - (_anchor_ns + SoundNs(_samples)) : 0;
   if (_format.kind == kPcm && _start_ns) {
     if (!WriteSilence(time_ns, writer, error)) return false;
     if (time_ns - _end_ns > kSoundSlackNs) return true;  // interrupted
   }
+  _missing_ns += gap_ns;
   if (!_start_ns || time_ns != _anchor_ns + SoundNs(_samples)) {
     _anchor_ns = time_ns;
     _samples = 0;
