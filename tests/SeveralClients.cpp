@@ -249,9 +249,13 @@ TEST_F(SeveralClients, AClientThatWaitsIsServedOnceThereAreDescriptorsAgain) {
 }
 
 TEST_F(SeveralClients, AGoneClientLeavesNothingBehind) {
-  const auto before = Held();
-  for (int i = 0; i < 5; ++i) ASSERT_FALSE(Tool("devices").starts_with('!'));
-  EXPECT_TRUE(Eventually([&] { return Held() == before; }));
+  const auto visit = [this] { return !Tool("devices").starts_with('!'); };
+  ASSERT_TRUE(visit());  // by now the server has all that it needs itself
+  const auto [fds, threads] = Held();
+  for (int i = 0; i < 5; ++i) ASSERT_TRUE(visit());
+  EXPECT_TRUE(Eventually([&, most_fds = fds, most_threads = threads] {
+    return Held().first <= most_fds && Held().second <= most_threads;
+  }));
 }
 
 TEST_F(SeveralClients, AServerThatEndsLeavesTheSocketOfAnotherAlone) {
