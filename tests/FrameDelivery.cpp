@@ -196,6 +196,15 @@ TEST_F(FrameDelivery, TheFirstFrameMayStopOrCloseTheStream) {
   }
 }
 
+TEST_F(FrameDelivery, FramesFromBeforeAStopAreNotDeliveredAfterTheStart) {
+  const Camera camera = OpenPull();
+  ASSERT_TRUE(Eventually([] { return Counters().made > 2; }));
+  ASSERT_TRUE(camera->Stop());
+  const auto stop = std::chrono::steady_clock::now().time_since_epoch();
+  ASSERT_TRUE(camera->Start());
+  EXPECT_GT(std::chrono::nanoseconds(NextFrame(camera)->timestamp), stop);
+}
+
 TEST_F(FrameDelivery, CallbacksBeginWithEachStartAndEndWithEachStop) {
   UseOddFarSide("floods");
   constexpr int kRounds = 40;

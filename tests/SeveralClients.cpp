@@ -273,20 +273,28 @@ TEST_F(SeveralClients, AServerThatEndsLeavesTheSocketOfAnotherAlone) {
 // Of the library: the programs fill them.
 TEST_F(SeveralClients, AClientsStandardDescriptorsStayClosed) {
   const std::string program = std::filesystem::read_symlink("/proc/self/exe");
-  for (const std::string& far_side :
-       {"TESSEL_RTOS_SOCKET=" + _path, std::string("-u TESSEL_RTOS_SOCKET")}) {
+  const struct {
+    std::string far_side;
+    const char* closing;
+    std::vector<const char*> closed;
+  } rows[] = {
+      {"TESSEL_RTOS_SOCKET=" + _path, " <&- 2>&-", {"0", "2"}},
+      {"-u TESSEL_RTOS_SOCKET", " <&- 2>&-", {"0", "2"}},
+      {"-u TESSEL_RTOS_SOCKET", " 2>&-", {"2"}},
+  };
+  for (const auto& [far_side, closing, closed] : rows) {
     int ends[2];
     ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
-    const pid_t client = Spawn(
-        {"/bin/sh", "-c",
-         "exec env " + far_side + " " + program + " " + HoldingClientOption(1, 4) + " <&- 2>&-"},
-        ends[1]);
+    const pid_t client =
+        Spawn({"/bin/sh", "-c",
+               "exec env " + far_side + " " + program + " " + HoldingClientOption(1, 4) + closing},
+              ends[1]);
     close(ends[1]);
     char word = 0;
     EXPECT_EQ(read(ends[0], &word, 1), 1);
     close(ends[0]);
     const std::string folder = "/proc/" + std::to_string(client) + "/fd/";
-    for (const char* number : {"0", "2"}) {
+    for (const char* number : closed) {
       EXPECT_FALSE(std::filesystem::is_symlink(folder + number))
           << std::filesystem::read_symlink(folder + number);
     }

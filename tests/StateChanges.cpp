@@ -265,6 +265,29 @@ TEST_F(StateChanges, TwoCallbacksMayStopEachOthersStreams) {
   EXPECT_EQ(one->CurrentState(), kReady);
 }
 
+// Also where the stream has been started anew by its callback, and has a second thread.
+TEST_F(StateChanges, OutputCallbacksOfOneStreamNeverOverlap) {
+  std::atomic<int> inside{0};
+  std::atomic<bool> overlaps{false};
+  std::atomic<bool> is_first{true};
+  Event done;
+  const Camera camera = Make(kPush);
+  camera->RegisterOutputCallback([&](Frame&) {
+    if (++inside > 1) overlaps = true;
+    if (is_first.exchange(false)) {
+      EXPECT_TRUE(camera->Stop() && camera->Start());
+      const std::uint64_t made = Counters().made;
+      EXPECT_TRUE(Eventually([made] { return Counters().made > made + 2; }));
+      static_cast<void>(Event().WaitFor(std::chrono::milliseconds(20)));  // for one that overlaps
+      done.Set();
+    }
+    return --inside == 0;
+  });
+  ASSERT_TRUE(camera->ChangeUp(kPlay) && done.Wait());
+  EXPECT_TRUE(camera->ChangeDown(kNull));
+  EXPECT_FALSE(overlaps);
+}
+
 // The host does not know its worker, so the worker's call ends with the time-out of a command.
 TEST_F(StateChanges, TheSyntheticSourceMayBeTakenDownByItsCallbackToo) {
   Use([](auto& options) { options.command_timeout = std::chrono::milliseconds(50); });

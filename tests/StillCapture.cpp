@@ -149,7 +149,10 @@ TEST_P(EachTaker, ReadsUrlsAsTheyAreMeant) {
   fs::current_path(_folder);
   const std::string longest(255, 'x'), longest_url = "file://" + longest;
   const std::string absolute_url = "FILE://" + Path("absolute.jpeg");
+  std::string full_url = "file:///full.jpeg";  // as long as the area for it, with its end
+  full_url.insert(7, _folder + std::string(1023 - full_url.size() - _folder.size(), '/'));
   const std::pair<const char*, const char*> rows[] = {
+      {full_url.c_str(), "full.jpeg"},
       {"file://plain.jpeg", "plain.jpeg"},
       {absolute_url.c_str(), "absolute.jpeg"},
       {"file://with%20blank.jpeg", "with blank.jpeg"},
@@ -535,6 +538,10 @@ TEST_F(StillCapture, OneThatFailedToStopDoesNotPlay) {
     EXPECT_FALSE(taker->ChangeUp(State::kPlay)) << "nothing would play";
     is_deaf = false;
     EXPECT_TRUE(taker->ChangeUp(State::kPlay) && SnapTo(taker, Url("again.jpeg"))) << name;
+    is_deaf = true;
+    EXPECT_FALSE(taker->Close());
+    EXPECT_EQ(taker->CurrentState(), State::kReady) << name;
+    is_deaf = false;
   }
 }
 

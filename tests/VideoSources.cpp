@@ -329,7 +329,8 @@ TEST_F(Synthetic, PulledFramesAreNeverDelayedAndOwnTheirMemory) {
 
 TEST_F(Synthetic, PushedFramesFollowTheScheduleFromTheStart) {
   const Fake fake = Make("push");
-  fake->SetFrameRate(200);
+  constexpr std::int64_t kRate = 300;  // whose frame time is no whole number of ns
+  fake->SetFrameRate(kRate);
   ASSERT_TRUE(fake->Start());
   EXPECT_TRUE(fake->Stop()) << "without a callback the worker goes on";
   std::vector<Frame> frames;
@@ -348,7 +349,8 @@ TEST_F(Synthetic, PushedFramesFollowTheScheduleFromTheStart) {
     ASSERT_TRUE(fake->Stop());
     for (std::size_t i = 0; i < 20; ++i) {
       EXPECT_EQ(frames[i]->seq, frames[0]->seq + i);
-      EXPECT_EQ(frames[i]->timestamp - frames[0]->timestamp, std::int64_t(i) * kSecondNs / 200);
+      const auto due_ns = [&](const Frame& frame) { return frame->seq * kSecondNs / kRate; };
+      EXPECT_EQ(frames[i]->timestamp - frames[0]->timestamp, due_ns(frames[i]) - due_ns(frames[0]));
       EXPECT_EQ(frames[i]->data, frames[0]->data) << "one buffer a run";
       EXPECT_FALSE(frames[i]->release);
     }
