@@ -185,7 +185,9 @@ TEST_F(Served, AnswersEveryBadRequestWithItsReason) {
   for (const auto& [request, answer] : rows) {
     EXPECT_EQ(ask(request), std::string("error=") + answer) << request;
   }
-  for (const std::string block : {"0x100000", "0x101004", "0x100fff", "0x0"}) {  // 0x101000 is one
+  // 0x101000 is one, of 744 bytes.
+  for (const std::string block :
+       {"0x100000", "0x101004", "0x100fff", "0x1012e8", "0x102000", "0x0"}) {
     EXPECT_EQ(ask("@,layout={type=pipeline,layout={pv-yuv-src-adv:vbrc=" + block + "+$}}"),
               "error={element \"pv-yuv-src-adv\": vbrc=" + block + " lies in no block handed out}");
   }

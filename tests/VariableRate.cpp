@@ -8,6 +8,7 @@
 #include <random>
 
 #include "Clock.h"
+#include "ConstantRate.h"
 #include "Fixture.h"
 #include "VariableRate.h"
 
@@ -79,6 +80,14 @@ TEST_F(StreamTest, AVariableRateFollowsTheSceneAndStaysBelowItsMaximum) {
 
 // By itself, with an encoder of which a picture costs what its changes cost, at 2^(-qp/6), more or
 // less by chance; scenes stand still for three seconds, then move.
+TEST(VariableRate, OfCrossedBoundsTheCeilingWins) {
+  rtos::RateControl control = {};
+  control.bitrate_target = 500'000;
+  control.bitrate_min = 3'000'000;
+  control.bitrate_max = 2'000'000;
+  EXPECT_EQ(rtos::LimitsOf(control).target_bps, 2'000'000);
+}
+
 TEST(VariableRate, KeepsEveryWindowBelowTheMaximum) {
   constexpr double kDetail = 300'000;
   for (const int gop : {60, 120}) {

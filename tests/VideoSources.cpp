@@ -261,14 +261,16 @@ TEST_F(VideoSources, AreThinnedEvenlyToTheFrameRateOfTheMoment) {
   auto& control = dynamic_cast<IBitRateControl&>(*source.get());
   ASSERT_TRUE(source->Open() && source->Start());
   Frame frame;
-  for (const int rate : {10, 25, 1, 30, 7, 60}) {
+  const std::pair<int, int> rates[] = {{10, 1}, {25, 1}, {1, 1}, {30, 1}, {7, 1}, {5, 8}, {60, 1}};
+  for (const auto& [rate, least] : rates) {
+    control.SetFrameRateMinimum(least);
     control.SetFrameRate(rate);
     // What is in the ring was captured before; then one that the old rate may have let through.
     for (int i = 0; i < 26; ++i) ASSERT_TRUE(source->PullFrame(frame, true));
     const std::int64_t begin_ns = frame->timestamp;
     std::int64_t last_ns = begin_ns;
     std::uint32_t seq = frame->seq;
-    const int asked = std::min(rate, 30);
+    const int asked = std::min(std::max(rate, least), 30);
     constexpr int kFrames = 20;
     for (int i = 0; i < kFrames; ++i) {
       ASSERT_TRUE(source->PullFrame(frame, true));
