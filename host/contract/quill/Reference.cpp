@@ -1,14 +1,12 @@
 #include "quill/Reference.h"
 
 namespace quill::base {
+namespace {
 
-void Reference::Hold() const { _holders.fetch_add(1, std::memory_order_relaxed); }
+// Both are inlined into their callers, as they run for each frame. Taking their addresses makes the
+// host export them too, for callers built without these headers.
+[[gnu::used]] void (Reference::*const kExported[])() const = {&Reference::Hold,
+                                                              &Reference::Release};
 
-void Reference::Release() const {
-  // Pairs with itself: what every holder did to the object happens before its end.
-  if (_holders.fetch_sub(1, std::memory_order_acq_rel) == 1) {
-    const_cast<Reference*>(this)->LastReleased();
-  }
-}
-
+}  // namespace
 }  // namespace quill::base

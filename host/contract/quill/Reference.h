@@ -34,9 +34,14 @@ class QUILL_PUBLIC Reference {
   Reference& operator=(const Reference&) = delete;
 
   // Any thread that holds it already.
-  void Hold() const;
+  QUILL_PUBLIC void Hold() const { _holders.fetch_add(1, std::memory_order_relaxed); }
   // Any thread. Gives one hold back; the last one ends the object.
-  void Release() const;
+  QUILL_PUBLIC void Release() const {
+    // Pairs with itself: what every holder did to the object happens before its end.
+    if (_holders.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+      const_cast<Reference*>(this)->LastReleased();
+    }
+  }
 
  protected:
   virtual ~Reference() = default;

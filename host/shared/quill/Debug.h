@@ -56,8 +56,8 @@ struct At {
 
 // Writes one line; `message` follows the place. Any thread. Compiled into each plug-in, which
 // needs nothing of the host for it but the streams above.
-inline void WriteLine(DebugLevel level, const char* colour, const At& at,
-                      const std::string& message) {
+[[gnu::noinline]] inline void WriteLine(DebugLevel level, const char* colour, const At& at,
+                                        const std::string& message) {
   DebugStream* stream = __dbg_couts[level];
   if (!stream->IsEnabled()) return;
   const auto cut = static_cast<std::size_t>(__root_path_offset);
@@ -69,24 +69,23 @@ inline void WriteLine(DebugLevel level, const char* colour, const At& at,
   stream->Write(line.str());
 }
 
+// Logs what Failed() logs, where nothing is left to decide. Not inlined: checks stand on the path
+// of every frame, and this does not.
+template <typename... Details>
+[[gnu::noinline, gnu::cold]] void Fail(const At& text, const Details&... details) {
+  if (!__dbg_couts[kError]->IsEnabled()) return;
+  base::ostream_string message;
+  message << text.text;
+  if constexpr (sizeof...(details) > 0) ((message << ",") << ... << details);
+  WriteLine(kError, kRed, text, message.str());
+}
+
 // Logs the failed condition `text`, then "," and `details` if there are any, and hands `failed`
 // back:  if (Failed(!_app, "!_app")) return false;
 template <typename... Details>
 [[nodiscard]] bool Failed(bool failed, const At& text, const Details&... details) {
-  if (!failed) return false;
-  if (__dbg_couts[kError]->IsEnabled()) {
-    base::ostream_string message;
-    message << text.text;
-    if constexpr (sizeof...(details) > 0) ((message << ",") << ... << details);
-    WriteLine(kError, kRed, text, message.str());
-  }
-  return true;
-}
-
-// Logs what Failed() logs, where nothing is left to decide.
-template <typename... Details>
-void Fail(const At& text, const Details&... details) {
-  static_cast<void>(Failed(true, text, details...));
+  if (failed) Fail(text, details...);
+  return failed;
 }
 
 // A line in `colour` of `text` and `details`, without anything between.
