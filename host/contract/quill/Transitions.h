@@ -38,10 +38,10 @@ class Service::Transitions final : public base::object::Finisher, public IStatus
   Service& _service;
   std::mutex _mutex;
   std::condition_variable _is_free;
-  std::thread::id _mover;       // guarded by _mutex; the thread whose change runs
-  int _depth = 0;               // guarded by _mutex; nested changes of the mover, 0: none runs
-  bool _goes_down = false;      // guarded by _mutex; the mover may be waiting for callbacks
-  bool _is_finished = false;    // guarded by _mutex; nothing takes the service up any more
+  std::thread::id _mover;           // guarded by _mutex; the thread whose change runs
+  int _depth = 0;                   // guarded by _mutex; nested changes of the mover, 0: none runs
+  bool _goes_down = false;          // guarded by _mutex; the mover may be waiting for callbacks
+  bool _is_finished = false;        // guarded by _mutex; nothing takes the service up any more
   std::optional<Status> _deferred;  // guarded by _mutex; the lowest target left to the mover
 };
 
