@@ -44,8 +44,8 @@ class QUILL_PUBLIC Service : public virtual base::Object, public virtual IStatus
   // Only from play on. These two are called by the machine, which lets one change run at a time.
   bool Pause() override;
   bool Resume() override;
-  // False when a callback of this object still runs at the time-out; the status is lowered even so,
-  // by an override of Close() that stops first to ready.
+  // False when a callback of this object still runs at the time-out. The status is lowered even so;
+  // where an override of Close() stops first, it may then have reached ready only.
   bool Stop() override;
   bool Close() override;
 
