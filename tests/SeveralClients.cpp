@@ -237,9 +237,7 @@ TEST_F(SeveralClients, AClientThatWaitsIsServedOnceThereAreDescriptorsAgain) {
   ASSERT_FALSE(Tool("devices").starts_with('!'));
   for (const bool has_other : {false, true}) {
     const Camera other = has_other ? OpenPull() : Camera();
-    rlim_t first_free = 0;
-    while (std::filesystem::is_symlink(Proc("fd/" + std::to_string(first_free)))) ++first_free;
-    LimitDescriptors(first_free);
+    LimitDescriptors(3);  // the standard ones, which the server always has
     const long before = CpuTicks();
     EXPECT_TRUE(Tool("devices").starts_with('!')) << "no answer within a second";
     EXPECT_LT(CpuTicks() - before, 20) << "it spins meanwhile";
