@@ -215,7 +215,7 @@ int RunFarSide(int connection) {
   g_meeting = MapMeeting(g_work.stats_fd);
   if (g_meeting == nullptr) return EXIT_FAILURE;
   RealTimeSide side{kElements};
-  Connection(tessel::link::UniqueFd(connection), side).Serve();
+  Connection(tessel::UniqueFd(connection), side).Serve();
   return EXIT_SUCCESS;
 }
 

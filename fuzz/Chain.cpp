@@ -7,16 +7,17 @@
 
 #include "AudioDevices.h"
 #include "Clock.h"
-#include "Descriptors.h"
+#include "Doorbell.h"
 #include "Element.h"
 #include "Input.h"
 #include "ShmSink.h"
+#include "UniqueFd.h"
 
 namespace tessel::fuzz {
 namespace {
 
 using namespace rtos;
-using link::Bell;
+using link::Doorbell;
 using quill::base::LayoutElement;
 
 constexpr int kMostSide = 64;  // pixels; larger pictures take more time and reach no other code
@@ -39,7 +40,7 @@ constexpr VbrcBlock::Word VbrcBlock::*kWords[] = {
 
 // The path of three grey pictures.
 std::string Film() {
-  static const link::UniqueFd file(memfd_create("film", MFD_CLOEXEC));
+  static const UniqueFd file(memfd_create("film", MFD_CLOEXEC));
   const std::string picture = "FRAME\n" + std::string(24 * 24 * 3 / 2, 'x');
   const std::string film = "YUV4MPEG2 W24 H24 F10:1\n" + picture + picture + picture;
   Require(pwrite(file.Get(), film.data(), film.size(), 0) > 0, "there is a film");
@@ -160,8 +161,8 @@ class Chain : private Context, private StopSignal {
   std::unique_ptr<link::SessionProducer> Session(const char* name,
                                                  std::string& error) const override {
     if (*name == 's') {
-      return link::SessionProducer::Create({_area.get(), kAreaBytes}, Bell::Create(),
-                                           Bell::Create());
+      return link::SessionProducer::Create({_area.get(), kAreaBytes}, Doorbell::Create(),
+                                           Doorbell::Create());
     }
     error = "no such session";
     return nullptr;

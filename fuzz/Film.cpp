@@ -7,13 +7,13 @@ extern "C" {
 }
 
 #include "Clock.h"
-#include "Descriptors.h"
 #include "Input.h"
 #include "MediaInput.h"
 #include "PixelFormats.h"
 #include "Scaler.h"
 #include "SoundCard.h"
 #include "SoundFile.h"
+#include "UniqueFd.h"
 
 namespace tessel::fuzz {
 namespace {
@@ -72,7 +72,7 @@ int FuzzFilm(const std::uint8_t* data, std::size_t size_bytes) {
   av_max_alloc(std::size_t{64} << 20);  // a header may claim pictures that take gigabytes
   Input input(data, size_bytes);
   const auto how = input.Take<std::uint8_t>();
-  const link::UniqueFd file(memfd_create("film", MFD_CLOEXEC));
+  const UniqueFd file(memfd_create("film", MFD_CLOEXEC));
   const auto bytes = input.Bytes(input.Size());
   Require(write(file.Get(), bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()),
           "there is a file");

@@ -18,7 +18,6 @@ namespace tessel::fuzz {
 namespace {
 
 using link::SendMessage;
-using link::UniqueFd;
 using link::WireMessage;
 using quill::base::AttrSet;
 using quill::base::Factory;

@@ -14,7 +14,7 @@
 namespace tessel::fuzz {
 namespace {
 
-using link::Bell;
+using link::Doorbell;
 using link::SessionHeader;
 
 // Memory of its own for each run: what lies behind its end is watched.
@@ -41,8 +41,10 @@ class Area {
 int FuzzRing(const std::uint8_t* data, std::size_t size_bytes) {
   Input input(data, size_bytes);
   const Area area(link::kSessionHeaderBytes + 8192);
-  const auto consumer = link::SessionConsumer::Create(area.Bytes(), Bell::Create(), Bell::Create());
-  Require(link::SessionConsumer::Create(area.Bytes().first(64), Bell::Create(), Bell()) == nullptr,
+  const auto consumer =
+      link::SessionConsumer::Create(area.Bytes(), Doorbell::Create(), Doorbell::Create());
+  Require(link::SessionConsumer::Create(area.Bytes().first(64), Doorbell::Create(), Doorbell()) ==
+              nullptr,
           "a session needs room and bells");
   std::vector<std::uint16_t> held;
   while (!input.IsEmpty()) {
@@ -76,9 +78,9 @@ int FuzzRing(const std::uint8_t* data, std::size_t size_bytes) {
 int FuzzGivenBack(const std::uint8_t* data, std::size_t size_bytes) {
   Input input(data, size_bytes);
   const Area area(link::kSessionHeaderBytes + std::size_t{16} * 4096);
-  const Bell room = Bell::Create();
+  const Doorbell room = Doorbell::Create();
   const auto producer =
-      link::SessionProducer::Create(area.Bytes(), Bell::Create(), Bell(room.Duplicate()));
+      link::SessionProducer::Create(area.Bytes(), Doorbell::Create(), Doorbell(room.Duplicate()));
   const auto slot_bytes = input.Take<std::uint32_t>();
   const int most_slots = input.Take<std::uint8_t>() - 8;
   if (!producer->Divide(slot_bytes, most_slots)) return 0;

@@ -107,15 +107,15 @@ int FuzzWire(const std::uint8_t* data, std::size_t size_bytes) {
   std::memset(window->Base(), 0, window->Size());
   int ends[2];
   Require(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) == 0, "there is a socket");
-  const link::UniqueFd near(ends[0]);
+  const UniqueFd near(ends[0]);
   RealTimeSide side{kElements};
-  Connection connection(link::UniqueFd(ends[1]), side);
+  Connection connection(UniqueFd(ends[1]), side);
   const auto send = [&](std::uint32_t number, const std::string& text,
                         const std::vector<int>& fds) {
     link::SendMessage(near.Get(), {WireMessage::kRequest, number, text}, fds);
   };
   send(1, "cmd=hello,version=1,base=0x100000", {window->Fd()});
-  const link::Bell bell = link::Bell::Create();
+  const link::Doorbell bell = link::Doorbell::Create();
   Input input(data, std::min(size_bytes, kMostBytes));
   std::uint32_t sent = 1;
   while (!input.IsEmpty() && sent < kMostRequests) {
@@ -133,7 +133,7 @@ int FuzzWire(const std::uint8_t* data, std::size_t size_bytes) {
 
   // Each request has one answer, in their order.
   WireMessage message;
-  std::vector<link::UniqueFd> fds;
+  std::vector<UniqueFd> fds;
   std::uint32_t answered = 0;
   while (link::ReceiveMessage(near.Get(), message, fds)) {
     AttrSet text;

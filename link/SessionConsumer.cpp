@@ -4,20 +4,22 @@
 
 namespace tessel::link {
 
-std::unique_ptr<SessionConsumer> SessionConsumer::Create(std::span<std::byte> area, Bell frame_bell,
-                                                         Bell room_bell) {
-  if (area.size() < kSessionHeaderBytes || !frame_bell.IsOpen() || !room_bell.IsOpen()) {
+std::unique_ptr<SessionConsumer> SessionConsumer::Create(std::span<std::byte> area,
+                                                         Doorbell frame_doorbell,
+                                                         Doorbell slot_doorbell) {
+  if (area.size() < kSessionHeaderBytes || !frame_doorbell.IsOpen() || !slot_doorbell.IsOpen()) {
     return nullptr;
   }
   return std::unique_ptr<SessionConsumer>(
-      new SessionConsumer(area, std::move(frame_bell), std::move(room_bell)));
+      new SessionConsumer(area, std::move(frame_doorbell), std::move(slot_doorbell)));
 }
 
-SessionConsumer::SessionConsumer(std::span<std::byte> area, Bell frame_bell, Bell room_bell)
+SessionConsumer::SessionConsumer(std::span<std::byte> area, Doorbell frame_doorbell,
+                                 Doorbell slot_doorbell)
     : _area(area),
       _header(reinterpret_cast<SessionHeader*>(area.data())),
-      _frame_bell(std::move(frame_bell)),
-      _room_bell(std::move(room_bell)) {}
+      _frame_doorbell(std::move(frame_doorbell)),
+      _slot_doorbell(std::move(slot_doorbell)) {}
 
 bool SessionConsumer::IsSound(const FrameDescriptor& untrusted) const {
   return untrusted.slot < kMostSlots && untrusted.offset >= kSessionHeaderBytes &&
@@ -59,18 +61,18 @@ bool SessionConsumer::Wait() {
   const auto has_news = [this] {
     return (_header->head.load(std::memory_order_relaxed) & kHeadMask) != _taken;
   };
-  _look.Begin();
+  _spin.Begin();
   while (!has_news() && !IsInterrupted()) {
-    if (_look.Look(has_news)) break;
+    if (_spin.Spin(has_news)) break;
     std::uint32_t seen = _taken;
     // Fails when a frame has come since; also when the bit stands already, which is as good.
     if (_header->head.compare_exchange_strong(seen, _taken | kConsumerSleeps,
                                               std::memory_order_acq_rel) ||
         seen == (_taken | kConsumerSleeps)) {
-      _frame_bell.Sleep();
+      _frame_doorbell.Sleep();
     }
   }
-  _look.End();
+  _spin.End();
   return !IsInterrupted();
 }
 
@@ -82,12 +84,12 @@ void SessionConsumer::GiveBack(std::uint16_t slot) {
       _header->given_back.fetch_or(std::uint64_t{1} << slot, std::memory_order_acq_rel);
   if ((before & kProducerSleeps) == 0) return;
   _header->given_back.fetch_and(~kProducerSleeps, std::memory_order_relaxed);
-  _room_bell.Ring();
+  _slot_doorbell.Ring();
 }
 
 void SessionConsumer::Interrupt() {
   _interrupted.store(true, std::memory_order_release);
-  _frame_bell.Ring();
+  _frame_doorbell.Ring();
 }
 
 }  // namespace tessel::link

@@ -10,20 +10,22 @@ constexpr std::size_t kLargeSlotBytes = std::size_t{1} << 20;  // two of them fi
 
 }  // namespace
 
-std::unique_ptr<SessionProducer> SessionProducer::Create(std::span<std::byte> area, Bell frame_bell,
-                                                         Bell room_bell) {
-  if (area.size() < kSessionHeaderBytes || !frame_bell.IsOpen() || !room_bell.IsOpen()) {
+std::unique_ptr<SessionProducer> SessionProducer::Create(std::span<std::byte> area,
+                                                         Doorbell frame_doorbell,
+                                                         Doorbell slot_doorbell) {
+  if (area.size() < kSessionHeaderBytes || !frame_doorbell.IsOpen() || !slot_doorbell.IsOpen()) {
     return nullptr;
   }
   return std::unique_ptr<SessionProducer>(
-      new SessionProducer(area, std::move(frame_bell), std::move(room_bell)));
+      new SessionProducer(area, std::move(frame_doorbell), std::move(slot_doorbell)));
 }
 
-SessionProducer::SessionProducer(std::span<std::byte> area, Bell frame_bell, Bell room_bell)
+SessionProducer::SessionProducer(std::span<std::byte> area, Doorbell frame_doorbell,
+                                 Doorbell slot_doorbell)
     : _area(area),
       _header(reinterpret_cast<SessionHeader*>(area.data())),
-      _frame_bell(std::move(frame_bell)),
-      _room_bell(std::move(room_bell)) {}
+      _frame_doorbell(std::move(frame_doorbell)),
+      _slot_doorbell(std::move(slot_doorbell)) {}
 
 bool SessionProducer::Divide(std::size_t slot_bytes, int most_slots) {
   constexpr std::size_t kPage = 4096;  // a slot of its own pages can be given back and protected
@@ -62,16 +64,16 @@ std::span<std::uint8_t> SessionProducer::Reserve() {
 
 bool SessionProducer::WaitForRoom() {
   const auto has_room = [this] { return _header->given_back.load(std::memory_order_relaxed) != 0; };
-  _look.Begin();
+  _spin.Begin();
   while (_reserved < 0 && _free == 0 && !_interrupted.load(std::memory_order_acquire)) {
-    if (!_look.Look(has_room)) {
+    if (!_spin.Spin(has_room)) {
       const std::uint64_t before =
           _header->given_back.fetch_or(kProducerSleeps, std::memory_order_acq_rel);
-      if ((before & _all) == 0) _room_bell.Sleep();
+      if ((before & _all) == 0) _slot_doorbell.Sleep();
     }
     Collect();
   }
-  _look.End();
+  _spin.End();
   return !_interrupted.load(std::memory_order_acquire);
 }
 
@@ -90,12 +92,12 @@ void SessionProducer::Publish(std::size_t size_bytes, std::uint32_t sequence, st
   Add(_header->made);
   // Pairs with the acquire in SessionConsumer::Next: descriptor and payload are written.
   const std::uint32_t before = _header->head.exchange(_published, std::memory_order_acq_rel);
-  if ((before & kConsumerSleeps) != 0) _frame_bell.Ring();
+  if ((before & kConsumerSleeps) != 0) _frame_doorbell.Ring();
 }
 
 void SessionProducer::Interrupt() {
   _interrupted.store(true, std::memory_order_release);
-  _room_bell.Ring();
+  _slot_doorbell.Ring();
 }
 
 }  // namespace tessel::link

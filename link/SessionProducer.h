@@ -6,7 +6,8 @@
 #include <memory>
 #include <span>
 
-#include "Descriptors.h"
+#include "AdaptiveSpin.h"
+#include "Doorbell.h"
 #include "SessionLayout.h"
 
 namespace tessel::link {
@@ -14,10 +15,10 @@ namespace tessel::link {
 // One thread, but for Interrupt().
 class SessionProducer {
  public:
-  // `area` has to outlive this. `frame_bell` wakes the consumer, `room_bell` this side.
+  // `area` has to outlive this. `frame_doorbell` wakes the consumer, `slot_doorbell` this side.
   // Null when the area cannot even hold the header or a bell is not open.
-  static std::unique_ptr<SessionProducer> Create(std::span<std::byte> area, Bell frame_bell,
-                                                 Bell room_bell);
+  static std::unique_ptr<SessionProducer> Create(std::span<std::byte> area, Doorbell frame_doorbell,
+                                                 Doorbell slot_doorbell);
 
   // Cuts the payload area into slots of at least `slot_bytes`, at most `most_slots` of them.
   // REQUIRES: no slot is reserved or published yet. False when not even two fit.
@@ -40,7 +41,7 @@ class SessionProducer {
   void Resume() { _interrupted.store(false, std::memory_order_relaxed); }
 
  private:
-  SessionProducer(std::span<std::byte> area, Bell frame_bell, Bell room_bell);
+  SessionProducer(std::span<std::byte> area, Doorbell frame_doorbell, Doorbell slot_doorbell);
   bool Collect();
   static void Add(std::atomic<std::uint64_t>& counter) {  // one writer: no locked instruction
     counter.store(counter.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
@@ -48,8 +49,8 @@ class SessionProducer {
 
   std::span<std::byte> _area;
   SessionHeader* _header;
-  Bell _frame_bell;
-  Bell _room_bell;
+  Doorbell _frame_doorbell;
+  Doorbell _slot_doorbell;
   std::atomic<bool> _interrupted{false};
 
   std::size_t _slot_bytes = 0;   // constant after Divide
@@ -57,7 +58,7 @@ class SessionProducer {
   std::uint64_t _all = 0;        // constant after Divide
   std::uint32_t _published = 0;  // what `head` says, from memory of our own
   int _reserved = -1;
-  AdaptiveLook _look;
+  AdaptiveSpin _spin;
 };
 
 }  // namespace tessel::link

@@ -8,7 +8,7 @@
 #include <span>
 #include <string>
 
-#include "Descriptors.h"
+#include "UniqueFd.h"
 
 namespace tessel::link {
 

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "Descriptors.h"
+#include "UniqueFd.h"
 
 namespace tessel::link {
 

@@ -87,7 +87,7 @@ int Run(int argc, char** argv) {
     std::fputs("tessel-rtos: --listen PATH is missing; see --help\n", stderr);
     return 2;
   }
-  Connection(link::UniqueFd(connection), side).Serve();
+  Connection(UniqueFd(connection), side).Serve();
   return EXIT_SUCCESS;
 }
 

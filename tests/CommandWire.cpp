@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "Connection.h"
+#include "Doorbell.h"
 #include "Fixture.h"
 #include "OddFarSide.h"
 #include "quill/SharedMemory.h"
@@ -20,7 +21,6 @@ namespace {
 using link::ReceiveMessage;
 using link::SendMessage;
 using link::SendResult;
-using link::UniqueFd;
 using link::WireMessage;
 
 struct Ends {
@@ -197,7 +197,7 @@ TEST_F(Served, AnswersEveryBadRequestWithItsReason) {
 
 TEST_F(Served, RefusesSessionAreasThatDoNotFit) {
   ASSERT_TRUE(Ask(hello, {window->Fd()}).starts_with("pid="));
-  const link::Bell bell = link::Bell::Create();
+  const link::Doorbell bell = link::Doorbell::Create();
   const auto create = [&](const std::string& area) {
     return Ask("cmd=tesselCreate,blocks=,sessions={s={" + area +
                    "}},layout={type=pipeline,layout={pv-yuv-src-adv+ShmSink:session_name=s}}",
@@ -224,7 +224,7 @@ TEST_F(Served, SteersOnlyWhatCanBeSteeredByDescriptorsThatCannotHurtIt) {
   ASSERT_EQ(pipe2(pipes, O_CLOEXEC), 0);
   const UniqueFd out(pipes[0]);
   const UniqueFd in(pipes[1]);
-  const link::Bell bell = link::Bell::Create();
+  const link::Doorbell bell = link::Doorbell::Create();
   for (const auto& [frame, room] : {std::pair(in.Get(), bell.Fd()), {bell.Fd(), in.Get()}}) {
     EXPECT_EQ(Ask(create + chain, {frame, room}),
               "error={sessions: a name longer than 255, or a descriptor that is no eventfd}");
@@ -250,7 +250,7 @@ TEST_F(Served, SteersOnlyWhatCanBeSteeredByDescriptorsThatCannotHurtIt) {
 // Of all streams together the descriptions are longer than a message.
 TEST_F(Served, ListsManyStreamsInPages) {
   ASSERT_TRUE(Ask(hello, {window->Fd()}).starts_with("pid="));
-  const link::Bell bell = link::Bell::Create();
+  const link::Doorbell bell = link::Doorbell::Create();
   constexpr int kStreams = 400;
   const std::string name(250, 'n');
   for (int i = 0; i < kStreams; ++i) {
@@ -282,7 +282,7 @@ TEST_F(Served, ListsManyStreamsInPages) {
 class CommandWire : public StreamTest {
  protected:
   static std::string Refusal(const std::string& reason) {
-    return "host/substitute/HostEntry.cpp/#/RunShm0Command:\t!far_side->Run(args)," + reason;
+    return "RunShm0Command:\t!far_side->Run(args)," + reason;
   }
 };
 

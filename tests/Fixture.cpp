@@ -59,6 +59,8 @@ Lines LogLines(DebugLevel level) {
   for (std::string& line : lines) {
     const auto begin = line.find('m') + 1;  // of "\033[31m"
     line = line.substr(begin, line.rfind("\n\033") - begin);
+    // Where the host's files stand is its own affair; of the plug-in's the paths are given.
+    if (line.starts_with("host/")) line.erase(0, line.rfind('/', line.find(":\t")) + 1);
   }
   return lines;
 }

@@ -9,6 +9,7 @@
 #include <sys/stat.h>
 
 #include "Decoder.h"
+#include "Doorbell.h"
 #include "OddFarSide.h"
 #include "SharedWindow.h"
 #include "ToolTest.h"
@@ -117,7 +118,7 @@ TEST_F(Limits, TheRealTimeSideEndsWithItsConnectionWhateverItWaitsFor) {
   MakeStuckCard();
   std::string error;
   const auto window = link::SharedWindow::Create(1 << 20, error);
-  const link::Bell bell = link::Bell::Create();
+  const link::Doorbell bell = link::Doorbell::Create();
   int ends[2];
   ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends), 0);
   fcntl(ends[0], F_SETFD, FD_CLOEXEC);
@@ -172,7 +173,7 @@ TEST(Memory, ThatRunsOutCostsAtMostTheConnection) {
   using link::WireMessage;
   std::string error;
   const auto window = link::SharedWindow::Create(1 << 20, error);
-  const link::Bell bell = link::Bell::Create();
+  const link::Doorbell bell = link::Doorbell::Create();
   const std::string create = kCreate +
                              "status=play,layout={type=pipeline,layout={pv-yuv-src-adv+h264-"
                              "encoder-dma+ShmSink:session_name=s}}";
@@ -185,12 +186,12 @@ TEST(Memory, ThatRunsOutCostsAtMostTheConnection) {
     for (int left = 0; answered < 3; ++left) {
       int ends[2];
       ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends), 0);
-      const link::UniqueFd near(ends[0]);
-      std::thread far_side([&] { RunOddFarSide("ends", link::UniqueFd(ends[1])); });
+      const UniqueFd near(ends[0]);
+      std::thread far_side([&] { RunOddFarSide("ends", UniqueFd(ends[1])); });
       const auto ask = [&](const std::string& text, const std::vector<int>& fds) {
         link::SendMessage(near.Get(), {WireMessage::kRequest, 1, text}, fds);
         WireMessage answer{WireMessage::kEvent, 0, ""};
-        std::vector<link::UniqueFd> none;
+        std::vector<UniqueFd> none;
         while (answer.kind == WireMessage::kEvent) {
           if (!link::ReceiveMessage(near.Get(), answer, none)) return false;
         }

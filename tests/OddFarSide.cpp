@@ -133,7 +133,7 @@ void Answer(int socket, std::uint32_t number, const std::string& text) {
 }
 
 bool Receive(int socket, WireMessage& message, AttrSet& request) {
-  std::vector<link::UniqueFd> fds;
+  std::vector<UniqueFd> fds;
   return ReceiveMessage(socket, message, fds) && request.Parse(message.text.c_str());
 }
 
@@ -208,7 +208,7 @@ int ListenAsOddFarSide(const std::string& path) {
   return listener != nullptr && listener->Serve(error) ? 0 : 1;
 }
 
-int RunOddFarSide(const std::string& behaviour, link::UniqueFd connection) {
+int RunOddFarSide(const std::string& behaviour, UniqueFd connection) {
   g_behaviour = behaviour;
   if (behaviour == "exits") return 0;
   if (behaviour == "mutes") {

@@ -4,8 +4,8 @@
 #include <span>
 #include <string>
 
-#include "Descriptors.h"
 #include "Element.h"
+#include "UniqueFd.h"
 
 namespace tessel::tests {
 
@@ -29,7 +29,7 @@ inline constexpr std::uint32_t kManyUnits = 500;
 //   pages:   lists three streams in two pages; what follows in the name ends the second one
 //   delays:  answers "slow" and "tesselCreate" when the next command has come; answers that one
 //            with "who=prompt" and, after a tesselCreate, with the handle that was destroyed
-int RunOddFarSide(const std::string& behaviour, link::UniqueFd connection);
+int RunOddFarSide(const std::string& behaviour, UniqueFd connection);
 // Serves OddElements() to the clients that connect to `path`, until it is told to end.
 int ListenAsOddFarSide(const std::string& path);
 

@@ -37,7 +37,7 @@ class Ring : public ::testing::TestWithParam<Sides> {
     producer = SessionProducer::Create((other ? *other : *window).Area(0, kWindowBytes),
                                        Copy(frames), Copy(room));
   }
-  static Bell Copy(const Bell& bell) { return Bell(bell.Duplicate()); }
+  static Doorbell Copy(const Doorbell& bell) { return Doorbell(bell.Duplicate()); }
 
   // Unpaced: waits for room, loses nothing.
   void Produce() const {
@@ -52,8 +52,8 @@ class Ring : public ::testing::TestWithParam<Sides> {
   }
 
   std::string error;
-  const Bell frames = Bell::Create();
-  const Bell room = Bell::Create();
+  const Doorbell frames = Doorbell::Create();
+  const Doorbell room = Doorbell::Create();
   std::unique_ptr<SharedWindow> window;
   std::unique_ptr<SharedWindow> other;  // the producer's, unless it uses the same
   std::unique_ptr<SessionConsumer> consumer;
@@ -201,7 +201,7 @@ TEST(UntrustedRing, HandsOutNothingOutsideTheArea) {
   std::string error;
   const auto window = SharedWindow::Create(std::size_t{8} * 4096, error);
   const std::span<std::byte> area = window->Area(4096, kEnd);
-  const auto consumer = SessionConsumer::Create(area, Bell::Create(), Bell::Create());
+  const auto consumer = SessionConsumer::Create(area, Doorbell::Create(), Doorbell::Create());
   auto* header = reinterpret_cast<SessionHeader*>(area.data());
   const std::uint64_t odd[] = {0,        1,    100,      4095,       4096,  8192,
                                kEnd - 1, kEnd, kEnd + 1, UINT32_MAX, kMost, kMost - 4095};
@@ -251,11 +251,13 @@ TEST(UntrustedRing, HandsOutNothingOutsideTheArea) {
 TEST(UntrustedRing, AnAreaTooSmallOrWithoutBellsIsNone) {
   alignas(64) static std::byte memory[kSessionHeaderBytes];
   const std::span<std::byte> area(memory);
-  EXPECT_EQ(SessionConsumer::Create(area.first(4095), Bell::Create(), Bell::Create()), nullptr);
-  EXPECT_EQ(SessionConsumer::Create(area, Bell(), Bell::Create()), nullptr);
-  EXPECT_EQ(SessionProducer::Create(area.first(4095), Bell::Create(), Bell::Create()), nullptr);
-  EXPECT_EQ(SessionProducer::Create(area, Bell::Create(), Bell()), nullptr);
-  const auto producer = SessionProducer::Create(area, Bell::Create(), Bell::Create());
+  EXPECT_EQ(SessionConsumer::Create(area.first(4095), Doorbell::Create(), Doorbell::Create()),
+            nullptr);
+  EXPECT_EQ(SessionConsumer::Create(area, Doorbell(), Doorbell::Create()), nullptr);
+  EXPECT_EQ(SessionProducer::Create(area.first(4095), Doorbell::Create(), Doorbell::Create()),
+            nullptr);
+  EXPECT_EQ(SessionProducer::Create(area, Doorbell::Create(), Doorbell()), nullptr);
+  const auto producer = SessionProducer::Create(area, Doorbell::Create(), Doorbell::Create());
   ASSERT_NE(producer, nullptr);
   EXPECT_FALSE(producer->Divide(1, 8)) << "no payload area at all";
 }

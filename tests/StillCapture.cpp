@@ -15,13 +15,13 @@
 #include <unistd.h>
 
 #include "Decoder.h"
-#include "Descriptors.h"
 #include "Fixture.h"
 #include "Photography.h"
 #include "quill/Hash.h"
 #include "quill/IClass.h"
 #include "quill/VbrcBlock.h"
 #include "tessel/IPhotography.h"
+#include "UniqueFd.h"
 
 namespace tessel::tests {
 namespace {
@@ -574,7 +574,7 @@ TEST_F(StillCapture, APausedOneWritesWhatItWasAskedForLater) {
 
 TEST_F(StillCapture, ATemporaryNameThatIsTakenIsPassedOver) {
   const Taker taker = Playing(kSnap);
-  const link::UniqueFd watch(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
+  const UniqueFd watch(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
   ASSERT_GE(inotify_add_watch(watch.Get(), _folder.c_str(), IN_CREATE), 0);
   const auto created = [&watch] {
     alignas(inotify_event) char events[4096] = {};
@@ -680,7 +680,7 @@ TEST_F(StillCapture, ABadAreaIsNoUrl) {
     const int before = told;
     block->trigger_req.fetch_add(1);
     ASSERT_TRUE(Eventually([&] { return told > before; })) << row.reason;
-    EXPECT_EQ(LogLines(), Lines{std::string("host/substitute/IOSinkPerFrame.cpp/#/PostFailure:\t"
+    EXPECT_EQ(LogLines(), Lines{std::string("PostFailure:\t"
                                             "!Write(url,packet),") +
                                 row.reason});
   }

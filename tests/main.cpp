@@ -17,7 +17,7 @@ int main(int argc, char** argv) {
     if (word.starts_with("--behaviour=")) behaviour = word.substr(12);
   }
   if (connection >= 0) {
-    return tessel::tests::RunOddFarSide(behaviour, tessel::link::UniqueFd(connection));
+    return tessel::tests::RunOddFarSide(behaviour, tessel::UniqueFd(connection));
   }
   unsetenv("TESSEL_RTOS_SOCKET");  // the tests end the real-time sides they use
   unsetenv("QUILL_DEBUG");         // and compare what programs say

@@ -1,0 +1,305 @@
+// Host objects: counted, named, configurable by text, with children and messages.
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "quill/AttrSet.h"
+#include "quill/IParam.h"
+#include "quill/Message.h"
+#include "quill/Reference.h"
+
+namespace quill::base {
+
+class Callbacks;
+class IClass;
+
+// The name of an object and its place among its siblings.
+class QUILL_PUBLIC object_name {
+ public:
+  object_name();
+  unsigned ID() const;  // unique in the process, never 0
+  int Order() const;    // position under its owner, -1 without one
+  void Name(const char* name);
+  const char* Name() const { return _name.c_str(); }
+
+ private:
+  friend class ObjectList;
+  std::string _name;
+  unsigned _id;
+  int _order = -1;
+};
+
+// Words that an object can be found by, besides its name.
+class QUILL_PUBLIC object_keywords {
+ public:
+  void Name(const char* keyword);  // adds a keyword once
+  bool HasKeyword(const char* keyword) const;
+  const std::vector<std::string>& Keywords() const { return _keywords; }
+
+ private:
+  std::vector<std::string> _keywords;
+};
+
+// The textual face of an object.
+class QUILL_PUBLIC IAttributes {
+ public:
+  virtual ~IAttributes() = default;
+  virtual bool fromAttrSet(const AttrSet& set) = 0;
+  virtual bool toAttrSet(AttrSet& set) const = 0;
+
+  // Parses and applies; an error is logged with its position.
+  bool fromString(const char* text);
+  bool toString(std::string& text) const;
+  std::string ToString() const;
+};
+
+// Children in order; owns them. One thread at a time.
+class QUILL_PUBLIC ObjectList {
+ public:
+  ObjectList() = default;
+  virtual ~ObjectList() = default;  // the owner calls DeleteAll() while it is still whole
+  ObjectList(const ObjectList&) = delete;
+  ObjectList& operator=(const ObjectList&) = delete;
+
+  virtual bool Add(object* child);     // takes over the caller's hold; false when null or in it
+  virtual bool Remove(object* child);  // hands the hold back to the caller; false when not in it
+  // Destroys a child and nulls the caller's pointer. False when the child is null or, with
+  // `must_be_listed`, not in the list.
+  bool Delete(object*& child, bool must_be_listed);
+  void DeleteAll();  // the last one first
+  // Stops at the first call that returns false, and returns that.
+  virtual bool ForEach(const std::function<bool(object&)>& visit) const;
+  virtual std::size_t Size() const { return _children.size(); }
+
+ protected:
+  virtual object* TakeLast();
+
+ private:
+  void Renumber();
+  std::vector<object*> _children;
+};
+
+// The same with a lock, for any thread. The lock is not held during a visit, which may do anything:
+// it sees the children that the list had when the walk began, and each of them is held until the
+// walk ends. A child taken out meanwhile by another thread is still visited, and destroyed on the
+// walking thread at the end if that has the last hold.
+class QUILL_PUBLIC ObjectListSafe : public ObjectList {
+ public:
+  bool Add(object* child) override;
+  bool Remove(object* child) override;
+  bool ForEach(const std::function<bool(object&)>& visit) const override;
+  std::size_t Size() const override;
+
+ protected:
+  object* TakeLast() override;
+
+ private:
+  mutable std::mutex _mutex;
+};
+
+// The lower interface of every host object; a virtual base of all of them, so it is built first and
+// destroyed last. Client's thread, unless a class says otherwise.
+class QUILL_PUBLIC object : public Reference,
+                            public virtual IParam,
+                            public IAttributes,
+                            public IMessageProcesser,
+                            public object_name,
+                            public object_keywords {
+ public:
+  explicit object(const char* name = nullptr);
+
+  using IParam::Get;
+  using object_name::Name;
+
+  // Name, one keyword, one note (each may be null) and the owner to be entered under, if any.
+  bool Initialize(const char* name, const char* keyword, const char* note, object* parent);
+  // First configuration: initConfigure(), initSerialize(), then configure(). False, and logged,
+  // when one of them refuses, or a pair is left that none of them has taken out of `set`.
+  bool InitObject(AttrSet& set);
+  bool initConfigure(AttrSet& set);  // takes "name", "keyword" and "enable" out of `set`
+  bool initSerialize(
+      AttrSet& set);  // applies and takes out the pairs that name a writable property
+  // Applies what is left, and takes out what it has read; called once by the host after
+  // construction. Overrides need not call this.
+  virtual bool configure(AttrSet& set);
+
+  // Creates a child from a description: "type" names its class, the other pairs configure it. The
+  // child is entered with addChild() and belongs to this object. Null, with a line in the log that
+  // says why, when anything fails.
+  object* create(AttrSet& description) const;
+  virtual bool addChild(object* child);
+  virtual bool removeChild(object* child);
+  // Visits the children as ObjectListSafe does.
+  bool foreach (const std::function<bool(object&)>& visit) const;
+  // Configures children by name: `name={pairs},...`. False when one is unknown or refuses.
+  bool layoutAdjust(AttrSet& set);
+  object* Parent() const { return _parent.load(std::memory_order_acquire); }
+
+  // Properties as text, with name, keywords and enable flag; fromAttrSet() takes all or nothing.
+  bool fromAttrSet(const AttrSet& set) override;
+  bool toAttrSet(AttrSet& set) const override;
+  ostream& operator>>(ostream& out) const;
+  // A new object of the same class with the same properties, configured, held by the caller; null
+  // when it was not made from a class record.
+  object* Clone() const;
+
+  bool sendMessage(Message& message, const Orient& orient);
+  bool receiveMessage(Message& message, const Orient& orient);  // this one, then on along `orient`
+  virtual bool processMessage(Message& message);                // this one alone
+
+  bool Enable() const;  // any thread
+  void Enable(bool enabled);
+  // The flag itself, which may be kept beyond the object's life.
+  std::shared_ptr<const std::atomic<bool>> EnableFlag() const { return _enabled; }
+
+  // Host only: the count of running callbacks of this object; null when it counts none.
+  virtual std::shared_ptr<Callbacks> GetCallbacks() const { return nullptr; }
+
+  // The record it was made from, or null; borrowed for the object's life.
+  const IClass* Class() const { return _class.get(); }
+  const char* Note() const { return _note.c_str(); }
+
+  // The property table, by number; numbers run from 0 without a gap.
+  virtual bool getPropertyNameList(std::vector<std::string>& names) const = 0;
+  virtual int hasProperty(const char* name) const = 0;  // its number, or -1
+  virtual const IProperty* getPropertyInfo(int id) const = 0;
+  virtual bool set(int id, const void* value, const std::type_info* type) = 0;
+  bool Set(const char* key, const void* value, const std::type_info* type) {
+    return set(hasProperty(key), value, type);
+  }
+  virtual bool get(int id, void* value, const std::type_info* type) const = 0;
+  virtual bool setString(int id, const char* text) = 0;
+  virtual bool getString(int id, std::string& text) const = 0;
+  // Writes a text property, adding it to this object where there is none of that name. Its number,
+  // or -1 when it refuses the text.
+  virtual int setoradd(const char* name, const char* text) = 0;
+  object* getChild(int order) const;
+
+  // What has to be done when the last holder lets go, while the object is still whole.
+  class Finisher {
+   public:
+    virtual void Finish() = 0;
+
+   protected:
+    ~Finisher() = default;
+  };
+
+ protected:
+  ~object() override;
+  void SetFinisher(Finisher& finisher) { _finisher = &finisher; }  // borrows for the object's life
+  void LastReleased() override {
+    // Held meanwhile: what the end calls may hold the object and let it go.
+    if (Finisher* finisher = std::exchange(_finisher, nullptr)) {
+      Hold();
+      finisher->Finish();
+      return Release();
+    }
+    delete this;
+  }
+  ObjectList& Children() const { return *_children; }
+
+ private:
+  friend class IClass;
+  friend class IMessageProcesser;
+  friend class ObjectList;
+  bool Dispatch(Message& message, const Orient& orient);
+  bool Send(Message& message, const Orient& orient);
+  bool Forward(Message& message, const Orient& orient);
+  bool VisitSiblings(bool behind, const std::function<bool(object&)>& visit) const;
+
+  std::unique_ptr<ObjectList> _children;
+  std::atomic<object*> _parent{nullptr};  // the message thread reads it too
+  Finisher* _finisher = nullptr;
+  std::shared_ptr<const IClass> _class;
+  std::string _note;
+  const std::shared_ptr<std::atomic<bool>> _enabled = std::make_shared<std::atomic<bool>>(true);
+};
+
+// Holds an object until it goes.
+struct Releaser {
+  void operator()(const Reference* held) const { held->Release(); }
+};
+using Held = std::unique_ptr<object, Releaser>;
+inline Held Keep(object& held) {
+  held.Hold();
+  return Held(&held);
+}
+
+// An object with a property table: the properties of its class record first, then its own.
+class QUILL_PUBLIC Object : public virtual object {
+ public:
+  explicit Object(const char* name = nullptr);
+
+  using IParam::Get;
+  bool GetStr(const char* key, const char*& out) const override;
+  bool SetStr(const char* key, const char* value) override;
+  bool Get(const char* key, void* out, const std::type_info* type) const override;
+  bool GetWithType(const char* key,
+                   const std::function<void*(const std::type_info&)>& accept) const override;
+
+  bool getPropertyNameList(std::vector<std::string>& names) const override;
+  int hasProperty(const char* name) const override;
+  const IProperty* getPropertyInfo(int id) const override;
+  bool set(int id, const void* value, const std::type_info* type) override;
+  bool get(int id, void* value, const std::type_info* type) const override;
+  bool setString(int id, const char* text) override;
+  bool getString(int id, std::string& text) const override;
+  int setoradd(const char* name, const char* text) override;
+
+  // Adds a property of this object alone; false when the name is taken.
+  bool AddProperty(std::unique_ptr<IProperty> property);
+  template <typename T>
+  bool AddValue(const char* name, T value) {
+    return AddProperty(std::make_unique<TValueProperty<T>>(name, std::move(value)));
+  }
+
+ private:
+  std::vector<std::unique_ptr<IProperty>> _own;
+  mutable std::list<std::pair<std::string, std::string>> _texts;  // what GetStr() lends, by key
+};
+
+// Forwards all property access to another object, which it borrows for its whole life.
+class QUILL_PUBLIC object_proxy : public virtual object {
+ public:
+  explicit object_proxy(object& target) : object(target.Name()), _target(&target) {}
+
+  using IParam::Get;
+  bool GetStr(const char* key, const char*& out) const override;
+  bool SetStr(const char* key, const char* value) override;
+  bool Get(const char* key, void* out, const std::type_info* type) const override;
+  bool GetWithType(const char* key,
+                   const std::function<void*(const std::type_info&)>& accept) const override;
+  bool getPropertyNameList(std::vector<std::string>& names) const override;
+  int hasProperty(const char* name) const override;
+  const IProperty* getPropertyInfo(int id) const override;
+  bool set(int id, const void* value, const std::type_info* type) override;
+  bool get(int id, void* value, const std::type_info* type) const override;
+  bool setString(int id, const char* text) override;
+  bool getString(int id, std::string& text) const override;
+  int setoradd(const char* name, const char* text) override;
+
+ private:
+  object* _target;
+};
+
+// A message on its way; its body is the text property "text", a sender's note is "extra".
+class QUILL_PUBLIC Message : public Object {
+ public:
+  Message(const char* text, const char* extra);
+  const std::string& Text() const { return _text; }
+
+ private:
+  std::string _text;
+};
+
+// A name unique in the process: `prefix`, then `separator` unless that is 0, then a number.
+QUILL_PUBLIC std::string UniqueString();
+QUILL_PUBLIC std::string UniqueString(const char* prefix, char separator);
+
+}  // namespace quill::base

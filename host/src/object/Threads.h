@@ -1,0 +1,20 @@
+// Threads of the host library.
+#pragma once
+
+#include <functional>
+#include <thread>
+
+namespace quill::stream {
+
+// A thread with a name (at most 15 characters) that no signal of the client's is delivered to.
+// Joinable; throws nothing: a default-constructed thread when the system has none left.
+std::thread StartThread(const char* name, std::function<void()> run);
+
+// Whether this thread was started here, so that what runs on it may be a client's callback.
+bool IsHostThread();
+
+// Runs a client's callback and returns its answer. An exception ends here: it is logged, and the
+// answer is false.
+bool CallClient(const std::function<bool()>& callback);
+
+}  // namespace quill::stream

@@ -1,0 +1,14 @@
+// Bounds of waits.
+#pragma once
+
+#include <chrono>
+
+namespace quill::stream {
+
+// A deadline must not overflow the clock.
+inline constexpr std::chrono::nanoseconds kLongestTimeout = std::chrono::hours(24);
+
+// The time-out of commands that bring none of their own, and of waits between threads. Any thread.
+std::chrono::nanoseconds CommandTimeout();
+
+}  // namespace quill::stream

@@ -1,0 +1,431 @@
+#include "quill/object.h"
+
+#include <algorithm>
+#include <sstream>
+
+#include "Construction.h"
+#include "MessageThread.h"
+#include "quill/Debug.h"
+#include "quill/IClass.h"
+
+namespace quill::base {
+namespace {
+
+std::atomic<unsigned> g_last_id{0};
+std::atomic<unsigned> g_last_unique{0};
+
+// "enable" of a set, if it has one; false, and logged, when it is no bool.
+bool ReadEnable(const AttrSet& set, bool& enabled) {
+  const char* enable = set.Get("enable");
+  return !stream::Failed(enable != nullptr && !ConvertToImpl(enable, enabled),
+                         "!ConvertToImpl(enable,enabled)", "enable=", enable);
+}
+
+}  // namespace
+
+object_name::object_name() : _id(g_last_id.fetch_add(1, std::memory_order_relaxed) + 1) {}
+
+unsigned object_name::ID() const { return _id; }
+int object_name::Order() const { return _order; }
+void object_name::Name(const char* name) {
+  if (name != nullptr) _name = name;
+}
+
+void object_keywords::Name(const char* keyword) {
+  if (keyword != nullptr && *keyword != '\0' && !HasKeyword(keyword)) _keywords.push_back(keyword);
+}
+
+bool object_keywords::HasKeyword(const char* keyword) const {
+  return keyword != nullptr &&
+         std::find(_keywords.begin(), _keywords.end(), keyword) != _keywords.end();
+}
+
+bool IAttributes::fromString(const char* text) {
+  AttrSet set;
+  if (stream::Failed(!set.Parse(text), "!set.Parse(text)", set.Error())) return false;
+  return fromAttrSet(set);
+}
+
+bool IAttributes::toString(std::string& text) const {
+  AttrSet set;
+  if (!toAttrSet(set)) return false;
+  text = set.ToString(false);
+  return true;
+}
+
+std::string IAttributes::ToString() const {
+  std::string text;
+  toString(text);
+  return text;
+}
+
+bool IMessageProcesser::SendMessage(const char* text, const Orient& orient, const char* extra) {
+  if (text == nullptr) return false;
+  // Counted objects do not live on the stack: a receiver may keep the message.
+  const std::unique_ptr<Message, Releaser> message(new Message(text, extra));
+  return static_cast<object*>(this)->Dispatch(*message, orient);  // every one is an object
+}
+
+void IMessageProcesser::RegisterMessageProcessCallback(
+    const std::function<bool(Message&)>& callback) {
+  auto fresh = callback ? std::make_shared<const Callback>(callback) : nullptr;
+  const std::lock_guard lock(_callback_mutex);
+  _callback.swap(fresh);  // the former one goes with its last run
+}
+
+bool IMessageProcesser::RunCallback(Message& message) const {
+  std::shared_ptr<const Callback> callback;
+  {
+    const std::lock_guard lock(_callback_mutex);
+    callback = _callback;
+  }
+  return callback != nullptr && (*callback)(message);
+}
+
+bool ObjectList::Add(object* child) {
+  if (child == nullptr) return false;
+  if (std::find(_children.begin(), _children.end(), child) != _children.end()) return false;
+  _children.push_back(child);
+  Renumber();
+  return true;
+}
+
+bool ObjectList::Remove(object* child) {
+  const auto place = std::find(_children.begin(), _children.end(), child);
+  if (place == _children.end()) return false;
+  (*place)->_order = -1;
+  _children.erase(place);
+  Renumber();
+  return true;
+}
+
+bool ObjectList::Delete(object*& child, bool must_be_listed) {
+  object* doomed = std::exchange(child, nullptr);
+  if (doomed == nullptr) return false;
+  const bool was_listed = Remove(doomed);
+  if (!was_listed && must_be_listed) return false;
+  doomed->_parent = nullptr;  // somebody else may hold it for longer
+  doomed->Release();
+  return true;
+}
+
+void ObjectList::DeleteAll() {
+  while (object* child = TakeLast()) {
+    child->_parent = nullptr;
+    child->Release();
+  }
+}
+
+bool ObjectList::ForEach(const std::function<bool(object&)>& visit) const {
+  return std::all_of(_children.begin(), _children.end(),
+                     [&](object* child) { return visit(*child); });
+}
+
+object* ObjectList::TakeLast() {
+  if (_children.empty()) return nullptr;
+  object* child = _children.back();
+  _children.pop_back();
+  return child;
+}
+
+void ObjectList::Renumber() {
+  for (std::size_t i = 0; i < _children.size(); ++i) _children[i]->_order = static_cast<int>(i);
+}
+
+bool ObjectListSafe::Add(object* child) {
+  const std::lock_guard lock(_mutex);
+  return ObjectList::Add(child);
+}
+
+bool ObjectListSafe::Remove(object* child) {
+  const std::lock_guard lock(_mutex);
+  return ObjectList::Remove(child);
+}
+
+bool ObjectListSafe::ForEach(const std::function<bool(object&)>& visit) const {
+  std::vector<Held> children;
+  {
+    const std::lock_guard lock(_mutex);
+    ObjectList::ForEach([&](object& child) {
+      children.push_back(Keep(child));
+      return true;
+    });
+  }
+  return visit && std::all_of(children.begin(), children.end(),
+                              [&](const Held& child) { return visit(*child); });
+}
+
+std::size_t ObjectListSafe::Size() const {
+  const std::lock_guard lock(_mutex);
+  return ObjectList::Size();
+}
+
+object* ObjectListSafe::TakeLast() {
+  const std::lock_guard lock(_mutex);
+  return ObjectList::TakeLast();
+}
+
+object::object(const char* name) : _children(std::make_unique<ObjectListSafe>()) {
+  object_name::Name(name);
+  Construction::Begin(*this);
+}
+
+object::~object() {
+  _children->DeleteAll();
+  Construction::Gone(*this);
+}
+
+bool object::Initialize(const char* name, const char* keyword, const char* note, object* parent) {
+  object_name::Name(name);
+  object_keywords::Name(keyword);
+  _note = note == nullptr ? "" : note;
+  return parent == nullptr || parent->addChild(this);
+}
+
+bool object::InitObject(AttrSet& set) {
+  if (!initConfigure(set) || !initSerialize(set) || !configure(set)) return false;
+  return set.Pairs().empty() ||
+         !stream::Failed(true, "!property", "no such property: ", set.Pairs().front().key);
+}
+
+bool object::initConfigure(AttrSet& set) {
+  bool enabled = Enable();
+  if (!ReadEnable(set, enabled)) return false;
+  Enable(enabled);
+  if (const char* name = set.Get("name")) object_name::Name(name);
+  std::istringstream keywords(set.Get("keyword") == nullptr ? "" : set.Get("keyword"));
+  for (std::string keyword; keywords >> keyword;) object_keywords::Name(keyword.c_str());
+  for (const char* key : {"name", "keyword", "enable"}) set.Remove(key);
+  return true;
+}
+
+bool object::initSerialize(AttrSet& set) {
+  AttrSet properties;
+  for (const AttrSet::Pair& pair : set.Pairs()) {
+    const IProperty* property = getPropertyInfo(hasProperty(pair.key.c_str()));
+    if (property != nullptr && property->IsWritable()) properties.Add(pair.key.c_str(), pair.value);
+  }
+  for (const AttrSet::Pair& pair : properties.Pairs()) set.Remove(pair.key.c_str());
+  return properties.Pairs().empty() || fromAttrSet(properties);
+}
+
+bool object::configure(AttrSet& set) { return fromAttrSet(set); }
+
+object* object::create(AttrSet& description) const {
+  const char* type = description.Get("type");
+  if (stream::Failed(type == nullptr, "!type", "a description without type=")) return nullptr;
+  const IClass* record = IClass::Find(type, true);
+  if (stream::Failed(record == nullptr, "!record", "no class: ", type)) return nullptr;
+  AttrSet pairs = description;
+  pairs.Remove("type");
+  // Entering a child belongs to creating it, which is how a const object gets one. It has an owner
+  // also where that one keeps it elsewhere than in the list.
+  auto* self = const_cast<object*>(this);
+  object* child = record->CreateObject(nullptr, pairs, self);
+  if (child == nullptr || self->addChild(child)) return child;
+  child->_parent = nullptr;
+  child->Release();
+  return nullptr;
+}
+
+bool object::addChild(object* child) {
+  if (child == nullptr || !_children->Add(child)) return false;
+  if (child->_parent != this) child->_parent = this;  // known already, others may be reading it
+  return true;
+}
+
+bool object::removeChild(object* child) {
+  if (child == nullptr || !_children->Remove(child)) return false;
+  child->_parent = nullptr;
+  return true;
+}
+
+bool object::foreach (const std::function<bool(object&)>& visit) const {
+  return _children->ForEach(visit);
+}
+
+bool object::layoutAdjust(AttrSet& set) {
+  for (const AttrSet::Pair& pair : set.Pairs()) {
+    object* found = nullptr;
+    foreach ([&](object& child) {
+      if (pair.key == child.Name()) found = &child;
+      return found == nullptr;
+    })
+      ;
+    if (stream::Failed(found == nullptr, "!child", "no child: ", pair.key)) return false;
+    if (!found->fromString(pair.value.c_str())) return false;
+  }
+  return true;
+}
+
+object* object::getChild(int order) const {
+  object* found = nullptr;
+  foreach ([&](object& child) {
+    if (child.Order() == order) found = &child;
+    return found == nullptr;
+  })
+    ;
+  return found;
+}
+
+bool object::fromAttrSet(const AttrSet& set) {
+  for (const AttrSet::Pair& pair : set.Pairs()) {
+    const int id = hasProperty(pair.key.c_str());
+    const bool is_known = pair.key == "name" || pair.key == "enable" || pair.key == "keyword" ||
+                          (id >= 0 && getPropertyInfo(id)->IsWritable());
+    if (stream::Failed(!is_known, "!property", "no such property: ", pair.key)) return false;
+  }
+  bool enabled = true;
+  if (!ReadEnable(set, enabled)) return false;
+  std::vector<AttrSet::Pair> undo;
+  for (const AttrSet::Pair& pair : set.Pairs()) {
+    const int id = hasProperty(pair.key.c_str());
+    if (id < 0) continue;
+    std::string before;
+    const bool can_undo = getString(id, before);
+    if (stream::Failed(!setString(id, pair.value.c_str()), "!setString(id,value)", pair.key, "=",
+                       pair.value)) {
+      for (const AttrSet::Pair& old : undo) {
+        setString(hasProperty(old.key.c_str()), old.value.c_str());
+      }
+      return false;
+    }
+    if (can_undo) undo.push_back({pair.key, before});
+  }
+  AttrSet rest = set;
+  return initConfigure(rest);  // cannot refuse any more
+}
+
+bool object::toAttrSet(AttrSet& set) const {
+  if (*Name() != '\0') set.Add("name", Name());
+  std::string keywords;
+  for (const std::string& keyword : Keywords()) keywords += (keywords.empty() ? "" : " ") + keyword;
+  if (!keywords.empty()) set.Add("keyword", keywords);
+  if (!Enable()) set.Add("enable", false);
+  std::vector<std::string> names;
+  getPropertyNameList(names);
+  for (int id = 0; id < static_cast<int>(names.size()); ++id) {
+    std::string text;
+    if (getPropertyInfo(id)->IsWritable() && getString(id, text)) {
+      set.Add(names[static_cast<std::size_t>(id)].c_str(), text);
+    }
+  }
+  return true;
+}
+
+ostream& object::operator>>(ostream& out) const {
+  out.Write(ToString());
+  return out;
+}
+
+bool object::Enable() const { return _enabled->load(std::memory_order_relaxed); }
+void object::Enable(bool enabled) { _enabled->store(enabled, std::memory_order_relaxed); }
+
+object* object::Clone() const {
+  AttrSet set;
+  if (_class == nullptr || !_class->HasConstructor(typeid(void())) || !toAttrSet(set)) {
+    return nullptr;
+  }
+  return _class->CreateObject(nullptr, set, nullptr);
+}
+
+bool object::Dispatch(Message& message, const Orient& orient) {
+  const std::shared_ptr<object> kept(Keep(message));
+  return stream::DeliverMessage(*this,
+                                [this, kept, &message, orient] { return Send(message, orient); });
+}
+
+bool object::sendMessage(Message& message, const Orient& orient) {
+  return Dispatch(message, orient);
+}
+
+bool object::Send(Message& message, const Orient& orient) {
+  if (orient.Value() == Orient::kSink && processMessage(message)) return true;
+  return Forward(message, orient);
+}
+
+bool object::receiveMessage(Message& message, const Orient& orient) {
+  return processMessage(message) || Forward(message, orient);
+}
+
+bool object::processMessage(Message& message) { return RunCallback(message); }
+
+// True when `visit` returned true for one of them.
+bool object::VisitSiblings(bool behind, const std::function<bool(object&)>& visit) const {
+  object* parent = Parent();
+  if (parent == nullptr) return false;
+  std::vector<Held> siblings;  // a receiver may change the list
+  parent->foreach ([&](object& sibling) {
+    if (behind ? sibling.Order() > Order() : sibling.Order() < Order()) {
+      siblings.push_back(Keep(sibling));
+    }
+    return true;
+  });
+  if (!behind) std::reverse(siblings.begin(), siblings.end());
+  return std::any_of(siblings.begin(), siblings.end(),
+                     [&](const Held& sibling) { return visit(*sibling); });
+}
+
+// On to everyone in the direction of `orient` but this object.
+bool object::Forward(Message& message, const Orient& orient) {
+  const auto process = [&](object& receiver) { return receiver.processMessage(message); };
+  switch (orient.Value()) {
+    case Orient::kSink:
+      return VisitSiblings(true, process);
+    case Orient::kSource:
+      return VisitSiblings(false, process);
+    case Orient::kChildren: {
+      std::vector<Held> children;  // a receiver may change the list
+      foreach ([&](object& child) {
+        children.push_back(Keep(child));
+        return true;
+      })
+        ;
+      return std::any_of(children.begin(), children.end(),
+                         [&](const Held& child) { return child->receiveMessage(message, orient); });
+    }
+    case Orient::kParent:
+      for (object* owner = _parent; owner != nullptr; owner = owner->_parent) {
+        if (process(*owner)) return true;
+      }
+      return false;
+    case Orient::kOwners: {
+      // The outermost first: those below, which are kept, may be taken away from it by what it is
+      // told, and are not told then.
+      std::vector<object*> owners;
+      for (object* owner = _parent; owner != nullptr; owner = owner->_parent) {
+        owners.push_back(owner);
+      }
+      bool is_taken = false;
+      for (std::size_t i = owners.size(); i-- > 0;) {
+        const bool is_outermost = i + 1 == owners.size();
+        if (!is_outermost && owners[i]->_parent == nullptr) break;
+        is_taken = process(*owners[i]) || is_taken;
+      }
+      return is_taken;
+    }
+  }
+  return false;
+}
+
+Message::Message(const char* text, const char* extra) : _text(text == nullptr ? "" : text) {
+  AddProperty(
+      std::make_unique<TProperty<std::string>>("text", [this](const object*, std::string& out) {
+        out = _text;
+        return true;
+      }));
+  if (extra != nullptr) AddValue<std::string>("extra", extra);
+}
+
+std::string UniqueString() { return UniqueString("unique", '_'); }
+
+std::string UniqueString(const char* prefix, char separator) {
+  std::string name = prefix == nullptr ? "" : prefix;
+  // "x1" and 2 must not look like "x" and 12.
+  const bool is_ambiguous = !name.empty() && name.back() >= '0' && name.back() <= '9';
+  if (separator == '\0' && is_ambiguous) separator = '_';
+  if (separator != '\0') name += separator;
+  return name + std::to_string(g_last_unique.fetch_add(1, std::memory_order_relaxed) + 1);
+}
+
+}  // namespace quill::base
