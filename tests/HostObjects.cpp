@@ -8,6 +8,8 @@
 #include "Fixture.h"
 #include "quill/Hash.h"
 #include "quill/IClass.h"
+#include "quill/Message.h"
+#include "quill/object_proxy.h"
 #include "quill/Service.h"
 
 namespace tessel::tests {

@@ -19,6 +19,7 @@
 #include "Photography.h"
 #include "quill/Hash.h"
 #include "quill/IClass.h"
+#include "quill/Message.h"
 #include "quill/VbrcBlock.h"
 #include "tessel/IPhotography.h"
 #include "UniqueFd.h"

@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "quill/Debug.h"
-#include "quill/object.h"
+#include "quill/Properties.h"
 
 namespace quill::base {
 

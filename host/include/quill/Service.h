@@ -22,7 +22,7 @@
 #include <memory>
 
 #include "quill/IStatus.h"
-#include "quill/object.h"
+#include "quill/Properties.h"
 
 namespace quill::stream {
 

@@ -3,105 +3,22 @@
 
 #include <atomic>
 #include <functional>
-#include <list>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "quill/AttrSet.h"
+#include "quill/IAttributes.h"
+#include "quill/IMessageProcesser.h"
 #include "quill/IParam.h"
-#include "quill/Message.h"
+#include "quill/ObjectList.h"
+#include "quill/ObjectNames.h"
 #include "quill/Reference.h"
 
 namespace quill::base {
 
 class Callbacks;
 class IClass;
-
-// The name of an object and its place among its siblings.
-class QUILL_PUBLIC object_name {
- public:
-  object_name();
-  unsigned ID() const;  // unique in the process, never 0
-  int Order() const;    // position under its owner, -1 without one
-  void Name(const char* name);
-  const char* Name() const { return _name.c_str(); }
-
- private:
-  friend class ObjectList;
-  std::string _name;
-  unsigned _id;
-  int _order = -1;
-};
-
-// Words that an object can be found by, besides its name.
-class QUILL_PUBLIC object_keywords {
- public:
-  void Name(const char* keyword);  // adds a keyword once
-  bool HasKeyword(const char* keyword) const;
-  const std::vector<std::string>& Keywords() const { return _keywords; }
-
- private:
-  std::vector<std::string> _keywords;
-};
-
-// The textual face of an object.
-class QUILL_PUBLIC IAttributes {
- public:
-  virtual ~IAttributes() = default;
-  virtual bool fromAttrSet(const AttrSet& set) = 0;
-  virtual bool toAttrSet(AttrSet& set) const = 0;
-
-  // Parses and applies; an error is logged with its position.
-  bool fromString(const char* text);
-  bool toString(std::string& text) const;
-  std::string ToString() const;
-};
-
-// Children in order; owns them. One thread at a time.
-class QUILL_PUBLIC ObjectList {
- public:
-  ObjectList() = default;
-  virtual ~ObjectList() = default;  // the owner calls DeleteAll() while it is still whole
-  ObjectList(const ObjectList&) = delete;
-  ObjectList& operator=(const ObjectList&) = delete;
-
-  virtual bool Add(object* child);     // takes over the caller's hold; false when null or in it
-  virtual bool Remove(object* child);  // hands the hold back to the caller; false when not in it
-  // Destroys a child and nulls the caller's pointer. False when the child is null or, with
-  // `must_be_listed`, not in the list.
-  bool Delete(object*& child, bool must_be_listed);
-  void DeleteAll();  // the last one first
-  // Stops at the first call that returns false, and returns that.
-  virtual bool ForEach(const std::function<bool(object&)>& visit) const;
-  virtual std::size_t Size() const { return _children.size(); }
-
- protected:
-  virtual object* TakeLast();
-
- private:
-  void Renumber();
-  std::vector<object*> _children;
-};
-
-// The same with a lock, for any thread. The lock is not held during a visit, which may do anything:
-// it sees the children that the list had when the walk began, and each of them is held until the
-// walk ends. A child taken out meanwhile by another thread is still visited, and destroyed on the
-// walking thread at the end if that has the last hold.
-class QUILL_PUBLIC ObjectListSafe : public ObjectList {
- public:
-  bool Add(object* child) override;
-  bool Remove(object* child) override;
-  bool ForEach(const std::function<bool(object&)>& visit) const override;
-  std::size_t Size() const override;
-
- protected:
-  object* TakeLast() override;
-
- private:
-  mutable std::mutex _mutex;
-};
 
 // The lower interface of every host object; a virtual base of all of them, so it is built first and
 // destroyed last. Client's thread, unless a class says otherwise.
@@ -230,76 +147,5 @@ inline Held Keep(object& held) {
   held.Hold();
   return Held(&held);
 }
-
-// An object with a property table: the properties of its class record first, then its own.
-class QUILL_PUBLIC Object : public virtual object {
- public:
-  explicit Object(const char* name = nullptr);
-
-  using IParam::Get;
-  bool GetStr(const char* key, const char*& out) const override;
-  bool SetStr(const char* key, const char* value) override;
-  bool Get(const char* key, void* out, const std::type_info* type) const override;
-  bool GetWithType(const char* key,
-                   const std::function<void*(const std::type_info&)>& accept) const override;
-
-  bool getPropertyNameList(std::vector<std::string>& names) const override;
-  int hasProperty(const char* name) const override;
-  const IProperty* getPropertyInfo(int id) const override;
-  bool set(int id, const void* value, const std::type_info* type) override;
-  bool get(int id, void* value, const std::type_info* type) const override;
-  bool setString(int id, const char* text) override;
-  bool getString(int id, std::string& text) const override;
-  int setoradd(const char* name, const char* text) override;
-
-  // Adds a property of this object alone; false when the name is taken.
-  bool AddProperty(std::unique_ptr<IProperty> property);
-  template <typename T>
-  bool AddValue(const char* name, T value) {
-    return AddProperty(std::make_unique<TValueProperty<T>>(name, std::move(value)));
-  }
-
- private:
-  std::vector<std::unique_ptr<IProperty>> _own;
-  mutable std::list<std::pair<std::string, std::string>> _texts;  // what GetStr() lends, by key
-};
-
-// Forwards all property access to another object, which it borrows for its whole life.
-class QUILL_PUBLIC object_proxy : public virtual object {
- public:
-  explicit object_proxy(object& target) : object(target.Name()), _target(&target) {}
-
-  using IParam::Get;
-  bool GetStr(const char* key, const char*& out) const override;
-  bool SetStr(const char* key, const char* value) override;
-  bool Get(const char* key, void* out, const std::type_info* type) const override;
-  bool GetWithType(const char* key,
-                   const std::function<void*(const std::type_info&)>& accept) const override;
-  bool getPropertyNameList(std::vector<std::string>& names) const override;
-  int hasProperty(const char* name) const override;
-  const IProperty* getPropertyInfo(int id) const override;
-  bool set(int id, const void* value, const std::type_info* type) override;
-  bool get(int id, void* value, const std::type_info* type) const override;
-  bool setString(int id, const char* text) override;
-  bool getString(int id, std::string& text) const override;
-  int setoradd(const char* name, const char* text) override;
-
- private:
-  object* _target;
-};
-
-// A message on its way; its body is the text property "text", a sender's note is "extra".
-class QUILL_PUBLIC Message : public Object {
- public:
-  Message(const char* text, const char* extra);
-  const std::string& Text() const { return _text; }
-
- private:
-  std::string _text;
-};
-
-// A name unique in the process: `prefix`, then `separator` unless that is 0, then a number.
-QUILL_PUBLIC std::string UniqueString();
-QUILL_PUBLIC std::string UniqueString(const char* prefix, char separator);
 
 }  // namespace quill::base

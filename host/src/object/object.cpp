@@ -3,16 +3,15 @@
 #include <algorithm>
 #include <sstream>
 
-#include "Construction.h"
-#include "MessageThread.h"
 #include "quill/Debug.h"
 #include "quill/IClass.h"
+#include "quill/Message.h"
+
+#include "Construction.h"
+#include "MessageThread.h"
 
 namespace quill::base {
 namespace {
-
-std::atomic<unsigned> g_last_id{0};
-std::atomic<unsigned> g_last_unique{0};
 
 // "enable" of a set, if it has one; false, and logged, when it is no bool.
 bool ReadEnable(const AttrSet& set, bool& enabled) {
@@ -22,148 +21,6 @@ bool ReadEnable(const AttrSet& set, bool& enabled) {
 }
 
 }  // namespace
-
-object_name::object_name() : _id(g_last_id.fetch_add(1, std::memory_order_relaxed) + 1) {}
-
-unsigned object_name::ID() const { return _id; }
-int object_name::Order() const { return _order; }
-void object_name::Name(const char* name) {
-  if (name != nullptr) _name = name;
-}
-
-void object_keywords::Name(const char* keyword) {
-  if (keyword != nullptr && *keyword != '\0' && !HasKeyword(keyword)) _keywords.push_back(keyword);
-}
-
-bool object_keywords::HasKeyword(const char* keyword) const {
-  return keyword != nullptr &&
-         std::find(_keywords.begin(), _keywords.end(), keyword) != _keywords.end();
-}
-
-bool IAttributes::fromString(const char* text) {
-  AttrSet set;
-  if (stream::Failed(!set.Parse(text), "!set.Parse(text)", set.Error())) return false;
-  return fromAttrSet(set);
-}
-
-bool IAttributes::toString(std::string& text) const {
-  AttrSet set;
-  if (!toAttrSet(set)) return false;
-  text = set.ToString(false);
-  return true;
-}
-
-std::string IAttributes::ToString() const {
-  std::string text;
-  toString(text);
-  return text;
-}
-
-bool IMessageProcesser::SendMessage(const char* text, const Orient& orient, const char* extra) {
-  if (text == nullptr) return false;
-  // Counted objects do not live on the stack: a receiver may keep the message.
-  const std::unique_ptr<Message, Releaser> message(new Message(text, extra));
-  return static_cast<object*>(this)->Dispatch(*message, orient);  // every one is an object
-}
-
-void IMessageProcesser::RegisterMessageProcessCallback(
-    const std::function<bool(Message&)>& callback) {
-  auto fresh = callback ? std::make_shared<const Callback>(callback) : nullptr;
-  const std::lock_guard lock(_callback_mutex);
-  _callback.swap(fresh);  // the former one goes with its last run
-}
-
-bool IMessageProcesser::RunCallback(Message& message) const {
-  std::shared_ptr<const Callback> callback;
-  {
-    const std::lock_guard lock(_callback_mutex);
-    callback = _callback;
-  }
-  return callback != nullptr && (*callback)(message);
-}
-
-bool ObjectList::Add(object* child) {
-  if (child == nullptr) return false;
-  if (std::find(_children.begin(), _children.end(), child) != _children.end()) return false;
-  _children.push_back(child);
-  Renumber();
-  return true;
-}
-
-bool ObjectList::Remove(object* child) {
-  const auto place = std::find(_children.begin(), _children.end(), child);
-  if (place == _children.end()) return false;
-  (*place)->_order = -1;
-  _children.erase(place);
-  Renumber();
-  return true;
-}
-
-bool ObjectList::Delete(object*& child, bool must_be_listed) {
-  object* doomed = std::exchange(child, nullptr);
-  if (doomed == nullptr) return false;
-  const bool was_listed = Remove(doomed);
-  if (!was_listed && must_be_listed) return false;
-  doomed->_parent = nullptr;  // somebody else may hold it for longer
-  doomed->Release();
-  return true;
-}
-
-void ObjectList::DeleteAll() {
-  while (object* child = TakeLast()) {
-    child->_parent = nullptr;
-    child->Release();
-  }
-}
-
-bool ObjectList::ForEach(const std::function<bool(object&)>& visit) const {
-  return std::all_of(_children.begin(), _children.end(),
-                     [&](object* child) { return visit(*child); });
-}
-
-object* ObjectList::TakeLast() {
-  if (_children.empty()) return nullptr;
-  object* child = _children.back();
-  _children.pop_back();
-  return child;
-}
-
-void ObjectList::Renumber() {
-  for (std::size_t i = 0; i < _children.size(); ++i) _children[i]->_order = static_cast<int>(i);
-}
-
-bool ObjectListSafe::Add(object* child) {
-  const std::lock_guard lock(_mutex);
-  return ObjectList::Add(child);
-}
-
-bool ObjectListSafe::Remove(object* child) {
-  const std::lock_guard lock(_mutex);
-  return ObjectList::Remove(child);
-}
-
-bool ObjectListSafe::ForEach(const std::function<bool(object&)>& visit) const {
-  std::vector<Held> children;
-  {
-    const std::lock_guard lock(_mutex);
-    ObjectList::ForEach([&](object& child) {
-      children.push_back(Keep(child));
-      return true;
-    });
-  }
-  return visit && std::all_of(children.begin(), children.end(),
-                              [&](const Held& child) { return visit(*child); });
-}
-
-std::size_t ObjectListSafe::Size() const {
-  const std::lock_guard lock(_mutex);
-  return ObjectList::Size();
-}
-
-object* ObjectListSafe::TakeLast() {
-  const std::lock_guard lock(_mutex);
-  return ObjectList::TakeLast();
-}
 
 object::object(const char* name) : _children(std::make_unique<ObjectListSafe>()) {
   object_name::Name(name);
@@ -406,26 +263,6 @@ bool object::Forward(Message& message, const Orient& orient) {
     }
   }
   return false;
-}
-
-Message::Message(const char* text, const char* extra) : _text(text == nullptr ? "" : text) {
-  AddProperty(
-      std::make_unique<TProperty<std::string>>("text", [this](const object*, std::string& out) {
-        out = _text;
-        return true;
-      }));
-  if (extra != nullptr) AddValue<std::string>("extra", extra);
-}
-
-std::string UniqueString() { return UniqueString("unique", '_'); }
-
-std::string UniqueString(const char* prefix, char separator) {
-  std::string name = prefix == nullptr ? "" : prefix;
-  // "x1" and 2 must not look like "x" and 12.
-  const bool is_ambiguous = !name.empty() && name.back() >= '0' && name.back() <= '9';
-  if (separator == '\0' && is_ambiguous) separator = '_';
-  if (separator != '\0') name += separator;
-  return name + std::to_string(g_last_unique.fetch_add(1, std::memory_order_relaxed) + 1);
 }
 
 }  // namespace quill::base

@@ -4,6 +4,7 @@
 #include <mutex>
 
 #include "quill/Debug.h"
+#include "quill/Message.h"
 #include "Threads.h"
 
 namespace quill::stream {

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "quill/AttrSet.h"
-#include "quill/object.h"
+#include "quill/Properties.h"
 #include "quill/Packet.h"
 
 namespace quill::stream {

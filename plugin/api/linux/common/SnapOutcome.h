@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <functional>
 
-#include "quill/object.h"
+#include "quill/Message.h"
 
 namespace tessel::dualos {
 

@@ -2,6 +2,8 @@
 
 #include <string>
 
+#include "quill/Message.h"
+
 namespace tessel::api::streaming::common {
 
 using quill::base::Message;
