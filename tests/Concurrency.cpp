@@ -25,14 +25,13 @@ TEST_F(Concurrency, ClientWaitsForACallbackThatHasStoppedOrClosedItsStream) {
   for (const auto& row : rows) {
     Event started;
     Event ended;
-    std::promise<void> go_on;
+    Event goes_on;
     std::atomic<bool> is_running{false};
     Camera camera = Make(row.is_message ? kPull : kPush);
     const auto call = [&] {
       is_running = started.Wait() && row.callback(camera);
       ended.Set();
-      go_on.get_future().wait();
-      is_running = false;
+      is_running = !goes_on.Wait();
       return true;
     };
     camera->RegisterOutputCallback([&](Frame&) { return call(); });
@@ -43,7 +42,7 @@ TEST_F(Concurrency, ClientWaitsForACallbackThatHasStoppedOrClosedItsStream) {
     ASSERT_TRUE(ended.Wait() && is_running);
     auto end = std::async(std::launch::async, [&] { return row.client(camera) && !is_running; });
     EXPECT_EQ(end.wait_for(std::chrono::milliseconds(20)), std::future_status::timeout);
-    go_on.set_value();
+    goes_on.Set();
     EXPECT_TRUE(end.get()) << "row " << &row - rows;
   }
 }

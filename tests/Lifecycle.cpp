@@ -4,6 +4,7 @@
 
 #include "common/StreamAppOutput.h"
 #include "Fixture.h"
+#include "tessel/IPhotography.h"
 
 namespace tessel::tests {
 namespace {
@@ -73,19 +74,6 @@ TEST_F(Lifecycle, FailedCreationIsLoggedAndLeavesNothing) {
   expect_failure(kApp + "AppCreate:\t!ap.Parse(appstr0.c_str())");
 }
 
-TEST_F(Lifecycle, RefusedLayoutIsLoggedByElementAndValue) {
-  const Camera camera = Make();
-  camera->SetQP(99);
-  EXPECT_FALSE(camera->Open());
-  EXPECT_EQ(
-      LogLines(),
-      (Lines{
-          "RunShm0Command:\t!far_side->Run(args),element \"h264-encoder-dma\": qp=99 outside 0..51",
-          kRunFails, kCreateFails}));
-  camera->SetQP(0);
-  EXPECT_TRUE(camera->Open()) << "the next one is judged anew";
-}
-
 TEST_F(Lifecycle, StreamsMayBeDestroyedInAnyStateAndOrder) {
   constexpr unsigned kSeed = 99;
   constexpr const char* kNames[] = {kPull, kPush, "ApiJpegSnap-dualos", "ApiPhotography-dualos"};
@@ -98,6 +86,8 @@ TEST_F(Lifecycle, StreamsMayBeDestroyedInAnyStateAndOrder) {
     for (const auto& stream : streams) {
       const auto state = static_cast<State>(random() % 4);
       ASSERT_TRUE(!stream || stream->ChangeState(state)) << "seed " << kSeed;
+      auto* taker = dynamic_cast<api::streaming::IPhotography*>(stream.get());
+      if (taker != nullptr) taker->Snap("file:///dev/null", false);  // asks for its URL later
     }
   }
   streams.clear();
@@ -174,25 +164,13 @@ class OwnSource : public dualos::StreamAppOutput {
   std::size_t Applications() const { return Children().Size(); }
 };
 
-TEST_F(Lifecycle, EachConfigurationTakesANewSessionName) {
-  auto* source = new OwnSource(true);
-  EXPECT_EQ(source->Session(), "");
-  std::set<std::string> names;
-  for (int i = 0; i < 100; ++i) {
-    AttrSet set("nosuch=1");  // is not read
-    EXPECT_TRUE(source->configure(set));
-    names.insert(source->Session());
-  }
-  EXPECT_EQ(names.size(), 100U);
-  EXPECT_FALSE(source->IsStart()) << "never opened";
-  source->Release();
-}
-
 TEST_F(Lifecycle, IsStartTellsWhetherTheApplicationPlays) {
   UseOddFarSide("counts");
   auto* source = new OwnSource(true);
   AttrSet set;
   ASSERT_TRUE(source->InitObject(set));
+  const std::string session = source->Session();
+  EXPECT_TRUE(source->configure(set) && source->Session() != session) << "a new one each time";
   EXPECT_TRUE(source->Open() && !source->IsStart());
   EXPECT_EQ(source->Applications(), 1U);
   EXPECT_TRUE(source->Start() && source->IsStart());
@@ -205,16 +183,13 @@ TEST_F(Lifecycle, IsStartTellsWhetherTheApplicationPlays) {
 
 TEST_F(Lifecycle, SinkWithoutAPullFunctionIsRefused) {
   auto* source = new OwnSource(true);
-  EXPECT_FALSE(source->CbOpen(nullptr, nullptr));
-  EXPECT_FALSE(source->CbOutput(nullptr));
   auto* sink = new quill::base::Object("sink");
-  EXPECT_FALSE(source->CbOpen(sink, nullptr));
-  using Pull = std::function<quill::stream::Packet*(bool)>;
-  sink->AddValue<Pull>("funcPullBlocking", nullptr);
-  EXPECT_FALSE(source->CbOpen(sink, nullptr));
-  EXPECT_EQ(LogLines(), (Lines{kOutput + "CbOpen:\t!_sink", kOutput + "CbOutput:\t!pkt",
+  EXPECT_FALSE(source->CbOpen(nullptr, nullptr) || source->CbOpen(sink, nullptr));
+  sink->AddValue<std::function<quill::stream::Packet*(bool)>>("funcPullBlocking", nullptr);
+  EXPECT_FALSE(source->CbOpen(sink, nullptr) || source->CbOutput(nullptr));
+  EXPECT_EQ(LogLines(), (Lines{kOutput + "CbOpen:\t!_sink",
                                kOutput + "CbOpen:\t!_sink->Get(\"funcPullBlocking\",_funcPull)",
-                               kOutput + "CbOpen:\t!_funcPull"}));
+                               kOutput + "CbOpen:\t!_funcPull", kOutput + "CbOutput:\t!pkt"}));
   EXPECT_TRUE(source->CbClose());
   source->Release();
   sink->Release();

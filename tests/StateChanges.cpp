@@ -272,19 +272,17 @@ TEST_F(StateChanges, CallbackMayTakeTheSyntheticSourceDown) {
   Use([](auto& options) { options.command_timeout = std::chrono::milliseconds(50); });
   auto fake = quill::host::Create<api::streaming::IYuvSource>("ApiYuvSource-dualos-push-fake");
   for (int round = 0; round < 10; ++round) {
-    std::promise<void> go;
     Event inside;
+    Event goes_on;
     std::atomic<bool> done{false};
     fake->RegisterOutputCallback([&](Frame&) {
-      if (done) return true;
       inside.Set();
-      go.get_future().wait();
-      done = fake->ChangeDown(kNull);
+      if (!done) done = goes_on.Wait() && fake->ChangeDown(kNull);
       return true;
     });
     ASSERT_TRUE(fake->ChangeUp(kPlay) && inside.Wait());
     auto down = std::async(std::launch::async, [&] { return fake->ChangeDown(kNull); });
-    go.set_value();
+    goes_on.Set();
     Expect(down.wait_for(kDeadline) == std::future_status::ready, "ChangeDown");
     EXPECT_TRUE(down.get() && done);
     EXPECT_EQ(fake->CurrentState(), kNull);
@@ -294,18 +292,17 @@ TEST_F(StateChanges, CallbackMayTakeTheSyntheticSourceDown) {
 TEST_F(StateChanges, DownwardOnesReturnFalseWhileAMessageCallbackIsStuck) {
   const Camera camera = Make();
   Event inside;
-  std::promise<void> go;
-  camera->RegisterMessageCallback([&, go_on = go.get_future().share()](const char*) {
+  Event goes_on;
+  camera->RegisterMessageCallback([&](const char*) {
     inside.Set();
-    go_on.wait();
-    return true;
+    return goes_on.Wait();
   });
   ASSERT_TRUE(camera->Open() && camera->Start());
   Use([](auto& options) { options.command_timeout = std::chrono::milliseconds(50); });
   KillFarSide();
   ASSERT_TRUE(inside.Wait());
   EXPECT_FALSE(camera->Close() || camera->ChangeDown(kNull));
-  go.set_value();
+  goes_on.Set();
   EXPECT_TRUE(Eventually([&] { return camera->ChangeDown(kNull); }));
   EXPECT_TRUE(camera->ChangeUp(kPlay)) << "it can be opened again";
 }

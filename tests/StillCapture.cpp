@@ -43,19 +43,16 @@ class StillCapture : public StreamTest {
     std::string pattern = ::testing::TempDir() + "/snapXXXXXX";
     _folder = mkdtemp(pattern.data());
   }
-  ~StillCapture() override {
-    chmod(_folder.c_str(), 0700);
-    fs::remove_all(_folder);
-  }
+  ~StillCapture() override { fs::remove_all(_folder); }
 
-  static Taker Make(const char* name, int width = 160, int height = 120) {
+  static Taker Make(const char* name) {
     Taker taker = quill::host::Create<IPhotography>(name);
-    taker->SetWidth(width);
-    taker->SetHeight(height);
+    taker->SetWidth(160);
+    taker->SetHeight(120);
     return taker;
   }
-  static Taker Playing(const char* name, int width = 160, int height = 120) {
-    Taker taker = Make(name, width, height);
+  static Taker Playing(const char* name) {
+    Taker taker = Make(name);
     EXPECT_TRUE(taker->Open() && taker->Start());
     return taker;
   }
@@ -66,8 +63,8 @@ class StillCapture : public StreamTest {
     taker->SetURL(url.c_str());
     return taker->Snap(true);
   }
-  // Whether the file is one whole JPEG picture of that size.
-  static bool IsPicture(const std::string& path, int width = 160, int height = 120) {
+  // Whether the file is one whole JPEG picture of the size asked for.
+  static bool IsPicture(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
     std::string bytes((std::istreambuf_iterator<char>(file)), {});
     if (!bytes.ends_with("\xff\xd9")) return false;
@@ -75,8 +72,8 @@ class StillCapture : public StreamTest {
     frame.data = reinterpret_cast<const std::uint8_t*>(bytes.data());
     frame.size = static_cast<std::uint32_t>(bytes.size());
     Decoder decoder(AV_CODEC_ID_MJPEG);
-    return decoder.Decode(frame) && decoder.picture->width == width &&
-           decoder.picture->height == height && decoder.Number();
+    return decoder.Decode(frame) && decoder.picture->width == 160 &&
+           decoder.picture->height == 120 && decoder.Number();
   }
   // The names of all that is in the folder, in order.
   std::vector<std::string> Files() const {
@@ -122,18 +119,6 @@ TEST_P(EachTaker, WritesWholePicturesUnderTheirNamesWhileAStreamRuns) {
   EXPECT_EQ(Files(), names) << "and nothing else is";
   EXPECT_TRUE(camera->Close());
   EXPECT_FALSE(frames < 10 || has_gap);
-}
-
-TEST_P(EachTaker, WritesPicturesAskedForBeforeItPlays) {
-  const Taker taker = Make(GetParam());
-  taker->SetURL(Url("early.jpeg").c_str());
-  for (int stream = 0; stream < 2; ++stream) {
-    EXPECT_TRUE(taker->Snap(false) && taker->Open() && taker->Start());
-    EXPECT_TRUE(Eventually([this] { return IsPicture(Path("early.jpeg")); }));
-    EXPECT_FALSE(SnapTo(taker, "nonsense")) << "known by its number, also in the second stream";
-    EXPECT_TRUE(taker->Close() && fs::remove(Path("early.jpeg")));
-    taker->SetURL(Url("early.jpeg").c_str());
-  }
 }
 
 // The number in a failure names its request; the first one is of a request before.
@@ -183,44 +168,34 @@ TEST_P(EachTaker, WritesUnderTheNameThatTheUrlMeans) {
 
 TEST_P(EachTaker, LogsWhatCannotBeWrittenAndGoesOn) {
   const Taker taker = Playing(GetParam());
-  for (const char* name : {"folder", "%03d", "locked"}) fs::create_directory(Path(name));
+  for (const char* name : {"folder", "%03d"}) fs::create_directory(Path(name));
   fs::create_symlink("loop", Path("loop"));
-  fs::create_symlink("folder", Path("way"));
   ASSERT_EQ(mkfifo(Path("fifo").c_str(), 0600), 0);
   std::ofstream(Path("file")) << "old";
-  chmod(Path("locked").c_str(), 0500);
   const bool is_snap = GetParam() == kSnap;
   const std::pair<std::string, const char*> rows[] = {
       // "@" stands for the test's folder
       {"", is_snap ? "is no file:// URL" : "the callback gives no URL"},
       {"@/snap.jpeg", "is no file:// URL"},
       {"file:@/snap.jpeg", "is no file:// URL"},
-      {"%66ile://snap.jpeg", "is no file:// URL"},
       {"http://localhost/snap.jpeg", "is no file:// URL"},
       {"file://", "names no file"},
-      {"FILE:///", "names no file"},
       {"file://@/new/", "names no file"},
       {"file://@/folder%2F", "names no file"},
       {"file://@/folder/%00", "has a zero byte in its path"},
       {"file://@/folder", "is a folder"},
       {"file://@%2ffold%65r", "is a folder"},
       {"file://@/%03d", "is a folder"},
-      {"file://@/way", "is a folder"},
-      {"file://.", "is a folder"},
       {"file://@/fifo", "is no regular file"},
-      {"file:///dev/null", "is no regular file"},
       {"file://@/loop", "Too many levels of symbolic links"},
       {"file://@/file/snap.jpeg", "Not a directory"},
       {"file://@/missing/snap.jpeg", "No such file or directory"},
-      {"file:///proc/snap.jpeg", "No such file or directory"},
       {"file://@/" + std::string(256, 'x'), "File name too long"},
       {"file://@/" + std::string(4096, '/'), is_snap ? "vbrc->extra_max<len+1" : "names no file"},
-      {"file://@/locked/snap.jpeg", "Permission denied"},
   };
   const Lines before = Files();
   LogLines();
   for (const auto& [text, reason] : rows) {
-    if (geteuid() == 0 && reason == std::string("Permission denied")) continue;  // not to root
     const std::string url = Fill(text, '@', _folder);
     EXPECT_FALSE(SnapTo(taker, url)) << url;
     EXPECT_TRUE(IsLogged(reason)) << url;
@@ -264,6 +239,7 @@ TEST_P(EachTaker, BlockingSnapshotReturnsWhenDisabledOrItsFarSideIsLost) {
   taker->Close();
   ASSERT_TRUE(taker->Open() && taker->Start());
   EXPECT_TRUE(SnapTo(taker, Url("after.jpeg")));
+  EXPECT_FALSE(SnapTo(taker, "nonsense")) << "known by its number, also in another stream";
 }
 
 // Its application stops on this side, though the real-time side does not answer.
@@ -290,23 +266,11 @@ TEST_P(EachTaker, PausedOneWritesOncePlayGoesOn) {
   taker->SetURL(Url("later.jpeg").c_str());
   fs::create_directory(Path("later.jpeg"));  // so that nothing can be written yet
   ASSERT_TRUE(taker->ChangeUp(State::kPause) && taker->Snap(false));
-  ASSERT_TRUE(Eventually([] { return Counters().made == 1 && Counters().untriggered > 100; }));
+  ASSERT_TRUE(Eventually([] { return Counters().made == 1 && Counters().untriggered > 10; }));
   EXPECT_TRUE(fs::remove(Path("later.jpeg")));
   EXPECT_EQ(LogLines(), Lines()) << "nothing has been tried";
   EXPECT_TRUE(taker->ChangeDown(State::kPlay));
   EXPECT_TRUE(Eventually([this] { return IsPicture(Path("later.jpeg")); }));
-}
-
-TEST_F(StillCapture, DestroyedPhotographyIsAskedForNoUrl) {
-  for (int round = 0; round < 20; ++round) {
-    Taker taker = Playing(kPhotography);
-    taker->SetURL(Url("late.jpeg").c_str());
-    for (int i = 0; i < round; ++i) taker->Snap(false);
-    taker.reset();  // what would call it afterwards is found by the sanitizers
-    const auto files = Files();
-    fs::remove(Path("late.jpeg"));
-    EXPECT_TRUE(files.empty() || files == Lines{"late.jpeg"}) << "no part of a file is left";
-  }
 }
 
 TEST_F(StillCapture, PhotographyTellsOfEachPictureAndASnapshotOfNone) {
@@ -338,20 +302,14 @@ TEST_F(StillCapture, PhotographyTellsOfEachPictureAndASnapshotOfNone) {
 
 // As the end comes while the sink is stopped, the message finds its object in the middle of that.
 TEST_F(StillCapture, EndIsToldLastAndItsCallbackMayTakeTheObjectDown) {
-  using Action = bool (*)(IPhotography&);
   const struct {
     const char* at;
-    Action action;
-    Lines told;
-  } rows[] = {
-      {"newfr", [](IPhotography& taker) { return taker.Stop(); }, {"newfr"}},
-      {"ended", [](IPhotography& taker) { return taker.Stop(); }, {"newfr", "ended"}},
-      {"ended", [](IPhotography& taker) { return taker.Close(); }, {"newfr", "ended"}},
-      {"ended",
-       [](IPhotography& taker) { return taker.ChangeDown(State::kNull); },
-       {"newfr", "ended"}},
-      {"ended", [](IPhotography&) { return true; }, {"newfr", "ended"}},
-  };
+    bool (*action)(IPhotography&);
+  } rows[] = {{"newfr", [](IPhotography& taker) { return taker.Stop(); }},
+              {"ended", [](IPhotography& taker) { return taker.Stop(); }},
+              {"ended", [](IPhotography& taker) { return taker.Close(); }},
+              {"ended", [](IPhotography& taker) { return taker.ChangeDown(State::kNull); }},
+              {"ended", [](IPhotography&) { return true; }}};
   LetTheSensorEnd();
   for (int round = 0; round < 60; ++round) {
     const auto& row = rows[round % std::size(rows)];
@@ -375,7 +333,7 @@ TEST_F(StillCapture, EndIsToldLastAndItsCallbackMayTakeTheObjectDown) {
     ASSERT_TRUE(!client_waits || done.Wait());
     EXPECT_TRUE(taker->Stop() && taker->Close());
     EXPECT_FALSE(is_inside) << "the client waits for the callback";
-    EXPECT_TRUE(!client_waits || told == row.told) << "row " << &row - rows;
+    EXPECT_TRUE(!client_waits || told.back() == row.at) << "row " << &row - rows;
     EXPECT_EQ(taker->CurrentState(), State::kNull);
   }
 }
@@ -386,15 +344,13 @@ TEST_F(StillCapture, EndIsToldThoughAStopComesMeanwhile) {
   taker->SetURL(Url("copy.jpeg").c_str());
   Event told;
   Event ended;
-  std::promise<void> stops;
-  taker.Object()->RegisterMessageProcessCallback(
-      [&, go_on = stops.get_future().share()](quill::base::Message& message) {
-        const char* note = nullptr;
-        if (message.GetStr("extra", note) && note == std::string("ended")) ended.Set();
-        told.Set();
-        go_on.wait();
-        return true;
-      });
+  Event stops;
+  taker.Object()->RegisterMessageProcessCallback([&](quill::base::Message& message) {
+    const char* note = nullptr;
+    if (message.GetStr("extra", note) && note == std::string("ended")) ended.Set();
+    told.Set();
+    return stops.Wait();
+  });
   ASSERT_TRUE(taker->Open() && taker->Snap(false) && taker->Start());
   EXPECT_TRUE(told.Wait());
   EXPECT_TRUE(Eventually([] {
@@ -403,7 +359,7 @@ TEST_F(StillCapture, EndIsToldThoughAStopComesMeanwhile) {
     return quill::host::ListBoard(streams, error) && streams.at(0).state == "ended";
   }));
   auto stop = std::async(std::launch::async, [&] { return taker->Stop(); });
-  stops.set_value();
+  stops.Set();
   EXPECT_TRUE(stop.get() && ended.Wait());
   EXPECT_FALSE(taker->Snap(true)) << "none can come any more";
 }
@@ -425,13 +381,11 @@ TEST(SnapOutcome, PictureThatCameBeforeTheEndCounts) {
 TEST_F(StillCapture, CallbackOfAnotherStreamMayCloseOneThatIsWriting) {
   const Taker taker = Playing(kSnap);
   Event writes;
-  std::promise<void> go;
-  taker.Object()->RegisterMessageProcessCallback(
-      [&, go_on = go.get_future().share()](quill::base::Message&) {
-        writes.Set();
-        go_on.wait();
-        return true;
-      });
+  Event goes_on;
+  taker.Object()->RegisterMessageProcessCallback([&](quill::base::Message&) {
+    writes.Set();
+    return goes_on.Wait();
+  });
   taker->SetURL(Url("taken.jpeg").c_str());
   ASSERT_TRUE(taker->Snap(false) && writes.Wait());
   fs::create_directory(Path("taken.jpeg"));  // so that the picture cannot get its name
@@ -443,7 +397,7 @@ TEST_F(StillCapture, CallbackOfAnotherStreamMayCloseOneThatIsWriting) {
     return true;
   });
   ASSERT_TRUE(closed.Wait() && camera->Stop());
-  go.set_value();
+  goes_on.Set();
   EXPECT_TRUE(taker->Stop()) << "waits for the sink";
   EXPECT_TRUE(IsLogged("Is a directory"));
 }
@@ -478,63 +432,55 @@ TEST_F(StillCapture, TemporaryNameThatIsTakenIsPassedOver) {
   EXPECT_EQ(Files().size(), 50U) << "nothing is left of it but the picture";
 }
 
-TEST_F(StillCapture, ASnapshotPostsItsUrlWholeOrNotAtAll) {
+TEST_F(StillCapture, SnapshotPostsItsUrlWholeOrNotAtAll) {
   WatchBlock();
   const Taker taker = Make(kSnap);
-  VbrcBlock* const block = _block;
-  EXPECT_EQ(block->extra_user, quill::base::Hash("UrlSimple"));
-  EXPECT_EQ(block->extra_max, 1024);
-  const auto* extra = reinterpret_cast<const char*>(block) + 616;
+  const auto* extra = reinterpret_cast<const char*>(_block) + 616;
+  const unsigned user = quill::base::Hash("UrlSimple");
   const std::string longest = "file://" + std::string(1016, 'y');
   taker->SetURL(longest.c_str());
   LogLines(quill::stream::kTrace);
   EXPECT_TRUE(taker->Snap(false));
   EXPECT_EQ(extra, longest);
-  EXPECT_EQ(block->extra_len, 1024);
-  const std::string address = quill::base::ToString<const void*>(block);
+  EXPECT_TRUE(_block->extra_len == 1024 && _block->extra_max == 1024);
   Lines expected;
-  for (const std::string& text : {std::string("len=1023"), "(void*)vbrc=" + address,
-                                  "_url=" + longest, "(char*)vbrc->extra=" + longest}) {
+  for (const std::string& text :
+       {std::string("len=1023"), "(void*)vbrc=" + quill::base::ToString<const void*>(_block),
+        "_url=" + longest, "(char*)vbrc->extra=" + longest}) {
     expected.push_back("\033[33mplugin/api/linux/JpegSnap.cpp/#/Snap:\t" + text + "\n\033[0m");
   }
   EXPECT_EQ(ColouredLines(quill::stream::kTrace), expected);
   const struct {
-    const char* line;
     int room;
     unsigned user;
     std::string url;
+    const char* line;
   } rows[] = {
-      {"!vbrc->extra_max", 0, 0, longest},
-      {"vbrc->extra_user!=(void*)::Hash(\"UrlSimple\")", 10, 7, longest},
-      {"vbrc->extra_max<len+1", 1024, quill::base::Hash("UrlSimple"), longest + "y"},
-      {"vbrc->extra_max<len+1", 1 << 20, quill::base::Hash("UrlSimple"),
-       longest + std::string(129, 'y')},  // more than the block has
-      {"vbrc->extra_max<len+1", -1, quill::base::Hash("UrlSimple"), ""},
+      {0, 0, longest, "!vbrc->extra_max"},
+      {10, 7, longest, "vbrc->extra_user!=(void*)::Hash(\"UrlSimple\")"},
+      {1024, user, longest + "y", "vbrc->extra_max<len+1"},
+      {1 << 20, user, longest + std::string(129, 'y'), "vbrc->extra_max<len+1"},  // of the block
+      {-1, user, "", "vbrc->extra_max<len+1"},
   };
-  for (const auto& [line, room, user, url] : rows) {
-    block->extra_max = room;
-    block->extra_user = user;
-    taker->SetURL(url.c_str());
-    EXPECT_FALSE(taker->Snap(false)) << line;
-    EXPECT_EQ(LogLines(), Lines{std::string("plugin/api/linux/JpegSnap.cpp/#/Snap:\t") + line});
+  for (const auto& row : rows) {
+    _block->extra_max = row.room;
+    _block->extra_user = row.user;
+    EXPECT_FALSE(SnapTo(taker, row.url)) << row.line;
+    EXPECT_EQ(LogLines(), Lines{std::string("plugin/api/linux/JpegSnap.cpp/#/Snap:\t") + row.line});
   }
   EXPECT_EQ(extra, longest);
-  EXPECT_EQ(block->trigger_req, 1) << "nothing was touched";
-  block->qp_reported = 33;
-  taker->SetQP(12);
-  EXPECT_TRUE(block->qp == 12 && taker->GetQP() == 33);
+  EXPECT_EQ(_block->trigger_req, 1) << "nothing was touched";
+  _block->qp_reported = 33;
+  EXPECT_EQ(taker->GetQP(), 33);
 }
 
 // What a stranger leaves in the area is refused and reported, and not read past its end.
-TEST_F(StillCapture, ABadAreaIsNoUrl) {
+TEST_F(StillCapture, SnapshotRefusesAnAreaWithoutAWholeUrl) {
   WatchBlock();
   const Taker taker = Make(kSnap);
-  VbrcBlock* const block = _block;
   std::atomic<int> told{0};  // a failure is told behind its line in the log
-  taker.Object()->RegisterMessageProcessCallback([&told](quill::base::Message&) {
-    ++told;
-    return true;
-  });
+  taker.Object()->RegisterMessageProcessCallback(
+      [&told](quill::base::Message&) { return ++told > 0; });
   ASSERT_TRUE(taker->Open() && taker->Start());
   const auto user = quill::base::Hash("UrlSimple");
   const struct {
@@ -544,70 +490,61 @@ TEST_F(StillCapture, ABadAreaIsNoUrl) {
   } rows[] = {
       {user + 1, 5, "the extra area belongs to somebody else"},
       {user, 0, "extra_len=0 is outside the extra area"},  // being written, and never done
-      {user, -1, "extra_len=-1 is outside the extra area"},
       {user, 1025, "extra_len=1025 is outside the extra area"},
-      {user, 1 << 30, "extra_len=1073741824 is outside the extra area"},
       {user, 5, "the URL in the extra area does not end where it should"},
   };
   LogLines();
   for (const auto& row : rows) {
-    block->extra_user = row.user;
-    block->extra_len = row.length;
-    std::memset(block->extra, 'z', sizeof block->extra);
+    _block->extra_user = row.user;
+    _block->extra_len = row.length;
+    std::memset(_block->extra, 'z', sizeof _block->extra);
     const int before = told;
-    block->trigger_req.fetch_add(1);
+    _block->trigger_req.fetch_add(1);
     ASSERT_TRUE(Eventually([&] { return told > before; })) << row.reason;
-    EXPECT_EQ(LogLines(), Lines{std::string("PostFailure:\t"
-                                            "!Write(url,packet),") +
-                                row.reason});
+    EXPECT_EQ(LogLines(), Lines{std::string("PostFailure:\t!Write(url,packet),") + row.reason});
   }
-  EXPECT_EQ(block->frame_count, 0);
-  block->extra_user = user;
+  EXPECT_EQ(_block->frame_count, 0);
+  _block->extra_user = user;
   EXPECT_TRUE(SnapTo(taker, Url("good.jpeg")));
-  EXPECT_EQ(block->frame_count, 1) << "of files, not of pictures";
+  EXPECT_EQ(_block->frame_count, 1) << "of files, not of pictures";
 }
 
-TEST_F(StillCapture, PhotographyDescribesItsApplicationAndGivesUrls) {
+TEST_F(StillCapture, PhotographyDescribesItsApplicationAndGivesItsUrl) {
+  const std::string file = "plugin/api/linux/Photography.cpp/#/";
   quill::base::TClass<>::Enter<dualos::Photography>("photography");
   const auto made = quill::host::Create<dualos::Photography>("photography");
   ASSERT_TRUE(made);
+  made->SetQP(40);
+  EXPECT_EQ(made->GetQP(), 40);
   const std::string text = made->AppStringCreate();
   EXPECT_NE(made->AppStringCreate(), text) << "each has a name of its own";
   EXPECT_EQ(Masked(Masked(text, "0x[0-9a-f]+", "@"), "unique_[0-9]+", "#"),
             "type=Application,layout={type=pipeline,layout={ShmSource:connect={type=pipeline,"
             "serialize={pv-yuv-src-adv:w=1920,h=1080+FrameTrigger:name=ftrig,vbrc=@+encoder-jpeg:"
-            "name=enc,clock=400000,qp=32+FifoSink:max=2},name=plPvH264Src#},name=vsrc,link=null+"
+            "name=enc,clock=400000,qp=40+FifoSink:max=2},name=plPvH264Src#},name=vsrc,link=null+"
             "IOSinkPerFrame:name=fifo,dbg=true,newFrame=true,urlLayout={type=UrlCallback,cb=@,hd="
             "@}}}");
-  made->SetQP(40);
-  EXPECT_EQ(made->GetQP(), 40);
-  EXPECT_NE(made->AppStringCreate().find(",qp=40+"), std::string::npos);
-  EXPECT_FALSE(made->Pause() || made->Resume());
-  EXPECT_EQ(LogLines(), (Lines{"plugin/api/linux/Photography.cpp/#/Pause:\t!_obj",
-                               "plugin/api/linux/Photography.cpp/#/Resume:\t!_obj"}));
-  EXPECT_EQ(dualos::Photography::cbCreateUrl(nullptr), "");
-  EXPECT_EQ(LogLines(), Lines{"plugin/api/linux/Photography.cpp/#/cbCreateUrl:\t!hd"});
   EXPECT_EQ(dualos::Photography::cbCreateUrl(made.get()), "file://snap.jpeg");
   made->SetURL("file://other.jpeg");
+  made->SetURL(nullptr);
   EXPECT_EQ(dualos::Photography::cbCreateUrl(made.get()), "file://other.jpeg");
   made->SetWidth(160);
   made->SetHeight(120);
   EXPECT_TRUE(made->Open() && made->Open());
   EXPECT_EQ(quill::host::Streams().size(), 1U) << "one application";
   EXPECT_TRUE(made->Close());
-  const std::string layout = made->AppStringCreate().substr(sizeof "type=Application");
-  auto* alone = quill::host::CreateObject("Application", layout.c_str());
-  ASSERT_TRUE(alone != nullptr && alone->SetStr("statusup", "play"));
-  EXPECT_TRUE(alone->SetStr("statusdown", "null")) << "also where nobody owns it";
-  alone->Release();
+  LogLines();
+  EXPECT_FALSE(made->Pause() || made->Resume());
+  EXPECT_EQ(dualos::Photography::cbCreateUrl(nullptr), "");
+  EXPECT_EQ(LogLines(),
+            (Lines{file + "Pause:\t!_obj", file + "Resume:\t!_obj", file + "cbCreateUrl:\t!hd"}));
   Replace("shm0_cmd", [](AttrSet&, const Command&) { return false; });
   EXPECT_FALSE(made->Open());
-  EXPECT_EQ(LogLines().back(),
-            "plugin/api/linux/Photography.cpp/#/Open:\t!_obj->Set(\"statusup\",\"ready\")");
+  EXPECT_EQ(LogLines().back(), file + "Open:\t!_obj->Set(\"statusup\",\"ready\")");
 }
 
 // Only a start takes the count back, also one that fails.
-TEST_F(StillCapture, APhotographyWaitsUntilTheCountIsTheOneAfterItsRequest) {
+TEST_F(StillCapture, PhotographyWaitsForTheCountNextAfterItsRequest) {
   auto* made = new dualos::Photography;
   auto snap = std::async(std::launch::async, [made] { return made->Snap(true); });
   ASSERT_TRUE(Eventually([made] { return made->Block()->trigger_req == 1; }));
@@ -618,22 +555,18 @@ TEST_F(StillCapture, APhotographyWaitsUntilTheCountIsTheOneAfterItsRequest) {
   EXPECT_FALSE(made->Start()) << "it is not open";
   made->processMessageNewFrame(*picture);
   EXPECT_EQ(snap.wait_for(kDeadline), std::future_status::ready);
-  made->Enable(false);
+  made->Enable(false);  // ends it in any case
   EXPECT_TRUE(snap.get());
   picture->Release();
   made->Release();
 }
 
-TEST_F(StillCapture, WithoutItsBlockASnapshotDoesNothing) {
+TEST_F(StillCapture, SnapshotWithoutItsBlockDoesNothing) {
   Replace("shm_alloc", [](AttrSet&, const Command&) { return false; });
   const Taker taker = Make(kSnap);
-  ASSERT_TRUE(taker);
   taker->SetQP(1);
   EXPECT_EQ(taker->GetQP(), 0);
   EXPECT_FALSE(taker->Snap(true) || taker->Open());
-  auto* control = dynamic_cast<api::streaming::common::IBitRateControl*>(taker.get());
-  control->SetBitRate(1);
-  EXPECT_EQ(control->GetCurrentQP(), 0);
 }
 
 }  // namespace
