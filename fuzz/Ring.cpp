@@ -55,12 +55,23 @@ int FuzzRing(const std::uint8_t* data, std::size_t size_bytes) {
       std::memcpy(static_cast<void*>(area.Header()->ring), ring.data(), ring.size());
     }
     if (head % 3 == 0) area.Header()->given_back.store(link::kProducerSleeps);
+    const auto judged = [&consumer] {
+      return consumer->Counters().delivered + consumer->Counters().refused;
+    };
+    const std::uint64_t judged_before = judged();
     link::FrameDescriptor frame = {};
     while (consumer->Next(frame)) {
+      const std::size_t area_bytes = area.Bytes().size();
+      Require(frame.offset >= link::kSessionHeaderBytes && frame.offset <= area_bytes &&
+                  frame.size <= area_bytes - frame.offset,
+              "a frame lies behind the header and inside the area");
+      Require(frame.slot < link::kMostSlots, "a slot is one of a session");
+      Require(frame.time_ns >= 0 && frame.time_ns <= link::kMostTimeNs, "a time is one of a clock");
       Touch({consumer->Base() + frame.offset, frame.size});
       Require(std::find(held.begin(), held.end(), frame.slot) == held.end(), "a slot is held once");
       held.push_back(frame.slot);
     }
+    Require(judged() - judged_before <= link::kRingDescriptors, "each descriptor is read once");
     for (; held.size() > 5; held.pop_back()) consumer->GiveBack(held.back());
     Require(consumer->Counters().held == held.size(), "the frames held are counted");
     // Else it would wait for ever; now and then it sleeps first.

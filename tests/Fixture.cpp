@@ -5,6 +5,8 @@
 
 #include <signal.h>
 
+#include "tessel/IYuvSource.h"
+
 namespace tessel::tests {
 
 using quill::stream::DebugLevel;
@@ -152,6 +154,24 @@ void StreamTest::EditMedia(const std::function<void(AttrSet&)>& edit) {
   });
 }
 
+void StreamTest::Listen(IStreamControl& source) {
+  _told.clear();
+  source.RegisterMessageCallback([this](const char* text) {
+    const std::lock_guard lock(_mutex);
+    _told.push_back(text);
+    return true;
+  });
+}
+
+Lines StreamTest::Told() {
+  Lines told;
+  EXPECT_TRUE(Eventually([&] {
+    const std::lock_guard lock(_mutex);
+    return told = _told, !told.empty();
+  }));
+  return told;
+}
+
 void StreamTest::WatchBlock() {
   Replace("shm_alloc", [this](AttrSet& args, const Command& real) {
     const bool done = real(args);
@@ -161,10 +181,19 @@ void StreamTest::WatchBlock() {
   });
 }
 
+void StreamTest::SetSize(IStreamOutput& source, int width, int height) {
+  if (auto* video = dynamic_cast<api::streaming::common::IVideoSource*>(&source)) {
+    video->SetWidth(width);
+    video->SetHeight(height);
+  } else if (auto* yuv = dynamic_cast<api::streaming::IYuvSource*>(&source)) {
+    yuv->SetWidth(width);
+    yuv->SetHeight(height);
+  }
+}
+
 Camera StreamTest::Make(const char* name) {
   auto camera = quill::host::Create<api::streaming::IH264Source>(name);
-  camera->SetWidth(160);
-  camera->SetHeight(120);
+  SetSize(*camera, 160, 120);
   return camera;
 }
 

@@ -7,6 +7,7 @@
 #include <future>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -21,6 +22,8 @@
 namespace tessel::tests {
 
 using api::streaming::common::frame_t;
+using api::streaming::common::IStreamControl;
+using api::streaming::common::IStreamOutput;
 using api::streaming::common::State;
 using quill::base::AttrSet;
 using quill::base::Factory;
@@ -89,9 +92,15 @@ class StreamTest : public ::testing::Test {
   // Lets `edit` change what the real-time side says of a stream's media.
   void EditMedia(const std::function<void(AttrSet&)>& edit);
 
+  // Keeps what the message callback of `source` is told; Told() returns it once something came.
+  void Listen(IStreamControl& source);
+  Lines Told();
+
   // From here on `_block` is the rate-control block of the object made last.
   void WatchBlock();
 
+  // In pixels, of any source of pictures.
+  static void SetSize(IStreamOutput& source, int width, int height);
   static Camera Make(const char* name = kPull);  // of 160 x 120 pixels
   static Camera OpenPull();                      // playing
   static Camera OpenPush(const std::function<bool(Frame&)>& callback);
@@ -104,6 +113,8 @@ class StreamTest : public ::testing::Test {
   quill::stream::VbrcBlock* _block = nullptr;  // null unless watched
 
  private:
+  std::mutex _mutex;
+  Lines _told;  // guarded by _mutex
   std::size_t _used_bytes = 0;
   std::map<std::string, Command> _replaced;
 };

@@ -1,6 +1,7 @@
 #include "OddFarSide.h"
 
 #include <cstring>
+#include <functional>
 #include <random>
 
 #include <sys/socket.h>
@@ -132,69 +133,53 @@ void Answer(int socket, std::uint32_t number, const std::string& text) {
   SendMessage(socket, {WireMessage::kAnswer, number, text});
 }
 
-bool Receive(int socket, WireMessage& message, AttrSet& request) {
-  std::vector<UniqueFd> fds;
-  return ReceiveMessage(socket, message, fds) && request.Parse(message.text.c_str());
-}
-
-void Mute(int socket) {
+// Hands each request to `answer`, until the connection ends.
+void Serve(int socket, const std::function<void(std::uint32_t, const AttrSet&)>& answer) {
   WireMessage message;
-  AttrSet request;
-  while (Receive(socket, message, request)) {
+  std::vector<UniqueFd> fds;
+  while (ReceiveMessage(socket, message, fds)) {
+    answer(message.number, AttrSet(message.text.c_str()));
   }
 }
 
 void Garble(int socket) {
-  WireMessage message;
-  AttrSet request;
-  while (Receive(socket, message, request)) {
-    if (std::string(request.Get("cmd")) == "hello") {
-      Answer(socket, message.number, "");
-      continue;
-    }
-    Answer(socket, message.number + 1000, "object_base=0x1");  // to a question nobody asked
-    SendMessage(socket, {99, message.number, "object_base=0x1"});
+  Serve(socket, [socket](std::uint32_t number, const AttrSet& request) {
+    if (std::string(request.Get("cmd")) == "hello") return Answer(socket, number, "");
+    Answer(socket, number + 1000, "object_base=0x1");  // to a question nobody asked
+    SendMessage(socket, {99, number, "object_base=0x1"});
     SendMessage(socket, {WireMessage::kEvent, 0, "event=end,object_base=0x77"});
     send(socket, "abc", 3, MSG_NOSIGNAL);
-    Answer(socket, message.number, "}{");
-  }
+    Answer(socket, number, "}{");
+  });
 }
 
 void Page(int socket, const std::string& end) {
-  WireMessage message;
-  AttrSet request;
-  while (Receive(socket, message, request)) {
+  Serve(socket, [&](std::uint32_t number, const AttrSet& request) {
     const bool is_second = request.Get("from") != nullptr;
     const bool is_list = std::string(request.Get("cmd")) == "tesselList";
     const std::string page = is_second ? "streams={5={state=ended}}" + end
                                        : "streams={1={state=play},2={state=ready}},next=0x5";
-    Answer(socket, message.number, is_list ? page : "");
-  }
+    Answer(socket, number, is_list ? page : "");
+  });
 }
 
 void Delay(int socket) {
-  WireMessage message;
-  WireMessage withheld;
-  AttrSet request;
-  while (Receive(socket, message, request)) {
+  std::uint32_t create = 0;
+  std::uint32_t next = 0;
+  Serve(socket, [&](std::uint32_t number, const AttrSet& request) {
     const std::string command = request.Get("cmd");
-    if (command == "slow" || command == "tesselCreate") {
-      withheld = message;
-      continue;
-    }
-    std::string answer = "who=prompt";
-    if (withheld.number != 0) {
-      const bool is_create = withheld.text.find("cmd=tesselCreate") != std::string::npos;
-      Answer(socket, withheld.number, is_create ? "object_base=0x7" : "who=late");
-      withheld.number = 0;
-      WireMessage next;
-      if (is_create && Receive(socket, next, request)) {
-        Answer(socket, next.number, "");
-        answer += std::string(",") + request.Get("cmd") + "=" + request.Get("object_base");
+    if (command == "tesselCreate") {
+      create = number;
+    } else if (command == "next") {
+      next = number;
+      Answer(socket, create, "object_base=0x7");
+    } else {
+      Answer(socket, number, "");
+      if (command == "tesselDestroy") {
+        Answer(socket, next, std::string("destroyed=") + request.Get("object_base"));
       }
     }
-    Answer(socket, message.number, answer);
-  }
+  });
 }
 
 }  // namespace
@@ -212,7 +197,7 @@ int RunOddFarSide(const std::string& behaviour, UniqueFd connection) {
   g_behaviour = behaviour;
   if (behaviour == "exits") return 0;
   if (behaviour == "mutes") {
-    Mute(connection.Get());
+    Serve(connection.Get(), [](auto...) {});
   } else if (behaviour == "garbles") {
     Garble(connection.Get());
   } else if (behaviour.starts_with("pages")) {

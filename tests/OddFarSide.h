@@ -27,8 +27,8 @@ inline constexpr std::uint32_t kManyUnits = 500;
 //   mutes:   answers nothing
 //   garbles: answers all but "hello" with what is no answer
 //   pages:   lists three streams in two pages; what follows in the name ends the second one
-//   delays:  answers "slow" and "tesselCreate" when the next command has come; answers that one
-//            with "who=prompt" and, after a tesselCreate, with the handle that was destroyed
+//   delays:  answers "tesselCreate" when "next" has come, and "next" when the application has been
+//            destroyed, with "destroyed=" and its handle
 int RunOddFarSide(const std::string& behaviour, UniqueFd connection);
 // Serves OddElements() to the clients that connect to `path`, until it is told to end.
 int ListenAsOddFarSide(const std::string& path);
