@@ -35,15 +35,14 @@ std::thread StartThread(const char* name, std::function<void()> run) {
 
 bool IsHostThread() { return t_is_host_thread; }
 
-bool CallClient(const std::function<bool()>& callback) {
+void LogCallbackException() {
   try {
-    return callback();
+    throw;
   } catch (const std::exception& error) {
     Fail("!callback", "a callback has thrown: ", error.what());
   } catch (...) {
     Fail("!callback", "a callback has thrown");
   }
-  return false;
 }
 
 }  // namespace quill::stream

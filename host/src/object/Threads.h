@@ -13,8 +13,19 @@ std::thread StartThread(const char* name, std::function<void()> run);
 // Whether this thread was started here, so that what runs on it may be a client's callback.
 bool IsHostThread();
 
+// Logs the exception that is being handled, thrown by a client's callback.
+void LogCallbackException();
+
 // Runs a client's callback and returns its answer. An exception ends here: it is logged, and the
 // answer is false.
-bool CallClient(const std::function<bool()>& callback);
+template <typename Callback>
+bool CallClient(Callback&& callback) {
+  try {
+    return callback();
+  } catch (...) {
+    LogCallbackException();
+    return false;
+  }
+}
 
 }  // namespace quill::stream

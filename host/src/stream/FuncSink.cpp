@@ -9,7 +9,7 @@
 
 namespace quill::stream {
 
-// What the pull function reaches: it may be called long after the sink is gone.
+// What the pull function uses: it may be called long after the sink is gone.
 struct FuncSink::Port {
   std::mutex mutex;
   std::shared_ptr<Session> session;                  // guarded by mutex; null while closed
@@ -71,12 +71,12 @@ bool FuncSink::Open() {
   return false;
 }
 
-void FuncSink::Take(Packet& packet) {
+void FuncSink::OnPacket(Packet& packet) {
   Packet* lent = &packet;
   if (_output) _output(lent);
 }
 
-void FuncSink::Told(const std::string& text) {
+void FuncSink::OnMessage(const std::string& text) {
   if (!_message) return;
   const std::unique_ptr<base::Message, base::Releaser> note(
       new base::Message(text.c_str(), nullptr));

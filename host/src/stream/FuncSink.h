@@ -14,8 +14,8 @@ namespace quill::stream {
 // std::function<Packet*(bool)> that may be kept beyond the sink's life.
 class FuncSink : public SessionSink {
  public:
-  // The functions of StreamFunc; any may be empty. Open, close: client's thread. Output: stream
-  // thread. Message: message thread.
+  // Any may be empty. Open, close: client's thread. Output: stream thread. Message: message
+  // thread.
   using OpenFunction = std::function<bool(base::object*, IMedia*&)>;
   using CloseFunction = std::function<bool()>;
   using OutputFunction = std::function<bool(Packet*&)>;
@@ -34,8 +34,8 @@ class FuncSink : public SessionSink {
  private:
   struct Port;
   bool HasThread() const override { return !_pull_mode; }
-  void Take(Packet& packet) override;
-  void Told(const std::string& text) override;
+  void OnPacket(Packet& packet) override;
+  void OnMessage(const std::string& text) override;
 
   const OpenFunction _open;
   const CloseFunction _close;
@@ -43,7 +43,7 @@ class FuncSink : public SessionSink {
   const MessageFunction _message;
   bool _pull_mode = false;  // constant after configure
   std::shared_ptr<Media> _media;
-  const std::shared_ptr<Port> _port;  // what the pull function reaches
+  const std::shared_ptr<Port> _port;
 };
 
 }  // namespace quill::stream

@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <span>
 
+#include "AtomicFile.h"
 #include "quill/Debug.h"
 #include "quill/Host.h"
 #include "quill/VbrcBlock.h"
-#include "WholeFile.h"
 
 namespace quill::stream {
 
@@ -77,7 +77,7 @@ bool IOSinkPerFrame::ReadNotices(const AttrSet& notices) {
   return true;
 }
 
-void IOSinkPerFrame::Take(Packet& packet) {
+void IOSinkPerFrame::OnPacket(Packet& packet) {
   std::string url;
   std::string error;
   if (!_urls->Next(url, error) || !Write(url, packet, error)) {
@@ -91,7 +91,7 @@ void IOSinkPerFrame::Take(Packet& packet) {
 bool IOSinkPerFrame::Write(const std::string& url, const Packet& packet, std::string& error) {
   std::string path;
   if (!host::ReadFileUrl(url, path, error)) return false;
-  auto file = WholeFile::Open(path, error);
+  auto file = AtomicFile::Open(path, error);
   if (!file) return false;
   Post(false, url, packet);
   return file->Finish(std::span(packet.Data(), packet.Size()), error);
@@ -147,9 +147,9 @@ bool IOSinkPerFrame::Stop() {
   return done;
 }
 
-void IOSinkPerFrame::Drained() { EndWriting(); }
+void IOSinkPerFrame::OnDrained() { EndWriting(); }
 
-void IOSinkPerFrame::Told(const std::string& reason) {
+void IOSinkPerFrame::OnMessage(const std::string& reason) {
   Fail("!packet", reason);
   {
     const std::lock_guard lock(_end_mutex);

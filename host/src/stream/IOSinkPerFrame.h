@@ -43,9 +43,9 @@ class IOSinkPerFrame : public SessionSink {
     bool after_close;
   };
   bool ReadNotices(const base::AttrSet& notices);
-  void Take(Packet& packet) override;
-  void Drained() override;
-  void Told(const std::string& reason) override;
+  void OnPacket(Packet& packet) override;
+  void OnDrained() override;
+  void OnMessage(const std::string& reason) override;
   void EndWriting();
   void PostEnd();
   bool Write(const std::string& url, const Packet& packet, std::string& error);

@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "quill/AttrSet.h"
-#include "quill/Properties.h"
 #include "quill/Packet.h"
+#include "quill/Properties.h"
 
 namespace quill::stream {
 

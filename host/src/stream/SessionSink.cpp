@@ -12,25 +12,23 @@ bool SessionSink::Open() {
   if (Failed(Upstream() == nullptr, "!Upstream()", "a sink needs a source")) return false;
   _session = Upstream()->Output();
   if (Failed(_session == nullptr, "!_session", "the source is not open")) return false;
-  // What is told may destroy the stream, so all that it needs is kept before the listener can be
+  // OnMessage() may destroy the stream: all that the call needs is held before the listener can be
   // removed.
   _session->Listen([this](const std::string& text) -> std::function<void()> {
-    _told->Begin();
-    return
-        [this, text, told = _told, guard = std::make_shared<base::CallbackGuard>(*this)]() mutable {
-          Told(text);
-          told->End();
-          guard.reset();
-        };
+    _messages->Begin();
+    return [this, text, running = _messages,
+            guard = std::make_shared<base::CallbackGuard>(*this)]() mutable {
+      OnMessage(text);
+      running->End();
+      guard.reset();
+    };
   });
   return Element::Open();
 }
 
 bool SessionSink::Start() {
   _session->Play();
-  const auto take = [this](Packet& packet) { Take(packet); };
-  const auto drained = [this] { Drained(); };
-  if (HasThread() && !_thread.Start(_session, take, drained, *this)) return false;
+  if (HasThread() && !_thread.Start(_session, *this, *this)) return false;
   return Element::Start();
 }
 
@@ -56,7 +54,7 @@ bool SessionSink::Close() {
   if (_session == nullptr) return Element::Close();
   bool done = SessionSink::Stop();
   _session->Listen(nullptr);
-  if (!IsHostThread()) done = _told->WaitUntilNoneRuns(CommandTimeout()) && done;
+  if (!IsHostThread()) done = _messages->WaitUntilNoneRuns(CommandTimeout()) && done;
   _session.reset();
   return Element::Close() && done;
 }

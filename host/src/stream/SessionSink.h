@@ -1,4 +1,4 @@
-// What ends of a pipeline have in common: they take the packets of the session in front of them.
+// The base of pipeline ends, which take the packets of the session in front of them.
 #pragma once
 
 #include <memory>
@@ -10,9 +10,9 @@
 
 namespace quill::stream {
 
-// The thread whose change runs, unless said otherwise. REQUIRES: the most derived destructor calls
-// Close(): until then the other threads may call what is virtual here.
-class SessionSink : public Element {
+// REQUIRES: the most derived destructor calls Close(), as the stream thread and the message thread
+// may call virtual functions until then.
+class SessionSink : public Element, private StreamThread::Receiver {
  public:
   bool Open() override;  // attaches to the session of the element in front
   bool Start() override;
@@ -20,27 +20,25 @@ class SessionSink : public Element {
   bool Resume() override;
   bool Stop() override;
   bool Close() override;
-  void Playing() override;  // only now packets come: what takes them may stop the stream
+  void Playing() override;  // lets the packets come
 
  protected:
   ~SessionSink() override;
 
-  // Whether Take() is called, by a thread of the sink's.
+  // Whether OnPacket() is called, by a stream thread of this sink.
   virtual bool HasThread() const { return true; }
-  // One packet, lent until return. It may stop, close or destroy the stream. Stream thread.
-  virtual void Take(Packet&) {}
-  // The session has ended, and its last packet was taken. Stream thread.
-  virtual void Drained() {}
-  // The real-time side says something of the stream, or is gone. Message thread.
-  virtual void Told(const std::string&) {}
+  // See StreamThread::Receiver.
+  void OnPacket(Packet&) override {}
+  // A text about the stream from the real-time side, or of its loss. Message thread.
+  virtual void OnMessage(const std::string&) {}
 
   const std::shared_ptr<Session>& GetSession() const { return _session; }  // null while closed
 
  private:
   std::shared_ptr<Session> _session;
   StreamThread _thread;
-  // Texts that are being told.
-  const std::shared_ptr<base::Callbacks> _told = std::make_shared<base::Callbacks>();
+  // Calls of OnMessage() that are running.
+  const std::shared_ptr<base::Callbacks> _messages = std::make_shared<base::Callbacks>();
 };
 
 }  // namespace quill::stream

@@ -10,14 +10,10 @@
 
 namespace quill::stream {
 
-// It holds all it needs, as a callback may stop or close the stream under its feet.
+// Holds all that the thread needs, as a callback may stop or close the stream.
 struct StreamThread::Run {
-  Run(std::shared_ptr<Session> from, std::function<void(Packet&)> to,
-      std::function<void()> at_the_end, std::shared_ptr<base::Callbacks> of_the_owner)
-      : session(std::move(from)),
-        output(std::move(to)),
-        drained(std::move(at_the_end)),
-        callbacks(std::move(of_the_owner)) {}
+  Run(std::shared_ptr<Session> from, Receiver& to, std::shared_ptr<base::Callbacks> of_the_owner)
+      : session(std::move(from)), receiver(to), callbacks(std::move(of_the_owner)) {}
 
   void Loop() {
     may_run.wait(false);
@@ -27,12 +23,12 @@ struct StreamThread::Run {
       Deliver(*packet);
       packet->Release();  // a client that keeps it has added a hold
     }
-    if (session->HasEnded() && !session->IsHalted() && !is_over.load()) drained();
+    if (session->HasEnded() && !session->IsHalted() && !is_over.load()) receiver.OnDrained();
   }
   void Deliver(Packet& packet) {
     const std::lock_guard turn(callbacks->output_turn);
     if (is_over.load(std::memory_order_acquire)) return;
-    CallClient([&] { return output(packet), true; });
+    CallClient([&] { return receiver.OnPacket(packet), true; });
   }
   void Release() {
     may_run.store(true, std::memory_order_release);
@@ -40,19 +36,16 @@ struct StreamThread::Run {
   }
 
   const std::shared_ptr<Session> session;
-  const std::function<void(Packet&)> output;
-  const std::function<void()> drained;
+  Receiver& receiver;  // its owner is held by the thread
   const std::shared_ptr<base::Callbacks> callbacks;
   std::atomic<bool> may_run{false};
   std::atomic<bool> is_over{false};
   base::Callbacks itself;  // counts this one thread
 };
 
-bool StreamThread::Start(std::shared_ptr<Session> session, std::function<void(Packet&)> output,
-                         std::function<void()> drained, Service& sink) {
+bool StreamThread::Start(std::shared_ptr<Session> session, Receiver& receiver, Service& sink) {
   if (_run != nullptr) _run->is_over.store(true, std::memory_order_release);
-  auto run = std::make_shared<Run>(std::move(session), std::move(output), std::move(drained),
-                                   base::OwnerCallbacks(sink));
+  auto run = std::make_shared<Run>(std::move(session), receiver, base::OwnerCallbacks(sink));
   run->itself.Begin();
   auto guard = std::make_shared<base::CallbackGuard>(sink);
   std::thread thread = StartThread("tessel-stream", [run, guard]() mutable {
@@ -62,7 +55,7 @@ bool StreamThread::Start(std::shared_ptr<Session> session, std::function<void(Pa
   });
   guard.reset();
   if (!thread.joinable()) return false;
-  thread.detach();  // those who wait for it do so by the counts
+  thread.detach();  // Stop() waits for it by the count
   _run = std::move(run);
   return true;
 }

@@ -1,7 +1,6 @@
 // The thread that takes a stream's packets out of its session, one after the other.
 #pragma once
 
-#include <functional>
 #include <memory>
 
 #include "Callbacks.h"
@@ -11,24 +10,32 @@
 
 namespace quill::stream {
 
-// The thread whose change runs, and the thread itself. What it runs may stop, close or destroy its
-// stream.
+// Client's thread, one change of the stream at a time, except where said otherwise.
 class StreamThread {
  public:
+  // What takes the packets. May stop, close or destroy its stream. Stream thread.
+  class Receiver {
+   public:
+    virtual void OnPacket(Packet& packet) = 0;  // lent until return
+    virtual void OnDrained() {}  // the session has ended, and its last packet was taken
+
+   protected:
+    ~Receiver() = default;
+  };
+
   StreamThread() = default;
   StreamThread(const StreamThread&) = delete;
   StreamThread& operator=(const StreamThread&) = delete;
 
-  // Calls `output` with each packet, lent until return, from Release() on, and `drained` when the
-  // session has ended and the last one was taken. `sink` and its owners live until
-  // the thread has ended. False when the system has no thread left. A former thread whose callback
-  // has not returned yet takes no packet any more; the new one begins after it.
-  bool Start(std::shared_ptr<Session> session, std::function<void(Packet&)> output,
-             std::function<void()> drained, Service& sink);
-  // The whole pipeline plays: a callback that stops it does not cross its start any more.
+  // Hands each packet to `receiver`, which is part of `sink`, from Release() on. `sink` and its
+  // owners live until the thread has ended. False when the system has no thread left. A former
+  // thread whose callback has not returned yet takes no further packet; the new one begins after
+  // it.
+  bool Start(std::shared_ptr<Session> session, Receiver& receiver, Service& sink);
+  // Lets the packets come. Call once the whole pipeline plays: a callback may then stop it.
   void Release();
-  // Lets the thread take no packet any more, and waits until it has ended, at most for the time-out
-  // of a command: then false. A host thread does not wait. REQUIRES: the session is halted.
+  // Ends the thread and waits for it, at most for the time-out of a command: then false. A host
+  // thread does not wait. REQUIRES: the session is halted.
   bool Stop();
 
  private:

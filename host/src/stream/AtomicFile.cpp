@@ -1,4 +1,4 @@
-#include "WholeFile.h"
+#include "AtomicFile.h"
 
 #include <atomic>
 #include <cerrno>
@@ -45,7 +45,7 @@ bool WriteAll(int fd, std::span<const std::uint8_t> bytes) {
 
 }  // namespace
 
-std::optional<WholeFile> WholeFile::Open(const std::string& path, std::string& error) {
+std::optional<AtomicFile> AtomicFile::Open(const std::string& path, std::string& error) {
   struct stat older = {};
   const bool is_there = stat(path.c_str(), &older) == 0;
   if (is_there && !S_ISREG(older.st_mode)) {
@@ -56,7 +56,7 @@ std::optional<WholeFile> WholeFile::Open(const std::string& path, std::string& e
     error = Reason();
     return std::nullopt;
   }
-  WholeFile whole;
+  AtomicFile whole;
   whole._path = path;
   whole._file = CreateBeside(path, whole._temporary);
   if (whole._file.IsOpen()) return whole;
@@ -64,11 +64,11 @@ std::optional<WholeFile> WholeFile::Open(const std::string& path, std::string& e
   return std::nullopt;
 }
 
-WholeFile::~WholeFile() {
+AtomicFile::~AtomicFile() {
   if (_file.IsOpen()) unlink(_temporary.c_str());
 }
 
-bool WholeFile::Finish(std::span<const std::uint8_t> bytes, std::string& error) {
+bool AtomicFile::Finish(std::span<const std::uint8_t> bytes, std::string& error) {
   if (!WriteAll(_file.Get(), bytes) || rename(_temporary.c_str(), _path.c_str()) != 0) {
     error = Reason();
     return false;
