@@ -1,8 +1,8 @@
 // The description of a stream's media as the real-time side writes it, in the first line, and
 // behind it an H.264 frame for the functions that find its picture data.
-#include "Media.h"
 #include "H264Jump.h"
 #include "Input.h"
+#include "StreamMedia.h"
 
 namespace tessel::fuzz {
 namespace {
@@ -26,10 +26,10 @@ void Jump(JumpToData jump, std::span<const std::uint8_t> frame) {
 }  // namespace
 
 int FuzzMedia(const std::uint8_t* data, std::size_t size_bytes) {
-  using quill::stream::Media;
+  using quill::stream::StreamMedia;
   Input input(data, size_bytes);
   const AttrSet description(input.Line().c_str());
-  auto* media = new Media(description);
+  auto* media = new StreamMedia(description);
   for (const auto& [key, value] : description.Pairs()) {
     int number = 0;
     const char* text = nullptr;

@@ -4,8 +4,8 @@
 #include <functional>
 #include <memory>
 
-#include "Media.h"
 #include "SessionSink.h"
+#include "StreamMedia.h"
 
 namespace quill::stream {
 
@@ -42,7 +42,7 @@ class FuncSink : public SessionSink {
   const OutputFunction _output;
   const MessageFunction _message;
   bool _pull_mode = false;  // constant after configure
-  std::shared_ptr<Media> _media;
+  std::shared_ptr<StreamMedia> _media;
   const std::shared_ptr<Port> _port;
 };
 

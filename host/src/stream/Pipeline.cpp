@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "Element.h"
+#include "PipelineElement.h"
 #include "quill/Debug.h"
 
 namespace quill::stream {
@@ -18,10 +18,10 @@ bool Pipeline::configure(AttrSet& set) {
   if (Failed(!base::ParseLayout(layout, elements, error), "!ParseLayout(layout)", error)) {
     return false;
   }
-  Element* upstream = nullptr;
+  PipelineElement* upstream = nullptr;
   for (base::LayoutElement& description : elements) {
     description.params.Add("type", description.class_name);
-    auto* element = dynamic_cast<Element*>(create(description.params));
+    auto* element = dynamic_cast<PipelineElement*>(create(description.params));
     if (Failed(element == nullptr, "!element", description.class_name)) return false;
     if (upstream != nullptr) element->Attach(*upstream);
     upstream = element;
@@ -82,7 +82,7 @@ bool Pipeline::Start() { return Up(AgainstFlow(), &UpToPlay, &ToReady) && Servic
 void Pipeline::afterStatusUp(Status target) {
   if (target >= Status::kPlay && LastStatus() >= Status::kPlay) {
     foreach ([](base::object& child) {
-      if (auto* element = dynamic_cast<Element*>(&child)) element->Playing();
+      if (auto* element = dynamic_cast<PipelineElement*>(&child)) element->Playing();
       return true;
     })
       ;

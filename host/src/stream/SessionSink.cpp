@@ -23,40 +23,40 @@ bool SessionSink::Open() {
       guard.reset();
     };
   });
-  return Element::Open();
+  return PipelineElement::Open();
 }
 
 bool SessionSink::Start() {
   _session->Play();
   if (HasThread() && !_thread.Start(_session, *this, *this)) return false;
-  return Element::Start();
+  return PipelineElement::Start();
 }
 
 void SessionSink::Playing() { _thread.Release(); }
 
 bool SessionSink::Pause() {
   _session->Pause();
-  return Element::Pause();
+  return PipelineElement::Pause();
 }
 
 bool SessionSink::Resume() {
   _session->Resume();
-  return Element::Resume();
+  return PipelineElement::Resume();
 }
 
 bool SessionSink::Stop() {
   if (_session != nullptr) _session->Halt();
   const bool done = _thread.Stop();
-  return Element::Stop() && done;
+  return PipelineElement::Stop() && done;
 }
 
 bool SessionSink::Close() {
-  if (_session == nullptr) return Element::Close();
+  if (_session == nullptr) return PipelineElement::Close();
   bool done = SessionSink::Stop();
   _session->Listen(nullptr);
   if (!IsHostThread()) done = _messages->WaitUntilNoneRuns(CommandTimeout()) && done;
   _session.reset();
-  return Element::Close() && done;
+  return PipelineElement::Close() && done;
 }
 
 }  // namespace quill::stream

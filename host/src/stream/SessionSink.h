@@ -5,14 +5,14 @@
 #include <string>
 
 #include "Callbacks.h"
-#include "Element.h"
+#include "PipelineElement.h"
 #include "StreamThread.h"
 
 namespace quill::stream {
 
 // REQUIRES: the most derived destructor calls Close(), as the stream thread and the message thread
 // may call virtual functions until then.
-class SessionSink : public Element, private StreamThread::Receiver {
+class SessionSink : public PipelineElement, private StreamThread::Receiver {
  public:
   bool Open() override;  // attaches to the session of the element in front
   bool Start() override;

@@ -114,7 +114,7 @@ bool ShmSource::Open() {
     return false;
   }
   // Counted, so shared with a deleter that gives the count back.
-  _media = {new Media(description), [](Media* media) { media->Release(); }};
+  _media = {new StreamMedia(description), [](StreamMedia* media) { media->Release(); }};
   return Service::Open();
 }
 

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "Element.h"
 #include "FarSide.h"
+#include "PipelineElement.h"
 
 namespace quill::stream {
 
@@ -15,7 +15,7 @@ namespace quill::stream {
 // either session_name, apphd (the application's handle) and init, for one that exists already; or
 // connect={type=pipeline,serialize={chain},name=N} and link, for one that is made whenever this is
 // opened: the sink at the end of that chain gets the session N.
-class ShmSource : public Element {
+class ShmSource : public PipelineElement {
  public:
   bool configure(base::AttrSet& set) override;
   bool Open() override;
@@ -23,7 +23,7 @@ class ShmSource : public Element {
   bool Stop() override;
   bool Close() override;
   std::shared_ptr<Session> Output() const override { return _session; }
-  std::shared_ptr<Media> OutputMedia() const override { return _media; }
+  std::shared_ptr<StreamMedia> OutputMedia() const override { return _media; }
   std::uint32_t RequestsBefore() const override { return _requests_before; }
 
  protected:
@@ -44,7 +44,7 @@ class ShmSource : public Element {
   std::shared_ptr<Session> _session;
   std::vector<std::weak_ptr<const Window::Block>> _blocks;  // that steer the application
   std::uint32_t _requests_before = 0;
-  std::shared_ptr<Media> _media;
+  std::shared_ptr<StreamMedia> _media;
 };
 
 }  // namespace quill::stream

@@ -11,11 +11,11 @@
 namespace quill::stream {
 
 // Constant after construction, so any thread may read it. Owns the bytes that its addresses show.
-class Media : public virtual base::Object, public IMedia {
+class StreamMedia : public virtual base::Object, public IMedia {
  public:
   // Every pair of `description` becomes a parameter; a row of the table in the .cpp gives its type.
   // "header" becomes "sps" and "pps", if the offsets and sizes given beside it lie inside it.
-  explicit Media(const base::AttrSet& description);
+  explicit StreamMedia(const base::AttrSet& description);
 
   bool IsCodec(const char* name) const override;
   std::string ToString() const override { return _text; }

@@ -1,4 +1,4 @@
-#include "Media.h"
+#include "StreamMedia.h"
 
 #include <strings.h>
 
@@ -37,7 +37,7 @@ std::vector<std::uint8_t> Unhex(const char* digits) {
 
 }  // namespace
 
-Media::Media(const base::AttrSet& description) : _text(description.ToString(false)) {
+StreamMedia::StreamMedia(const base::AttrSet& description) : _text(description.ToString(false)) {
   if (const char* codec = description.Get("codec")) _codec = codec;
   _texts.reserve(description.Pairs().size());  // addresses of its entries are lent out
   for (const auto& [key, value] : description.Pairs()) {
@@ -58,7 +58,7 @@ Media::Media(const base::AttrSet& description) : _text(description.ToString(fals
   AddValue<JumpToData>("jump_avc", &JumpToSliceAvc);
 }
 
-void Media::AddHeader(const base::AttrSet& description) {
+void StreamMedia::AddHeader(const base::AttrSet& description) {
   _header = Unhex(description.Get("header"));
   const auto add = [&](const char* name, const char* offset_key, const char* size_key) {
     unsigned offset = 0;
@@ -71,7 +71,7 @@ void Media::AddHeader(const base::AttrSet& description) {
   add("pps", "ppsoffset", "ipps");
 }
 
-bool Media::IsCodec(const char* name) const {
+bool StreamMedia::IsCodec(const char* name) const {
   return name != nullptr && !_codec.empty() && strcasecmp(_codec.c_str(), name) == 0;
 }
 
