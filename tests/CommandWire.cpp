@@ -35,25 +35,16 @@ struct Ends {
   UniqueFd far;
 };
 
-TEST(Wire, KeepsMessagesApartAndWhole) {
+TEST(Wire, CarriesTheLongestMessageAndRefusesALongerOne) {
   const Ends ends;
-  const std::size_t most = link::kMaxMessageBytes - 8;
-  for (const std::size_t size : {std::size_t{0}, std::size_t{5000}, most}) {
-    const WireMessage first = {WireMessage::kRequest, static_cast<std::uint32_t>(size) + 7,
-                               std::string(size, 'x')};
-    const WireMessage second = {WireMessage::kEvent, 0, "behind"};
-    ASSERT_EQ(SendMessage(ends.near.Get(), first), SendResult::kSent);
-    ASSERT_EQ(SendMessage(ends.near.Get(), second), SendResult::kSent);
-    for (const WireMessage& sent : {first, second}) {
-      WireMessage got;
-      std::vector<UniqueFd> fds;
-      ASSERT_TRUE(ReceiveMessage(ends.far.Get(), got, fds));
-      EXPECT_EQ(std::tie(got.kind, got.number, got.text),
-                std::tie(sent.kind, sent.number, sent.text));
-    }
-  }
-  const WireMessage too_long = {WireMessage::kRequest, 1, std::string(most + 1, 'x')};
-  EXPECT_EQ(SendMessage(ends.near.Get(), too_long), SendResult::kTooLong);
+  WireMessage sent = {WireMessage::kRequest, 7, std::string(link::kMaxMessageBytes - 8, 'x')};
+  ASSERT_EQ(SendMessage(ends.near.Get(), sent), SendResult::kSent);
+  WireMessage got;
+  std::vector<UniqueFd> fds;
+  ASSERT_TRUE(ReceiveMessage(ends.far.Get(), got, fds));
+  EXPECT_EQ(std::tie(got.kind, got.number, got.text), std::tie(sent.kind, sent.number, sent.text));
+  sent.text += "x";
+  EXPECT_EQ(SendMessage(ends.near.Get(), sent), SendResult::kTooLong);
   EXPECT_EQ(SendMessage(ends.near.Get(), {}, std::vector<int>(9, 0)), SendResult::kTooLong);
 }
 
@@ -151,34 +142,23 @@ TEST_F(Served, HelloComesFirstAndOnce) {
   EXPECT_EQ(Ask(hello, {window->Fd()}), "error={hello takes one window, once}");
 }
 
-TEST_F(Served, RefusesABadRequestWithItsReason) {
+TEST_F(Served, RefusesWhatLiesOutsideTheWindowOrBelongsToNobody) {
   SayHello();
   const std::string create = "cmd=tesselCreate,sessions=,blocks=";
   const std::pair<std::string, std::string> requests[] = {
       {"}{", "refused; the reason cannot be written"},
       {"a", "{position 1: expected \"=\" after the key}"},
-      {"cmd=fly", "no command \"fly\""},
-      {"cmd=tesselMedia", "{no application object_base=}"},
-      {"cmd=tesselDestroy,object_base=zz", "{no application object_base=zz}"},
+      {"cmd=tesselMedia,object_base=0x9", "{no application object_base=0x9}"},
       {"cmd=tesselCreate", "{blocks= or sessions= cannot be read}"},
       {create + "{-1=744}", "{blocks: -1=744 lies outside the window}"},
       {create, "{an application without layout=}"},
       {create + ",layout={type=Application,layout={A}}", "an application that holds no pipeline"},
   };
   for (const auto& [request, reason] : requests) EXPECT_EQ(Ask(request), "error=" + reason);
-}
-
-TEST_F(Served, RefusesABadChainWithItsReason) {
-  SayHello();
-  const std::pair<const char*, std::string> chains[] = {
-      {"A+", "position 2: expected an element"},
-      {"lens", "no element \"lens\""},
-      {"ShmSink", "a chain that does not begin with a source and end with a sink"},
-      {"pv-yuv-src-adv", "a chain that does not begin with a source and end with a sink"},
-      {"pv-yuv-src-adv+ShmSink", "{element \"ShmSink\": no session_name=}"},
-      {kChain, "{element \"ShmSink\": session_name=s is no session handed out}"},
-  };
-  for (const auto& [chain, reason] : chains) EXPECT_EQ(Create(chain, ""), "error=" + reason);
+  EXPECT_EQ(Create("ShmSink", ""),
+            "error=a chain that does not begin with a source and end with a sink");
+  EXPECT_EQ(Create(kChain, ""),
+            "error={element \"ShmSink\": session_name=s is no session handed out}");
   for (const std::string block :
        {"0x100000", "0x101004", "0x100fff", "0x1012e8", "0x102000", "0x0"}) {
     EXPECT_EQ(Create("pv-yuv-src-adv:vbrc=" + block + "+ShmSink:session_name=s"),
@@ -189,15 +169,16 @@ TEST_F(Served, RefusesABadChainWithItsReason) {
 
 TEST_F(Served, RefusesSessionsThatDoNotFit) {
   SayHello();
-  for (const std::string area :
-       {"offset=1048576,size=4096", "offset=4096,size=1048576", "offset=4097,size=65536",
-        "offset=18446744073709551552,size=65536"}) {
-    EXPECT_EQ(Create(kChain, "{s={" + area + "}}"),
-              "error={sessions: s={" + area + "} lies outside the window}");
+  const auto create = [this](const std::string& area) {
+    return Create(kChain, "{s={" + area + "}}");
+  };
+  for (const std::string area : {"offset=1048576,size=4096", "offset=4096,size=1048576",
+                                 "offset=4097,size=65536", "offset=-4096,size=65536"}) {
+    EXPECT_EQ(create(area), "error={sessions: s={" + area + "} lies outside the window}");
   }
-  EXPECT_EQ(Create(kChain, "{s={offset=4096,size=4095}}"),
+  EXPECT_EQ(create("offset=4096,size=4095"),
             "error={element \"ShmSink\": session_name=s is no session handed out}");
-  EXPECT_EQ(Create(kChain, "{s={offset=4096,size=8192}}"),
+  EXPECT_EQ(create("offset=4096,size=8192"),
             "error={element \"ShmSink\": session_name=s has no room for two units of 1000 bytes}");
   const std::string sessions = std::string("cmd=tesselCreate,blocks=,sessions=") + kSession;
   EXPECT_EQ(Ask(sessions), "error={blocks= or sessions= cannot be read}") << "without bells";
@@ -215,9 +196,7 @@ TEST_F(Served, SteersOnlyWhatAStreamCanBeSteeredBy) {
   ASSERT_TRUE(list.starts_with("streams={1={chain=")) << list;
   const std::pair<const char*, const char*> rows[] = {
       {"tesselRequest,stream=1,word=keyframe_req", "the stream has no key frames to ask for"},
-      {"tesselRequest,stream=1,word=trigger_req", "the stream is not one of single frames"},
       {"tesselRequest,stream=1,word=qp", "\"qp\" is nothing that can be requested"},
-      {"tesselRequest,stream=1", "{tesselRequest takes stream= and word=}"},
       {"tesselSet,stream=1,word=qp,value=3", "the stream has no rate control"},
       {"tesselSet,stream=1,word=frame_count,value=3", "\"frame_count\" is nothing that can be set"},
   };

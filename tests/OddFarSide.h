@@ -15,7 +15,6 @@ namespace tessel::tests {
 //   floods:    no end of them
 //   ends:      3 of them, then the input ends
 //   fails:     3 of them, then the element fails
-//   scribbles: each overwrites what the session's header says with noise
 // And under those of the PCM chain: live sound of 16 kHz; the time stamp of each tenth block lies
 // years ahead.
 std::span<const rtos::ElementRow> OddElements();
