@@ -6,7 +6,6 @@
 
 #include "common/AudioDevice.h"
 #include "common/StreamAppOutput.h"
-#include "common/StreamVbrc.h"
 #include "Fixture.h"
 #include "JpegSnap.h"
 #include "Photography.h"
@@ -24,7 +23,6 @@ using api::streaming::IYuvSource;
 using namespace api::streaming::common;
 using dualos::StreamApp;
 using dualos::StreamAppOutput;
-using dualos::StreamVbrc;
 using quill::base::IClass;
 
 // Loaded already: this only finds it.
@@ -35,16 +33,15 @@ T* Symbol(const char* name) {
   return reinterpret_cast<T*>(dlsym(Plugin(), name));
 }
 
-class Catalogue : public StreamTest {
- protected:
-  static Lines PluginNames() {
-    Lines names;
-    for (const IClass* record : quill::host::Classes()) {
-      if (record->Module() == "pluginapistreaming") names.push_back(record->Name());
-    }
-    return names;
+class Catalogue : public StreamTest {};
+
+Lines PluginNames() {
+  Lines names;
+  for (const IClass* record : quill::host::Classes()) {
+    if (record->Module() == "pluginapistreaming") names.push_back(record->Name());
   }
-};
+  return names;
+}
 
 struct Names {
   const char* entry;  // the exported function
@@ -120,20 +117,17 @@ TEST_F(Catalogue, PcmRecordListsTheFormatsOfItsSounds) {
 }
 
 TEST_F(Catalogue, AliasBindsPushOrPull) {
-  for (const bool pull : {false, true}) {
-    for (const auto& names : kSources) {
-      if (*names.aliases == 0) continue;
-      const std::string alias = names.Alias(pull ? "pull" : "push");
-      const auto made = quill::host::Create<IStreamOutput>(alias.c_str());
-      ASSERT_TRUE(made) << names.base;
-      EXPECT_EQ(made->IsSupportedPullFrame(), pull);
-      EXPECT_EQ(made->IsSupportedOutputFrameCallback(), !pull);
-      EXPECT_EQ(made->RegisterOutputCallback(nullptr), !pull);
-      if (const auto* trigger = dynamic_cast<ITrigger*>(made.get())) {
-        EXPECT_EQ(trigger->IsSupportSingleFrameTrigger(),
-                  std::string(names.base).find("Trigger") != std::string::npos);
-      }
-    }
+  for (const std::string& name : AllNames()) {
+    const bool pull = name.find("-pull") != name.npos;
+    if (!pull && name.find("-push") == name.npos) continue;
+    const auto made = quill::host::Create<IStreamOutput>(name.c_str());
+    ASSERT_TRUE(made) << name;
+    EXPECT_EQ(made->IsSupportedPullFrame(), pull) << name;
+    EXPECT_EQ(made->IsSupportedOutputFrameCallback(), !pull) << name;
+    EXPECT_EQ(made->RegisterOutputCallback(nullptr), !pull) << name;
+    const auto* trigger = dynamic_cast<ITrigger*>(made.get());
+    const bool is_single = trigger != nullptr && trigger->IsSupportSingleFrameTrigger();
+    EXPECT_EQ(is_single, name.find("trigger") != name.npos) << name;
   }
 }
 
@@ -158,7 +152,6 @@ TEST_F(Catalogue, RegisteringTwiceLeavesOneRecordPerName) {
 TEST_F(Catalogue, LoadingFindsThePluginByItsEntryAndReportsOtherLibraries) {
   EXPECT_STREQ(*Symbol<const char*>("__MODULE_string"),
                "corvalis/pluginapistreaming@version:1.1.1.6627");
-  ASSERT_NE(Symbol<int>("__cb_register_PluginApiStreaming"), nullptr);
   EXPECT_GT(*Symbol<int>("__cb_register_PluginApiStreaming"), 0);
   std::string error;
   EXPECT_TRUE(quill::host::LoadPlugin(TESSEL_PLUGIN)) << "again";
@@ -264,9 +257,6 @@ TEST_F(Catalogue, SlotsStandInTheOrderThatClientsWereBuiltWith) {
               Of<bool(bool)>(&Photo::Snap), Of<void(const char*, bool)>(&Photo::Snap),
               &Photo::SetWidth, &Photo::SetHeight, &Photo::Open, &Photo::Close, &Photo::Start,
               &Photo::Stop);
-  ExpectSlots(0, &StreamVbrc::SetBitRate);
-  ExpectSlots(3, &StreamVbrc::BitRateControlSupportedList, &StreamVbrc::IsSupport,
-              &StreamVbrc::SelectBitRateControl);
 }
 
 }  // namespace

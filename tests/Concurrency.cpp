@@ -1,5 +1,6 @@
 // Several threads at one stream: its callbacks, its client, and which of them waits for which.
 #include <thread>
+#include <tuple>
 
 #include "Fixture.h"
 
@@ -14,22 +15,18 @@ TEST_F(Concurrency, ClientWaitsForACallbackThatHasStoppedOrClosedItsStream) {
   constexpr Action kClose = [](Camera& camera) { return camera->Close(); };
   constexpr Action kDown = [](Camera& camera) { return camera->ChangeDown(State::kNull); };
   constexpr Action kDestroy = [](Camera& camera) { return camera.reset(), true; };
-  const struct {
-    bool is_message;
-    Action callback;
-    Action client;
-  } rows[] = {{false, kStop, kStop},
-              {false, kStop, kDestroy},
-              {false, kClose, kDown},
-              {true, kClose, kDown}};
-  for (const auto& row : rows) {
+  const std::tuple<bool, Action, Action> rows[] = {{false, kStop, kStop},
+                                                   {false, kStop, kDestroy},
+                                                   {false, kClose, kDown},
+                                                   {true, kClose, kDown}};
+  for (const auto& [is_message, in_callback, by_client] : rows) {
     Event started;
     Event ended;
     Event goes_on;
     std::atomic<bool> is_running{false};
-    Camera camera = Make(row.is_message ? kPull : kPush);
-    const auto call = [&] {
-      is_running = started.Wait() && row.callback(camera);
+    Camera camera = Make(is_message ? kPull : kPush);
+    const auto call = [&, act = in_callback] {
+      is_running = started.Wait() && act(camera);
       ended.Set();
       is_running = !goes_on.Wait();
       return true;
@@ -38,12 +35,13 @@ TEST_F(Concurrency, ClientWaitsForACallbackThatHasStoppedOrClosedItsStream) {
     camera->RegisterMessageCallback([&](const char*) { return call(); });
     ASSERT_TRUE(camera->Open() && camera->Start());
     started.Set();
-    if (row.is_message) KillFarSide();
+    if (is_message) KillFarSide();
     ASSERT_TRUE(ended.Wait() && is_running);
-    auto end = std::async(std::launch::async, [&] { return row.client(camera) && !is_running; });
+    auto end =
+        std::async(std::launch::async, [&, act = by_client] { return act(camera) && !is_running; });
     EXPECT_EQ(end.wait_for(std::chrono::milliseconds(20)), std::future_status::timeout);
     goes_on.Set();
-    EXPECT_TRUE(end.get()) << "row " << &row - rows;
+    EXPECT_TRUE(end.get());
   }
 }
 

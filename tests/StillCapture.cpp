@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 #include <thread>
+#include <tuple>
 
 #include <signal.h>
 #include <sys/resource.h>
@@ -119,24 +120,6 @@ TEST_P(EachTaker, WritesWholePicturesUnderTheirNamesWhileAStreamRuns) {
   EXPECT_EQ(Files(), names) << "and nothing else is";
   EXPECT_TRUE(camera->Close());
   EXPECT_FALSE(frames < 10 || has_gap);
-}
-
-// The number in a failure names its request; the first one is of a request before.
-TEST_P(EachTaker, BlockingSnapshotFailsForItsOwnPictureOnly) {
-  WatchBlock();
-  const Taker taker = Make(GetParam());
-  const auto* vbrc = dynamic_cast<quill::stream::VBRC*>(taker.Object());
-  const VbrcBlock* block = vbrc == nullptr ? _block : vbrc->Block();
-  ASSERT_TRUE(taker->Open() && taker->Snap(false));
-  auto waits = std::async(std::launch::async, [&] { return taker->Snap(true); });
-  ASSERT_TRUE(Eventually([block] { return block->trigger_req == 2; }));
-  const auto fail = [&](const char* text) {
-    taker.Object()->SendMessage(text, quill::base::Orient::kSink, "failed");
-  };
-  fail("failed:url=x,reason=y,request=1");
-  EXPECT_EQ(waits.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
-  fail("failed:url=x,reason=y,request=2");
-  EXPECT_FALSE(waits.get());
 }
 
 TEST_P(EachTaker, WritesUnderTheNameThatTheUrlMeans) {
@@ -302,38 +285,37 @@ TEST_F(StillCapture, PhotographyTellsOfEachPictureAndASnapshotOfNone) {
 
 // As the end comes while the sink is stopped, the message finds its object in the middle of that.
 TEST_F(StillCapture, EndIsToldLastAndItsCallbackMayTakeTheObjectDown) {
-  const struct {
-    const char* at;
-    bool (*action)(IPhotography&);
-  } rows[] = {{"newfr", [](IPhotography& taker) { return taker.Stop(); }},
-              {"ended", [](IPhotography& taker) { return taker.Stop(); }},
-              {"ended", [](IPhotography& taker) { return taker.Close(); }},
-              {"ended", [](IPhotography& taker) { return taker.ChangeDown(State::kNull); }},
-              {"ended", [](IPhotography&) { return true; }}};
+  const std::pair<const char*, bool (*)(IPhotography&)> rows[] = {
+      {"newfr", [](IPhotography& taker) { return taker.Stop(); }},
+      {"ended", [](IPhotography& taker) { return taker.Stop(); }},
+      {"ended", [](IPhotography& taker) { return taker.Close(); }},
+      {"ended", [](IPhotography& taker) { return taker.ChangeDown(State::kNull); }},
+      {"ended", [](IPhotography&) { return true; }}};
   LetTheSensorEnd();
   for (int round = 0; round < 60; ++round) {
-    const auto& row = rows[round % std::size(rows)];
+    const auto [note, action] = rows[round % std::size(rows)];
     const bool client_waits = round % 2 == 0;
     const Taker taker = Make(kPhotography);
     taker->SetURL(Url("copy.jpeg").c_str());
     Lines told;
     Event done;
     std::atomic<bool> is_inside{false};
-    taker->RegisterMessageCallback([&, client = std::this_thread::get_id()](const char* text) {
-      told.push_back(std::string(text).substr(0, 5));
-      if (told.back() != row.at) return true;
-      is_inside = true;
-      EXPECT_TRUE(row.action(*taker) && client != std::this_thread::get_id());
-      done.Set();
-      static_cast<void>(Event().WaitFor(std::chrono::milliseconds(5)));
-      is_inside = false;
-      return true;
-    });
+    taker->RegisterMessageCallback(
+        [&, last = note, act = action, client = std::this_thread::get_id()](const char* text) {
+          told.push_back(std::string(text).substr(0, 5));
+          if (told.back() != last) return true;
+          is_inside = true;
+          EXPECT_TRUE(act(*taker) && client != std::this_thread::get_id());
+          done.Set();
+          static_cast<void>(Event().WaitFor(std::chrono::milliseconds(5)));
+          is_inside = false;
+          return true;
+        });
     ASSERT_TRUE(taker->Open() && taker->Snap(false) && taker->Start());
     ASSERT_TRUE(!client_waits || done.Wait());
     EXPECT_TRUE(taker->Stop() && taker->Close());
     EXPECT_FALSE(is_inside) << "the client waits for the callback";
-    EXPECT_TRUE(!client_waits || told.back() == row.at) << "row " << &row - rows;
+    EXPECT_TRUE(!client_waits || told.back() == note) << note;
     EXPECT_EQ(taker->CurrentState(), State::kNull);
   }
 }
@@ -364,17 +346,27 @@ TEST_F(StillCapture, EndIsToldThoughAStopComesMeanwhile) {
   EXPECT_FALSE(taker->Snap(true)) << "none can come any more";
 }
 
-// The first look for the picture finds none; before the second one it comes, and then the end.
-TEST(SnapOutcome, PictureThatCameBeforeTheEndCounts) {
+// Each step comes between two looks for the picture: a failure of the request before, the picture
+// and then the end, or the failure of its own request.
+TEST(SnapOutcome, BlockingSnapshotFailsForItsOwnPictureOnly) {
   dualos::SnapOutcome outcome;
-  auto* end = new quill::base::Message("", "ended");
+  const auto heed = [&outcome](const char* text, const char* note) {
+    auto* message = new quill::base::Message(text, note);
+    outcome.Heed(*message);
+    message->Release();
+  };
   int looks = 0;
-  EXPECT_TRUE(outcome.Await(1, outcome.Ends(), [&] {
-    if (++looks == 1) outcome.Heed(*end);
-    return looks > 1;
+  const auto ends_well = [&] {
+    if (++looks == 1) heed("failed:url=x,reason=y,request=1", "failed");
+    if (looks == 2) heed("ended:reason=z", "ended");
+    return looks > 2;
+  };
+  EXPECT_TRUE(outcome.Await(2, outcome.Ends(), ends_well));
+  outcome.Begin();
+  EXPECT_FALSE(outcome.Await(3, outcome.Ends(), [&] {
+    heed("failed:url=x,reason=y,request=3", "failed");
+    return false;
   }));
-  EXPECT_FALSE(outcome.Await(2, outcome.Ends(), [] { return false; }));
-  end->Release();
 }
 
 // Such a close does not wait, so the sink goes on without its stream.
@@ -450,23 +442,18 @@ TEST_F(StillCapture, SnapshotPostsItsUrlWholeOrNotAtAll) {
     expected.push_back("\033[33mplugin/api/linux/JpegSnap.cpp/#/Snap:\t" + text + "\n\033[0m");
   }
   EXPECT_EQ(ColouredLines(quill::stream::kTrace), expected);
-  const struct {
-    int room;
-    unsigned user;
-    std::string url;
-    const char* line;
-  } rows[] = {
+  const std::tuple<int, unsigned, std::string, const char*> rows[] = {
       {0, 0, longest, "!vbrc->extra_max"},
       {10, 7, longest, "vbrc->extra_user!=(void*)::Hash(\"UrlSimple\")"},
       {1024, user, longest + "y", "vbrc->extra_max<len+1"},
       {1 << 20, user, longest + std::string(129, 'y'), "vbrc->extra_max<len+1"},  // of the block
       {-1, user, "", "vbrc->extra_max<len+1"},
   };
-  for (const auto& row : rows) {
-    _block->extra_max = row.room;
-    _block->extra_user = row.user;
-    EXPECT_FALSE(SnapTo(taker, row.url)) << row.line;
-    EXPECT_EQ(LogLines(), Lines{std::string("plugin/api/linux/JpegSnap.cpp/#/Snap:\t") + row.line});
+  for (const auto& [extra_max, extra_user, url, line] : rows) {
+    _block->extra_max = extra_max;
+    _block->extra_user = extra_user;
+    EXPECT_FALSE(SnapTo(taker, url)) << line;
+    EXPECT_EQ(LogLines(), Lines{std::string("plugin/api/linux/JpegSnap.cpp/#/Snap:\t") + line});
   }
   EXPECT_EQ(extra, longest);
   EXPECT_EQ(_block->trigger_req, 1) << "nothing was touched";
@@ -483,25 +470,21 @@ TEST_F(StillCapture, SnapshotRefusesAnAreaWithoutAWholeUrl) {
       [&told](quill::base::Message&) { return ++told > 0; });
   ASSERT_TRUE(taker->Open() && taker->Start());
   const auto user = quill::base::Hash("UrlSimple");
-  const struct {
-    unsigned user;
-    int length;
-    const char* reason;
-  } rows[] = {
+  const std::tuple<unsigned, int, const char*> rows[] = {
       {user + 1, 5, "the extra area belongs to somebody else"},
       {user, 0, "extra_len=0 is outside the extra area"},  // being written, and never done
       {user, 1025, "extra_len=1025 is outside the extra area"},
       {user, 5, "the URL in the extra area does not end where it should"},
   };
   LogLines();
-  for (const auto& row : rows) {
-    _block->extra_user = row.user;
-    _block->extra_len = row.length;
+  for (const auto& [extra_user, extra_len, reason] : rows) {
+    _block->extra_user = extra_user;
+    _block->extra_len = extra_len;
     std::memset(_block->extra, 'z', sizeof _block->extra);
     const int before = told;
     _block->trigger_req.fetch_add(1);
-    ASSERT_TRUE(Eventually([&] { return told > before; })) << row.reason;
-    EXPECT_EQ(LogLines(), Lines{std::string("PostFailure:\t!Write(url,packet),") + row.reason});
+    ASSERT_TRUE(Eventually([&] { return told > before; })) << reason;
+    EXPECT_EQ(LogLines(), Lines{std::string("PostFailure:\t!Write(url,packet),") + reason});
   }
   EXPECT_EQ(_block->frame_count, 0);
   _block->extra_user = user;
