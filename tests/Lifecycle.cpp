@@ -1,6 +1,8 @@
-// A stream from creation to destruction: states, failures, and the lines that report them.
+// A stream from creation to destruction: states, failures and the lines that report them, messages,
+// and which of its threads waits for which.
 #include <random>
-#include <set>
+#include <thread>
+#include <tuple>
 
 #include "common/StreamAppOutput.h"
 #include "Fixture.h"
@@ -30,24 +32,6 @@ TEST_F(Lifecycle, FailedChecksAreLoggedWholeAndRed) {
             Lines{"\033[31m" + kApp + "Stop:\t!_app\n\033[0m"});
 }
 
-TEST_F(Lifecycle, OpeningTwiceCreatesOneApplication) {
-  std::multiset<std::string> commands;
-  std::string timeout;
-  Replace("shm0_cmd", [&](AttrSet& args, const Command& real) {
-    commands.insert(args.Get("cmd"));
-    if (commands.size() == 1) timeout = args.Get("timeout");
-    return real(args);
-  });
-  const Camera camera = Make();
-  EXPECT_TRUE(camera->Open() && camera->Open());
-  EXPECT_EQ(commands.count("tesselCreate"), 1U);
-  EXPECT_EQ(timeout, "1000000000");
-  EXPECT_TRUE(camera->Close());
-  EXPECT_EQ(commands.count("tesselDestroy"), 1U);
-  EXPECT_TRUE(camera->Open());
-  EXPECT_EQ(commands.count("tesselCreate"), 2U);
-}
-
 TEST_F(Lifecycle, FailedCreationIsLoggedAndLeavesNothing) {
   const Camera camera = Make();
   const auto expect_failure = [&camera](const std::string& line) {
@@ -59,6 +43,7 @@ TEST_F(Lifecycle, FailedCreationIsLoggedAndLeavesNothing) {
     EXPECT_EQ(camera->CurrentState(), State::kNull);
   };
   Replace("shm0_cmd", [](AttrSet& args, const Command&) {
+    EXPECT_STREQ(args.Get("timeout"), "1000000000");
     args.Add("object_base", "5");
     return false;
   });
@@ -91,6 +76,7 @@ TEST_F(Lifecycle, StreamsMayBeDestroyedInAnyStateAndOrder) {
     }
   }
   streams.clear();
+  // A message that is being told may hold one for a moment.
   EXPECT_TRUE(Eventually([] { return quill::host::Streams().empty(); }));
   EXPECT_NE(quill::host::FarSideProcess(), 0) << "it serves on";
 }
@@ -109,47 +95,124 @@ TEST_F(Lifecycle, DisabledStreamGoesDownButNotUp) {
   EXPECT_TRUE(camera->ChangeDown(State::kNull));
 }
 
-TEST_F(Lifecycle, CallbacksRunOnHostThreadsAndMayThrow) {
-  const Camera camera = Make(kPush);
+TEST_F(Lifecycle, OutputCallbackMayThrow) {
   Event again;
   std::atomic<int> frames{0};
-  camera->RegisterMessageCallback([on = std::this_thread::get_id()](const char* text) -> bool {
-    EXPECT_FALSE(on == std::this_thread::get_id());
-    throw std::runtime_error(text);
-  });
-  camera->RegisterOutputCallback([&](Frame&) -> bool {
+  const Camera camera = OpenPush([&](Frame&) -> bool {
     if (++frames > 1) again.Set();
     throw 5;
   });
-  ASSERT_TRUE(camera->Open());
-  EXPECT_FALSE(camera->SendMessage("spilled"));
-  EXPECT_TRUE(IsLogged("!callback,a callback has thrown: spilled"));
-  EXPECT_TRUE(camera->Start() && again.Wait());
-  EXPECT_TRUE(camera->Close());
+  EXPECT_TRUE(again.Wait() && camera->Close());
   EXPECT_TRUE(IsLogged("!callback,a callback has thrown"));
 }
 
-TEST_F(Lifecycle, MessagesReachTheLastCallbackWhileOpen) {
+TEST_F(Lifecycle, MessagesReachTheLastCallbackOnAHostThreadWhileOpen) {
   const Camera camera = Make();
   std::string heard;
   const auto listen = [&](const char* mark) {
-    camera->RegisterMessageCallback([&heard, mark](const char* text) {
-      heard += std::string(mark) + text;
-      return text != std::string("no");
-    });
+    camera->RegisterMessageCallback(
+        [&heard, mark, client = std::this_thread::get_id()](const char* text) {
+          EXPECT_NE(std::this_thread::get_id(), client);
+          heard += std::string(mark) + text;
+          if (text == std::string("throw")) throw std::runtime_error("spilled");
+          return text != std::string("no");
+        });
   };
   listen("first:");
   listen("second:");
   EXPECT_FALSE(camera->SendMessage("early"));
   ASSERT_TRUE(camera->Open());
-  EXPECT_FALSE(camera->SendMessage("no"));
+  EXPECT_FALSE(camera->SendMessage("no") || camera->SendMessage("throw"));
+  EXPECT_TRUE(IsLogged("!callback,a callback has thrown: spilled"));
   EXPECT_TRUE(camera->SendMessage("yes"));
   camera->RegisterMessageCallback(nullptr);
   EXPECT_FALSE(camera->SendMessage("nobody"));
   EXPECT_TRUE(camera->Close());
   listen("closed:");
   EXPECT_FALSE(camera->SendMessage("late"));
-  EXPECT_EQ(heard, "second:nosecond:yes");
+  EXPECT_EQ(heard, "second:nosecond:throwsecond:yes");
+}
+
+TEST_F(Lifecycle, ClientWaitsForACallbackThatHasStoppedOrClosedItsStream) {
+  using Action = bool (*)(Camera&);
+  constexpr Action kStop = [](Camera& camera) { return camera->Stop(); };
+  constexpr Action kClose = [](Camera& camera) { return camera->Close(); };
+  constexpr Action kDown = [](Camera& camera) { return camera->ChangeDown(State::kNull); };
+  constexpr Action kDestroy = [](Camera& camera) { return camera.reset(), true; };
+  const std::tuple<bool, Action, Action> rows[] = {{false, kStop, kStop},
+                                                   {false, kStop, kDestroy},
+                                                   {false, kClose, kDown},
+                                                   {true, kClose, kDown}};
+  for (const auto& [is_message, in_callback, by_client] : rows) {
+    Event started;
+    Event ended;
+    Event goes_on;
+    std::atomic<bool> is_running{false};
+    Camera camera = Make(is_message ? kPull : kPush);
+    const auto call = [&, act = in_callback] {
+      is_running = started.Wait() && act(camera);
+      ended.Set();
+      is_running = !goes_on.Wait();
+      return true;
+    };
+    camera->RegisterOutputCallback([&](Frame&) { return call(); });
+    camera->RegisterMessageCallback([&](const char*) { return call(); });
+    ASSERT_TRUE(camera->Open() && camera->Start());
+    started.Set();
+    if (is_message) KillFarSide();
+    ASSERT_TRUE(ended.Wait() && is_running);
+    auto end =
+        std::async(std::launch::async, [&, act = by_client] { return act(camera) && !is_running; });
+    EXPECT_EQ(end.wait_for(std::chrono::milliseconds(20)), std::future_status::timeout);
+    goes_on.Set();
+    EXPECT_TRUE(end.get());
+  }
+}
+
+TEST_F(Lifecycle, PullThatDoesNotBlockReturnsWhileAnotherOneWaits) {
+  const Camera camera = OpenPull();
+  const std::vector<Frame> kept = HoldAllSlots(camera);
+  auto waits = std::async(std::launch::async, [&] { return NextFrame(camera) != nullptr; });
+  auto looks = std::async(std::launch::async, [&] {
+    // Until the other one waits for certain: nothing tells of that.
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(50);
+    Frame frame;
+    bool has_frame = false;
+    while (std::chrono::steady_clock::now() < end) has_frame |= camera->PullFrame(frame, false);
+    return has_frame;
+  });
+  EXPECT_EQ(looks.wait_for(kDeadline), std::future_status::ready) << "it waits for the other one";
+  EXPECT_TRUE(camera->Stop());
+  EXPECT_FALSE(looks.get() || waits.get());
+}
+
+TEST_F(Lifecycle, DestructionEndsAStreamThatItsCallbackReopens) {
+  for (int round = 0; round < 20; ++round) {
+    Camera camera = Make(kPush);
+    auto* source = camera.get();
+    Event started;
+    Event reopened;
+    camera->RegisterOutputCallback([&, source](Frame&) {
+      if (started.Wait() && source->Close() && source->Open()) source->Start();
+      reopened.Set();
+      return true;
+    });
+    ASSERT_TRUE(camera->Open() && camera->Start());
+    started.Set();
+    ASSERT_TRUE(round % 2 == 0 || reopened.Wait());
+    camera.reset();
+    ASSERT_TRUE(Eventually([] { return quill::host::Streams().empty(); })) << "round " << round;
+  }
+}
+
+TEST_F(Lifecycle, PullEndsInAPauseThatComesAfterTheLastFrame) {
+  UseOddFarSide("ends");
+  const Camera camera = OpenPull();
+  while (NextFrame(camera) != nullptr) {
+  }
+  EXPECT_TRUE(camera->ChangeUp(State::kPause));
+  EXPECT_EQ(NextFrame(camera), nullptr);
+  EXPECT_TRUE(camera->Close());
 }
 
 // Shows what a source keeps to itself.
@@ -171,8 +234,9 @@ TEST_F(Lifecycle, IsStartTellsWhetherTheApplicationPlays) {
   ASSERT_TRUE(source->InitObject(set));
   const std::string session = source->Session();
   EXPECT_TRUE(source->configure(set) && source->Session() != session) << "a new one each time";
-  EXPECT_TRUE(source->Open() && !source->IsStart());
+  EXPECT_TRUE(source->Open() && source->Open() && !source->IsStart());
   EXPECT_EQ(source->Applications(), 1U);
+  EXPECT_EQ(quill::host::Streams().size(), 1U);
   EXPECT_TRUE(source->Start() && source->IsStart());
   EXPECT_TRUE(source->Stop() && !source->IsStart());
   EXPECT_TRUE(source->Close() && !source->IsStart());
