@@ -122,7 +122,7 @@ class Chain : private Context, private StopSignal {
 
   // The consumer has let go of all slots.
   std::span<std::uint8_t> Reserve() {
-    reinterpret_cast<link::SessionHeader*>(_area.get())->given_back.store(~std::uint64_t{0});
+    reinterpret_cast<link::SessionHeader*>(_area.get())->released.store(~std::uint64_t{0});
     return _sink->Reserve();
   }
 

@@ -1,5 +1,5 @@
 // The words that the two sides of a session share, as a hostile other side would leave them: the
-// head and the descriptors for the consumer, `given_back` for the producer.
+// head and the descriptors for the consumer, `released` for the producer.
 #include <cstring>
 #include <memory>
 #include <new>
@@ -54,7 +54,7 @@ int FuzzRing(const std::uint8_t* data, std::size_t size_bytes) {
     if (!ring.empty()) {
       std::memcpy(static_cast<void*>(area.Header()->ring), ring.data(), ring.size());
     }
-    if (head % 3 == 0) area.Header()->given_back.store(link::kProducerSleeps);
+    if (head % 3 == 0) area.Header()->released.store(link::kProducerSleeps);
     const auto judged = [&consumer] {
       return consumer->Counters().delivered + consumer->Counters().refused;
     };
@@ -72,7 +72,7 @@ int FuzzRing(const std::uint8_t* data, std::size_t size_bytes) {
       held.push_back(frame.slot);
     }
     Require(judged() - judged_before <= link::kRingDescriptors, "each descriptor is read once");
-    for (; held.size() > 5; held.pop_back()) consumer->GiveBack(held.back());
+    for (; held.size() > 5; held.pop_back()) consumer->ReleaseSlot(held.back());
     Require(consumer->Counters().held == held.size(), "the frames held are counted");
     // Else it would wait for ever; now and then it sleeps first.
     std::jthread late;
@@ -94,19 +94,19 @@ int FuzzGivenBack(const std::uint8_t* data, std::size_t size_bytes) {
       link::SessionProducer::Create(area.Bytes(), Doorbell::Create(), Doorbell(room.Duplicate()));
   const auto slot_bytes = input.Take<std::uint32_t>();
   const int most_slots = input.Take<std::uint8_t>() - 8;
-  if (!producer->Divide(slot_bytes, most_slots)) return 0;
+  if (!producer->PartitionSlots(slot_bytes, most_slots)) return 0;
   std::set<std::size_t> out;  // published and not given back
   std::uint32_t number = 0;   // of the next frame
   while (!input.IsEmpty()) {
     const auto word = input.Take<std::uint64_t>();
-    area.Header()->given_back.store(word);
+    area.Header()->released.store(word);
     area.Header()->head.store(static_cast<std::uint32_t>(word));
     const auto slot = producer->Reserve();
     if (slot.empty()) {
       producer->CountDropped();
       // Each session has slots 0 and 1. Without one of them it would wait for ever.
       const bool has_room = (input.Take<std::uint64_t>() & 1) != 0;
-      area.Header()->given_back.store(has_room ? 3 : 0);
+      area.Header()->released.store(has_room ? 3 : 0);
       if (!has_room) producer->Interrupt();
       Require(producer->WaitForRoom() == has_room, "a wait ends with room or an interruption");
       producer->Resume();

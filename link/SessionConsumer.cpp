@@ -25,7 +25,7 @@ bool SessionConsumer::IsSound(const FrameDescriptor& untrusted) const {
   return untrusted.slot < kMostSlots && untrusted.offset >= kSessionHeaderBytes &&
          untrusted.time_ns >= 0 && untrusted.time_ns <= kMostTimeNs &&
          untrusted.offset <= _area.size() && untrusted.size <= _area.size() - untrusted.offset &&
-         // Pairs with the release in GiveBack: the last holder is done with the slot.
+         // Pairs with the release in ReleaseSlot: the last holder is done with the slot.
          !_is_held[untrusted.slot].load(std::memory_order_acquire);
 }
 
@@ -76,14 +76,14 @@ bool SessionConsumer::Wait() {
   return !IsInterrupted();
 }
 
-void SessionConsumer::GiveBack(std::uint16_t slot) {
+void SessionConsumer::ReleaseSlot(std::uint16_t slot) {
   _is_held[slot].store(false, std::memory_order_release);
   _header->returned.fetch_add(1, std::memory_order_relaxed);
   // Pairs with the acquire in SessionProducer::Collect.
   const std::uint64_t before =
-      _header->given_back.fetch_or(std::uint64_t{1} << slot, std::memory_order_acq_rel);
+      _header->released.fetch_or(std::uint64_t{1} << slot, std::memory_order_acq_rel);
   if ((before & kProducerSleeps) == 0) return;
-  _header->given_back.fetch_and(~kProducerSleeps, std::memory_order_relaxed);
+  _header->released.fetch_and(~kProducerSleeps, std::memory_order_relaxed);
   _slot_doorbell.Ring();
 }
 

@@ -12,7 +12,7 @@
 
 namespace tessel::link {
 
-// Next() and Wait(): one thread at a time. GiveBack(), Interrupt(), Counters(): any thread.
+// Next() and Wait(): one thread at a time. ReleaseSlot(), Interrupt(), Counters(): any thread.
 class SessionConsumer {
  public:
   // `area` has to outlive this. `frame_doorbell` wakes this side, `slot_doorbell` the producer.
@@ -26,7 +26,7 @@ class SessionConsumer {
   // Sleeps until a frame may be there. False when Interrupt() was called since the last Resume().
   bool Wait();
   // Lets the producer use the slot of a frame that Next() returned again.
-  void GiveBack(std::uint16_t slot);
+  void ReleaseSlot(std::uint16_t slot);
 
   // For streams without a clock: a look before sleeping as long as making a large picture takes,
   // since waking this side would hold the producer up. Before the first Wait().

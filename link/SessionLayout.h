@@ -13,11 +13,11 @@
 //
 // A frame is written into a free slot, described in the ring, and announced by one exchange of
 // `head`. The consumer reads it in place and, when its last holder lets go, sets the slot's bit in
-// `given_back`, which the producer collects whole. As at most 63 slots exist, the ring of 64 cannot
+// `released`, which the producer collects whole. As at most 63 slots exist, the ring of 64 cannot
 // overflow, and the producer needs no word from the consumer but that one.
 //
 // Sleeping. Whoever finds nothing sets the top bit of the word that the other side changes next
-// (`head` for the consumer, `given_back` for the producer) and sleeps on its eventfd; the other
+// (`head` for the consumer, `released` for the producer) and sleeps on its eventfd; the other
 // side's exchange shows the bit, and it rings. The bit and the news share one word, so no news can
 // slip between the look and the sleep.
 //
@@ -43,7 +43,7 @@ inline constexpr std::int64_t kMostTimeNs = std::int64_t{1} << 61;
 // `head`: number of frames published, modulo 2^31, and whether the consumer sleeps.
 inline constexpr std::uint32_t kConsumerSleeps = 1U << 31;
 inline constexpr std::uint32_t kHeadMask = kConsumerSleeps - 1;
-// `given_back`: a bit a slot, and whether the producer sleeps.
+// `released`: a bit a slot, and whether the producer sleeps.
 inline constexpr std::uint64_t kProducerSleeps = std::uint64_t{1} << 63;
 
 struct FrameDescriptor {
@@ -65,28 +65,28 @@ static_assert(offsetof(FrameDescriptor, is_key) == 26, "");
 
 // Each counter has one writer side and only grows.
 struct SessionHeader {
-  alignas(64) std::atomic<std::uint32_t> head;        // 0
-  alignas(64) std::atomic<std::uint64_t> given_back;  // 64
-  std::atomic<std::uint64_t> delivered;               // 72, frames handed to the Linux side
-  std::atomic<std::uint64_t> returned;                // 80, of these, no longer held
-  std::atomic<std::uint64_t> refused;                 // 88, descriptors that failed their check
-  alignas(64) std::atomic<std::uint64_t> made;        // 128, frames published
-  std::atomic<std::uint64_t> dropped;                 // 136, without a free slot, or too late
-  std::atomic<std::uint64_t> thinned;                 // 144, passed over to keep to a frame rate
-  std::atomic<std::uint64_t> untriggered;             // 152, passed over as nothing asked for them
-  std::uint8_t reserved[1024 - 160];                  // 160, zero
-  FrameDescriptor ring[kRingDescriptors];             // 1024
+  alignas(64) std::atomic<std::uint32_t> head;       // 0
+  alignas(64) std::atomic<std::uint64_t> released;   // 64
+  std::atomic<std::uint64_t> delivered;              // 72, frames handed to the Linux side
+  std::atomic<std::uint64_t> returned;               // 80, of these, no longer held
+  std::atomic<std::uint64_t> refused;                // 88, descriptors that failed their check
+  alignas(64) std::atomic<std::uint64_t> published;  // 128, frames
+  std::atomic<std::uint64_t> dropped;                // 136, without a free slot, or too late
+  std::atomic<std::uint64_t> thinned;                // 144, passed over to keep to a frame rate
+  std::atomic<std::uint64_t> untriggered;            // 152, passed over as nothing asked for them
+  std::uint8_t reserved[1024 - 160];                 // 160, zero
+  FrameDescriptor ring[kRingDescriptors];            // 1024
 };
 inline constexpr std::size_t kSessionHeaderBytes = 4096;
 static_assert(std::is_standard_layout_v<SessionHeader>, "mapped by two programs");
 static_assert(std::atomic<std::uint64_t>::is_always_lock_free &&
                   std::atomic<std::uint32_t>::is_always_lock_free,
               "an atomic word is a plain word");
-static_assert(offsetof(SessionHeader, given_back) == 64, "the two sides write different lines");
+static_assert(offsetof(SessionHeader, released) == 64, "the two sides write different lines");
 static_assert(offsetof(SessionHeader, delivered) == 72, "");
 static_assert(offsetof(SessionHeader, returned) == 80, "");
 static_assert(offsetof(SessionHeader, refused) == 88, "");
-static_assert(offsetof(SessionHeader, made) == 128, "");
+static_assert(offsetof(SessionHeader, published) == 128, "");
 static_assert(offsetof(SessionHeader, dropped) == 136, "");
 static_assert(offsetof(SessionHeader, thinned) == 144, "");
 static_assert(offsetof(SessionHeader, untriggered) == 152, "");
@@ -95,7 +95,7 @@ static_assert(sizeof(SessionHeader) <= kSessionHeaderBytes, "the payload starts 
 
 // What the counters say, read one by one.
 struct SessionCounters {
-  std::uint64_t made = 0;
+  std::uint64_t published = 0;
   std::uint64_t delivered = 0;
   std::uint64_t dropped = 0;
   std::uint64_t thinned = 0;
@@ -112,7 +112,7 @@ inline SessionCounters ReadCounters(const SessionHeader& header) {
   const std::uint64_t returned = read(header.returned);
   counters.delivered = read(header.delivered);
   counters.held = counters.delivered - returned;
-  counters.made = read(header.made);
+  counters.published = read(header.published);
   counters.dropped = read(header.dropped);
   counters.thinned = read(header.thinned);
   counters.untriggered = read(header.untriggered);

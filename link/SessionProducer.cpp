@@ -27,7 +27,7 @@ SessionProducer::SessionProducer(std::span<std::byte> area, Doorbell frame_doorb
       _frame_doorbell(std::move(frame_doorbell)),
       _slot_doorbell(std::move(slot_doorbell)) {}
 
-bool SessionProducer::Divide(std::size_t slot_bytes, int most_slots) {
+bool SessionProducer::PartitionSlots(std::size_t slot_bytes, int most_slots) {
   constexpr std::size_t kPage = 4096;  // a slot of its own pages can be given back and protected
   const std::size_t payload_bytes = _area.size() - kSessionHeaderBytes;
   if (slot_bytes == 0 || slot_bytes > payload_bytes) return false;
@@ -43,8 +43,8 @@ bool SessionProducer::Divide(std::size_t slot_bytes, int most_slots) {
 // Takes what the consumer gave back. It may set any bit; only those of slots count, and one that is
 // ours already changes nothing.
 bool SessionProducer::Collect() {
-  // Pairs with the release in SessionConsumer::GiveBack: its reads of the slot are over.
-  _free |= _header->given_back.exchange(0, std::memory_order_acquire) & _all;
+  // Pairs with the release in SessionConsumer::ReleaseSlot: its reads of the slot are over.
+  _free |= _header->released.exchange(0, std::memory_order_acquire) & _all;
   return _free != 0;
 }
 
@@ -63,12 +63,12 @@ std::span<std::uint8_t> SessionProducer::Reserve() {
 }
 
 bool SessionProducer::WaitForRoom() {
-  const auto has_room = [this] { return _header->given_back.load(std::memory_order_relaxed) != 0; };
+  const auto has_room = [this] { return _header->released.load(std::memory_order_relaxed) != 0; };
   _spin.Begin();
   while (_reserved < 0 && _free == 0 && !_interrupted.load(std::memory_order_acquire)) {
     if (!_spin.Spin(has_room)) {
       const std::uint64_t before =
-          _header->given_back.fetch_or(kProducerSleeps, std::memory_order_acq_rel);
+          _header->released.fetch_or(kProducerSleeps, std::memory_order_acq_rel);
       if ((before & _all) == 0) _slot_doorbell.Sleep();
     }
     Collect();
@@ -89,7 +89,7 @@ void SessionProducer::Publish(std::size_t size_bytes, std::uint32_t sequence, st
   descriptor.reserved = 0;
   _reserved = -1;
   _published = (_published + 1) & kHeadMask;
-  Add(_header->made);
+  Add(_header->published);
   // Pairs with the acquire in SessionConsumer::Next: descriptor and payload are written.
   const std::uint32_t before = _header->head.exchange(_published, std::memory_order_acq_rel);
   if ((before & kConsumerSleeps) != 0) _frame_doorbell.Ring();

@@ -22,7 +22,7 @@ class SessionProducer {
 
   // Cuts the payload area into slots of at least `slot_bytes`, at most `most_slots` of them.
   // REQUIRES: no slot is reserved or published yet. False when not even two fit.
-  [[nodiscard]] bool Divide(std::size_t slot_bytes, int most_slots);
+  [[nodiscard]] bool PartitionSlots(std::size_t slot_bytes, int most_slots);
 
   // A free slot, whole; empty when all are in use. Until Publish() the same slot is returned again.
   std::span<std::uint8_t> Reserve();
@@ -53,9 +53,9 @@ class SessionProducer {
   Doorbell _slot_doorbell;
   std::atomic<bool> _interrupted{false};
 
-  std::size_t _slot_bytes = 0;   // constant after Divide
+  std::size_t _slot_bytes = 0;   // constant after PartitionSlots
   std::uint64_t _free = 0;       // a bit a slot that is ours; private, so nobody can forge it
-  std::uint64_t _all = 0;        // constant after Divide
+  std::uint64_t _all = 0;        // constant after PartitionSlots
   std::uint32_t _published = 0;  // what `head` says, from memory of our own
   int _reserved = -1;
   AdaptiveSpin _spin;

@@ -68,7 +68,7 @@ INSTANTIATE_TEST_SUITE_P(Of, Ring, ::testing::Bool(), [](const auto& instance) {
 
 // The consumer holds up to five frames, so that slots come back in another order than they went.
 TEST_P(Ring, LosesAndReordersNothingOfAnUnpacedProducer) {
-  ASSERT_TRUE(producer->Divide(4096, 7));
+  ASSERT_TRUE(producer->PartitionSlots(4096, 7));
   std::deque<std::uint16_t> held;
   const auto produce = [&] {
     for (std::uint32_t i = 0; i < kUnits; ++i) {
@@ -92,19 +92,19 @@ TEST_P(Ring, LosesAndReordersNothingOfAnUnpacedProducer) {
       ASSERT_EQ(bytes[frame.size - 1], static_cast<std::byte>(i));
       held.insert(held.begin() + static_cast<std::ptrdiff_t>(random() % (held.size() + 1)),
                   frame.slot);
-      for (; held.size() > random() % 6; held.pop_back()) consumer->GiveBack(held.back());
+      for (; held.size() > random() % 6; held.pop_back()) consumer->ReleaseSlot(held.back());
     }
   };
   RunBoth(produce, consume);
   const SessionCounters counters = consumer->Counters();
-  EXPECT_EQ(counters.made, kUnits);
+  EXPECT_EQ(counters.published, kUnits);
   EXPECT_EQ(counters.delivered, kUnits);
   EXPECT_EQ(counters.held, held.size());
   EXPECT_EQ(counters.dropped + counters.refused, 0U);
 }
 
 TEST_P(Ring, TakesSlotsBackFromAnyThread) {
-  ASSERT_TRUE(producer->Divide(1, kMostSlots));
+  ASSERT_TRUE(producer->PartitionSlots(1, kMostSlots));
   for (int round = 0; round < 50; ++round) {
     std::vector<std::uint16_t> slots;
     FrameDescriptor frame = {};
@@ -116,7 +116,7 @@ TEST_P(Ring, TakesSlotsBackFromAnyThread) {
     ASSERT_EQ(slots.size(), std::size_t{kMostSlots}) << "one was lost in round " << round;
     EXPECT_EQ(consumer->Counters().held, slots.size());
     const auto give_back = [&](std::size_t first) {
-      for (std::size_t i = first; i < slots.size(); i += 2) consumer->GiveBack(slots[i]);
+      for (std::size_t i = first; i < slots.size(); i += 2) consumer->ReleaseSlot(slots[i]);
     };
     std::thread other(give_back, 0);
     give_back(1);
@@ -145,7 +145,7 @@ TEST(Slots, AreCutToFitTheArea) {
   for (const auto& [area_bytes, slot_bytes, most, slots] : rows) {
     const auto producer = SessionProducer::Create(window->Area(0, area_bytes), Doorbell::Create(),
                                                   Doorbell::Create());
-    ASSERT_EQ(producer->Divide(slot_bytes, most), slots > 0) << slot_bytes;
+    ASSERT_EQ(producer->PartitionSlots(slot_bytes, most), slots > 0) << slot_bytes;
     std::size_t count = 0;
     for (auto slot = producer->Reserve(); !slot.empty(); slot = producer->Reserve(), ++count) {
       EXPECT_GE(slot.size(), slot_bytes);

@@ -270,7 +270,7 @@ AttrSet Application::Overview() const {
   media.Remove("header");  // only a decoder wants to see it
   overview.Add("media", media.ToString(false));
   const link::SessionCounters counters = _sink->Counters();
-  overview.Add("made", counters.made);
+  overview.Add("made", counters.published);
   overview.Add("delivered", counters.delivered);
   overview.Add("dropped", counters.dropped);
   overview.Add("thinned", counters.thinned);

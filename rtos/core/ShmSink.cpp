@@ -23,7 +23,7 @@ bool ShmSink::OpenSession(const Context& context, const AttrSet& params, const M
     error = "no element in front makes what Linux could take";
     return false;
   }
-  if (_producer->Divide(media.unit_bytes, most_slots)) return true;
+  if (_producer->PartitionSlots(media.unit_bytes, most_slots)) return true;
   error = std::string("session_name=") + name + " has no room for two units of " +
           std::to_string(media.unit_bytes) + " bytes";
   return false;

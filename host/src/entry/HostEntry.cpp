@@ -179,7 +179,7 @@ std::vector<StreamCounters> Streams() {
   for (const auto& session : stream::Session::All()) {
     const auto counters = session->Counters();
     streams.push_back({.session = session->Name(),
-                       .made = counters.made,
+                       .made = counters.published,
                        .delivered = counters.delivered,
                        .dropped = counters.dropped,
                        .thinned = counters.thinned,

@@ -41,7 +41,7 @@ void SessionPacket::Show(const FrameDescriptor& frame, const std::uint8_t* data,
 void SessionPacket::LastReleased() {
   // The session may end with this packet, and with it the packet itself.
   const std::shared_ptr<Session> session = std::move(_session);
-  if (!IsForkedChild()) session->_consumer->GiveBack(_slot);
+  if (!IsForkedChild()) session->_consumer->ReleaseSlot(_slot);
 }
 
 std::shared_ptr<Session> Session::Create(const std::string& name) {
