@@ -19,15 +19,21 @@ int FuzzBoard(const std::uint8_t* data, std::size_t size_bytes) {
   if (!devices) return 0;
   std::istringstream requests(end == text.size() ? "" : text.substr(end + 3));
   for (std::string line; std::getline(requests, line);) {
-    AttrSet request(line.c_str());
-    AttrSet answer;
+    const AttrSet untrusted(line.c_str());
+    link::ProbeAudio probe;
+    link::ProbeAnswer answer;
     std::string refusal;
-    const bool is_known = devices->Probe(request, answer, refusal);
+    const bool is_known =
+        Read(untrusted, probe, refusal) && devices->Execute(probe, answer, refusal);
     Require(is_known == refusal.empty(), "a refused probe has a reason");
-    if (const char* handle = answer.Get("object_base")) request.Add("object_base", handle);
+    link::SetAudio set;
+    link::Done done;
     refusal.clear();
-    Require(devices->Set(request, refusal) == refusal.empty(), "a refused setting has a reason");
-    const AudioDevice* device = is_known ? devices->Find(request.Get("devType")) : nullptr;
+    if (!Read(untrusted, set, refusal)) continue;
+    if (is_known) set.object_base = answer.object_base;
+    Require(devices->Execute(set, done, refusal) == refusal.empty(),
+            "a refused setting has a reason");
+    const AudioDevice* device = is_known ? devices->Find(probe.device) : nullptr;
     if (device == nullptr) continue;
     Require(device->Gain() >= 0 && device->Gain() <= 1, "a gain is a factor from 0 to 1");
     Require(device->Rate() > 0 && device->Channels() > 0, "a device has samples");

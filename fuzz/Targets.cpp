@@ -11,6 +11,7 @@ int FuzzFilm(const std::uint8_t* data, std::size_t size_bytes);
 int FuzzBoard(const std::uint8_t* data, std::size_t size_bytes);
 int FuzzWire(const std::uint8_t* data, std::size_t size_bytes);
 int FuzzHostWire(const std::uint8_t* data, std::size_t size_bytes);
+int FuzzMessages(const std::uint8_t* data, std::size_t size_bytes);
 int FuzzMedia(const std::uint8_t* data, std::size_t size_bytes);
 int FuzzUrl(const std::uint8_t* data, std::size_t size_bytes);
 int FuzzTool(const std::uint8_t* data, std::size_t size_bytes);
@@ -18,10 +19,11 @@ int FuzzTool(const std::uint8_t* data, std::size_t size_bytes);
 namespace {
 
 constexpr Target kTargets[] = {
-    {"text", &FuzzText},       {"ring", &FuzzRing},         {"given_back", &FuzzGivenBack},
-    {"control", &FuzzControl}, {"elements", &FuzzElements}, {"film", &FuzzFilm},
-    {"board", &FuzzBoard},     {"wire", &FuzzWire},         {"host_wire", &FuzzHostWire},
-    {"media", &FuzzMedia},     {"url", &FuzzUrl},           {"tool", &FuzzTool},
+    {"text", &FuzzText},         {"ring", &FuzzRing},         {"given_back", &FuzzGivenBack},
+    {"control", &FuzzControl},   {"elements", &FuzzElements}, {"film", &FuzzFilm},
+    {"board", &FuzzBoard},       {"wire", &FuzzWire},         {"host_wire", &FuzzHostWire},
+    {"media", &FuzzMedia},       {"url", &FuzzUrl},           {"tool", &FuzzTool},
+    {"messages", &FuzzMessages},
 };
 
 }  // namespace

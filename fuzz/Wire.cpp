@@ -81,7 +81,7 @@ constexpr ElementRow kElements[] = {
     {"ShmSink", &Make<ShmSink>},
 };
 
-// As Directory makes them.
+// As StreamRegistry makes them.
 std::string WithHandles(const std::string& line) {
   std::string text;
   for (std::size_t i = 0; i < line.size(); ++i) {
@@ -114,7 +114,11 @@ int FuzzWire(const std::uint8_t* data, std::size_t size_bytes) {
                         const std::vector<int>& fds) {
     link::SendMessage(near.Get(), {WireMessage::kRequest, number, text}, fds);
   };
-  send(1, "cmd=hello,version=1,base=0x100000", {window->Fd()});
+  link::Hello hello;
+  hello.base.number = 0x100000;
+  AttrSet first;
+  Require(link::WriteRequest(hello, first, error), "hello can be written");
+  send(1, first.ToString(false), {window->Fd()});
   const link::Doorbell bell = link::Doorbell::Create();
   Input input(data, std::min(size_bytes, kMostBytes));
   std::uint32_t sent = 1;

@@ -235,7 +235,7 @@ TEST_F(AudioDevices, RefuseWhatTheBoardDoesNotHave) {
     const char* request;
     const char* error;
   } rows[] = {
-      {"cmd=ProbeAudioDriver", "the board has no audio device \"\""},
+      {"cmd=ProbeAudioDriver", "devType is missing"},
       {"cmd=ProbeAudioDriver,devType=Horn", "the board has no audio device \"Horn\""},
       {"cmd=SetAudioDriver,devType=Speaker,object_base=0x1,vol=1",
        "Speaker: object_base=0x1 is not its handle"},
@@ -267,7 +267,7 @@ TEST_F(AudioDevices, AreWhatTheBoardsDescriptionSays) {
       {"Microphone={rate=8000", "position 11: \"{\" is never closed"},
       {"Microphone={loud=1}", "Microphone: unknown key \"loud\""},
       {"Speaker={channels=1}", "Speaker: rate is missing"},
-      {"Speaker={rate=fast,channels=1}", "Speaker: rate=fast cannot be read"},
+      {"Speaker={rate=fast,channels=1}", "Speaker: rate=fast cannot be read as a number"},
       {"Speaker={rate=7350,channels=1,canVol=0,canAgc=0,canMute=0}",
        "Speaker: rate=7350 is no multiple of 50 in 8000..192000"},
       {"Speaker={rate=8000,channels=3,canVol=0,canAgc=0,canMute=0}",

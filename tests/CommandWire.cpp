@@ -149,9 +149,12 @@ TEST_F(Served, RefusesWhatLiesOutsideTheWindowOrBelongsToNobody) {
       {"}{", "refused; the reason cannot be written"},
       {"a", "{position 1: expected \"=\" after the key}"},
       {"cmd=tesselMedia,object_base=0x9", "{no application object_base=0x9}"},
-      {"cmd=tesselCreate", "{blocks= or sessions= cannot be read}"},
-      {create + "{-1=744}", "{blocks: -1=744 lies outside the window}"},
-      {create, "{an application without layout=}"},
+      {"cmd=tesselMedia,object_base=zz", "{object_base=zz is no handle}"},
+      {"cmd=tesselStatus,object_base=0x9,status=fly", "{status=fly is none of ready, play}"},
+      {create, "layout is missing"},
+      {create + "{-1=744},layout=", "{blocks: key=-1 cannot be read as a number}"},
+      {create + "{1048576=744},layout=", "{blocks: 1048576=744 lies outside the window}"},
+      {create + ",layout=,board={loop=x}", "{board: loop=x is neither true nor false}"},
       {create + ",layout={type=Application,layout={A}}", "an application that holds no pipeline"},
   };
   for (const auto& [request, reason] : requests) EXPECT_EQ(Ask(request), "error=" + reason);
@@ -172,16 +175,19 @@ TEST_F(Served, RefusesSessionsThatDoNotFit) {
   const auto create = [this](const std::string& area) {
     return Create(kChain, "{s={" + area + "}}");
   };
-  for (const std::string area : {"offset=1048576,size=4096", "offset=4096,size=1048576",
-                                 "offset=4097,size=65536", "offset=-4096,size=65536"}) {
+  for (const std::string area :
+       {"offset=1048576,size=4096", "offset=4096,size=1048576", "offset=4097,size=65536",
+        "offset=18446744073709551552,size=65536"}) {
     EXPECT_EQ(create(area), "error={sessions: s={" + area + "} lies outside the window}");
   }
   EXPECT_EQ(create("offset=4096,size=4095"),
             "error={element \"ShmSink\": session_name=s is no session handed out}");
   EXPECT_EQ(create("offset=4096,size=8192"),
             "error={element \"ShmSink\": session_name=s has no room for two units of 1000 bytes}");
-  const std::string sessions = std::string("cmd=tesselCreate,blocks=,sessions=") + kSession;
-  EXPECT_EQ(Ask(sessions), "error={blocks= or sessions= cannot be read}") << "without bells";
+  const std::string sessions = std::string("cmd=tesselCreate,layout=,blocks=,sessions=") + kSession;
+  EXPECT_EQ(Ask(sessions),
+            "error={sessions: 1 of them came with 0 descriptors, not with two each}");
+  EXPECT_EQ(create("offset=4096"), "error=sessions: s: size is missing");
   for (const auto& bells : {std::vector{window->Fd(), bell.Fd()}, {bell.Fd(), window->Fd()}}) {
     EXPECT_EQ(Ask(sessions, bells),
               "error={sessions: a name longer than 255, or a descriptor that is no eventfd}");

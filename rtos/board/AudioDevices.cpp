@@ -20,9 +20,6 @@ namespace {
 using quill::base::ConvertToImpl;
 
 constexpr const char* kKinds[] = {"Microphone", "Speaker"};
-constexpr const char* kControls[] = {"vol", "agc", "mute"};
-constexpr std::string_view kKeys[] = {"rate",   "channels", "canVol", "vol",     "volmin",
-                                      "volmax", "canAgc",   "agc",    "canMute", "mute"};
 constexpr char kUsual[] =
     "Microphone={rate=48000,channels=2,canVol=true,vol=100,canAgc=true,canMute=true},"
     "Speaker={rate=48000,channels=2,canVol=true,vol=100,canAgc=false,canMute=true}";
@@ -31,17 +28,6 @@ constexpr int kLeastRate = 8'000;                          // samples/s
 constexpr int kMostRate = 192'000;
 constexpr int kRateStep = 50;  // a block of 20 ms is a whole number of samples
 constexpr int kMostChannels = 2;
-
-template <typename Value>
-bool ReadValue(const AttrSet& set, const char* key, bool is_needed, Value& value,
-               std::string& error) {
-  const char* text = set.Get(key);
-  if (text == nullptr && !is_needed) return true;
-  if (text != nullptr && ConvertToImpl(text, value)) return true;
-  error = text == nullptr ? std::string(key) + " is missing"
-                          : std::string(key) + "=" + text + " cannot be read";
-  return false;
-}
 
 // The description as one line, without blanks, which no value has. False when it is none.
 bool ReadText(std::istream& file, std::string& text) {
@@ -64,27 +50,24 @@ std::unique_ptr<AudioDevice> AudioDevice::Create(const AttrSet& description, std
 }
 
 bool AudioDevice::Read(const AttrSet& description, std::string& error) {
+  link::AudioControls told;
   for (const AttrSet::Pair& pair : description.Pairs()) {
-    if (std::find(std::begin(kKeys), std::end(kKeys), pair.key) != std::end(kKeys)) continue;
+    if (link::HasField<link::AudioControls>(pair.key)) continue;
     error = "unknown key \"" + pair.key + "\"";
     return false;
   }
-  bool agc = false;
-  bool mute = false;
-  const bool is_read = ReadValue(description, "rate", true, _rate, error) &&
-                       ReadValue(description, "channels", true, _channels, error) &&
-                       ReadValue(description, "canVol", true, _can_volume, error) &&
-                       ReadValue(description, "volmin", false, _volume_min, error) &&
-                       ReadValue(description, "volmax", false, _volume_max, error) &&
-                       ReadValue(description, "canAgc", true, _can_agc, error) &&
-                       ReadValue(description, "agc", false, agc, error) &&
-                       ReadValue(description, "canMute", true, _can_mute, error) &&
-                       ReadValue(description, "mute", false, mute, error);
-  int volume = _volume_max;
-  if (!is_read || !ReadValue(description, "vol", false, volume, error)) return false;
+  if (!link::Read(description, told, error)) return false;
+  _rate = told.rate;
+  _channels = told.channels;
+  _can_volume = told.can_volume;
+  _volume_min = told.volume_min.value_or(_volume_min);
+  _volume_max = told.volume_max.value_or(_volume_max);
+  _can_agc = told.can_agc;
+  _can_mute = told.can_mute;
+  const int volume = told.volume.value_or(_volume_max);
   _volume = volume;
-  _agc = _can_agc && agc;
-  _mute = _can_mute && mute;
+  _agc = _can_agc && told.agc.value_or(false);
+  _mute = _can_mute && told.mute.value_or(false);
   if (_rate < kLeastRate || _rate > kMostRate || _rate % kRateStep != 0) {
     error = "rate=" + std::to_string(_rate) + " is no multiple of 50 in 8000..192000";
   } else if (_channels < 1 || _channels > kMostChannels) {
@@ -110,30 +93,33 @@ float AudioDevice::Gain() const {
   return static_cast<float>(place * place * place);
 }
 
-void AudioDevice::Describe(AttrSet& answer) const {
-  answer.Add("rate", _rate);
-  answer.Add("channels", _channels);
-  answer.Add("canVol", _can_volume);
+link::AudioControls AudioDevice::Describe() const {
+  link::AudioControls controls;
+  controls.rate = _rate;
+  controls.channels = _channels;
+  controls.can_volume = _can_volume;
   if (_can_volume) {
-    answer.Add("vol", _volume.load());
-    answer.Add("volmin", _volume_min);
-    answer.Add("volmax", _volume_max);
+    controls.volume = _volume.load();
+    controls.volume_min = _volume_min;
+    controls.volume_max = _volume_max;
   }
-  answer.Add("canAgc", _can_agc);
-  if (_can_agc) answer.Add("agc", _agc.load());
-  answer.Add("canMute", _can_mute);
-  if (_can_mute) answer.Add("mute", _mute.load());
+  controls.can_agc = _can_agc;
+  if (_can_agc) controls.agc = _agc.load();
+  controls.can_mute = _can_mute;
+  if (_can_mute) controls.mute = _mute.load();
+  return controls;
 }
 
 std::optional<int> AudioDevice::Check(const std::string& control, const std::string& text,
                                       std::string& error) const {
-  const bool is_there = (control == "vol" && _can_volume) || (control == "agc" && _can_agc) ||
-                        (control == "mute" && _can_mute);
+  const bool is_there = (control == link::kVolume && _can_volume) ||
+                        (control == link::kAgc && _can_agc) ||
+                        (control == link::kMute && _can_mute);
   int volume = 0;
   bool is_on = false;
   if (!is_there) {
     error = "it has no control \"" + control + "\"";
-  } else if (control != "vol") {
+  } else if (control != link::kVolume) {
     if (ConvertToImpl(text.c_str(), is_on)) return is_on ? 1 : 0;
     error = control + "=" + text + " is neither true nor false";
   } else {
@@ -141,32 +127,29 @@ std::optional<int> AudioDevice::Check(const std::string& control, const std::str
     const bool fits = ConvertToImpl(text.c_str(), volume) && volume <= _volume_max &&
                       (volume >= _volume_min || volume == 0);
     if (fits) return volume;
-    error = "vol=" + text + " outside " + std::to_string(_volume_min) + ".." +
+    error = control + "=" + text + " outside " + std::to_string(_volume_min) + ".." +
             std::to_string(_volume_max);
   }
   return std::nullopt;
 }
 
 void AudioDevice::Store(const std::string& control, int value) {
-  if (control == "vol") _volume = value;
-  if (control == "agc") _agc = value != 0;
-  if (control == "mute") _mute = value != 0;
-  if (control == "mute" && value != 0) _volume = 0;
+  if (control == link::kVolume) _volume = value;
+  if (control == link::kAgc) _agc = value != 0;
+  if (control == link::kMute) _mute = value != 0;
+  if (control == link::kMute && value != 0) _volume = 0;
 }
 
-bool AudioDevice::Set(const AttrSet& request, std::string& error) {
-  std::vector<std::pair<std::string, int>> settings;
-  for (const AttrSet::Pair& pair : request.Pairs()) {
-    if (std::find(std::begin(kControls), std::end(kControls), pair.key) == std::end(kControls)) {
-      continue;
-    }
+bool AudioDevice::Set(const AttrSet& settings, std::string& error) {
+  std::vector<std::pair<std::string, int>> checked;
+  for (const AttrSet::Pair& pair : settings.Pairs()) {
     const std::optional<int> value = Check(pair.key, pair.value, error);
     if (!value) return false;
-    settings.emplace_back(pair.key, *value);
+    checked.emplace_back(pair.key, *value);
   }
-  for (const auto& [control, value] : settings) Store(control, value);
-  if (settings.empty()) error = "nothing to set";
-  return !settings.empty();
+  for (const auto& [control, value] : checked) Store(control, value);
+  if (checked.empty()) error = "nothing to set";
+  return !checked.empty();
 }
 
 AudioDevices AudioDevices::Usual() {
@@ -234,34 +217,32 @@ std::uint64_t AudioDevices::Handle(const std::string& kind) const {
   return _first_handle + static_cast<std::uint64_t>(place);
 }
 
-AudioDevice* AudioDevices::Known(const AttrSet& request, std::string& error) const {
-  const char* kind = request.Get("devType");
-  const auto place = _devices.find(kind == nullptr ? "" : kind);
+AudioDevice* AudioDevices::Known(const std::string& kind, std::string& error) const {
+  const auto place = _devices.find(kind);
   if (place != _devices.end()) return place->second.get();
-  error = std::string("the board has no audio device \"") + (kind == nullptr ? "" : kind) + "\"";
+  error = "the board has no audio device \"" + kind + "\"";
   return nullptr;
 }
 
-bool AudioDevices::Probe(const AttrSet& request, AttrSet& answer, std::string& error) const {
-  const AudioDevice* device = Known(request, error);
+bool AudioDevices::Execute(const link::ProbeAudio& request, link::ProbeAnswer& answer,
+                           std::string& error) const {
+  const AudioDevice* device = Known(request.device, error);
   if (device == nullptr) return false;
-  answer.Add("rst", true);
-  answer.Add("object_base", quill::base::HandleText(Handle(request.Get("devType"))));
-  device->Describe(answer);
+  static_cast<link::AudioControls&>(answer) = device->Describe();
+  answer.object_base.number = Handle(request.device);
   return true;
 }
 
-bool AudioDevices::Set(const AttrSet& request, std::string& error) {
-  AudioDevice* device = Known(request, error);
+bool AudioDevices::Execute(const link::SetAudio& request, link::Done&, std::string& error) {
+  AudioDevice* device = Known(request.device, error);
   if (device == nullptr) return false;
-  const std::string kind = request.Get("devType");
-  const char* handle = request.Get("object_base");
-  if (quill::base::ReadHandle(handle) != Handle(kind)) {
-    error = std::string("object_base=") + (handle == nullptr ? "" : handle) + " is not its handle";
-  } else if (device->Set(request, error)) {
+  if (request.object_base.number != Handle(request.device)) {
+    error =
+        "object_base=" + quill::base::HandleText(request.object_base.number) + " is not its handle";
+  } else if (device->Set(request.settings, error)) {
     return true;
   }
-  error.insert(0, kind + ": ");
+  error.insert(0, request.device + ": ");
   return false;
 }
 

@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 
+#include "messages/AudioControls.h"
 #include "quill/AttrSet.h"
 
 namespace tessel::rtos {
@@ -29,12 +30,11 @@ class AudioDevice {
   float Gain() const;
   bool HasAutomaticGain() const { return _agc.load(std::memory_order_relaxed); }
 
-  // Adds what a probe asks for.
-  void Describe(AttrSet& answer) const;
-  // Sets the controls that `request` has, "vol", "agc" and "mute", in its order. Muting sets the
-  // volume to 0, for good. False with `error`, and nothing is set, when there is none among them,
-  // the device lacks one, or a value is out of range.
-  bool Set(const AttrSet& request, std::string& error);
+  link::AudioControls Describe() const;
+  // Applies `settings` (link::kAudioSettings) in their order. Muting sets the volume to 0, for
+  // good. False with `error`, and nothing is set, when there are none, the device lacks one, or a
+  // value is out of range.
+  bool Set(const AttrSet& settings, std::string& error);
 
  private:
   AudioDevice() = default;
@@ -72,14 +72,15 @@ class AudioDevices {
 
   // Null when the board has none of that kind.
   const AudioDevice* Find(const std::string& kind) const;
-  // Serve "ProbeAudioDriver" and "SetAudioDriver". False with `error`.
-  bool Probe(const AttrSet& request, AttrSet& answer, std::string& error) const;
-  bool Set(const AttrSet& request, std::string& error);
+  // Serve the requests of clients. False with `error`.
+  bool Execute(const link::ProbeAudio& request, link::ProbeAnswer& answer,
+               std::string& error) const;
+  bool Execute(const link::SetAudio& request, link::Done&, std::string& error);
 
  private:
   AudioDevices() = default;
   bool AddAll(const AttrSet& description, std::string& error);
-  AudioDevice* Known(const AttrSet& request, std::string& error) const;
+  AudioDevice* Known(const std::string& kind, std::string& error) const;
   std::uint64_t Handle(const std::string& kind) const;
   static std::uint64_t NewHandles();
 

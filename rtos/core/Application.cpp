@@ -17,12 +17,11 @@ namespace {
 
 using quill::base::LayoutElement;
 
-// The chain inside an application that holds a pipeline.
-bool ReadChain(const AttrSet& description, std::vector<LayoutElement>& chain, std::string& error) {
-  const char* pipeline_text = description.Get("layout");
+// The chain inside a pipeline.
+bool ReadChain(const std::string& text, std::vector<LayoutElement>& chain, std::string& error) {
   AttrSet pipeline;
-  if (pipeline_text == nullptr || !pipeline.Parse(pipeline_text)) {
-    error = pipeline_text == nullptr ? "an application without layout=" : pipeline.Error();
+  if (!pipeline.Parse(text.c_str())) {
+    error = pipeline.Error();
     return false;
   }
   const char* type = pipeline.Get("type");
@@ -86,14 +85,14 @@ const ControlWord* FindWord(const std::string& name) {
 
 }  // namespace
 
-std::unique_ptr<Application> Application::Create(const AttrSet& description,
+std::unique_ptr<Application> Application::Create(const std::string& layout,
                                                  std::span<const ElementRow> elements,
                                                  const link::SharedWindow& window,
                                                  std::uint64_t linux_base, Grants grants,
                                                  Board board, Report report, std::string& error) {
   std::unique_ptr<Application> application(
       new Application(window, linux_base, std::move(grants), std::move(board), std::move(report)));
-  if (!application->Build(description, elements, error)) return nullptr;
+  if (!application->Build(layout, elements, error)) return nullptr;
   return application;
 }
 
@@ -107,10 +106,10 @@ Application::Application(const link::SharedWindow& window, std::uint64_t linux_b
 
 Application::~Application() { StopThread(); }
 
-bool Application::Build(const AttrSet& description, std::span<const ElementRow> elements,
+bool Application::Build(const std::string& layout, std::span<const ElementRow> elements,
                         std::string& error) {
   std::vector<LayoutElement> chain;
-  if (!ReadChain(description, chain, error)) return false;
+  if (!ReadChain(layout, chain, error)) return false;
   for (const LayoutElement& wanted : chain) {
     const ElementRow* row = FindRow(elements, wanted.class_name);
     if (row == nullptr) {
@@ -197,14 +196,10 @@ bool Application::SleepUntil(std::int64_t due_ns) {
   return !_stopped.wait_until(lock, due, [this] { return _is_stopping.load(); });
 }
 
-bool Application::SetStatus(const std::string& status, std::string& error) {
-  if (status == "ready") {
+bool Application::SetStatus(link::Status status, std::string& error) {
+  if (status == link::Status::kReady) {
     StopThread();
     return true;
-  }
-  if (status != "play") {
-    error = "status=" + status + " is neither ready nor play";
-    return false;
   }
   if (_thread.joinable()) return true;
   _state = State::kPlaying;
@@ -217,7 +212,7 @@ bool Application::SetStatus(const std::string& status, std::string& error) {
         Run();
       } catch (const std::bad_alloc&) {
         _state = State::kFailed;
-        _report("failed", _no_memory);
+        _report(link::Event::Kind::kFailed, _no_memory);
       }
     });
   } catch (const std::system_error& failure) {
@@ -240,50 +235,26 @@ void Application::StopThread() {
   _state = State::kReady;
 }
 
-const char* Application::NameOf(State state) {
-  switch (state) {
-    case State::kReady:
-      return "ready";
-    case State::kPlaying:
-      return "play";
-    case State::kEnded:
-      return "ended";
-    case State::kFailed:
-      break;
-  }
-  return "failed";
-}
-
 bool Application::Has(const char* class_name) const {
   return std::any_of(_chain.begin(), _chain.end(),
                      [&](const Link& link) { return link.class_name == class_name; });
 }
 
-AttrSet Application::Overview() const {
-  AttrSet overview;
-  std::string chain;
-  for (const Link& link : _chain) chain += (chain.empty() ? "" : "+") + link.class_name;
-  overview.Add("chain", chain);
-  overview.Add("session", _session_name);
-  overview.Add("state", NameOf(_state));
-  AttrSet media = _media.description;
-  media.Remove("header");  // only a decoder wants to see it
-  overview.Add("media", media.ToString(false));
-  const link::SessionCounters counters = _sink->Counters();
-  overview.Add("made", counters.published);
-  overview.Add("delivered", counters.delivered);
-  overview.Add("dropped", counters.dropped);
-  overview.Add("thinned", counters.thinned);
-  overview.Add("untriggered", counters.untriggered);
-  overview.Add("refused", counters.refused);
-  overview.Add("held", counters.held);
-  if (_block == nullptr) return overview;
-  AttrSet control;
+link::StreamReport Application::Overview() const {
+  link::StreamReport report;
+  static_cast<link::SessionCounters&>(report) = _sink->Counters();
+  for (const Link& link : _chain)
+    report.chain += (report.chain.empty() ? "" : "+") + link.class_name;
+  report.session = _session_name;
+  report.state = _state;
+  report.media = _media.description;
+  report.media.Remove("header");  // only a decoder wants to see it
+  if (_block == nullptr) return report;
+  report.control.emplace();
   for (const ControlWord& word : kControlWords) {
-    control.Add(word.name, (_block->*word.member).load(std::memory_order_relaxed));
+    report.control->emplace_back(word.name, (_block->*word.member).load(std::memory_order_relaxed));
   }
-  overview.Add("control", control.ToString(false));
-  return overview;
+  return report;
 }
 
 VbrcBlock::Word* Application::Word(const std::string& name, bool is_request, std::string& error) {
@@ -364,7 +335,7 @@ bool Application::WaitForRoom(Unit& unit) {
 Verdict Application::Told(const Link& link, Verdict verdict) {
   if (verdict != Verdict::kFail) return verdict;
   _state = State::kFailed;
-  _report("failed", OfElement(link.class_name, link.element->LastError()));
+  _report(link::Event::Kind::kFailed, OfElement(link.class_name, link.element->LastError()));
   return verdict;
 }
 
@@ -432,7 +403,7 @@ void Application::Run() {
     if (verdict == Verdict::kEnd && !_is_stopping) verdict = Drain(unit);
     if (_is_stopping || verdict == Verdict::kFail) break;
     _state = State::kEnded;
-    _report("end", "end of input");
+    _report(link::Event::Kind::kEnd, "end of input");
     break;
   }
   for (const Link& link : _chain) link.element->Stop();

@@ -13,6 +13,8 @@
 #include <vector>
 
 #include "Element.h"
+#include "messages/Applications.h"
+#include "messages/Streams.h"
 #include "SharedWindow.h"
 #include "UniqueFd.h"
 
@@ -34,36 +36,33 @@ struct Grants {
 // Command thread, one at a time.
 class Application : private Context, private StopSignal {
  public:
-  // Tells the Linux side something unasked; `kind` is "end" or "failed". Does not throw. Chain's
-  // thread.
-  using Report = std::function<void(const char* kind, const std::string& text)>;
+  // Tells the Linux side something unasked. Does not throw. Chain thread.
+  using Report = std::function<void(link::Event::Kind kind, const std::string& text)>;
 
-  // Builds the chain that `description` ("type=Application,layout={type=pipeline,layout={…}}")
-  // asks for, at "ready". Null, with `error` naming element and value, when it cannot be had.
-  // `window` and `elements` have to outlive it; `linux_base` is the window's address over there.
-  static std::unique_ptr<Application> Create(const AttrSet& description,
+  // Builds the chain that `layout` ("type=pipeline,layout={…}") asks for, at "ready". Null, with
+  // `error` naming element and value, when it cannot be had. `window` and `elements` have to
+  // outlive it; `linux_base` is the window's address over there.
+  static std::unique_ptr<Application> Create(const std::string& layout,
                                              std::span<const ElementRow> elements,
                                              const link::SharedWindow& window,
                                              std::uint64_t linux_base, Grants grants, Board board,
                                              Report report, std::string& error);
   ~Application() override;
 
-  // "ready" or "play". When it returns from going down, no unit moves any more.
-  bool SetStatus(const std::string& status, std::string& error);
+  // When it returns from going down to "ready", no unit moves any more.
+  bool SetStatus(link::Status status, std::string& error);
   // What the chain delivers.
   const AttrSet& Description() const { return _media.description; }
 
-  // What it is and how it goes: "chain", "session", "state", "media={…}", the session's counters
-  // and, for a chain with a rate-control block, "control={…}". Any thread.
-  AttrSet Overview() const;
+  // What it is and how it goes; its client is not known here. Any thread.
+  link::StreamReport Overview() const;
   // Steering by others than its client: stores a word of the rate-control block, or counts a
   // request up. False with `error` when this chain has no use for it. Any thread.
   bool SetWord(const std::string& word, int value, std::string& error);
   bool CountRequest(const std::string& word, std::string& error);
 
  private:
-  enum class State { kReady, kPlaying, kEnded, kFailed };
-  static const char* NameOf(State state);
+  using State = link::StreamState;
 
   struct Link {
     std::string class_name;
@@ -74,7 +73,7 @@ class Application : private Context, private StopSignal {
               Board board, Report report);
   bool TakeBlock(const char* address, std::string& error);
   VbrcBlock::Word* Word(const std::string& name, bool is_request, std::string& error);
-  bool Build(const AttrSet& description, std::span<const ElementRow> elements, std::string& error);
+  bool Build(const std::string& layout, std::span<const ElementRow> elements, std::string& error);
 
   // Context
   const Board& GetBoard() const override { return _board; }

@@ -1,14 +1,14 @@
-// One connection from the Linux side: its window and its applications. All of it goes when the
-// connection goes.
+// One connection from the Linux side: its window and its applications, which all end with it.
 #pragma once
 
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "Application.h"
+#include "messages/Applications.h"
+#include "messages/Hello.h"
 #include "RealTimeSide.h"
 #include "SharedWindow.h"
 #include "UniqueFd.h"
@@ -16,47 +16,43 @@
 
 namespace tessel::rtos {
 
-// One thread, but for Hangup() and what chains report.
+// Connection thread, but for Hangup().
 class Connection {
  public:
   // `side` has to outlive it.
   Connection(UniqueFd socket, RealTimeSide& side);
 
-  // Serves commands until the other side is gone, or memory is too short even for an answer; ends
-  // its applications before it returns.
+  // Serves requests until the client is gone, or memory is too short even for an answer; then
+  // destroys the applications and unmaps the window.
   void Serve();
-  // Makes Serve() return. Any thread.
+  // Any thread. Lets Serve() return once it has answered the request that it is serving.
   void Hangup() const;
 
  private:
-  using Fds = std::vector<UniqueFd>;
-  void ServeOne(const link::WireMessage& message, Fds& fds);
-  void Report(std::uint64_t handle, const char* kind, const std::string& text) const;
+  AttrSet AnswerTo(const std::string& untrusted);
   // Fill `answer`, or return false with `error` set.
-  bool HandleWhole(const AttrSet& request, Fds& fds, AttrSet& answer, std::string& error);
-  bool Handle(const AttrSet& request, Fds& fds, AttrSet& answer, std::string& error);
-  bool Hello(const AttrSet& request, Fds& fds, AttrSet& answer, std::string& error);
-  bool Create(const AttrSet& request, Fds& fds, AttrSet& answer, std::string& error);
-  bool Describe(const AttrSet& request, AttrSet& answer, std::string& error);
-  bool SetStatus(const AttrSet& request, std::string& error);
-  bool Destroy(const AttrSet& request, std::string& error);
-  // Of all clients' streams.
-  bool SetWord(const AttrSet& request, std::string& error);
-  bool CountRequest(const AttrSet& request, std::string& error);
+  bool Dispatch(const AttrSet& untrusted, AttrSet& answer, std::string& error);
+  bool Execute(const link::Hello& request, link::HelloAnswer& answer, std::string& error);
+  bool Execute(const link::Create& request, link::CreateAnswer& answer, std::string& error);
+  bool Execute(const link::DescribeMedia& request, link::MediaAnswer& answer, std::string& error);
+  bool Execute(const link::SetStatus& request, link::Done&, std::string& error);
+  bool Execute(const link::Destroy& request, link::Done&, std::string& error);
 
-  bool ReadGrants(const AttrSet& request, Fds& fds, Grants& grants, std::string& error) const;
-  Application* Find(const AttrSet& request, std::uint64_t& handle, std::string& error) const;
+  bool ReadGrants(const link::Create& request, Grants& grants, std::string& error);
+  Application* Find(link::Handle handle, std::string& error) const;
   void Send(link::WireMessage::Kind kind, std::uint32_t number, const AttrSet& body) const;
+  void Report(std::uint64_t handle, link::Event::Kind kind, const std::string& text) const;
 
   const UniqueFd _socket;
   RealTimeSide& _side;
   const pid_t _client;
+  std::vector<UniqueFd> _fds;                   // of the request that is being served
   std::unique_ptr<link::SharedWindow> _window;  // null before "hello"
   std::uint64_t _linux_base = 0;                // the window's address on the Linux side
 
   struct Listed {
     std::unique_ptr<Application> application;
-    std::unique_ptr<Directory::Listing> listing;  // ends first
+    std::unique_ptr<StreamRegistry::Listing> listing;  // ends first
   };
   std::map<std::uint64_t, Listed> _applications;  // by handle
 };

@@ -4,8 +4,8 @@
 #include <span>
 
 #include "AudioDevices.h"
-#include "Directory.h"
 #include "Element.h"
+#include "StreamRegistry.h"
 
 namespace tessel::rtos {
 
@@ -13,7 +13,7 @@ namespace tessel::rtos {
 struct RealTimeSide {
   const std::span<const ElementRow> elements;
   AudioDevices audio = AudioDevices::Usual();
-  Directory directory = {};
+  StreamRegistry streams = {};
 };
 
 }  // namespace tessel::rtos
