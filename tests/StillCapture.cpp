@@ -233,9 +233,9 @@ TEST_P(EachTaker, StopThatFailsOnTheFarSideEndsPlay) {
 
 TEST_P(EachTaker, PausedOneWritesOncePlayGoesOn) {
   const Taker taker = Playing(GetParam());
-  taker->SetURL(Url("later.jpeg").c_str());
   fs::create_directory(Path("later.jpeg"));  // so that nothing can be written yet
-  ASSERT_TRUE(taker->ChangeUp(State::kPause) && taker->Snap(false));
+  ASSERT_TRUE(taker->ChangeUp(State::kPause));
+  taker->Snap(Url("later.jpeg").c_str(), false);
   ASSERT_TRUE(Eventually([] { return Counters().made == 1 && Counters().untriggered > 10; }));
   EXPECT_TRUE(fs::remove(Path("later.jpeg")));
   EXPECT_EQ(LogLines(), Lines()) << "nothing has been tried";
@@ -293,7 +293,7 @@ TEST_F(StillCapture, EndIsToldLastAndItsCallbackMayTakeTheObjectDown) {
     const auto [note, action] = rows[round % std::size(rows)];
     const bool client_waits = round % 2 == 0;
     const Taker taker = Make(kPhotography);
-    taker->SetURL(Url("copy.jpeg").c_str());
+    taker->Snap(Url("copy.jpeg").c_str(), false);
     Lines told;
     Event done;
     std::atomic<bool> is_inside{false};
@@ -308,7 +308,7 @@ TEST_F(StillCapture, EndIsToldLastAndItsCallbackMayTakeTheObjectDown) {
           is_inside = false;
           return true;
         });
-    ASSERT_TRUE(taker->Open() && taker->Snap(false) && taker->Start());
+    ASSERT_TRUE(taker->Open() && taker->Start());
     ASSERT_TRUE(!client_waits || done.Wait());
     EXPECT_TRUE(taker->Stop() && taker->Close());
     EXPECT_FALSE(is_inside) << "the client waits for the callback";
@@ -320,7 +320,7 @@ TEST_F(StillCapture, EndIsToldLastAndItsCallbackMayTakeTheObjectDown) {
 TEST_F(StillCapture, EndIsToldThoughAStopComesMeanwhile) {
   LetTheSensorEnd();
   const Taker taker = Make(kSnap);
-  taker->SetURL(Url("copy.jpeg").c_str());
+  taker->Snap(Url("copy.jpeg").c_str(), false);
   Event told;
   Event ended;
   Event stops;
@@ -330,7 +330,7 @@ TEST_F(StillCapture, EndIsToldThoughAStopComesMeanwhile) {
     told.Set();
     return stops.Wait();
   });
-  ASSERT_TRUE(taker->Open() && taker->Snap(false) && taker->Start());
+  ASSERT_TRUE(taker->Open() && taker->Start());
   EXPECT_TRUE(told.Wait());
   EXPECT_TRUE(Eventually([] {
     std::vector<quill::host::BoardStream> streams;
@@ -375,8 +375,8 @@ TEST_F(StillCapture, CallbackOfAnotherStreamMayCloseOneThatIsWriting) {
     writes.Set();
     return goes_on.Wait();
   });
-  taker->SetURL(Url("taken.jpeg").c_str());
-  ASSERT_TRUE(taker->Snap(false) && writes.Wait());
+  taker->Snap(Url("taken.jpeg").c_str(), false);
+  ASSERT_TRUE(writes.Wait());
   fs::create_directory(Path("taken.jpeg"));  // so that the picture cannot get its name
   Event closed;
   std::atomic<bool> is_open{true};
