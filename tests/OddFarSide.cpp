@@ -21,25 +21,30 @@ namespace {
 
 std::string g_behaviour = "counts";  // constant once elements are made
 
+template <bool kIsSound>
 class OddSource : public Source {
  public:
   bool Open(const Context&, const AttrSet&, Media& media, std::string&) override {
-    media.unit_bytes = 1000;
-    media.description.Add("codec", "odd");
+    media.unit_bytes = kUnitBytes;
+    media.description =
+        AttrSet(kIsSound ? "codec=pcm,rate=16000,ch=1,fmt=s16le,bits=16,block=320" : "codec=odd");
     return true;
   }
-  Verdict Await(Unit& unit, StopSignal&) override {
-    const bool never_ends = g_behaviour == "floods" || g_behaviour == "fails";
+  Verdict Await(Unit& unit, StopSignal& stop) override {
+    const bool never_ends = kIsSound || g_behaviour == "floods" || g_behaviour == "fails";
     if (!never_ends && _next == (g_behaviour == "ends" ? 3 : kManyUnits)) return Verdict::kEnd;
     unit.capture = _next;
-    unit.frames_per_second = 1;
+    unit.frames_per_second = kIsSound ? 50 : 1;
     unit.is_key = _next % 10 == 0;
-    return Verdict::kPass;
+    if (!kIsSound) return Verdict::kPass;
+    const std::int64_t due_ns = _start_ns + std::int64_t{_next} * 20'000'000;
+    unit.time_ns = due_ns + (_next % 10 == 9 ? std::int64_t{1} << 60 : 0);
+    return stop.SleepUntil(due_ns) ? Verdict::kPass : Verdict::kEnd;
   }
   Verdict Process(Unit& unit) override {
     if (g_behaviour == "fails" && _next == 3) return FailWith("lens=gone");
-    std::memset(unit.room.data(), static_cast<int>(_next & 0xff), 1000);
-    unit.size_bytes = 1000;
+    std::memset(unit.room.data(), static_cast<int>(_next & 0xff), kUnitBytes);
+    unit.size_bytes = kUnitBytes;
     ++_next;
     return Verdict::kPass;
   }
@@ -47,55 +52,12 @@ class OddSource : public Source {
     ++_next;
     return Verdict::kPass;
   }
-  bool IsLive() const override { return false; }
+  bool IsLive() const override { return kIsSound; }
 
  private:
-  std::uint32_t _next = 0;
-};
-
-// Only describes the media, so that the H.264 source opens.
-class OddEncoder : public Element {
- public:
-  bool Open(const Context&, const AttrSet&, Media& media, std::string&) override {
-    media.description = AttrSet(
-        "codec=h264,w=160,h=120,header=0000000167000000000168,spsoffset=4,isps=1,ppsoffset=10,"
-        "ipps=1,pack=byte-stream");
-    return true;
-  }
-  Verdict Process(Unit&) override { return Verdict::kPass; }
-};
-
-template <typename Class>
-std::unique_ptr<Element> Make() {
-  return std::make_unique<Class>();
-}
-// Blocks of sound of 20 ms; the time stamp of each tenth is hours ahead.
-class OddMicrophone : public Source {
- public:
-  bool Open(const Context&, const AttrSet&, Media& media, std::string&) override {
-    media.unit_bytes = 640;
-    media.description = AttrSet("codec=pcm,rate=16000,ch=1,fmt=s16le,bits=16,block=320");
-    return true;
-  }
-  Verdict Await(Unit& unit, StopSignal& stop) override {
-    const std::int64_t due_ns = _start_ns + ++_next * 20'000'000;
-    if (!stop.SleepUntil(due_ns)) return Verdict::kEnd;
-    unit.capture = static_cast<std::uint32_t>(_next);
-    unit.time_ns = due_ns + (_next % 10 == 0 ? std::int64_t{1} << 60 : 0);
-    unit.frames_per_second = 50;
-    return Verdict::kPass;
-  }
-  Verdict Process(Unit& unit) override {
-    std::memset(unit.room.data(), 1, 640);
-    unit.size_bytes = 640;
-    return Verdict::kPass;
-  }
-  Verdict Skip(Unit&) override { return Verdict::kPass; }
-  bool IsLive() const override { return true; }
-
- private:
+  static constexpr std::size_t kUnitBytes = kIsSound ? 640 : 1000;
   const std::int64_t _start_ns = NowNs();
-  std::int64_t _next = 0;
+  std::uint32_t _next = 0;
 };
 
 class PassElement : public Element {
@@ -104,9 +66,25 @@ class PassElement : public Element {
   Verdict Process(Unit&) override { return Verdict::kPass; }
 };
 
-constexpr ElementRow kElements[] = {{"pv-yuv-src-adv", &Make<OddSource>},
+// Only describes the media, so that the H.264 source opens.
+class OddEncoder : public PassElement {
+ public:
+  bool Open(const Context&, const AttrSet&, Media& media, std::string&) override {
+    media.description = AttrSet(
+        "codec=h264,w=160,h=120,header=0000000167000000000168,spsoffset=4,isps=1,ppsoffset=10,"
+        "ipps=1,pack=byte-stream");
+    return true;
+  }
+};
+
+template <typename Class>
+std::unique_ptr<Element> Make() {
+  return std::make_unique<Class>();
+}
+
+constexpr ElementRow kElements[] = {{"pv-yuv-src-adv", &Make<OddSource<false>>},
                                     {"h264-encoder-dma", &Make<OddEncoder>},
-                                    {"pv-pcm-src", &Make<OddMicrophone>},
+                                    {"pv-pcm-src", &Make<OddSource<true>>},
                                     {"PcmFilter", &Make<PassElement>},
                                     {"ShmSink", &Make<ShmSink>}};
 
@@ -131,16 +109,6 @@ void Garble(int socket) {
     SendMessage(socket, {WireMessage::kEvent, 0, "event=end,object_base=0x77"});
     send(socket, "abc", 3, MSG_NOSIGNAL);
     Answer(socket, number, "}{");
-  });
-}
-
-void Page(int socket, const std::string& end) {
-  Serve(socket, [&](std::uint32_t number, const AttrSet& request) {
-    const bool is_second = request.Get("from") != nullptr;
-    const bool is_list = std::string(request.Get("cmd")) == "tesselList";
-    const std::string page = is_second ? "streams={5={state=ended}}" + end
-                                       : "streams={1={state=play},2={state=ready}},next=0x5";
-    Answer(socket, number, is_list ? page : "");
   });
 }
 
@@ -181,8 +149,6 @@ int RunOddFarSide(const std::string& behaviour, UniqueFd connection) {
     Serve(connection.Get(), [](auto...) {});
   } else if (behaviour == "garbles") {
     Garble(connection.Get());
-  } else if (behaviour.starts_with("pages")) {
-    Page(connection.Get(), behaviour.substr(5));
   } else if (behaviour == "delays") {
     Delay(connection.Get());
   } else {

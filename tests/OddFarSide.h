@@ -25,7 +25,6 @@ inline constexpr std::uint32_t kManyUnits = 500;
 //   exits:   ends at once
 //   mutes:   answers nothing
 //   garbles: answers all but "hello" with what is no answer
-//   pages:   lists three streams in two pages; what follows in the name ends the second one
 //   delays:  answers "tesselCreate" when "next" has come, and "next" when the application has been
 //            destroyed, with "destroyed=" and its handle
 int RunOddFarSide(const std::string& behaviour, UniqueFd connection);

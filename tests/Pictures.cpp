@@ -65,8 +65,7 @@ TEST_F(Pictures, OfJpegHaveTheQuantiserAskedForLastAndColoursAsInJfif) {
        {std::tuple(std::string("test"), 160, 120), {"test", 322, 242}, {file, 640, 480}}) {
     SetSensor(sensor);
     auto jpeg = quill::host::Create<api::streaming::IJpegSource>("ApiJpegSource-dualos-cbrc-pull");
-    jpeg->SetWidth(w);
-    jpeg->SetHeight(h);
+    SetSize(*jpeg, w, h);
     Frame frame;
     ASSERT_TRUE(jpeg->Open() && jpeg->Start() && jpeg->PullFrame(frame, true));
     const auto is_settled = [&] { return Counters().made == frame->seq + 2; };
@@ -138,10 +137,8 @@ TEST_F(Pictures, OfRawVideoHaveTheLayoutAskedFor) {
 
 TEST_F(Pictures, OfRawVideoHaveTheirOwnColoursWhateverThoseOfTheFile) {
   const std::string file = ::testing::TempDir() + std::to_string(getpid()) + ".mkv";
-  ASSERT_EQ(
-      std::system(
-          (TESSEL_TOOL " capture jpeg -q --width 640 --height 360 --frames 2 -o " + file).c_str()),
-      0);
+  const std::string make = TESSEL_TOOL " capture jpeg -q --width 640 --height 360 --frames 2 -o ";
+  ASSERT_EQ(std::system((make + file).c_str()), 0);
   SetSensor(file);
   const Frame frame = FirstRaw("420V50", 160, 120);
   ASSERT_TRUE(std::filesystem::remove(file) && frame);

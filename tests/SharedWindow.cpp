@@ -186,12 +186,11 @@ TEST(Window, AttachesOnlyToWhatCannotChangeItsSize) {
 TEST(Window, AreasLieInsideAndAreClearedAlone) {
   std::string error;
   const auto window = SharedWindow::Create(std::size_t{3} * 4096, error);
-  constexpr std::uint64_t kMost = UINT64_MAX;
-  const std::tuple<std::uint64_t, std::uint64_t, std::size_t> rows[] = {
-      {0, 12288, 12288}, {4096, 8192, 8192}, {12287, 1, 1}, {0, 12289, 0},    {12287, 2, 0},
-      {12289, 0, 0},     {kMost, 1, 0},      {1, kMost, 0}, {kMost, kMost, 0}};
-  for (const auto& [offset, size, got] : rows) {
-    EXPECT_EQ(window->Area(offset, size).size(), got) << offset << "+" << size;
+  EXPECT_EQ(window->Area(4096, 8192).size(), 8192U);
+  const std::pair<std::uint64_t, std::uint64_t> outside[] = {
+      {0, 12289}, {12287, 2}, {12289, 0}, {UINT64_MAX, 1}, {1, UINT64_MAX}};
+  for (const auto& [offset, size] : outside) {
+    EXPECT_TRUE(window->Area(offset, size).empty()) << offset << "+" << size;
   }
   std::fill_n(window->Base(), window->Size(), std::byte{1});
   window->Clear(window->Area(4096, 4096));
