@@ -3,16 +3,13 @@
 #include "SharedWindow.h"
 
 #include <deque>
-#include <functional>
 #include <random>
 #include <set>
 #include <thread>
 
 #include <fcntl.h>
-#include <signal.h>
 #include <sys/eventfd.h>
 #include <sys/mman.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -26,48 +23,21 @@ namespace {
 constexpr std::size_t kWindowBytes = std::size_t{1} << 20;
 constexpr std::uint32_t kUnits = 20000;
 
-// The parameter: whether the producer is a process of its own, else it is a thread.
-class Ring : public ::testing::TestWithParam<bool> {
+class Ring : public ::testing::Test {
  protected:
-  Ring() {
-    const auto area = window->Area(0, kWindowBytes);
-    consumer = SessionConsumer::Create(area, Copy(frames), Copy(room));
-    producer = SessionProducer::Create(area, Copy(frames), Copy(room));
-  }
-  static Doorbell Copy(const Doorbell& bell) { return Doorbell(bell.Duplicate()); }
-
-  // Runs `produce` on the other side while `consume` runs here, and ends it.
-  void RunBoth(const std::function<void()>& produce, const std::function<void()>& consume) const {
-    const pid_t child = GetParam() ? fork() : -1;
-    if (child == 0) {
-      produce();
-      _exit(0);
-    }
-    std::thread thread;
-    if (child < 0) thread = std::thread(produce);
-    consume();
-    if (child < 0) {
-      producer->Interrupt();
-      return thread.join();
-    }
-    kill(child, SIGKILL);
-    waitpid(child, nullptr, 0);
-  }
-
   std::string error;
   const Doorbell frames = Doorbell::Create();
   const Doorbell room = Doorbell::Create();
   const std::unique_ptr<SharedWindow> window = SharedWindow::Create(kWindowBytes, error);
-  std::unique_ptr<SessionConsumer> consumer;
-  std::unique_ptr<SessionProducer> producer;
+  const std::span<std::byte> area = window->Area(0, kWindowBytes);
+  const std::unique_ptr<SessionConsumer> consumer =
+      SessionConsumer::Create(area, Doorbell(frames.Duplicate()), Doorbell(room.Duplicate()));
+  const std::unique_ptr<SessionProducer> producer =
+      SessionProducer::Create(area, Doorbell(frames.Duplicate()), Doorbell(room.Duplicate()));
 };
 
-INSTANTIATE_TEST_SUITE_P(Of, Ring, ::testing::Bool(), [](const auto& instance) {
-  return std::string(instance.param ? "TwoProcesses" : "TwoThreads");
-});
-
 // The consumer holds up to five frames, so that slots come back in another order than they went.
-TEST_P(Ring, LosesAndReordersNothingOfAnUnpacedProducer) {
+TEST_F(Ring, LosesAndReordersNothingOfAnUnpacedProducer) {
   ASSERT_TRUE(producer->PartitionSlots(4096, 7));
   std::deque<std::uint16_t> held;
   const auto produce = [&] {
@@ -95,7 +65,10 @@ TEST_P(Ring, LosesAndReordersNothingOfAnUnpacedProducer) {
       for (; held.size() > random() % 6; held.pop_back()) consumer->ReleaseSlot(held.back());
     }
   };
-  RunBoth(produce, consume);
+  std::thread thread(produce);
+  consume();
+  producer->Interrupt();
+  thread.join();
   const SessionCounters counters = consumer->Counters();
   EXPECT_EQ(counters.published, kUnits);
   EXPECT_EQ(counters.delivered, kUnits);
@@ -103,7 +76,7 @@ TEST_P(Ring, LosesAndReordersNothingOfAnUnpacedProducer) {
   EXPECT_EQ(counters.dropped + counters.refused, 0U);
 }
 
-TEST_P(Ring, TakesSlotsBackFromAnyThread) {
+TEST_F(Ring, TakesSlotsBackFromAnyThread) {
   ASSERT_TRUE(producer->PartitionSlots(1, kMostSlots));
   for (int round = 0; round < 50; ++round) {
     std::vector<std::uint16_t> slots;
@@ -170,7 +143,6 @@ TEST(Window, AttachesOnlyToWhatCannotChangeItsSize) {
     EXPECT_EQ(SharedWindow::Attach(make(4096, kAll & ~missing), error), nullptr) << missing;
     EXPECT_EQ(error, "the shared window is not sealed: its size could change while it is mapped");
   }
-  EXPECT_EQ(SharedWindow::Attach(UniqueFd(eventfd(0, EFD_CLOEXEC)), error), nullptr);
   EXPECT_EQ(SharedWindow::Attach(make(0, kAll), error), nullptr) << "nothing to map";
   EXPECT_EQ(SharedWindow::Attach(make(4096, kAll | F_SEAL_WRITE), error), nullptr);
   EXPECT_EQ(error.find("cannot map the shared window: "), 0U) << error;
