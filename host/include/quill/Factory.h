@@ -19,7 +19,7 @@ class QUILL_PUBLIC Factory {
 
   static Factory& Globle();
 
-  // Runs a command; its outputs are added to `args`. False when it fails, throws, or there is none.
+  // Runs a command, which adds its outputs to `args`. False when it is unknown, fails or throws.
   bool Run(const char* command, AttrSet& args);
 
   // Calls the function registered under `name` with this very signature and stores its result.
@@ -37,9 +37,9 @@ class QUILL_PUBLIC Factory {
     }
   }
 
-  // Enters or replaces a command or a typed function and hands back what stood there before, so
-  // that it can be called from the new one and put back. An empty one removes the name. Null
-  // names nothing.
+  // Registers or replaces a command or a typed function and returns the former one, so that the
+  // new one can call it and the caller can restore it. An empty one removes the name. A null name
+  // changes nothing.
   Command ReplaceCommand(const char* name, Command command);
   template <typename Signature>
   std::function<Signature> ReplaceFunction(const char* name, std::function<Signature> function) {

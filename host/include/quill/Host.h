@@ -18,19 +18,18 @@
 
 namespace quill::host {
 
-// How the real-time side is started and what its board is wired to.
+// How the real-time side is started, and which inputs its board has.
 struct Options {
   // Program that plays the real-time side; empty: the one beside this library, else the installed
   // one. Read when it is started.
   std::string far_side_program;
   std::vector<std::string> far_side_arguments;  // appended to the command line
-  // Unix socket of a real-time side that runs already and serves several clients; then none is
-  // started. Empty: what the environment variable TESSEL_RTOS_SOCKET says, if anything. Read when a
-  // connection is made.
+  // Unix socket of a running real-time side that serves several clients; none is started then.
+  // Empty: the environment variable TESSEL_RTOS_SOCKET, if set. Read when a connection is made.
   std::string far_side_socket;
 
-  // File that describes the audio devices of the board of a real-time side that is started here
-  // (doc/audio.md); empty: the usual ones. Read when it is started.
+  // File that describes the board's audio devices (doc/audio.md); empty: the default ones. Read
+  // when a real-time side is started.
   std::string board;
 
   // Board inputs; read whenever a chain is created on the real-time side.
@@ -38,23 +37,23 @@ struct Options {
   // "test": a tone with a beep each second; "tone" or "tone:HZ" without beeps; "alsa" or
   // "alsa:DEVICE"; or a media file.
   std::string mic = "test";
-  bool loop = true;   // a media file starts anew at its end
-  bool paced = true;  // live; else as fast as frames are taken, and none is dropped
+  bool loop = true;   // a media file is repeated
+  bool paced = true;  // in real time; false: as fast as the client takes frames, without drops
 
-  // Memory costs nothing before it is touched. `window_bytes` is read once, at first use.
+  // Memory is allocated when it is first touched. `window_bytes` is read once, at first use.
   std::size_t window_bytes = std::size_t{4} << 30;
   std::size_t session_bytes = std::size_t{256} << 20;  // one stream's room for frames in flight
   int session_slots = 24;                              // most frames in flight of one stream
 
-  // For commands that bring no time-out of their own.
+  // Time-out of commands without one of their own.
   std::chrono::nanoseconds command_timeout = std::chrono::seconds(1);
-  // For a real-time side that is started here to answer its first message: its program has to be
-  // loaded before, which may take longer than a command. The first Open() fails no sooner if that
-  // program never answers.
+  // How long a real-time side that is started here may take to answer its first message. Loading
+  // its program may take longer than a command. If it never answers, the first Open() fails after
+  // this time.
   std::chrono::nanoseconds start_timeout = std::chrono::seconds(10);
 };
 
-// Any thread; what a running stream uses already does not change.
+// Any thread. Streams that are open keep the options they were opened with.
 QUILL_PUBLIC void SetOptions(const Options& options);
 QUILL_PUBLIC Options GetOptions();
 
@@ -63,13 +62,13 @@ QUILL_PUBLIC Options GetOptions();
 // announces nothing itself; the reason goes to `error`, if given, and to the log.
 QUILL_PUBLIC bool LoadPlugin(const char* path = nullptr, std::string* error = nullptr);
 
-// All class records, in the order of their registration. Borrowed for the process's life, but for
-// those that a living stream has registered for itself.
+// All class records, in the order of their registration. Borrowed for the process's life, except
+// those that a stream has registered for itself, which end with it.
 QUILL_PUBLIC std::vector<const base::IClass*> Classes();
 
-// Creates and configures an object of the class `name`; held by the caller. Null, with a line in
-// the log, when there is no such class, it needs constructor arguments, or it has no use for one of
-// the `attributes`.
+// Creates and configures an object of the class `name`; held by the caller. Null, and logged,
+// when the class is unknown, it needs constructor arguments, or it does not know one of the
+// `attributes`.
 QUILL_PUBLIC base::object* CreateObject(const char* name, const char* attributes);
 
 // Holds an object, seen through one of its interfaces. Movable, one thread at a time.
@@ -92,7 +91,7 @@ class Handle {
   }
   ~Handle() { reset(); }
 
-  // Closes and destroys the object, unless somebody else holds it too.
+  // Gives the hold back; the last one closes and destroys the object.
   void reset() {
     _face = nullptr;
     if (base::object* held = std::exchange(_object, nullptr)) held->Release();
@@ -113,17 +112,17 @@ Handle<Interface> Create(const char* name, const char* attributes = "") {
   return Handle<Interface>(CreateObject(name, attributes));
 }
 
-// What the counters beside a stream's ring say. All but `held` only grow.
+// Counters of one stream. All but `held` only grow.
 struct StreamCounters {
   std::string session;          // the session's name
   std::uint64_t made = 0;       // units published by the real-time side
   std::uint64_t delivered = 0;  // of these, taken by this side
-  // Captures that came to nothing, by reason.
-  std::uint64_t dropped = 0;      // there was no free slot, or the chain was late
-  std::uint64_t thinned = 0;      // they would have exceeded the frame rate
-  std::uint64_t untriggered = 0;  // nothing had asked for them
+  // Captures that were not published, by reason.
+  std::uint64_t dropped = 0;      // no free slot, or the chain was late
+  std::uint64_t thinned = 0;      // above the frame rate
+  std::uint64_t untriggered = 0;  // not requested, where each picture is
   std::uint64_t refused = 0;      // descriptors that failed their check
-  std::uint64_t held = 0;         // delivered and not given back yet
+  std::uint64_t held = 0;         // delivered and still held by the client
 };
 // The streams of this process whose memory is still in use, open ones first. Any thread.
 QUILL_PUBLIC std::vector<StreamCounters> Streams();
@@ -139,15 +138,15 @@ struct BoardStream {
   std::map<std::string, int> control;
   StreamCounters counters;
 };
-// Where a real-time side listens that is to be used: as the options say, else as the environment
-// variable TESSEL_RTOS_SOCKET does. Empty: one of our own is started. Any thread.
+// The Unix socket of the real-time side to use: from the options, else from the environment
+// variable TESSEL_RTOS_SOCKET. Empty: this library starts one. Any thread.
 QUILL_PUBLIC std::string FarSideSocket();
-// All streams of the real-time side, in the order of their creation. Connects to one that listens,
-// where the options name it, but starts none. False with `error` when there is none to ask. Any
+// All streams of the real-time side, in the order of their creation. Connects to the socket
+// that the options name, but starts none. False with `error` when no real-time side answers. Any
 // thread, as the three below.
 QUILL_PUBLIC bool ListBoard(std::vector<BoardStream>& streams, std::string& error);
-// Steers a stream that may be another client's. False with `error` when there is no such stream, it
-// has no use for this, or it does not answer.
+// Steers a stream, of this client or another one. False with `error` when the stream is unknown,
+// its chain does not use the word, or it does not answer.
 QUILL_PUBLIC bool SetBoardWord(int id, const std::string& word, int value, std::string& error);
 QUILL_PUBLIC bool RequestKeyFrame(int id, std::string& error);
 QUILL_PUBLIC bool TriggerFrame(int id, std::string& error);
@@ -161,7 +160,7 @@ QUILL_PUBLIC bool TriggerFrame(int id, std::string& error);
 // The URL that ReadFileUrl() reads as `path`, the path of a file. Any thread.
 QUILL_PUBLIC std::string FileUrlOf(const std::string& path);
 
-// The shared window: bytes handed out, and in how many pieces the rest is.
+// The shared window: bytes in use, and the number of free pieces.
 struct WindowUse {
   std::size_t used_bytes = 0;
   std::size_t free_pieces = 0;

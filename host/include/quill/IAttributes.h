@@ -7,7 +7,7 @@
 
 namespace quill::base {
 
-// The textual face of an object.
+// An object's attributes as text.
 class QUILL_PUBLIC IAttributes {
  public:
   virtual ~IAttributes() = default;

@@ -17,15 +17,15 @@
 
 namespace quill::base {
 
-// Root of what creates objects.
+// The base of all that creates objects.
 class QUILL_PUBLIC IFactoryHelper {
  public:
   virtual ~IFactoryHelper() = default;
 };
 
-// One class record. The registry holds the records entered into it, and so do the aliases that bind
-// a record and the objects made from it: one that is unregistered lives until the last of them is
-// gone. The registry locks itself, so every static operation is for any thread.
+// One class record. The registry holds the records entered into it; aliases hold the record that
+// they bind, and objects the record that they were made from. An unregistered record lives until
+// the last of these is gone. Static operations: any thread; the registry has a lock.
 class QUILL_PUBLIC IClass : public IFactoryHelper, public std::enable_shared_from_this<IClass> {
  public:
   using Creator = std::function<object*(void* arguments)>;
@@ -43,11 +43,11 @@ class QUILL_PUBLIC IClass : public IFactoryHelper, public std::enable_shared_fro
   static IClass* Find(const char* name, bool exact);
   // The first record of that exact name; `place` becomes its position, or the list's end.
   static IClass* Find(const char* name, std::list<IClass*>::iterator& place);
-  // The registry itself, for walking while nothing registers; and a copy of it, for any time.
+  // The registry itself, to be walked while no class is registered; and a copy, for any time.
   static std::list<IClass*>& Globle();
   static std::vector<const IClass*> All();
-  // Enters a record, which the registry then holds. Null stays null, and one entered before stays
-  // where it is.
+  // Enters a record, which the registry then holds. Null is ignored; a record entered before
+  // keeps its place.
   static IClass* Register(IClass* record);
   // Removes the first record of that name. False when there is none.
   static bool UnRegister(const char* name);
@@ -71,8 +71,8 @@ class QUILL_PUBLIC IClass : public IFactoryHelper, public std::enable_shared_fro
   // and logged, when the record has no creation function, the constructor needs arguments and gets
   // none, or the object cannot be configured.
   object* CreateObject(void* arguments) const;
-  // The same, configured with `set`. The object knows its owner from the start, as it may have
-  // something to tell while it is configured; entering it there is left to the caller.
+  // The same, configured with `set`. The object knows its owner from the start, as it may send
+  // messages while it is configured; the caller enters it among the owner's children.
   object* CreateObject(void* arguments, AttrSet& set, object* owner) const;
 
   // One line: name, constructor, metadata.

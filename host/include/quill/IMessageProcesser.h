@@ -21,8 +21,8 @@ class QUILL_PUBLIC Orient {
     kSource = 2,    // to those in front of it in the data flow, the nearest first
     kChildren = 4,  // from a control object: to all objects under it, depth first
     kParent = 8,    // upward, to the object that owns it, then to that one's owner
-    kOwners = 16,   // to all owners, the outermost first, also when one has taken it; an owner that
-                    // is removed from its own owner during the walk is skipped
+    kOwners = 16,   // to all owners, the outermost first, even if one has taken it; skips an owner
+                    // that is removed from its own owner during the walk
   };
   // NOLINTNEXTLINE(google-explicit-constructor): built from its enumeration, by design
   Orient(EOrient value) : _value(value) {}
@@ -38,14 +38,14 @@ class QUILL_PUBLIC IMessageProcesser {
   virtual ~IMessageProcesser() = default;
 
   // Sends `text` from this object and waits for the answer; on the message thread it is delivered
-  // at once. `extra` is a note for the receiver, or null. False when nobody took it, or when the
-  // message thread is busy for longer than the time-out of a command; it is delivered all the same.
-  // Any thread.
+  // at once. `extra` is a note for the receiver, or null. False when no receiver took it, or
+  // when the message thread is busy for longer than the time-out of a command; the message is then
+  // delivered later. Any thread.
   bool SendMessage(const char* text, const Orient& orient, const char* extra);
 
   // Replaces the one callback that receives incoming messages; empty removes it. The callback runs
   // on the message thread. An exception that it throws is logged, and counts as the answer false.
-  // Any thread; a former callback that runs already comes to its end.
+  // Any thread; a running former callback is not interrupted.
   void RegisterMessageProcessCallback(const std::function<bool(Message&)>& callback);
 
  protected:

@@ -7,7 +7,7 @@
 
 namespace quill::base {
 
-// A message on its way; its body is the text property "text", a sender's note is "extra".
+// Properties: "text", the body; "extra", the sender's note, if it gave one.
 class QUILL_PUBLIC Message : public Object {
  public:
   Message(const char* text, const char* extra);

@@ -1,4 +1,4 @@
-// What an object is found by.
+// Names and keywords of objects.
 #pragma once
 
 #include <string>

@@ -26,7 +26,7 @@ class QUILL_PUBLIC Packet : public base::Reference {
   bool _is_key = false;
 };
 
-// What a sink or source carries. Parameters are typed: numbers as int, texts as const char*,
+// The media of one stream. Parameters are typed: numbers as int, texts as const char*,
 // addresses as void*. Constant after the stream has opened.
 class QUILL_PUBLIC IMedia : public virtual base::IParam {
  public:

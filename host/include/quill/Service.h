@@ -2,17 +2,17 @@
 //
 //  1. Any thread may ask for any change of any stream, at any time, by the machine (StatusUp(),
 //     StatusDown(), StatusChange()) or by a transition (Open(), Start(), Stop(), Close()).
-//  2. One change of an object runs at a time. What a change calls on its own thread belongs to it.
-//  3. A thread of the client waits for the change under way, at most for the time-out of a command.
-//     It then looks at the status anew: a target is a target, not a number of steps.
-//  4. A host thread runs callbacks, and a downward change may be waiting for the very callback. So
-//     a host thread does not wait for one. Its own downward change is left to the one under way,
-//     which goes on down to the lowest target left to it, and counts as done. Its upward change is
-//     refused, and logged. A thread whose wait ends without its turn is treated alike.
+//  2. One change of an object runs at a time. Changes that it calls on its own thread belong to it.
+//  3. A client's thread waits for the running change, at most for the time-out of a command. It
+//     then reads the status again: a target is a target, not a number of steps.
+//  4. A host thread runs callbacks, and a downward change may be waiting for just that callback. So
+//     a host thread does not wait for a downward change. Its own downward change is left to the
+//     running one, which goes on to the lowest target left to it; the call returns true. Its upward
+//     change is refused and logged. A client's thread whose wait times out is treated likewise.
 //  5. A downward change by a thread of the client returns true when no callback of the object runs
 //     any more, unless rule 4 has left it to another thread. It waits for them at most for the
-//     time-out of a command at each of its steps. One by a host thread does not wait for callbacks,
-//     its own or another's.
+//     time-out of a command at each of its steps. A downward change by a host thread does not
+//     wait for callbacks.
 //  6. Upward changes of a disabled object, and of one whose connection is lost, are refused.
 //
 // Every call thus ends in a status that some serial order of the calls explains; a call that was
@@ -26,8 +26,8 @@
 
 namespace quill::stream {
 
-// One that is still above null when its last holder lets go is closed while it is whole, and
-// destroyed when its callbacks have returned.
+// When the last hold is given back, a service above null is closed first, and destroyed when its
+// callbacks have returned.
 //
 // An override of Open(), Start(), Stop() or Close() that has state of its own to guard begins with
 // Service::beforeStatusUp() or Service::beforeStatusDown() and, where that returned true, ends with
@@ -40,8 +40,9 @@ class QUILL_PUBLIC Service : public virtual base::Object, public virtual IStatus
   bool StatusDown(Status target) override;
   bool StatusChange(Status target) override;
 
-  // Pausing reaches all services under this one: frames are held back, none is lost that has room.
-  // Only from play on. These two are called by the machine, which lets one change run at a time.
+  // Pausing reaches all services under this one: frames wait in the ring, and are
+  // dropped when it is full. Only from play on. These two are called by the machine, which lets one
+  // change run at a time.
   bool Pause() override;
   bool Resume() override;
   // False when a callback of this object still runs at the time-out. The status is lowered even so;

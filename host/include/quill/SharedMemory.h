@@ -11,8 +11,8 @@ namespace tessel {
 // Bytes in memory.
 class QUILL_PUBLIC IBuffer {
  public:
-  virtual void* Data() const = 0;        // lent for the buffer's life; may be null
-  virtual std::size_t Size() const = 0;  // bytes; 0 where there is no memory
+  virtual void* Data() const = 0;        // borrowed for the buffer's life; may be null
+  virtual std::size_t Size() const = 0;  // bytes; 0 when Data() is null
 
  protected:
   ~IBuffer() = default;
@@ -52,7 +52,7 @@ class QUILL_PUBLIC SharedMemory : public tessel::IBufferNamed {
 // A rate-control block that its owner steers directly.
 class QUILL_PUBLIC VBRC : public SharedMemory {
  public:
-  // The block holds its defaults, with no room beyond the fixed part.
+  // The block holds its defaults and has no extra area beyond the fixed part.
   explicit VBRC(const char* name);
   VbrcBlock* Block() const { return static_cast<VbrcBlock*>(Data()); }  // null as Data() is
 };

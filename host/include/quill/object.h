@@ -42,8 +42,8 @@ class QUILL_PUBLIC object : public Reference,
   bool initConfigure(AttrSet& set);  // takes "name", "keyword" and "enable" out of `set`
   bool initSerialize(
       AttrSet& set);  // applies and takes out the pairs that name a writable property
-  // Applies what is left, and takes out what it has read; called once by the host after
-  // construction. Overrides need not call this.
+  // Applies the remaining pairs, and takes out those that it has read; called once by the host
+  // after construction. Overrides need not call this.
   virtual bool configure(AttrSet& set);
 
   // Creates a child from a description: "type" names its class, the other pairs configure it. The
@@ -72,7 +72,7 @@ class QUILL_PUBLIC object : public Reference,
 
   bool Enable() const;  // any thread
   void Enable(bool enabled);
-  // The flag itself, which may be kept beyond the object's life.
+  // The flag itself; a holder may outlive the object.
   std::shared_ptr<const std::atomic<bool>> EnableFlag() const { return _enabled; }
 
   // Host only: the count of running callbacks of this object; null when it counts none.
@@ -93,12 +93,12 @@ class QUILL_PUBLIC object : public Reference,
   virtual bool get(int id, void* value, const std::type_info* type) const = 0;
   virtual bool setString(int id, const char* text) = 0;
   virtual bool getString(int id, std::string& text) const = 0;
-  // Writes a text property, adding it to this object where there is none of that name. Its number,
-  // or -1 when it refuses the text.
+  // Writes a text property, which is added to this object if it has none of that name. Returns its
+  // number, or -1 when it refuses the text.
   virtual int setoradd(const char* name, const char* text) = 0;
   object* getChild(int order) const;
 
-  // What has to be done when the last holder lets go, while the object is still whole.
+  // Runs when the last hold is given back, before any destructor.
   class Finisher {
    public:
     virtual void Finish() = 0;
@@ -111,7 +111,7 @@ class QUILL_PUBLIC object : public Reference,
   ~object() override;
   void SetFinisher(Finisher& finisher) { _finisher = &finisher; }  // borrows for the object's life
   void LastReleased() override {
-    // Held meanwhile: what the end calls may hold the object and let it go.
+    // Held meanwhile: Finish() may call what holds and releases the object.
     if (Finisher* finisher = std::exchange(_finisher, nullptr)) {
       Hold();
       finisher->Finish();
@@ -138,7 +138,7 @@ class QUILL_PUBLIC object : public Reference,
   const std::shared_ptr<std::atomic<bool>> _enabled = std::make_shared<std::atomic<bool>>(true);
 };
 
-// Holds an object until it goes.
+// Gives a hold back at the end of a scope.
 struct Releaser {
   void operator()(const Reference* held) const { held->Release(); }
 };

@@ -16,7 +16,7 @@ int HexValue(char digit) {
   return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
 }
 
-// The byte that the "%" at the front of `text` and what follows stand for; -1: none.
+// Decodes the "%" and two hexadecimal digits at the front of `text`; -1 when they are no code.
 int PercentCode(std::string_view text) {
   if (text.size() < 3) return -1;
   // "%03d" numbers files; nobody means the control character 3 and a "d".

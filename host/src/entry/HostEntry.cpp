@@ -35,7 +35,7 @@ struct Announced {
   const link_map* library;  // the one that holds the function
 };
 
-// Never destroyed, as everything that other libraries reach.
+// Never destroyed, as other libraries may use it until the process ends.
 struct Entry {
   std::mutex mutex;
   std::vector<Announced> announced;   // guarded by mutex; those not called yet
@@ -48,7 +48,7 @@ Entry& TheEntry() {
   return *entry;
 }
 
-// "shm0_cmd": a request to the real-time side, which is started by the first one.
+// "shm0_cmd": a request to the real-time side; the first one starts it.
 bool RunShm0Command(AttrSet& args) {
   const char* text = args.Get("cmd");
   const std::string_view command = text == nullptr ? "" : text;
@@ -79,9 +79,9 @@ bool AllocateSharedMemory(AttrSet& args) {
   return block != nullptr && args.Add("ptr", base::ToString<const void*>(block));
 }
 
-// "shm_free": the dying object on this thread gives its block up. Its storage goes back when
-// nothing of the object is left (see Construction): later destructors still close the application
-// that has the block's address.
+// "shm_free": gives up the block of the object that is being destroyed on this thread. The memory
+// is freed when the whole object is gone (see Construction), as later destructors still close the
+// application that uses the block.
 std::uintptr_t FreeSharedMemory() { return 0; }
 
 template <typename Class, typename... Args>
@@ -151,7 +151,7 @@ bool LoadPlugin(const char* path, std::string* error) {
   bool is_plugin = false;
   {
     const std::lock_guard lock(entry.mutex);
-    // Others may have been loaded by somebody else; they are called once they are loaded here.
+    // Plug-ins that something else has loaded are called once they are loaded here.
     const auto others =
         std::stable_partition(entry.announced.begin(), entry.announced.end(),
                               [map](const Announced& plugin) { return plugin.library == map; });

@@ -1,4 +1,4 @@
-// The count of running callbacks, by which a stream that goes down waits for them.
+// Counts running callbacks, so that a stream that goes down can wait for them.
 #pragma once
 
 #include <chrono>
@@ -26,7 +26,7 @@ class Callbacks {
     _ended.notify_all();
   }
   void WaitUntilNoneRuns() {
-    if (stream::IsForkedChild()) return;  // none of them came along
+    if (stream::IsForkedChild()) return;  // the threads are the parent's
     std::unique_lock lock(_mutex);
     _ended.wait(lock, [this] { return _running == 0; });
   }
@@ -36,8 +36,8 @@ class Callbacks {
     std::unique_lock lock(_mutex);
     return _ended.wait_for(lock, timeout, [this] { return _running == 0; });
   }
-  // Held around each call of the output callback. A stream that its own callback has started anew
-  // has a second thread, which delivers when the callback has returned.
+  // Held around each call of the output callback. A stream that its own callback has stopped and
+  // started has a second thread, which delivers once the callback has returned.
   std::mutex output_turn;
 
  private:
@@ -46,9 +46,9 @@ class Callbacks {
   int _running = 0;  // guarded by _mutex
 };
 
-// Keeps an object and its owners alive, and counts as a running callback of the outermost one
-// among them that counts callbacks. That one is the client's: it is not held, as it waits for its
-// callbacks.
+// Holds an object and its owners, and counts as a running callback of the outermost one among them
+// that counts callbacks. That one belongs to the client: it is not held, as it waits for its
+// callbacks before it is destroyed.
 class CallbackGuard {
  public:
   explicit CallbackGuard(object& part);

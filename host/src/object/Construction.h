@@ -7,14 +7,13 @@ namespace quill::base {
 
 class object;
 
-// Each thread has its own; nothing here locks, and nothing of it needs destroying at a thread's
-// end.
+// Each thread has its own record, without a lock.
 class Construction {
  public:
   // Called by the constructor and by the destructor of `object`.
   static void Begin(object& built);
   static void Gone(object& built);
-  // Sets what runs once nothing of an object is left but its address. One for the process.
+  // Sets the function that runs when an object has been destroyed. One for the process.
   static void OnGone(void (*hook)(const object&));
   // The object under construction on this thread, or null.
   static object* Current();

@@ -3,10 +3,10 @@
 
 namespace quill::stream {
 
-// True in a child after fork: what this library shares with the other side is the parent's.
+// True in a child after fork.
 bool IsForkedChild();
-// Makes a child after fork give up its copy of the command wire's end: the real-time side has to
-// notice when the parent is gone.
+// Closes `fd`, the socket of the command wire, in a child after fork: else the real-time side would
+// not notice the end of the parent.
 void CloseInForkedChild(int fd);
 // Undoes CloseInForkedChild(fd) if it is still registered; call it before closing the descriptor.
 void KeepInForkedChild(int fd);

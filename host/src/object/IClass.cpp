@@ -113,7 +113,7 @@ IClass* IClass::Register(IClass* record) {
 }
 
 bool IClass::UnRegister(const char* name) {
-  std::shared_ptr<IClass> gone;  // given back after the lock: a tag's destructor may come back here
+  std::shared_ptr<IClass> gone;  // released after the lock: a tag's destructor may use the registry
   const std::lock_guard lock(RegistryMutex());
   const auto place = PlaceOf(name);
   if (place == Registry().end()) return false;

@@ -12,8 +12,9 @@ namespace quill::stream {
 // callbacks may run commands, whose answers another thread has to receive meanwhile. Any thread.
 void PostMessage(std::function<void()> work);
 
-// Runs `deliver` on the message thread, at once when this is it, and returns its answer. `sender`
-// and its owners live until then. False at the time-out of a command; `deliver` still runs later.
+// Runs `deliver` on the message thread, directly if called on it, and returns its answer. `sender`
+// and its owners are held until then. False at the time-out of a command; `deliver` runs later
+// then.
 bool DeliverMessage(base::object& sender, std::function<bool()> deliver);
 
 }  // namespace quill::stream

@@ -10,7 +10,7 @@ namespace quill::stream {
 // Joinable; throws nothing: a default-constructed thread when the system has none left.
 std::thread StartThread(const char* name, std::function<void()> run);
 
-// Whether this thread was started here, so that what runs on it may be a client's callback.
+// Whether this is a host thread, which may be running a client's callback.
 bool IsHostThread();
 
 // Logs the exception that is being handled, thrown by a client's callback.

@@ -75,8 +75,8 @@ object* object::create(AttrSet& description) const {
   if (stream::Failed(record == nullptr, "!record", "no class: ", type)) return nullptr;
   AttrSet pairs = description;
   pairs.Remove("type");
-  // Entering a child belongs to creating it, which is how a const object gets one. It has an owner
-  // also where that one keeps it elsewhere than in the list.
+  // A const object may create a child. The child has an owner even if addChild() does not put it
+  // into the list.
   auto* self = const_cast<object*>(this);
   object* child = record->CreateObject(nullptr, pairs, self);
   if (child == nullptr || self->addChild(child)) return child;
@@ -247,8 +247,7 @@ bool object::Forward(Message& message, const Orient& orient) {
       }
       return false;
     case Orient::kOwners: {
-      // The outermost first: those below, which are kept, may be taken away from it by what it is
-      // told, and are not told then.
+      // The outermost first. A receiver may remove inner owners, which then get no message.
       std::vector<object*> owners;
       for (object* owner = _parent; owner != nullptr; owner = owner->_parent) {
         owners.push_back(owner);

@@ -16,7 +16,7 @@ Application::Application() {
       Status target = Status::kNull;
       if (Failed(!StatusFromName(word.c_str(), target), "!StatusFromName(word)", word))
         return false;
-      // A callback may let the last holder of this go while it is moved.
+      // A callback may give the last hold back during the change.
       const base::Held held = base::Keep(*this);
       if (up) return !IsLost() && LastStatus() >= target ? true : StatusUp(target);
       return LastStatus() <= target || StatusDown(target);

@@ -5,9 +5,8 @@
 
 namespace quill::stream {
 
-// "Application": holds one description, given as layout=, and is driven by texts: writing
-// "statusup" or "statusdown" moves it at least up or down to the status named; "status" reads where
-// it is.
+// "Application": holds the object described by layout=. Writing "statusup" or "statusdown" raises
+// or lowers it to the named status; "status" reads the current one.
 class Application : public virtual Pipeline {
  public:
   Application();

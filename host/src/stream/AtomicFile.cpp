@@ -18,8 +18,8 @@ std::string FolderOf(const std::string& path) {
   return slash == std::string::npos ? "" : path.substr(0, slash + 1);
 }
 
-// A new file beside `path`, whose name is in `temporary`. Process numbers come again, so that a
-// name may be taken by what another process has left behind.
+// Creates a file beside `path`; its name is stored in `temporary`. Process numbers are reused, so a
+// file of a dead process may have the name already.
 tessel::UniqueFd CreateBeside(const std::string& path, std::string& temporary) {
   static std::atomic<unsigned> last{0};
   constexpr int kMostNames = 1000;

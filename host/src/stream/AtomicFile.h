@@ -1,4 +1,4 @@
-// The writing of whole files.
+// Files that appear whole or not at all.
 #pragma once
 
 #include <cstdint>
@@ -10,15 +10,15 @@
 
 namespace quill::stream {
 
-// A file that is written under a temporary name beside its own, and then gets that: nobody sees
-// half of it, and an older file of that name stays whole until then. An older one has to be a
-// regular file; its mode does not stay, and of a link the link is replaced. One thread.
+// A file that is written under a temporary name in the same folder and then renamed: no reader sees
+// half of it. An existing file is replaced then; it has to be a regular file, and its mode is not
+// kept. A symbolic link is replaced itself. One thread.
 class AtomicFile {
  public:
-  // None, with `error`, when there can be no such file. Nothing is left behind then.
+  // Empty, with `error`, when the file cannot be created.
   static std::optional<AtomicFile> Open(const std::string& path, std::string& error);
   AtomicFile(AtomicFile&&) = default;
-  ~AtomicFile();  // of one that is not whole nothing is left behind
+  ~AtomicFile();  // removes a file that was not finished
 
   // Writes it, syncs it and gives it its name. False with `error`. Once.
   [[nodiscard]] bool Finish(std::span<const std::uint8_t> bytes, std::string& error);

@@ -19,7 +19,7 @@ AttrSet Inner(const AttrSet& set, const char* key) {
   return AttrSet(text == nullptr ? "" : text);
 }
 
-// An absent one keeps its value.
+// Leaves `is_on` alone when the key is absent.
 bool ReadSwitch(const AttrSet& set, const char* key, bool& is_on) {
   const char* text = set.Get(key);
   return text == nullptr ||
@@ -99,7 +99,7 @@ bool IOSinkPerFrame::Write(const std::string& url, const Packet& packet, std::st
 
 void IOSinkPerFrame::CountFile() const {
   if (_counted == nullptr) return;
-  // Pairs with the acquire of whoever waits for the file.
+  // Pairs with the acquire of the thread that waits for the file.
   _counted->Vbrc()->frame_count.fetch_add(1, std::memory_order_release);
 }
 
@@ -166,7 +166,7 @@ void IOSinkPerFrame::EndWriting() {
   PostEnd();
 }
 
-// Posted by whoever comes last, the news of the end or the last frame.
+// Posts "ended" once the end is known and the last frame is written.
 void IOSinkPerFrame::PostEnd() {
   std::optional<std::string> reason;
   {

@@ -16,17 +16,16 @@ namespace quill::stream {
 //
 //   urlLayout  where the URLs come from, see UrlLayout; required
 //   sendmsg    messages to post: name={oper=AfterOpen|AfterClose,send={upward}},…; AfterOpen when a
-//              frame's file is open, AfterClose when it is there under its name
+//              frame's file is open, AfterClose when it has its final name
 //   newFrame   true: also a message "newframe", AfterClose, unless sendmsg has one
-//   vbrc       block whose frame_count advances when a file is there; vbrcidx, 0, says which count
+//   vbrc       block whose frame_count counts the files; vbrcidx selects the count, only 0
 //   dbg        true: a line in the trace for each file
 //
 // Every message goes to all owners. Its text is `name:url={…}`, AfterClose with `,size=BYTES`; its
-// note ("extra") is the name. What goes wrong is in the log too:
-// `failed:url={…},reason={…},request=N` is a frame that could not be written, the one of the N-th
-// request in a chain of single frames; the next one is tried all the same. `ended:reason={…}` says
-// that none will come any more, behind those that came. The callbacks
-// of these messages run on the message thread; the stream thread waits for their answers.
+// note ("extra") is the name. If a frame cannot be written, the sink logs
+// why, posts `failed:url={…},reason={…},request=N` and continues; N counts the requests of a chain
+// of single frames. `ended:reason={…}` follows the last frame when the stream has ended. The
+// callbacks of these messages run on the message thread; the stream thread waits for their answers.
 class IOSinkPerFrame : public SessionSink {
  public:
   bool configure(base::AttrSet& set) override;
@@ -62,8 +61,9 @@ class IOSinkPerFrame : public SessionSink {
   std::uint32_t _requests_before = 0;  // set by Open(); those served before the session
 
   std::mutex _end_mutex;
-  bool _is_writing = false;                // guarded by _end_mutex; frames may still be written
-  std::optional<std::string> _end_reason;  // guarded by _end_mutex; told and not posted yet
+  bool _is_writing = false;  // guarded by _end_mutex; frames may still be written
+  std::optional<std::string>
+      _end_reason;  // guarded by _end_mutex; set by OnMessage(), not posted yet
 };
 
 }  // namespace quill::stream

@@ -46,7 +46,7 @@ std::vector<Service*> Pipeline::AgainstFlow() const {
   return order;
 }
 
-// All or nothing: those that went up before one that did not are taken down again.
+// All or nothing: if one fails, those that went up before it are taken down again.
 bool Pipeline::Up(const std::vector<Service*>& order, Step step, Step undo) const {
   for (std::size_t i = 0; i < order.size(); ++i) {
     if (step(*order[i])) continue;
@@ -56,7 +56,7 @@ bool Pipeline::Up(const std::vector<Service*>& order, Step step, Step undo) cons
   return true;
 }
 
-// All of them, whatever one says: nothing may be left behind half alive.
+// Takes all of them down, even if one fails.
 bool Pipeline::Down(const std::vector<Service*>& order, Step step) const {
   bool done = true;
   for (Service* service : order) done = step(*service) && done;
@@ -76,7 +76,7 @@ bool UpToPlay(Service& service) { return service.StatusUp(Status::kPlay); }
 
 bool Pipeline::Open() { return Up(InFlow(), &UpToReady, &ToNull) && Service::Open(); }
 
-// The sink first: what the source sends has somewhere to go.
+// The sink first, so that it is ready when the source sends.
 bool Pipeline::Start() { return Up(AgainstFlow(), &UpToPlay, &ToReady) && Service::Start(); }
 
 void Pipeline::afterStatusUp(Status target) {
@@ -90,7 +90,7 @@ void Pipeline::afterStatusUp(Status target) {
   Service::afterStatusUp(target);
 }
 
-// What waits for the callbacks comes behind what ends them.
+// Service::Stop() waits for callbacks, so the elements stop before it.
 bool Pipeline::Stop() {
   const bool done = Down(InFlow(), &ToReady);
   return Service::Stop() && done;

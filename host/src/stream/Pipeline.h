@@ -1,4 +1,4 @@
-// A chain of elements that is moved as one.
+// A chain of elements that changes its status as one.
 #pragma once
 
 #include <vector>

@@ -1,4 +1,4 @@
-// What a pipeline on Linux is made of.
+// The elements of a pipeline on Linux.
 #pragma once
 
 #include <cstdint>
@@ -10,18 +10,18 @@
 
 namespace quill::stream {
 
-// The thread whose change runs. A pipeline opens its elements in data-flow order and starts them
-// against it.
+// Called by the thread that changes the pipeline's status. The pipeline opens its elements in
+// data-flow order and starts them in the opposite order.
 class PipelineElement : public virtual Service {
  public:
   // The element in front of this one; borrows for its life.
   void Attach(PipelineElement& upstream) { _upstream = &upstream; }
-  // What it delivers, once open; null before and for elements at the end.
+  // The session whose packets it delivers; null while closed, and for a sink.
   virtual std::shared_ptr<Session> Output() const { return nullptr; }
   virtual std::shared_ptr<StreamMedia> OutputMedia() const { return nullptr; }
   // How many requests for single frames were served before the first packet of Output().
   virtual std::uint32_t RequestsBefore() const { return 0; }
-  // All elements of the pipeline play now.
+  // Called when all elements of the pipeline play.
   virtual void Playing() {}
 
  protected:

@@ -25,8 +25,8 @@ IStatus::Status Beside(const IStatus& service, int step) {
 
 }  // namespace
 
-// The machine's change of a service. An override of an after-hook may not call its base version, so
-// the end of the change ends all that was begun inside as well.
+// Scoped lock on a service's status changes. An override of an after-hook need not call its base
+// version, so the destructor also ends changes begun inside.
 class Service::TransitionLock {
  public:
   TransitionLock(Service& service, bool up, Status target)
@@ -79,7 +79,7 @@ bool Service::StatusDown(Status target) {
   return !change || (IStatus::StatusDown(target) && WaitForCallbacks(target));
 }
 
-// The way is known once no other change runs.
+// The direction is known once no other change runs.
 bool Service::StatusChange(Status target) {
   if (!IsStatus(target)) return false;
   const bool up = target >= LastStatus();
@@ -118,7 +118,7 @@ bool Service::Close() {
   return IStatus::Close() && done;
 }
 
-// Not where it could be a wait for this thread itself, and not for those of a stream that plays.
+// A host thread may be the callback itself; a stream that still plays keeps its callbacks.
 bool Service::WaitForCallbacks(Status target) {
   return IsHostThread() || target >= Status::kPlay ||
          !Failed(!_callbacks->WaitUntilNoneRuns(CommandTimeout()), "!callbacks",

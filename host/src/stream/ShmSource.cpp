@@ -82,7 +82,7 @@ void ShmSource::ForEachBlock(const std::function<void(VbrcBlock&)>& act) const {
   }
 }
 
-// Makes the application over there.
+// Creates the application on the real-time side.
 bool ShmSource::Connect() {
   AttrSet request(_application.c_str());
   request.Add("cmd", "tesselCreate");
@@ -95,7 +95,7 @@ bool ShmSource::Connect() {
 
 ShmSource::~ShmSource() { Leave(); }
 
-// Over the same factory command as everything that crosses, so that it can be replaced.
+// By the factory command that all requests use, so that a client can replace it.
 bool ShmSource::Command(const char* command, const char* status, AttrSet& answer) const {
   answer.Add("cmd", command);
   answer.Add("object_base", _handle);

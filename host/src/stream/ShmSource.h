@@ -1,4 +1,4 @@
-// The beginning of a pipeline: what the real-time side sends.
+// The first element of a pipeline: packets from the real-time side.
 #pragma once
 
 #include <functional>

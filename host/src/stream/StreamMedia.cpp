@@ -39,7 +39,8 @@ std::vector<std::uint8_t> Unhex(const char* digits) {
 
 StreamMedia::StreamMedia(const base::AttrSet& description) : _text(description.ToString(false)) {
   if (const char* codec = description.Get("codec")) _codec = codec;
-  _texts.reserve(description.Pairs().size());  // addresses of its entries are lent out
+  _texts.reserve(
+      description.Pairs().size());  // its entries must not move: their addresses are parameters
   for (const auto& [key, value] : description.Pairs()) {
     int number = 0;
     if (key == "header") {

@@ -1,4 +1,4 @@
-// The description of one stream's media, made from what the real-time side says.
+// The media of one stream, as the real-time side describes it.
 #pragma once
 
 #include <string>
@@ -10,7 +10,8 @@
 
 namespace quill::stream {
 
-// Constant after construction, so any thread may read it. Owns the bytes that its addresses show.
+// Constant after construction, so any thread may read it. Owns the bytes that its addresses point
+// to.
 class StreamMedia : public virtual base::Object, public IMedia {
  public:
   // Every pair of `description` becomes a parameter; a row of the table in the .cpp gives its type.
@@ -28,8 +29,8 @@ class StreamMedia : public virtual base::Object, public IMedia {
 
   std::string _text;
   std::string _codec;
-  std::vector<std::string> _texts;    // what const char* parameters show
-  std::vector<std::uint8_t> _header;  // what void* parameters show
+  std::vector<std::string> _texts;    // the values of const char* parameters
+  std::vector<std::uint8_t> _header;  // the values of void* parameters
 };
 
 }  // namespace quill::stream

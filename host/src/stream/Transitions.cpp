@@ -24,8 +24,7 @@ bool Service::Transitions::IsFree() const {
   return _depth == 0 || _mover == std::this_thread::get_id();
 }
 
-// A host thread does not wait for a mover that goes down and so may be waiting for the callback
-// that this thread runs.
+// A mover that goes down may be waiting for the callback that this host thread runs.
 bool Service::Transitions::WaitForTurn(std::unique_lock<std::mutex>& lock) {
   const bool runs_callback = IsHostThread();
   _is_free.wait_for(lock, CommandTimeout(),

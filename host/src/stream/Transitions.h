@@ -1,4 +1,4 @@
-// Which thread changes the status of a service, and what others have left to it.
+// Lets one thread at a time change the status of a service.
 #pragma once
 
 #include <condition_variable>
@@ -18,7 +18,7 @@ class Service::Transitions final : public base::object::Finisher, public IStatus
   bool BeginUp(Status target);
   // False: left to the change under way.
   bool BeginDown(Status target);
-  // The outermost one carries out what was left to it.
+  // The outermost End() carries out the changes that were left to it.
   void End() override;
 
   // How many changes of this thread are nested; 0 on other threads.

@@ -12,7 +12,7 @@ namespace {
 
 constexpr auto kRelaxed = std::memory_order_relaxed;
 
-// What stands there, copied out before it is checked.
+// A copy of the area, checked before it is used.
 struct Area {
   unsigned user;
   int most_bytes;
@@ -53,9 +53,8 @@ bool Read(const Area& area, std::string& url, std::string& error) {
 }  // namespace
 
 bool ReadUrlArea(std::span<std::byte> block, std::string& url, std::string& error) {
-  // The client empties the area before it writes, and says the length behind it: an empty one, or
-  // one that has changed on the second look, is being written, for as long as that thread gets
-  // no time.
+  // The client empties the area before it writes a URL and stores the length last. An area that is
+  // empty, or that differs when read again, is being written.
   constexpr int kMostLooks = 1000;
   constexpr std::chrono::microseconds kNap(100);
   Area untrusted = Look(block);

@@ -21,7 +21,7 @@ class UrlSimple : public UrlLayout {
   const std::shared_ptr<const Window::Block> _block;
 };
 
-// The URL that a function of this process gives.
+// The URL that a function of this process returns.
 class UrlCallback : public UrlLayout {
  public:
   using Function = std::string (*)(void* handle);

@@ -17,7 +17,7 @@ class UrlLayout {
   static std::unique_ptr<UrlLayout> Create(const base::AttrSet& description, std::string& error);
   virtual ~UrlLayout() = default;
 
-  // The URL of the frame that has come. False with `error` when there is none to be had.
+  // The URL for the next frame. False with `error` when there is none.
   virtual bool Next(std::string& url, std::string& error) = 0;
 };
 
