@@ -4,7 +4,8 @@
 //   4  number  32 bits  pairs an answer with its request; 0 for an event
 //   8  text    an attribute set, without a terminating NUL
 //
-// and may carry file descriptors. Both sides treat what they receive as untrusted.
+// and may carry file descriptors. What it says is defined in messages/. Both sides treat what they
+// receive as untrusted.
 #pragma once
 
 #include <cstdint>
@@ -26,16 +27,17 @@ struct WireMessage {
   std::string text;
 };
 
-// Limits what a send may take when the receiver does not read: a second, then it is kBusy.
+// Bounds SendMessage() to one second while the receiver does not read.
 void LimitSends(int socket_fd);
 
 enum class SendResult { kSent, kTooLong, kBusy, kGone };
 
-// Any thread; blocks while the receiver's buffer is full, but not longer than the socket's
-// SO_SNDTIMEO; then it is kBusy. `fds` are duplicated on the way and stay with the caller.
+// Any thread. Blocks while the receiver's buffer is full, until the socket's SO_SNDTIMEO has
+// passed: then it returns kBusy. kTooLong: the text, or too many descriptors. kGone: the peer has
+// closed the socket. `fds` are duplicated on the way and stay with the caller.
 SendResult SendMessage(int socket_fd, const WireMessage& message, const std::vector<int>& fds = {});
 
-// Waits for the next message. False when the other side is gone. A message that is malformed
+// Waits for the next message. False when the peer has closed the socket. A malformed message
 // arrives as an event without text.
 bool ReceiveMessage(int socket_fd, WireMessage& message, std::vector<UniqueFd>& fds);
 

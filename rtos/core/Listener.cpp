@@ -27,7 +27,7 @@ constexpr std::int64_t kPauseNs = 100'000'000;  // from one attempt to accept a 
 std::string Reason() { return std::strerror(errno); }
 
 bool BindTo(int socket_fd, const sockaddr_un& address) {
-  // The mode is right from the first moment on.
+  // The file has to have its mode from the moment on that it exists.
   const mode_t before = umask(0177);
   const int bound = bind(socket_fd, reinterpret_cast<const sockaddr*>(&address), sizeof address);
   const int failure = errno;
@@ -43,7 +43,7 @@ sockaddr_un AddressOf(const std::string& path) {
   return address;
 }
 
-// Whether the socket at that path is what a dead process has left. Those of living ones listen.
+// Whether the socket at `path` belongs to no process any more: connecting to it is refused.
 bool IsLeftOver(const std::string& path) {
   struct stat file = {};
   if (lstat(path.c_str(), &file) != 0 || !S_ISSOCK(file.st_mode)) return false;
@@ -60,20 +60,20 @@ ino_t InodeOf(const std::string& path) {
   return lstat(path.c_str(), &file) == 0 ? file.st_ino : 0;
 }
 
-// Why the name cannot be had.
-std::string Occupant(const std::string& path) {
+std::string WhyOccupied(const std::string& path) {
   struct stat file = {};
   const bool is_other = lstat(path.c_str(), &file) == 0 && !S_ISSOCK(file.st_mode);
-  return is_other ? "is there, and no socket" : "somebody listens there";
+  return is_other ? "exists and is no socket" : "another process listens there";
 }
 
 }  // namespace
 
-// The socket gets its name when it listens already, so that nobody takes it for a dead one.
+// A socket that does not listen yet looks like one of a dead process. So it listens under a name of
+// its own first, and gets the name `path` then.
 std::unique_ptr<Listener> Listener::Create(const std::string& path, RealTimeSide& side,
                                            std::string& error) {
   const std::string first_path = path + "." + std::to_string(getpid());
-  constexpr std::size_t kLongest = sizeof(sockaddr_un::sun_path) - 9;  // room for that
+  constexpr std::size_t kLongest = sizeof(sockaddr_un::sun_path) - 9;  // leaves room for that
   if (path.empty() || path.size() > kLongest) {
     error = "\"" + path + "\" is no path of 1 to " + std::to_string(kLongest) + " characters";
     return nullptr;
@@ -87,7 +87,7 @@ std::unique_ptr<Listener> Listener::Create(const std::string& path, RealTimeSide
   }
   const ino_t inode = InodeOf(first_path);
   const bool is_free = ::link(first_path.c_str(), path.c_str()) == 0;
-  if (!is_free) error = path + ": " + (errno == EEXIST ? Occupant(path) : Reason());
+  if (!is_free) error = path + ": " + (errno == EEXIST ? WhyOccupied(path) : Reason());
   const bool is_ours =
       is_free || (IsLeftOver(path) && rename(first_path.c_str(), path.c_str()) == 0);
   unlink(first_path.c_str());
@@ -112,34 +112,35 @@ bool Listener::Serve(std::string& error) {
     error = Reason();
     return false;
   }
-  pollfd news[] = {
+  pollfd events[] = {
       {_socket.Get(), POLLIN, 0}, {signals.Get(), POLLIN, 0}, {_client_is_over.Fd(), POLLIN, 0}};
-  std::int64_t resume_ns = 0;  // until then nobody is accepted
-  while (news[1].revents == 0) {
+  std::int64_t resume_ns = 0;  // no client is accepted before
+  while (events[1].revents == 0) {
     const std::int64_t pause_ns = std::max<std::int64_t>(resume_ns - NowNs(), 0);
-    news[0].fd = pause_ns > 0 ? -1 : _socket.Get();
+    events[0].fd = pause_ns > 0 ? -1 : _socket.Get();
     const int pause_ms = pause_ns > 0 ? static_cast<int>(pause_ns / 1'000'000) + 1 : -1;
-    if (poll(news, std::size(news), pause_ms) < 0) {
-      if (errno == EINTR) continue;  // what stands in `news` is from before
+    if (poll(events, std::size(events), pause_ms) < 0) {
+      if (errno == EINTR) continue;  // `events` still holds what the call before found
       break;
     }
-    if (news[2].revents != 0) Reap();
-    // The client stays in the queue. Nothing tells when there is room again, so it is tried.
-    if (news[0].revents != 0 && !Accept()) resume_ns = NowNs() + kPauseNs;
+    if (events[2].revents != 0) JoinEnded();
+    // The client stays in the queue. No event tells when resources are free again, so it is tried
+    // from time to time.
+    if (events[0].revents != 0 && !Accept()) resume_ns = NowNs() + kPauseNs;
   }
-  End();
+  EndAll();
   return true;
 }
 
-// Whoever is held by its client's doing does not keep the process from ending.
-void Listener::End() {
+// A stuck connection must not keep the process alive.
+void Listener::EndAll() {
   for (const Client& client : _clients) client.connection->Hangup();
   const std::int64_t deadline_ns = NowNs() + 2 * kSecondNs;
   while (!_clients.empty()) {
-    pollfd news = {_client_is_over.Fd(), POLLIN, 0};
+    pollfd event = {_client_is_over.Fd(), POLLIN, 0};
     const auto left_ms = static_cast<int>((deadline_ns - NowNs()) / 1'000'000);
-    if (left_ms <= 0 || poll(&news, 1, left_ms) <= 0) break;
-    Reap();
+    if (left_ms <= 0 || poll(&event, 1, left_ms) <= 0) break;
+    JoinEnded();
   }
   if (_clients.empty()) return;
   RemoveSocket();
@@ -149,7 +150,7 @@ void Listener::End() {
 bool Listener::Accept() {
   auto socket_fd = UniqueFd::AboveStandard(accept4(_socket.Get(), nullptr, nullptr, SOCK_CLOEXEC));
   if (!socket_fd.IsOpen()) {
-    // Otherwise it has gone before its turn.
+    // With any other error the client has gone: that is no shortage.
     return errno != EMFILE && errno != ENFILE && errno != ENOBUFS && errno != ENOMEM;
   }
   try {
@@ -163,14 +164,14 @@ bool Listener::Accept() {
     });
     return true;
   } catch (const std::exception&) {
-    // Hangs up: the client is told that nobody is there.
+    // Closes the socket: the client's connection ends.
     _clients.remove_if([](const Client& client) { return !client.thread.joinable(); });
     return false;
   }
 }
 
-void Listener::Reap() {
-  _client_is_over.Sleep();  // has been rung
+void Listener::JoinEnded() {
+  _client_is_over.Sleep();  // does not wait: it has been rung
   for (auto client = _clients.begin(); client != _clients.end();) {
     if (client->is_over) {
       client->thread.join();

@@ -13,26 +13,27 @@
 
 namespace tessel::rtos {
 
-// One thread.
+// Main thread.
 class Listener {
  public:
-  // Listens at `path`, which only this user may connect to (mode 0600). A socket that a dead
-  // process has left there is replaced; a live one, or another file, is not. Null with `error`.
-  // `side` has to outlive it.
+  // Listens at `path`, which only this user may connect to (mode 0600). Replaces a socket whose
+  // process has died, but neither a socket in use nor another file: null with `error`. `side` has
+  // to outlive it.
   static std::unique_ptr<Listener> Create(const std::string& path, RealTimeSide& side,
                                           std::string& error);
-  // Removes the socket, if it is still the one at its path.
+  // Removes the socket's file, unless another process has replaced it.
   ~Listener();
 
-  // Serves until SIGINT or SIGTERM comes, then ends all connections. REQUIRES: no other thread was
-  // started before, so that all of them leave the signals to this one.
+  // Accepts clients until SIGINT or SIGTERM comes, then ends all connections; ends the process if
+  // one of them does not end within two seconds. False with `error`. REQUIRES: no other thread was
+  // started before: they inherit the signals that this one blocks.
   bool Serve(std::string& error);
 
  private:
   struct Client {
     explicit Client(std::unique_ptr<Connection> served) : connection(std::move(served)) {}
     std::unique_ptr<Connection> connection;
-    std::atomic<bool> is_over{false};
+    std::atomic<bool> is_over{false};  // set by `thread` as its last act
     std::thread thread;
   };
 
@@ -40,12 +41,12 @@ class Listener {
       : _path(std::move(path)), _inode(inode), _socket(std::move(socket)), _side(side) {}
   // False when descriptors, memory or threads are short.
   bool Accept();
-  void Reap();
-  void End();
+  void JoinEnded();
+  void EndAll();
   void RemoveSocket() const;
 
   const std::string _path;
-  const ino_t _inode;  // of the socket, in case somebody puts another one at its path
+  const ino_t _inode;  // of the socket's file
   const UniqueFd _socket;
   RealTimeSide& _side;
   const link::Doorbell _client_is_over = link::Doorbell::Create();
