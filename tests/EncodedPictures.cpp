@@ -1,5 +1,5 @@
 // What the encoder delivers, judged by decoding it. Unpaced and with room for two frames, the
-// real-time side is never more than one frame ahead, so that it is known which one a change meets.
+// real-time side is never more than one frame ahead: so the tests know which frame a change meets.
 #include <array>
 #include <filesystem>
 #include <numeric>
@@ -15,7 +15,7 @@ extern "C" {
 namespace tessel::tests {
 namespace {
 
-// Tells of the picture in the last frame.
+// Decodes a frame, and keeps what is known of its picture.
 struct PictureDecoder : Decoder {
   PictureDecoder() : Decoder(AV_CODEC_ID_H264) {}
 
@@ -81,7 +81,7 @@ class EncodedPictures : public StreamTest {
   Frame _frame;  // the last one
 };
 
-TEST_F(EncodedPictures, HaveTheSizeAndBringTheParameterSetsThatTheMediaInfoTold) {
+TEST_F(EncodedPictures, HaveTheSizeAndParameterSetsOfTheMediaInfo) {
   using Size = std::pair<int, int>;
   for (const auto& [width, height] : {Size(16, 16), {322, 242}, {640, 360}, {854, 480}}) {
     Create(width, height, 4);
@@ -92,10 +92,10 @@ TEST_F(EncodedPictures, HaveTheSizeAndBringTheParameterSetsThatTheMediaInfoTold)
     };
     const std::string header = unit(info.sps, info.spsSize) + unit(info.pps, info.ppsSize);
     const int size = static_cast<int>(header.size());
-    EXPECT_EQ(std::tie(info.width, info.height, info.gop), std::tuple(width, height, 4));
-    EXPECT_EQ(std::tie(info.spsOffset, info.spsLength), std::tuple(4, info.spsSize));
-    EXPECT_EQ(std::tie(info.ppsOffset, info.ppsLength), std::tuple(8 + info.spsSize, info.ppsSize));
-    EXPECT_EQ(info.headerSize, size + 4);
+    EXPECT_EQ(
+        (std::vector{info.width, info.height, info.gop, info.spsOffset, info.spsLength,
+                     info.ppsOffset, info.ppsLength, info.headerSize}),
+        (std::vector{width, height, 4, 4, info.spsSize, 8 + info.spsSize, info.ppsSize, size + 4}));
     for (std::uint32_t i = 0; i < 9; ++i) {
       ASSERT_TRUE(Next() && _frame->seq == i);
       EXPECT_EQ(Size(_decoder.picture->width, _decoder.picture->height), Size(width, height));
@@ -114,16 +114,15 @@ TEST_F(EncodedPictures, HaveTheSizeAndBringTheParameterSetsThatTheMediaInfoTold)
   }
 }
 
-TEST_F(EncodedPictures, KeepToTheirQpsInEveryBlock) {
+TEST_F(EncodedPictures, HaveTheQpAskedForInEveryBlock) {
   Create();
   _camera->SetBitRateMinimum(0);
   _camera->SetBitRateMaximum(100'000'000);
   Play();
   ASSERT_TRUE(Next());
-  // Expected are `least` to `most` throughout, and rate control at `last` in the end.
+  // Every QP lies in `least` to `most`; `last` is where rate control ends.
   for (const auto& [qp, qp_min, qp_max, target_bps, least, most, last] :
-       std::vector<std::array<int, 7>>{{26, 10, 50, 1'000'000, 26, 26, 26},
-                                       {1, 10, 50, 1'000'000, 1, 1, 1},
+       std::vector<std::array<int, 7>>{{1, 10, 50, 1'000'000, 1, 1, 1},
                                        {51, 10, 50, 1'000'000, 51, 51, 51},
                                        {0, 24, 30, 90'000'000, 24, 30, 24},
                                        {0, 34, 40, 1'000, 34, 40, 40},
@@ -141,20 +140,19 @@ TEST_F(EncodedPictures, KeepToTheirQpsInEveryBlock) {
   }
 }
 
-// A second to get there, and no IDR for it; the block tells of the frame that comes next.
+// Within a second, and without an IDR picture. The block describes the frame that comes next.
 TEST_F(EncodedPictures, MeetAChangedBitRateAndTheBlockMeasuresIt) {
   Create(640, 360);
   _camera->SetBitRateMaximum(10'000'000);
   Play();
   ASSERT_TRUE(Next());
   std::vector<int> bits = {static_cast<int>(_frame->size * 8)};
-  for (const int target_bps : {1'000'000, 3'000'000, 700'000, 1'500'000}) {
+  for (const int target_bps : {1'000'000, 3'000'000, 700'000}) {
     _camera->SetBitRate(target_bps);
     for (int i = 0; i < 91; ++i) {
       Settle();
       const int measured_bps = _block->bitrate, qp = _block->qp_reported;
       const int count = _block->frame_count;
-      EXPECT_EQ(_camera->GetCurrentBitRate(), measured_bps);
       ASSERT_TRUE(Next());
       EXPECT_EQ(std::pair(count - 1, qp), std::pair(static_cast<int>(_frame->seq), _decoder.qp));
       EXPECT_EQ(_frame->isKey, _frame->seq % 30 == 0);
@@ -164,17 +162,21 @@ TEST_F(EncodedPictures, MeetAChangedBitRateAndTheBlockMeasuresIt) {
     const double seen_bps = std::accumulate(bits.end() - 60, bits.end(), 0) / 2.0;
     EXPECT_NEAR(seen_bps, target_bps, 0.1 * target_bps);
   }
-  Settle();
-  EXPECT_GT(_camera->GetCurrentBitRate(), 0);
-  EXPECT_TRUE(_camera->Stop());
-  EXPECT_EQ(_camera->GetCurrentBitRate(), 0) << "nothing plays";
-  Play();
-  ASSERT_TRUE(Eventually([this] { return !Next() || _camera->GetCurrentBitRate() > 0; }));
-  KillFarSide();
-  EXPECT_EQ(_camera->GetCurrentBitRate(), 0) << "nothing plays any more";
 }
 
-TEST_F(EncodedPictures, KeyRequestsAndStartsMakeOneIdrAndBeginAGop) {
+TEST_F(EncodedPictures, HaveABitRateOnlyWhileTheyCome) {
+  Create();
+  for (int round = 0; round < 2; ++round) {
+    Play();
+    ASSERT_TRUE(Eventually([this] { return !Next() || _camera->GetCurrentBitRate() > 0; }));
+    EXPECT_NEAR(_camera->GetCurrentBitRate(), 1'000'000, 500'000) << "of this round alone";
+    EXPECT_TRUE(round == 1 || _camera->Stop());
+    if (round == 1) KillFarSide();
+    EXPECT_EQ(_camera->GetCurrentBitRate(), 0) << "nothing plays";
+  }
+}
+
+TEST_F(EncodedPictures, BeginAGopWithOneIdrAtEachKeyRequestAndStart) {
   Create(160, 120, 6);
   RequestKeys();  // the first picture is one anyway
   Play();
@@ -184,14 +186,14 @@ TEST_F(EncodedPictures, KeyRequestsAndStartsMakeOneIdrAndBeginAGop) {
   EXPECT_EQ(Types(9), "PKPPPPPKP") << "one frame was there already";
   for (const bool is_key_asked : {true, false}) {
     ASSERT_TRUE(Eventually([] { return Counters().made > Counters().delivered; }));
-    ASSERT_TRUE(_camera->Stop());  // what is left over is not delivered
+    ASSERT_TRUE(_camera->Stop());  // frames that were not taken yet are discarded
     if (is_key_asked) RequestKeys();
     Play();
     EXPECT_EQ(Types(8), "KPPPPPKP");
   }
 }
 
-TEST_F(EncodedPictures, GoOnAfterDropsAsIfNothingHadBeenLost) {
+TEST_F(EncodedPictures, CanBeDecodedAcrossDroppedOnes) {
   Use([](auto& board) { board.paced = true; });
   Create(160, 120, 1000);
   Play();
@@ -222,7 +224,7 @@ TEST_F(EncodedPictures, FollowTheGopPattern) {
   }
 }
 
-TEST_F(EncodedPictures, AreSpacedByTheFrameRateAskedForLast) {
+TEST_F(EncodedPictures, AreSpacedByTheLastFrameRate) {
   Create();
   Play();
   ASSERT_TRUE(Next());
@@ -239,24 +241,21 @@ TEST_F(EncodedPictures, AreSpacedByTheFrameRateAskedForLast) {
 }
 
 TEST_F(EncodedPictures, OfAMediaFileComeOncePerPass) {
+  const std::string film = ::testing::TempDir() + std::to_string(getpid());
   const struct {
     const char* extension;
-    const char* from;     // extension of a film that is converted; null: by the tool itself
-    const char* filter;   // of the conversion
+    std::string make;     // the command
     std::uint32_t pause;  // captures by which the 12th picture stays longer
-  } rows[] = {{".mp4", nullptr, "", 0},
-              {".mkv", nullptr, "", 0},
-              {".h264", nullptr, "", 0},
-              {".mpg", ".mkv", "null", 0},  // where a rewind may end elsewhere
-              {".late.mkv", ".mkv", "'setpts=PTS+gte(N\\,12)/TB'", 30}};
-  const std::string film = ::testing::TempDir() + std::to_string(getpid());
-  for (const auto& [extension, from, filter, pause] : rows) {
+  } rows[] = {
+      {".mkv",
+       TESSEL_TOOL " capture h264 -q --unpaced --frames 25 --width 320 --height 240 --gop 10 -o ",
+       0},
+      {".h264", "ffmpeg -v error -i " + film + ".mkv -c copy ", 0},
+      {".mpg", "ffmpeg -v error -i " + film + ".mkv ", 0},  // a rewind may end elsewhere in it
+      {".late.mkv",
+       "ffmpeg -v error -i " + film + ".mkv -vsync vfr -vf 'setpts=PTS+gte(N\\,12)/TB' ", 30}};
+  for (const auto& [extension, make, pause] : rows) {
     const std::string file = film + extension;
-    const std::string make =
-        from == nullptr ? TESSEL_TOOL
-            " capture h264 -q --unpaced --frames 25 --width 320 "
-            "--height 240 --gop 10 -o "
-                        : "ffmpeg -v error -i " + film + from + " -vsync vfr -vf " + filter + " ";
     ASSERT_EQ(std::system((make + file).c_str()), 0);
     const std::uint32_t length = 25 + pause;
     for (const std::uint32_t passes : {1, 3}) {
@@ -276,7 +275,7 @@ TEST_F(EncodedPictures, OfAMediaFileComeOncePerPass) {
       }
       EXPECT_EQ(count, length * passes) << file;
       EXPECT_TRUE(passes > 1 || end.Wait());
-      _camera.reset();  // nothing is told any more
+      _camera.reset();  // the callback refers to `end`
     }
   }
   for (const auto& row : rows) std::filesystem::remove(film + row.extension);

@@ -36,10 +36,9 @@ class OddSource : public Source {
     unit.capture = _next;
     unit.frames_per_second = kIsSound ? 50 : 1;
     unit.is_key = _next % 10 == 0;
-    if (!kIsSound) return Verdict::kPass;
-    const std::int64_t due_ns = _start_ns + std::int64_t{_next} * 20'000'000;
-    unit.time_ns = due_ns + (_next % 10 == 9 ? std::int64_t{1} << 60 : 0);
-    return stop.SleepUntil(due_ns) ? Verdict::kPass : Verdict::kEnd;
+    const std::int64_t due_ns = _start_ns + _next * kSecondNs / unit.frames_per_second;
+    unit.time_ns = due_ns + (kIsSound && _next % 10 == 9 ? std::int64_t{1} << 60 : 0);
+    return !kIsSound || stop.SleepUntil(due_ns) ? Verdict::kPass : Verdict::kEnd;
   }
   Verdict Process(Unit& unit) override {
     if (g_behaviour == "fails" && _next == 3) return FailWith("lens=gone");
@@ -56,7 +55,7 @@ class OddSource : public Source {
 
  private:
   static constexpr std::size_t kUnitBytes = kIsSound ? 640 : 1000;
-  const std::int64_t _start_ns = NowNs();
+  const std::int64_t _start_ns = NowNs() - (kIsSound ? 300'000'000 : 0);
   std::uint32_t _next = 0;
 };
 
@@ -71,7 +70,7 @@ class OddEncoder : public PassElement {
  public:
   bool Open(const Context&, const AttrSet&, Media& media, std::string&) override {
     media.description = AttrSet(
-        "codec=h264,w=160,h=120,header=0000000167000000000168,spsoffset=4,isps=1,ppsoffset=10,"
+        "codec=h264,w=160,h=120,header=000000016742000a0000000168,spsoffset=4,isps=4,ppsoffset=12,"
         "ipps=1,pack=byte-stream");
     return true;
   }

@@ -15,8 +15,8 @@ namespace tessel::tests {
 //   floods:    no end of them
 //   ends:      3 of them, then the input ends
 //   fails:     3 of them, then the element fails
-// And under those of the PCM chain: live sound of 16 kHz; the time stamp of each tenth block lies
-// years ahead.
+// And under those of the PCM chain: live sound of 16 kHz, of which 0.3 s were recorded before it is
+// opened; the time stamp of each tenth block lies years ahead.
 std::span<const rtos::ElementRow> OddElements();
 
 inline constexpr std::uint32_t kManyUnits = 500;

@@ -1,5 +1,5 @@
 // What the microphone hears, sample by sample: the tone, media files and sound cards. And the lamp
-// of the test pattern, which is lit while the tone beeps.
+// of the test pattern, which is lit while the microphone's test input beeps.
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
@@ -40,7 +40,7 @@ Samples Read(const std::string& name, const SoundFormat& format, std::size_t mos
 
 Samples Noise(std::size_t count) {
   std::minstd_rand random(7);
-  Samples noise(count, 1);  // the last one is not to be taken for padding
+  Samples noise(count, 1);  // the last sample differs from padding
   std::generate(noise.begin(), noise.end() - 1,
                 [&] { return static_cast<std::int16_t>(random()); });
   return noise;
@@ -52,24 +52,18 @@ class Sounds : public ::testing::Test {
   ~Sounds() override { std::filesystem::remove_all(_folder); }
 
   std::string Path(const std::string& name) const { return _folder + "/" + name; }
-  // Writes a WAV file that claims to hold `missing` bytes more than it does.
+  // Writes a WAV file whose header counts `missing` bytes more than follow.
   std::string WriteWav(const SoundFormat& format, const Samples& samples, int missing = 0) const {
     const int size = 2 * static_cast<int>(samples.size());
     const int frame = 2 * format.channels;
-    const int head[] = {0x46464952,
-                        size + missing + 36,
-                        0x45564157,  // "RIFF", "WAVE"
-                        0x20746d66,
-                        16,
-                        1 | format.channels << 16,  // "fmt "
-                        format.rate,
-                        format.rate * frame,
-                        frame | 16 << 16,
-                        0x61746164,
-                        size + missing};  // "data"
-    std::ofstream file(Path("a.wav"), std::ios::binary);
-    file.write(reinterpret_cast<const char*>(head), sizeof head);
-    file.write(reinterpret_cast<const char*>(samples.data()), size);
+    const auto number = [](int value) {
+      return std::string(reinterpret_cast<const char*>(&value), sizeof value);
+    };
+    std::ofstream(Path("a.wav"), std::ios::binary)
+        << "RIFF" << number(size + missing + 36) << "WAVEfmt " << number(16)
+        << number(1 | format.channels << 16) << number(format.rate) << number(format.rate * frame)
+        << number(frame | 16 << 16) << "data" << number(size + missing)
+        << std::string(reinterpret_cast<const char*>(samples.data()), 0U + size);
     return Path("a.wav");
   }
 
@@ -77,25 +71,23 @@ class Sounds : public ::testing::Test {
 };
 
 TEST_F(Sounds, OfTheTestInputBeepSoftlyOnTheSecond) {
-  constexpr SoundFormat kFormat = {48000, 1};
+  constexpr SoundFormat kMono = {48000, 1};
   constexpr std::size_t kFirst = std::size_t{48} * 305;  // the sample on the second
-  const Samples tone = Read("tone", kFormat, 96000);
-  Samples beeps = Read("test", kFormat, 96000, false, 77 * kSecondNs - 305 * kMillisecondNs);
+  const Samples tone = Read("tone", kMono, 96000);
+  Samples beeps = Read("test", kMono, 96000, false, 77 * kSecondNs - 305 * kMillisecondNs);
   for (std::size_t i = 0; i < 96000; ++i) {
     beeps[i] = static_cast<std::int16_t>(beeps[i] - tone[i]);
     const bool is_beep = (i + 48000 - kFirst) % 48000 < 4800;
     ASSERT_TRUE(is_beep || beeps[i] == 0) << i;
   }
-  for (const std::size_t first : {kFirst, kFirst + 48000}) {
-    for (const auto& [from, to, amplitude] :
-         {std::tuple(48U, 48U * 99, 8192), {0, 48, 4096}, {48 * 99, 48 * 100, 4096}}) {
-      const auto part = FitTone(beeps, 3000, kFormat.rate, first + from, first + to);
-      EXPECT_LT(std::abs(part - 1.0 * amplitude), amplitude == 8192 ? 1 : 300) << from;
-    }
+  for (const auto& [from, to, amplitude] :
+       {std::tuple(48U, 48U * 99, 8192), {0, 48, 4096}, {48 * 99, 48 * 100, 4096}}) {
+    const auto part = FitTone(beeps, 3000, 48000, kFirst + from, kFirst + to);
+    EXPECT_LT(std::abs(part - 1.0 * amplitude), amplitude == 8192 ? 1 : 300) << from;
   }
 }
 
-TEST_F(Sounds, OfAFileComeOnceOrAgainAndAgainBitByBit) {
+TEST_F(Sounds, OfAFileRepeatBitByBitOrEnd) {
   for (const SoundFormat& format : {SoundFormat{8000, 2}, {48000, 1}}) {
     const Samples known = Noise(std::size_t{2} * 5003);
     const int block_samples = format.rate / 50 * format.channels;
@@ -110,7 +102,7 @@ TEST_F(Sounds, OfAFileComeOnceOrAgainAndAgainBitByBit) {
   }
 }
 
-TEST_F(Sounds, OfAFileKeepLengthAndLevelHoweverConverted) {
+TEST_F(Sounds, OfAFileKeepLengthAndLevelWhenConverted) {
   for (const auto& [from, to] : {std::pair(SoundFormat{8000, 1}, SoundFormat{48000, 2}),
                                  {{44100, 2}, {48000, 1}},
                                  {{16000, 2}, {16000, 1}}}) {
@@ -121,7 +113,7 @@ TEST_F(Sounds, OfAFileKeepLengthAndLevelHoweverConverted) {
   }
 }
 
-TEST_F(Sounds, OfNoKnownInputAreRefusedByName) {
+TEST_F(Sounds, OfAnUnknownInputAreRefusedByName) {
   ASSERT_EQ(mkfifo(Path("pipe").c_str(), 0600), 0);
   std::ofstream(Path("text")) << "not a sound\n";
   const auto expect = [](const std::string& name, const std::string& reason) {
@@ -143,7 +135,7 @@ TEST_F(Sounds, OfNoKnownInputAreRefusedByName) {
   }
 }
 
-TEST_F(Sounds, OfACardComeWholeAndWithTheirTime) {
+TEST_F(Sounds, OfACardArriveWholeAndWithTheirTime) {
   const Samples known = Noise(9600);
   std::ofstream(Path("card.conf")) << "pcm.fed { type file format raw file \"/dev/null\" infile \""
                                    << WriteWav({48000, 2}, known) << "\" slave.pcm { type null } }";
@@ -165,7 +157,7 @@ TEST_F(Sounds, OfACardComeWholeAndWithTheirTime) {
   }
 }
 
-TEST_F(Sounds, OfACardAreTimedEvenlyUnlessSomeWereLost) {
+TEST_F(Sounds, OfACardAreTimedEvenlyExceptAfterALoss) {
   rtos::SoundClock clock;
   std::minstd_rand random(3);
   std::int64_t end_ns = 5 * kSecondNs;
@@ -181,7 +173,7 @@ TEST_F(Sounds, OfACardAreTimedEvenlyUnlessSomeWereLost) {
   }
 }
 
-TEST(Lamp, IsNeverHidden) {
+TEST(Lamp, IsReadInPicturesOfEachShape) {
   for (const auto& [width, height] : {std::pair(80, 64), {640, 480}, {240, 640}}) {
     const auto area = static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
     std::vector<std::uint8_t> y(area), u(area / 4), v(area / 4);

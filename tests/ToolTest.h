@@ -13,11 +13,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <gtest/gtest.h>
+#include "Fixture.h"
 
 namespace tessel::tests {
 
-// The programs run in a folder of the test's own; what they say is in "out" and "err".
+// The programs run in a folder of the test's own. Their standard output and standard error are the
+// files "out" and "err" there.
 class ToolTest : public ::testing::Test {
  protected:
   ToolTest() { std::filesystem::create_directories(_folder); }
@@ -29,7 +30,7 @@ class ToolTest : public ::testing::Test {
   // One program may run meanwhile.
   void Begin(const std::string& line) { _program = Open("echo $$ >pid; exec " + line); }
   int End() { return Join(std::exchange(_program, nullptr)); }
-  // Again where a busy machine has let a command's second pass.
+  // The exit code of the tool. Tries again when a busy machine has let a command's second pass.
   int Run(const std::string& words) {
     int exit_code = Join(Open("exec " TESSEL_TOOL " " + words));
     for (int i = 0; i < 2 && Text("err").find(": no answer within") != std::string::npos; ++i) {
@@ -42,8 +43,11 @@ class ToolTest : public ::testing::Test {
     text << std::ifstream(_folder + name).rdbuf();
     return text.str();
   }
-  // Runs with `head`, `words` and `more`: how that ends, and a part of what it says. A capture that
-  // names no output is to leave none.
+  void WaitForFile(const std::string& name) const {
+    ASSERT_TRUE(Eventually([&] { return std::filesystem::exists(_folder + name); }));
+  }
+  // Runs the tool with `head`, `words` and `more`. `text` is a part of what it prints. A capture
+  // whose words name no output must leave none.
   struct Row {
     const char* words;
     int exit_code;
