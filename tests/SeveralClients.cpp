@@ -185,6 +185,8 @@ TEST_F(Steered, StreamsKeepTheirSettingsWhenOneIsRefused) {
         {"set h264 qp=52", "qp: "},
         {"set h264 qp=1 qp-min=9 qp-max=8", "qp-min 9 is above qp-max 8"},
         {"set h264 bitrate-min=5M", "bitrate-min 5000000 is above bitrate-max 2000000"},
+        {"set h264 bitrate=1M bitrate-min=3M bitrate-max=2M", "bitrate-min 3000000 is above"},
+        {"set h264 bitrate=4M bitrate-max=9k", "bitrate-min 200000 is above bitrate-max 9000"},
         {"devices --board none", its_own.c_str()},
         {"set h264 speed=3", "no key \"speed\""},
         {"set h264 qp=1 bitrate", "is not of the form key=value"},

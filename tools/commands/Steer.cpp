@@ -72,10 +72,8 @@ void AddBounds(Values& asked) {
   const auto bitrate = asked.find("bitrate");
   if (bitrate == asked.end()) return;
   const int bitrate_bps = bitrate->second;
-  const bool has_most = asked.contains("bitrate-max");
-  const auto least = asked.try_emplace("bitrate-min", bitrate_bps / kMinimumRatio).first;
-  const auto most = asked.try_emplace("bitrate-max", kMaximumRatio * bitrate_bps).first;
-  if (least->second > most->second) (has_most ? least : most)->second = bitrate_bps;
+  asked.try_emplace("bitrate-min", bitrate_bps / kMinimumRatio);
+  asked.try_emplace("bitrate-max", kMaximumRatio * bitrate_bps);
 }
 
 // Asked for, else in force.
