@@ -142,18 +142,6 @@ void StreamTest::Replace(const char* name,
                                    [command, real](AttrSet& args) { return command(args, real); });
 }
 
-void StreamTest::EditMedia(const std::function<void(AttrSet&)>& edit) {
-  Replace("shm0_cmd", [edit](AttrSet& args, const Command& real) {
-    const bool done = real(args);
-    if (const char* text = args.Get("media")) {
-      AttrSet media(text);
-      edit(media);
-      args.Add("media", media.ToString(false));
-    }
-    return done;
-  });
-}
-
 void StreamTest::Listen(IStreamControl& source) {
   _told.clear();
   source.RegisterMessageCallback([this](const char* text) {

@@ -89,9 +89,6 @@ class StreamTest : public ::testing::Test {
   // Replaces a command until the test ends; `command` may call the one that stood there.
   using Command = Factory::Command;
   void Replace(const char* name, const std::function<bool(AttrSet&, const Command& real)>& command);
-  // Lets `edit` change what the real-time side says of a stream's media.
-  void EditMedia(const std::function<void(AttrSet&)>& edit);
-
   // Keeps what the message callback of `source` is told; Told() returns it once something came.
   void Listen(IStreamControl& source);
   Lines Told();

@@ -242,7 +242,10 @@ TEST_F(FrameDelivery, AMediaDescriptionIsReadInOrderUntilAKeyIsMissing) {
                "adtslen=_aac.adtsLength,bitrate=_aac.bitrate")},
   };
   std::span<const AttrSet::Pair> missing;
-  EditMedia([&](AttrSet& media) {
+  Replace("shm0_cmd", [&](AttrSet& args, const Command& real) {
+    const bool done = real(args);
+    if (args.Get("media") == nullptr) return done;
+    AttrSet media(args.Get("media"));
     const AttrSet edits(
         "w=208,h=112,fmt=other,adtslen=8,spsoffset=4,isps=2,ppsoffset=10,ipps=3,"
         "header=0000000167680000000168696a");
@@ -250,6 +253,7 @@ TEST_F(FrameDelivery, AMediaDescriptionIsReadInOrderUntilAKeyIsMissing) {
     for (const auto& [key, member] : missing) {
       media.Remove(key == "sps" ? "header" : key == "jump" ? "codec" : key.c_str());
     }
+    return args.Add("media", media.ToString(false)) && done;
   });
   for (const auto& [name, file, told, members] : rows) {
     for (std::size_t first = 0; first <= members.Pairs().size(); ++first) {

@@ -32,7 +32,7 @@ class OddSource : public Source {
   }
   Verdict Await(Unit& unit, StopSignal& stop) override {
     const bool never_ends = kIsSound || g_behaviour == "floods" || g_behaviour == "fails";
-    if (!never_ends && _next == (g_behaviour == "ends" ? 3 : kManyUnits)) return Verdict::kEnd;
+    if (!never_ends && _next == (g_behaviour == "ends" ? 3 : 500)) return Verdict::kEnd;
     unit.capture = _next;
     unit.frames_per_second = kIsSound ? 50 : 1;
     unit.is_key = _next % 10 == 0;

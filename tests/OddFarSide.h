@@ -11,15 +11,13 @@ namespace tessel::tests {
 
 // Elements under the names of the H.264 chain. The source writes units of 1000 bytes, each byte the
 // unit's number, as fast as they are taken.
-//   counts:    kManyUnits of them, then the input ends
+//   counts:    500 of them, then the input ends
 //   floods:    no end of them
 //   ends:      3 of them, then the input ends
 //   fails:     3 of them, then the element fails
 // And under those of the PCM chain: live sound of 16 kHz, of which 0.3 s were recorded before it is
 // opened; the time stamp of each tenth block lies years ahead.
 std::span<const rtos::ElementRow> OddElements();
-
-inline constexpr std::uint32_t kManyUnits = 500;
 
 // Serves `connection` with OddElements() as the behaviour says, or
 //   exits:   ends at once
