@@ -202,19 +202,16 @@ class DescribingEncoder : public Element {
   Verdict Process(Unit&) override { return Verdict::kPass; }
 };
 
-template <typename Class>
-std::unique_ptr<Element> Make() {
-  return std::make_unique<Class>();
-}
-constexpr ElementRow kElements[] = {{"pv-yuv-src-adv", &Make<StampSource>},
-                                    {"h264-encoder-dma", &Make<DescribingEncoder>},
-                                    {"ShmSink", &Make<ShmSink>}};
+constexpr ElementRow kElements[] = {{"pv-yuv-src-adv", &MakeElement<StampSource>},
+                                    {"h264-encoder-dma", &MakeElement<DescribingEncoder>},
+                                    {"ShmSink", &MakeElement<ShmSink>}};
 
 int RunFarSide(int connection) {
   if (g_work.pin) PinTo(0);
   g_meeting = MapMeeting(g_work.stats_fd);
   if (g_meeting == nullptr) return EXIT_FAILURE;
-  RealTimeSide side{kElements};
+  AudioControl no_audio;
+  RealTimeSide side{kElements, no_audio};
   Connection(tessel::UniqueFd(connection), side).Serve();
   return EXIT_SUCCESS;
 }

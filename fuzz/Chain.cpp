@@ -8,9 +8,9 @@
 #include "AudioDevices.h"
 #include "Clock.h"
 #include "Doorbell.h"
-#include "Element.h"
+#include "ElementTable.h"
 #include "Input.h"
-#include "ShmSink.h"
+#include "SessionProducer.h"
 #include "UniqueFd.h"
 
 namespace tessel::fuzz {
@@ -65,12 +65,12 @@ class Chain : private Context, private StopSignal {
       std::istringstream file(microphone);
       _devices = AudioDevices::Read(file, error);
     }
-    _board.microphone = (_devices ? *_devices : *_usual).Find("Microphone");
+    _board.microphone = (_devices ? *_devices : *_usual).Microphone();
   }
 
   bool Build(const std::vector<LayoutElement>& layout) {
     for (const LayoutElement& wanted : layout) {
-      for (const ElementRow& row : BoardElements()) {
+      for (const ElementRow& row : ElementTable()) {
         if (wanted.class_name != row.name) continue;
         _chain.push_back(row.make());
         if (row.is_encoder) _encoder = &row;
@@ -78,7 +78,7 @@ class Chain : private Context, private StopSignal {
       wanted.params.Get("fr", _frames_per_second);
     }
     _source = _chain.empty() ? nullptr : dynamic_cast<Source*>(_chain.front().get());
-    _sink = _chain.empty() ? nullptr : dynamic_cast<ShmSink*>(_chain.back().get());
+    _sink = _chain.empty() ? nullptr : dynamic_cast<Sink*>(_chain.back().get());
     if (_chain.size() != layout.size() || _source == nullptr || _sink == nullptr) return false;
     std::string error;
     for (std::size_t i = 0; i < _chain.size(); ++i) {
@@ -148,7 +148,7 @@ class Chain : private Context, private StopSignal {
       Require(unit.room.empty() || unit.size_bytes <= unit.room.size(), "a unit fits its slot");
       Require(unit.qp >= 0 && unit.qp <= 51, "a quantiser in its range");
     }
-    return verdict == Verdict::kPass || verdict == Verdict::kMore;
+    return verdict == Verdict::kPass || verdict == Verdict::kNeedMore;
   }
 
   // Context
@@ -180,7 +180,7 @@ class Chain : private Context, private StopSignal {
   std::vector<std::unique_ptr<Element>> _chain;
   Media _media;
   Source* _source = nullptr;
-  ShmSink* _sink = nullptr;
+  Sink* _sink = nullptr;
   const ElementRow* _encoder = nullptr;
   int _frames_per_second = 30;
 };

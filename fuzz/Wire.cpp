@@ -4,7 +4,9 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "AudioDevices.h"
 #include "Connection.h"
+#include "ElementParams.h"
 #include "Input.h"
 #include "quill/ostream_string.h"
 #include "ShmSink.h"
@@ -60,7 +62,7 @@ class PlainEncoder : public Element {
     return unit.capture % 2 == 1 ? static_cast<Verdict>(_verdict) : Verdict::kPass;
   }
   Verdict Process(Unit& unit) override {
-    return unit.capture < static_cast<unsigned>(_keeps) ? Verdict::kMore : Verdict::kPass;
+    return unit.capture < static_cast<unsigned>(_keeps) ? Verdict::kNeedMore : Verdict::kPass;
   }
   bool KeepsBack() const override { return _keeps > 0; }
   Verdict Drain(Unit&) override { return --_keeps == 2 ? FailWith("worn") : Verdict::kPass; }
@@ -70,15 +72,14 @@ class PlainEncoder : public Element {
   int _keeps = 0;
 };
 
-template <typename Class>
-std::unique_ptr<Element> Make() {
-  return std::make_unique<Class>();
-}
+constexpr ControlWord kEncoderWords[] = {&VbrcBlock::bitrate_target, &VbrcBlock::qp_max,
+                                         &VbrcBlock::keyframe_req};
+constexpr ControlWord kTriggerWords[] = {&VbrcBlock::trigger_req};
 constexpr ElementRow kElements[] = {
-    {"S", &Make<PlainSource>},
-    {"h264-encoder-dma", &Make<PlainEncoder>, true},
-    {"FrameTrigger", &Make<PlainEncoder>},
-    {"ShmSink", &Make<ShmSink>},
+    {"S", &MakeElement<PlainSource>},
+    {"h264-encoder-dma", &MakeElement<PlainEncoder>, true, std::nullopt, kEncoderWords},
+    {.name = "FrameTrigger", .make = &MakeElement<PlainEncoder>, .reads = kTriggerWords},
+    {"ShmSink", &MakeElement<ShmSink>},
 };
 
 // As StreamRegistry makes them.
@@ -108,7 +109,8 @@ int FuzzWire(const std::uint8_t* data, std::size_t size_bytes) {
   int ends[2];
   Require(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) == 0, "there is a socket");
   const UniqueFd near(ends[0]);
-  RealTimeSide side{kElements};
+  AudioDevices audio = AudioDevices::Usual();
+  RealTimeSide side{kElements, audio};
   Connection connection(UniqueFd(ends[1]), side);
   const auto send = [&](std::uint32_t number, const std::string& text,
                         const std::vector<int>& fds) {

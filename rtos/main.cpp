@@ -10,7 +10,9 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include "AudioDevices.h"
 #include "Connection.h"
+#include "ElementTable.h"
 #include "Listener.h"
 #include "quill/StandardDescriptors.h"
 
@@ -81,7 +83,7 @@ int Run(int argc, char** argv) {
     std::fprintf(stderr, "tessel-rtos: %s\n", error.c_str());
     return EXIT_FAILURE;
   }
-  RealTimeSide side{BoardElements(), std::move(*devices)};
+  RealTimeSide side{ElementTable(), *devices};
   if (!path.empty()) return ListenAt(path, side);
   if (connection < 0) {
     std::fputs("tessel-rtos: --listen PATH is missing; see --help\n", stderr);

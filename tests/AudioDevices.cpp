@@ -268,7 +268,7 @@ class Level : public ::testing::Test {
     std::vector<std::int16_t> block(960, static_cast<std::int16_t>(amplitude));
     for (std::size_t i = 0; i < block.size(); i += 2)
       block[i] = static_cast<std::int16_t>(-amplitude);
-    _level.Apply(block);
+    _level.Apply(block, _device->Gain(), _device->HasAutomaticGain());
     return block;
   }
   void Set(const char* pair) { EXPECT_TRUE(_device->Set(AttrSet(pair), _error)) << _error; }
@@ -277,7 +277,7 @@ class Level : public ::testing::Test {
   std::string _error;
   std::unique_ptr<rtos::AudioDevice> _device = rtos::AudioDevice::Create(
       AttrSet("rate=48000,channels=1,canVol=1,canAgc=1,canMute=1"), _error);
-  rtos::SoundLevel _level{*_device};
+  rtos::SoundLevel _level{{48000, 1}};
 };
 
 TEST_F(Level, FollowsVolumeAndMuteWithinTenMilliseconds) {

@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "AudioDevices.h"
 #include "Connection.h"
 #include "Doorbell.h"
 #include "Fixture.h"
@@ -112,7 +113,8 @@ class Served : public ::testing::Test {
  private:
   Ends _ends;
   std::uint32_t _number = 0;
-  rtos::RealTimeSide _side{OddElements()};
+  rtos::AudioDevices _audio = rtos::AudioDevices::Usual();
+  rtos::RealTimeSide _side{OddElements(), _audio};
   rtos::Connection _connection{std::move(_ends.far), _side};
   std::thread _thread{[this] { _connection.Serve(); }};
 };

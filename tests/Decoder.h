@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "Fixture.h"
-#include "TestPattern.h"
+#include "PatternMarks.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>

@@ -5,6 +5,7 @@
 
 #include <sys/socket.h>
 
+#include "AudioDevices.h"
 #include "Clock.h"
 #include "Connection.h"
 #include "Listener.h"
@@ -76,16 +77,11 @@ class OddEncoder : public PassElement {
   }
 };
 
-template <typename Class>
-std::unique_ptr<Element> Make() {
-  return std::make_unique<Class>();
-}
-
-constexpr ElementRow kElements[] = {{"pv-yuv-src-adv", &Make<OddSource<false>>},
-                                    {"h264-encoder-dma", &Make<OddEncoder>},
-                                    {"pv-pcm-src", &Make<OddSource<true>>},
-                                    {"PcmFilter", &Make<PassElement>},
-                                    {"ShmSink", &Make<ShmSink>}};
+constexpr ElementRow kElements[] = {{"pv-yuv-src-adv", &MakeElement<OddSource<false>>},
+                                    {"h264-encoder-dma", &MakeElement<OddEncoder>},
+                                    {"pv-pcm-src", &MakeElement<OddSource<true>>},
+                                    {"PcmFilter", &MakeElement<PassElement>},
+                                    {"ShmSink", &MakeElement<ShmSink>}};
 
 void Answer(int socket, std::uint32_t number, const std::string& text) {
   SendMessage(socket, {WireMessage::kAnswer, number, text});
@@ -136,7 +132,8 @@ std::span<const ElementRow> OddElements() { return kElements; }
 
 int ListenAsOddFarSide(const std::string& path) {
   std::string error;
-  RealTimeSide side{OddElements()};
+  AudioDevices audio = AudioDevices::Usual();
+  RealTimeSide side{OddElements(), audio};
   const auto listener = Listener::Create(path, side, error);
   return listener != nullptr && listener->Serve(error) ? 0 : 1;
 }
@@ -151,7 +148,8 @@ int RunOddFarSide(const std::string& behaviour, UniqueFd connection) {
   } else if (behaviour == "delays") {
     Delay(connection.Get());
   } else {
-    RealTimeSide side{OddElements()};
+    AudioDevices audio = AudioDevices::Usual();
+    RealTimeSide side{OddElements(), audio};
     Connection(std::move(connection), side).Serve();
   }
   return 0;

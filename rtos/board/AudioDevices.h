@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 
+#include "AudioControl.h"
 #include "messages/AudioControls.h"
 #include "quill/AttrSet.h"
 
@@ -59,7 +60,7 @@ class AudioDevice {
 };
 
 // All of them, by kind: "Microphone" and "Speaker". Constant but for the controls. Any thread.
-class AudioDevices {
+class AudioDevices : public AudioControl {
  public:
   // A microphone and a speaker with everything but automatic gain for the speaker.
   static AudioDevices Usual();
@@ -72,10 +73,10 @@ class AudioDevices {
 
   // Null when the board has none of that kind.
   const AudioDevice* Find(const std::string& kind) const;
-  // Serve the requests of clients. False with `error`.
   bool Execute(const link::ProbeAudio& request, link::ProbeAnswer& answer,
-               std::string& error) const;
-  bool Execute(const link::SetAudio& request, link::Done&, std::string& error);
+               std::string& error) const override;
+  bool Execute(const link::SetAudio& request, link::Done&, std::string& error) override;
+  const AudioDevice* Microphone() const override { return Find("Microphone"); }
 
  private:
   AudioDevices() = default;

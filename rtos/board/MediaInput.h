@@ -5,8 +5,8 @@
 #include <memory>
 #include <string>
 
-#include "Element.h"
 #include "MediaReader.h"
+#include "Picture.h"
 
 namespace tessel::rtos {
 

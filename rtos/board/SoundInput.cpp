@@ -3,6 +3,7 @@
 #include <charconv>
 #include <optional>
 
+#include "InputNames.h"
 #include "SoundCard.h"
 #include "SoundFile.h"
 #include "Tone.h"
@@ -42,11 +43,11 @@ std::unique_ptr<SoundInput> OpenTone(const std::string& name, const std::string&
 std::unique_ptr<SoundInput> OpenSoundInput(const std::string& name, bool loop,
                                            const SoundFormat& format, std::string& error) {
   const std::string default_hz = std::to_string(Tone::kDefaultHz);
-  if (name == "test") return OpenTone(name, default_hz, true, format, error);
-  if (const auto hz = After(name, "tone", default_hz)) {
+  if (name == kTestInput) return OpenTone(name, default_hz, true, format, error);
+  if (const auto hz = After(name, kToneInput, default_hz)) {
     return OpenTone(name, *hz, false, format, error);
   }
-  if (const auto device = After(name, "alsa", "default")) {
+  if (const auto device = After(name, kSoundCardInput, "default")) {
     return SoundCard::Open(*device, name, format, error);
   }
   return SoundFile::Open(name, loop, format, error);

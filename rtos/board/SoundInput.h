@@ -40,7 +40,7 @@ class SoundInput {
   std::string _error;
 };
 
-// Opens the microphone input `name` (see Board::mic). With `loop` a file starts anew at its end.
+// Opens the microphone input `name` (see InputNames.h). With `loop` a file starts anew at its end.
 // Null with `error`, which names the input, when there is none or no sound in it.
 std::unique_ptr<SoundInput> OpenSoundInput(const std::string& name, bool loop,
                                            const SoundFormat& format, std::string& error);

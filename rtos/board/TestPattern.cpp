@@ -2,32 +2,20 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 #include <cstring>
 #include <random>
+#include <string>
 
 #include "ColourMatrix.h"
+#include "PatternMarks.h"
 
 namespace tessel::rtos {
 namespace {
-
-constexpr int kBits = 32;
-// A cell of known colour stands at either end, white left and black right, so that a level edge in
-// an ordinary picture, such as the border of a letter box, is no number.
-constexpr int kColumns = kBits + 2;
-// A row of cells is this part of the picture's height. Two rows stay ten lines high at 240 lines.
-constexpr int kCellRowsPerPicture = 24;
-// Below these a cell has fewer than four samples a side, and does not survive coding.
-constexpr int kLeastCellsWidth = 4 * kColumns;
-constexpr int kLeastCellsHeight = 4 * kCellRowsPerPicture;
 
 // As all levels and colours here in BT.709, limited range, whatever the pattern is shown in.
 constexpr std::uint8_t kBlack = 16;
 constexpr std::uint8_t kWhite = 235;
 constexpr std::uint8_t kGrey = 128;
-// A cell and its twin lie at least 219 apart when drawn. Coding and scaling leave more than this;
-// two parts of an ordinary picture seldom differ by as much, and never 34 times in a row.
-constexpr int kLeastContrast = 64;
 
 // Luma levels, from the upper to the lower edge: whatever the QP, some of the noise is worth coding
 // and some is not, so that the bit rate follows the QP smoothly.
@@ -36,10 +24,6 @@ constexpr int kMostNoise = 28;
 // How far the noise may be shifted. Enough places that a picture's noise is new to the encoder.
 constexpr int kNoisePlacesX = 256;
 constexpr int kNoisePlacesY = 64;
-// Where the lamp's middle is: in the last bar, which is black, above and right of the digits.
-constexpr int kLampColumn = 15;    // of 16
-constexpr int kLampRow = 9;        // of 48
-constexpr int kLeastLampSide = 8;  // luma samples
 
 constexpr int kTextureSpeed = 4;  // luma samples a picture
 
@@ -56,10 +40,6 @@ constexpr std::uint8_t kDigits[10][7] = {
     {6, 8, 16, 30, 17, 17, 14},   {31, 1, 2, 4, 8, 8, 8},   {14, 17, 17, 14, 17, 17, 14},
     {14, 17, 17, 15, 1, 2, 12},
 };
-
-int EvenPart(int whole, int numerator, int denominator) {
-  return static_cast<int>(std::int64_t{whole} * numerator / denominator) & ~1;
-}
 
 // To and fro between 0 and `span`, in steps of `speed`.
 int Bounce(std::uint32_t number, int speed, int span) {
@@ -99,35 +79,6 @@ std::vector<std::uint8_t> MakeTexture(int width, int height, Colours colours) {
     }
   }
   return texture;
-}
-
-// What the upper row shows from left to right, the rightmost cell in the lowest bit.
-std::uint64_t CellsOf(std::uint32_t number) {
-  return std::uint64_t{1} << (kColumns - 1) | std::uint64_t{number} << 1;
-}
-
-int MeanOf(const std::uint8_t* luma, int stride, int left, int top, int right, int bottom) {
-  std::int64_t sum = 0;
-  for (int y = top; y < bottom; ++y) {
-    const std::uint8_t* line = luma + std::ptrdiff_t{y} * stride;
-    for (int x = left; x < right; ++x) sum += line[x];
-  }
-  return static_cast<int>(sum / (std::int64_t{right - left} * (bottom - top)));
-}
-
-// The mean over the inner half of the cell in `column` and `row`, where neighbours do not bleed in.
-int CellLevel(const std::uint8_t* luma, int stride, int width, int height, int column, int row) {
-  const int left = (4 * column + 1) * width / (4 * kColumns);
-  const int right = std::max(left + 1, (4 * column + 3) * width / (4 * kColumns));
-  const int top = (4 * row + 1) * height / (4 * kCellRowsPerPicture);
-  const int bottom = std::max(top + 1, (4 * row + 3) * height / (4 * kCellRowsPerPicture));
-  return MeanOf(luma, stride, left, top, right, bottom);
-}
-
-// 0 where the picture is too small for a lamp.
-int LampSide(int width, int height) {
-  const int side = std::min(EvenPart(height, 1, 8), EvenPart(width, 1, 10));
-  return side < kLeastLampSide ? 0 : side;
 }
 
 void CopyPlane(const std::uint8_t* from, int width, int height, std::uint8_t* to, int stride) {
@@ -322,31 +273,6 @@ void TestPattern::DrawLamp(const Picture& picture, bool is_lit) const {
   Fill(picture, {left, top, side, side}, _grey);
   Fill(picture, {left + frame, top + frame, side - 2 * frame, side - 2 * frame},
        is_lit ? _white : _black);
-}
-
-bool ReadFrameNumber(const std::uint8_t* luma, int stride, int width, int height,
-                     std::uint32_t& number) {
-  if (width < kLeastCellsWidth || height < kLeastCellsHeight) return false;
-  std::uint64_t cells = 0;
-  for (int column = 0; column < kColumns; ++column) {
-    const int contrast = CellLevel(luma, stride, width, height, column, 0) -
-                         CellLevel(luma, stride, width, height, column, 1);
-    if (std::abs(contrast) < kLeastContrast) return false;
-    cells = cells << 1 | (contrast > 0 ? 1U : 0U);
-  }
-  const auto shown = static_cast<std::uint32_t>(cells >> 1);
-  if (cells != CellsOf(shown)) return false;
-  number = shown;
-  return true;
-}
-
-bool IsLampLit(const std::uint8_t* luma, int stride, int width, int height) {
-  const int side = LampSide(width, height);
-  if (side == 0) return false;
-  const int x = EvenPart(width, kLampColumn, 16);
-  const int y = EvenPart(height, kLampRow, 48);
-  const int reach = side / 4;
-  return MeanOf(luma, stride, x - reach, y - reach, x + reach, y + reach) > kGrey;
 }
 
 }  // namespace tessel::rtos

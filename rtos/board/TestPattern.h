@@ -15,7 +15,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "Element.h"
+#include "Picture.h"
 
 namespace tessel::rtos {
 
@@ -66,14 +66,5 @@ class TestPattern {
   std::vector<std::uint8_t> _noise;      // luma, larger than where it shows, see DrawNoise()
   int _noise_stride = 0;                 // samples
 };
-
-// Reads the number that the cells of a picture show. The picture may have been coded and scaled
-// since it was drawn. False, with `number` untouched, when the cells do not agree with their
-// inverted twins or the picture is too small to hold them. `stride` in bytes. Any thread.
-bool ReadFrameNumber(const std::uint8_t* luma, int stride, int width, int height,
-                     std::uint32_t& number);
-// Whether the lamp of such a picture is lit; false where the picture is too small to hold one. Any
-// thread. REQUIRES: it is a picture of the pattern: ReadFrameNumber() has read its number.
-bool IsLampLit(const std::uint8_t* luma, int stride, int width, int height);
 
 }  // namespace tessel::rtos

@@ -10,7 +10,6 @@
 #include "Clock.h"
 #include "quill/ostream_string.h"
 #include "SessionProducer.h"
-#include "ShmSink.h"
 
 namespace tessel::rtos {
 namespace {
@@ -46,39 +45,38 @@ const ElementRow* FindRow(std::span<const ElementRow> elements, const std::strin
 
 enum class Use { kSetting, kRequest, kReport };
 
-// Words of the rate-control block, under the names that watchers know them by.
-struct ControlWord {
+// A word of the rate-control block, under the name that watchers know it by.
+struct WordRow {
   const char* name;
-  VbrcBlock::Word VbrcBlock::*member;
+  ControlWord word;
   Use use;
-  const char* reader = nullptr;  // the element that acts on it; null: more than one
-  const char* lack = nullptr;    // what is said where that is missing
+  // What is said where no element of the chain reads it; null: any chain with a block takes it.
+  const char* no_reader = nullptr;
 };
-constexpr char kH264[] = "h264-encoder-dma";
 constexpr char kNoRate[] = "the bit rate of the stream is not controlled";
 constexpr char kNoRange[] = "the quantiser of the stream has no range";
-constexpr ControlWord kControlWords[] = {
+constexpr WordRow kWords[] = {
     {"bitrate", &VbrcBlock::bitrate, Use::kReport},
-    {"bitrate_target", &VbrcBlock::bitrate_target, Use::kSetting, kH264, kNoRate},
-    {"bitrate_min", &VbrcBlock::bitrate_min, Use::kSetting, kH264, kNoRate},
-    {"bitrate_max", &VbrcBlock::bitrate_max, Use::kSetting, kH264, kNoRate},
+    {"bitrate_target", &VbrcBlock::bitrate_target, Use::kSetting, kNoRate},
+    {"bitrate_min", &VbrcBlock::bitrate_min, Use::kSetting, kNoRate},
+    {"bitrate_max", &VbrcBlock::bitrate_max, Use::kSetting, kNoRate},
     {"framerate", &VbrcBlock::framerate, Use::kSetting},
     {"framerate_min", &VbrcBlock::framerate_min, Use::kSetting},
     {"framerate_max", &VbrcBlock::framerate_max, Use::kSetting},
     {"qp", &VbrcBlock::qp, Use::kSetting},
-    {"qp_min", &VbrcBlock::qp_min, Use::kSetting, kH264, kNoRange},
-    {"qp_max", &VbrcBlock::qp_max, Use::kSetting, kH264, kNoRange},
+    {"qp_min", &VbrcBlock::qp_min, Use::kSetting, kNoRange},
+    {"qp_max", &VbrcBlock::qp_max, Use::kSetting, kNoRange},
     {"qp_reported", &VbrcBlock::qp_reported, Use::kReport},
-    {"keyframe_req", &VbrcBlock::keyframe_req, Use::kRequest, kH264,
+    {"keyframe_req", &VbrcBlock::keyframe_req, Use::kRequest,
      "the stream has no key frames to ask for"},
-    {"trigger_req", &VbrcBlock::trigger_req, Use::kRequest, "FrameTrigger",
+    {"trigger_req", &VbrcBlock::trigger_req, Use::kRequest,
      "the stream is not one of single frames"},
     {"frame_count", &VbrcBlock::frame_count, Use::kReport},
 };
 
-const ControlWord* FindWord(const std::string& name) {
-  for (const ControlWord& word : kControlWords) {
-    if (name == word.name) return &word;
+const WordRow* FindWord(const std::string& name) {
+  for (const WordRow& row : kWords) {
+    if (name == row.name) return &row;
   }
   return nullptr;
 }
@@ -117,6 +115,7 @@ bool Application::Build(const std::string& layout, std::span<const ElementRow> e
       return false;
     }
     _chain.push_back({wanted.class_name, row->make()});
+    _read_words.insert(_read_words.end(), row->reads.begin(), row->reads.end());
     if (row->is_encoder) {
       _encoder = row;
       // The rate asked of the encoder is the rate at which the source captures.
@@ -130,7 +129,7 @@ bool Application::Build(const std::string& layout, std::span<const ElementRow> e
   }
   _no_memory = OfElement(_chain.front().class_name, "out of memory");
   _source = dynamic_cast<Source*>(_chain.front().element.get());
-  _sink = dynamic_cast<ShmSink*>(_chain.back().element.get());
+  _sink = dynamic_cast<Sink*>(_chain.back().element.get());
   if (_source == nullptr || _sink == nullptr) {
     error = "a chain that does not begin with a source and end with a sink";
     return false;
@@ -235,9 +234,8 @@ void Application::StopThread() {
   _state = State::kReady;
 }
 
-bool Application::Has(const char* class_name) const {
-  return std::any_of(_chain.begin(), _chain.end(),
-                     [&](const Link& link) { return link.class_name == class_name; });
+bool Application::Reads(ControlWord word) const {
+  return std::find(_read_words.begin(), _read_words.end(), word) != _read_words.end();
 }
 
 link::StreamReport Application::Overview() const {
@@ -251,23 +249,23 @@ link::StreamReport Application::Overview() const {
   report.media.Remove("header");  // only a decoder wants to see it
   if (_block == nullptr) return report;
   report.control.emplace();
-  for (const ControlWord& word : kControlWords) {
-    report.control->emplace_back(word.name, (_block->*word.member).load(std::memory_order_relaxed));
+  for (const WordRow& row : kWords) {
+    report.control->emplace_back(row.name, (_block->*row.word).load(std::memory_order_relaxed));
   }
   return report;
 }
 
 VbrcBlock::Word* Application::Word(const std::string& name, bool is_request, std::string& error) {
-  const ControlWord* word = FindWord(name);
-  if (word == nullptr || word->use != (is_request ? Use::kRequest : Use::kSetting)) {
+  const WordRow* row = FindWord(name);
+  if (row == nullptr || row->use != (is_request ? Use::kRequest : Use::kSetting)) {
     error = "\"" + name + "\" is nothing that can be " + (is_request ? "requested" : "set");
     return nullptr;
   }
-  if (_block == nullptr || (word->reader != nullptr && !Has(word->reader))) {
-    error = word->lack == nullptr ? "the stream has no rate control" : word->lack;
+  if (_block == nullptr || (row->no_reader != nullptr && !Reads(row->word))) {
+    error = row->no_reader == nullptr ? "the stream has no rate control" : row->no_reader;
     return nullptr;
   }
-  return &(_block->*word->member);
+  return &(_block->*row->word);
 }
 
 bool Application::SetWord(const std::string& name, int value, std::string& error) {
@@ -294,12 +292,12 @@ Verdict Application::Admit(const Unit& unit) const {
   return Verdict::kPass;
 }
 
-Verdict Application::PassOver(Unit& unit, Verdict reason) {
-  ++_passed_over;
-  _sink->CountPassedOver(reason);
+Verdict Application::Skip(Unit& unit, Verdict reason) {
+  ++_skipped;
+  _sink->CountSkipped(reason);
   // Nothing asks for pictures, and nothing tells when that changes: even a source that need not
   // keep to the clock waits for its next capture then.
-  if (reason == Verdict::kHold && !_source->IsLive()) {
+  if (reason == Verdict::kNotTriggered && !_source->IsLive()) {
     SleepUntil(NowNs() + kSecondNs / unit.frames_per_second);
   }
   return Told(_chain.front(), _source->Skip(unit));
@@ -315,8 +313,8 @@ void Application::CountMissed(const Unit& unit) {
     if (verdict == Verdict::kPass) {
       _sink->CountDropped();
     } else {
-      ++_passed_over;
-      _sink->CountPassedOver(verdict);
+      ++_skipped;
+      _sink->CountSkipped(verdict);
     }
   }
 }
@@ -348,17 +346,17 @@ Verdict Application::MoveOne(Unit& unit) {
   // As late as can be: requests made while it was awaited are served by it.
   ReadControl(unit);
   verdict = Admit(unit);
-  if (verdict != Verdict::kPass) return PassOver(unit, verdict);
+  if (verdict != Verdict::kPass) return Skip(unit, verdict);
   unit.room = _sink->Reserve();
   if (unit.room.empty() && !_source->IsLive() && !WaitForRoom(unit)) return Verdict::kEnd;
   if (unit.room.empty() && !_source->IsContinuous()) {
     _sink->CountDropped();
     return Told(source, _source->Skip(unit));
   }
-  unit.sequence = unit.capture - _passed_over;
+  unit.sequence = unit.capture - _skipped;
   verdict = PassThrough(unit, 0);
   if (verdict == Verdict::kPass) _next_sequence = unit.sequence + 1;
-  if (verdict == Verdict::kMore) ++_passed_over;
+  if (verdict == Verdict::kNeedMore) ++_skipped;
   return verdict;
 }
 

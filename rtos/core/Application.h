@@ -20,8 +20,6 @@
 
 namespace tessel::rtos {
 
-class ShmSink;
-
 // What the Linux side has handed out to one application, checked against the window.
 struct Grants {
   struct Session {
@@ -89,14 +87,14 @@ class Application : private Context, private StopSignal {
   Verdict MoveOne(Unit& unit);
   Verdict Admit(const Unit& unit) const;
   void CountMissed(const Unit& unit);
-  Verdict PassOver(Unit& unit, Verdict reason);
+  Verdict Skip(Unit& unit, Verdict reason);
   bool WaitForRoom(Unit& unit);
   Verdict PassThrough(Unit& unit, std::size_t first);
   Verdict Drain(Unit& unit);
   Verdict Told(const Link& link, Verdict verdict);
   void ReadControl(Unit& unit) const;
   void StopThread();
-  bool Has(const char* class_name) const;
+  bool Reads(ControlWord word) const;
 
   const link::SharedWindow& _window;
   const std::uint64_t _linux_base;
@@ -107,14 +105,15 @@ class Application : private Context, private StopSignal {
   // Constant after Build.
   std::vector<Link> _chain;
   Source* _source = nullptr;    // the first of _chain
-  ShmSink* _sink = nullptr;     // the last of _chain
+  Sink* _sink = nullptr;        // the last of _chain
   VbrcBlock* _block = nullptr;  // null: no element is steered
+  std::vector<ControlWord> _read_words;
   std::string _session_name;
   std::string _no_memory;  // what is said then: made before it could be short
   Media _media;
   int _frames_per_second = 30;
   const ElementRow* _encoder = nullptr;
-  std::uint32_t _passed_over = 0;    // captures without a unit of their own; chain's thread
+  std::uint32_t _skipped = 0;        // captures without a unit of their own; chain's thread
   std::uint32_t _next_sequence = 0;  // behind the last unit; chain's thread
 
   std::thread _thread;

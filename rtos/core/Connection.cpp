@@ -15,14 +15,14 @@ using link::WireMessage;
 
 constexpr std::size_t kLongestName = 255;  // of a session: lists of them have to fit into an answer
 
-Board BoardOf(const link::BoardInputs& inputs, const AudioDevices& audio) {
+Board BoardOf(const link::BoardInputs& inputs, const AudioControl& audio) {
   Board board;
   board.sensor = inputs.sensor;
   board.mic = inputs.mic;
   board.loop = inputs.loop;
   board.paced = inputs.paced;
   board.slots = inputs.slots;
-  board.microphone = audio.Find("Microphone");
+  board.microphone = audio.Microphone();
   return board;
 }
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <vector>
 
-#include "KnownParams.h"
+#include "ElementParams.h"
 #include "quill/Hash.h"
 
 namespace tessel::rtos {

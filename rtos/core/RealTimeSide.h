@@ -3,7 +3,7 @@
 
 #include <span>
 
-#include "AudioDevices.h"
+#include "AudioControl.h"
 #include "Element.h"
 #include "StreamRegistry.h"
 
@@ -12,7 +12,7 @@ namespace tessel::rtos {
 // Any thread, as its parts are.
 struct RealTimeSide {
   const std::span<const ElementRow> elements;
-  AudioDevices audio = AudioDevices::Usual();
+  AudioControl& audio;  // of the board
   StreamRegistry streams = {};
 };
 

@@ -1,8 +1,6 @@
 #include "AacEncoder.h"
 
 #include <algorithm>
-#include <array>
-#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
@@ -14,98 +12,22 @@ extern "C" {
 #include <libavutil/opt.h>
 }
 
+#include "AdtsHeader.h"
 #include "Clock.h"
-#include "KnownParams.h"
+#include "ElementParams.h"
 
 namespace tessel::rtos {
 namespace {
 
 constexpr int kFrame = 1024;                       // samples of each channel in a frame
 constexpr std::size_t kMostFrameBytes = 6144 / 8;  // of each channel in a frame
-constexpr int kHeaderBytes = 7;                    // of ADTS without a check sum
-constexpr int kObjectType = 2;                     // AAC LC among the audio object types of MPEG-4
 constexpr int kVersion = 4;                        // MPEG-4; the ID bit of ADTS is 0 then
 constexpr char kBroken[] = "the encoder fails";
 
-// With what stands for them in headers. Above 48000 a block of 20 ms would be longer than a frame;
-// 7350 is below what the sound filter makes.
-struct Rate {
-  int samples_per_second;
-  int index;
-};
-constexpr Rate kRates[] = {{48000, 3}, {44100, 4}, {32000, 5},  {24000, 6}, {22050, 7},
-                           {16000, 8}, {12000, 9}, {11025, 10}, {8000, 11}};
 constexpr std::string_view kProfiles[] = {"LC", "AAC-LC", "low"};
-
-// The library's coder makes the steps of a pure tone so fine, where bits abound, that loud ones are
-// clipped: a sine of full scale comes out 8 dB above its distortion. A soft noise in the frames
-// with such peaks takes the bits. Of one channel, or of two that are alike, about 4 dB less than
-// this law were found to be enough. Where a frame has that much of its own, as speech and music
-// have, none is added.
-constexpr float kLoudPeak = 0.4F;
-
-// Root mean square of that noise, full scale being 1: -65.5 dB at 128 kbit/s and 48 kHz.
-double SoftNoise(std::int64_t bit_rate_bps, int rate) {
-  const double bits = static_cast<double>(bit_rate_bps) / rate;  // of all channels for one sample
-  return std::pow(10.0, std::min(-78 + 4.7 * bits, -50.0) / 20);
-}
-
-// Root mean square of what the four samples in front of each do not foretell, by the linear
-// prediction that does it best: the noise beside up to two pure tones.
-double Unforetold(std::span<const float> samples) {
-  constexpr std::size_t kOrder = 4;
-  double matrix[kOrder][kOrder + 1] = {};  // correlations, and those with what is foretold
-  for (std::size_t i = kOrder; i < samples.size(); ++i) {
-    for (std::size_t row = 0; row < kOrder; ++row) {
-      for (std::size_t column = 0; column <= kOrder; ++column) {
-        const float other = column == kOrder ? samples[i] : samples[i - 1 - column];
-        matrix[row][column] += double{samples[i - 1 - row]} * other;
-      }
-    }
-  }
-  const double ridge = 1e-9 * matrix[0][0];  // tones alone leave it without an inverse
-  for (std::size_t row = 0; row < kOrder; ++row) matrix[row][row] += ridge;
-  for (std::size_t pivot = 0; pivot < kOrder; ++pivot) {
-    for (std::size_t row = 0; row < kOrder; ++row) {
-      if (row == pivot) continue;
-      const double factor = matrix[row][pivot] / matrix[pivot][pivot];
-      for (std::size_t i = pivot; i <= kOrder; ++i) matrix[row][i] -= factor * matrix[pivot][i];
-    }
-  }
-  double power = 0;
-  for (std::size_t i = kOrder; i < samples.size(); ++i) {
-    double rest = samples[i];
-    for (std::size_t k = 0; k < kOrder; ++k) {
-      rest -= matrix[k][kOrder] / matrix[k][k] * samples[i - 1 - k];
-    }
-    power += rest * rest;
-  }
-  return std::sqrt(power / static_cast<double>(samples.size() - kOrder));
-}
 
 // A source may correct its clock; what is missing is a block at least.
 constexpr std::int64_t kGapNs = 10'000'000;
-
-std::array<std::uint8_t, kHeaderBytes> AdtsHeader(int rate_index, int channels,
-                                                  std::size_t payload_bytes) {
-  const unsigned length = static_cast<unsigned>(payload_bytes) + kHeaderBytes;
-  const unsigned profile = kObjectType - 1;
-  const auto index = static_cast<unsigned>(rate_index);
-  const auto layout = static_cast<unsigned>(channels);  // 1: mono, 2: stereo
-  const unsigned bytes[kHeaderBytes] = {
-      0xff,  // sync word, 12 bits
-      0xf1,  // its end, MPEG-4, layer 0, no check sum
-      profile << 6 | index << 2 | layout >> 2,
-      (layout & 3) << 6 | length >> 11,  // neither copyrighted nor original
-      length >> 3 & 0xff,
-      (length & 7) << 5 | 0x1f,  // buffer fullness 0x7ff: variable rate
-      0xfc,                      // its end, one raw data block
-  };
-  std::array<std::uint8_t, kHeaderBytes> header;
-  std::transform(std::begin(bytes), std::end(bytes), header.begin(),
-                 [](unsigned byte) { return static_cast<std::uint8_t>(byte); });
-  return header;
-}
 
 bool CheckProfile(const char* name, std::string& error) {
   if (name == nullptr || std::count(std::begin(kProfiles), std::end(kProfiles), name) != 0) {
@@ -125,10 +47,6 @@ bool AacEncoder::Open(const Context&, const AttrSet& params, Media& media, std::
     error = "the library refuses to encode AAC";
     return false;
   }
-  // Uniform: the root mean square is the limit by the square root of 3.
-  _noise_rms = SoftNoise(_codec->bit_rate, _rate);
-  const auto limit = static_cast<float>(_noise_rms * std::sqrt(3.0));
-  _noise = std::uniform_real_distribution<float>(-limit, limit);
   Describe(media);
   return true;
 }
@@ -144,12 +62,13 @@ bool AacEncoder::ReadParams(const AttrSet& params, const Media& media, std::stri
       !ReadInt(params, "bw", 0, _rate / 2, _bandwidth_hz, error)) {
     return false;
   }
-  const auto* rate = std::find_if(std::begin(kRates), std::end(kRates), [this](const Rate& row) {
+  const auto rates = AacRates();
+  const auto rate = std::find_if(rates.begin(), rates.end(), [this](const AacRate& row) {
     return row.samples_per_second == _rate;
   });
-  if (rate == std::end(kRates)) {
+  if (rate == rates.end()) {
     error = "rate=" + std::to_string(_rate) + " of the sound in front is none of";
-    for (const Rate& row : kRates) error += " " + std::to_string(row.samples_per_second);
+    for (const AacRate& row : rates) error += " " + std::to_string(row.samples_per_second);
     return false;
   }
   if (_input_channels < 1 || _input_channels > 2) {
@@ -164,7 +83,6 @@ bool AacEncoder::MakeCodec() {
   _times_ns.clear();
   _is_used = false;
   _is_draining = false;
-  _random.seed();  // each run is the same
   const AVCodec* library = avcodec_find_encoder_by_name("aac");
   _codec.reset(avcodec_alloc_context3(library));
   _frame = MakeFrame();
@@ -184,6 +102,7 @@ bool AacEncoder::MakeCodec() {
       _codec->initial_padding != kFrame) {
     return false;
   }
+  _softener = ToneSoftener(_codec->bit_rate, _rate);
   _frame->nb_samples = kFrame;
   _frame->format = AV_SAMPLE_FMT_FLTP;
   _frame->sample_rate = _rate;
@@ -194,15 +113,15 @@ bool AacEncoder::MakeCodec() {
 void AacEncoder::Describe(Media& media) const {
   media.channels = _channels;
   media.frames_per_second = (_rate + kFrame / 2) / kFrame;
-  media.unit_bytes = kHeaderBytes + kMostFrameBytes * static_cast<std::size_t>(_channels);
+  media.unit_bytes = kAdtsHeaderBytes + kMostFrameBytes * static_cast<std::size_t>(_channels);
   AttrSet& description = media.description = AttrSet();
   description.Add("codec", "aac");
   description.Add("rate", _rate);
   description.Add("ch", _channels);
-  description.Add("profile", kObjectType);
+  description.Add("profile", kAacLowComplexity);
   description.Add("version", kVersion);
   description.Add("rateidx", _rate_index);
-  description.Add("adtslen", kHeaderBytes);
+  description.Add("adtslen", kAdtsHeaderBytes);
   description.Add("bitrate", static_cast<int>(_codec->bit_rate));
   description.Add("config",
                   Hex({_codec->extradata, static_cast<std::size_t>(_codec->extradata_size)}));
@@ -273,18 +192,10 @@ bool AacEncoder::AddSilence(int samples) {
   return _filled < kFrame || SendFull();
 }
 
-void AacEncoder::SoftenLoud() {
-  for (int channel = 0; channel < _channels; ++channel) {
-    const std::span plane(reinterpret_cast<float*>(_frame->data[channel]), kFrame);
-    const bool is_loud = std::any_of(plane.begin(), plane.end(),
-                                     [](float sample) { return std::abs(sample) > kLoudPeak; });
-    if (!is_loud || Unforetold(plane) > _noise_rms) continue;
-    for (float& sample : plane) sample += _noise(_random);
-  }
-}
-
 bool AacEncoder::SendFull() {
-  SoftenLoud();
+  for (int channel = 0; channel < _channels; ++channel) {
+    _softener.Apply({reinterpret_cast<float*>(_frame->data[channel]), kFrame});
+  }
   if (!_is_used) _times_ns.push_back(_frame_ns - DurationNs(kFrame));
   _is_used = true;
   _times_ns.push_back(_frame_ns);
@@ -295,7 +206,7 @@ bool AacEncoder::SendFull() {
 
 Verdict AacEncoder::Receive(Unit& unit) {
   const int result = avcodec_receive_packet(_codec.get(), _packet.get());
-  if (result == AVERROR(EAGAIN)) return Verdict::kMore;
+  if (result == AVERROR(EAGAIN)) return Verdict::kNeedMore;
   if (result == AVERROR_EOF) return Verdict::kEnd;
   if (result < 0 || _times_ns.empty()) return FailWith(kBroken);
   unit.time_ns = _times_ns.front();
@@ -309,13 +220,13 @@ Verdict AacEncoder::Receive(Unit& unit) {
 Verdict AacEncoder::Write(Unit& unit) {
   if (unit.room.empty()) return Verdict::kPass;
   const auto payload_bytes = static_cast<std::size_t>(_packet->size);
-  if (kHeaderBytes + payload_bytes > unit.room.size()) {
+  if (kAdtsHeaderBytes + payload_bytes > unit.room.size()) {
     return FailWith("a frame does not fit into " + std::to_string(unit.room.size()) + " bytes");
   }
   const auto header = AdtsHeader(_rate_index, _channels, payload_bytes);
-  std::memcpy(unit.room.data(), header.data(), kHeaderBytes);
-  std::memcpy(unit.room.data() + kHeaderBytes, _packet->data, payload_bytes);
-  unit.size_bytes = kHeaderBytes + payload_bytes;
+  std::memcpy(unit.room.data(), header.data(), kAdtsHeaderBytes);
+  std::memcpy(unit.room.data() + kAdtsHeaderBytes, _packet->data, payload_bytes);
+  unit.size_bytes = kAdtsHeaderBytes + payload_bytes;
   return Verdict::kPass;
 }
 

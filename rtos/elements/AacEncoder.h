@@ -20,12 +20,12 @@
 
 #include <cstdint>
 #include <deque>
-#include <random>
 #include <span>
 #include <string>
 
 #include "Element.h"
 #include "Libraries.h"
+#include "ToneSoftener.h"
 
 namespace tessel::rtos {
 
@@ -54,10 +54,7 @@ class AacEncoder : public Element {
   // Fills what is missing between the samples so far and those of `time_ns`.
   [[nodiscard]] bool Bridge(std::int64_t time_ns);
   [[nodiscard]] bool SendFull();
-  // Adds a soft noise to a frame with high peaks that has none, where pure tones would be clipped.
-  // Adds a soft noise to a frame with high peaks that has none, where pure tones would be clipped.
-  void SoftenLoud();
-  // The encoder's next frame. kMore: it wants more samples; kEnd: there are no more.
+  // The encoder's next frame. kNeedMore: it wants more samples; kEnd: there are no more.
   Verdict Receive(Unit& unit);
   Verdict Write(Unit& unit);
 
@@ -73,9 +70,7 @@ class AacEncoder : public Element {
   CodecPtr _codec;
   FramePtr _frame;  // being filled
   PacketPtr _packet;
-  double _noise_rms = 0;  // of what loud frames are softened by, full scale being 1
-  std::minstd_rand _random;
-  std::uniform_real_distribution<float> _noise;
+  ToneSoftener _softener;
   int _filled = 0;                     // samples of each channel in _frame
   std::int64_t _frame_ns = 0;          // time of its first sample
   std::int64_t _next_ns = 0;           // when the next block should begin

@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "Clock.h"
-#include "KnownParams.h"
+#include "ElementParams.h"
 
 namespace tessel::rtos {
 namespace {
@@ -111,7 +111,7 @@ void CameraSource::Describe(AttrSet& description) const {
 }
 
 bool CameraSource::OpenSensor(const Board& board, Colours colours, std::string& error) {
-  const bool is_pattern = board.sensor == "test";
+  const bool is_pattern = board.sensor == kTestInput;
   const bool needs_scaler = !is_pattern || !IsPlanar420(*_format);
   const bool fits_slot = !needs_scaler || _width % kScalerWidth == 0;
   if (needs_scaler) _scaler = std::make_unique<Scaler>(*_format, colours);
@@ -121,7 +121,7 @@ bool CameraSource::OpenSensor(const Board& board, Colours colours, std::string& 
     _pattern = std::make_unique<TestPattern>(_width, _height, colours);
     return true;
   }
-  const bool is_camera = board.sensor.starts_with("/dev/video");
+  const bool is_camera = board.sensor.starts_with(kCameraPrefix);
   _input = is_camera ? MediaInput::OpenCamera(board.sensor, _width, _height, _nominal_rate, error)
                      : MediaInput::OpenFile(board.sensor, board.loop, error);
   if (_input != nullptr && board.IsFilm()) _input->KeepLead();

@@ -1,5 +1,6 @@
 #include "FifoSink.h"
 
+#include "ElementParams.h"
 #include "SessionLayout.h"
 
 namespace tessel::rtos {

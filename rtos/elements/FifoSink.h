@@ -1,12 +1,13 @@
-// The end of a chain that may only run a few units ahead of Linux.
+// The end of a chain that runs only a few units ahead of its client.
+//
+//   FifoSink   max   most units that the client may hold, 2..63; 2 unless given
+//              and the parameters of ShmSink
 #pragma once
 
 #include "ShmSink.h"
 
 namespace tessel::rtos {
 
-// "FifoSink": what ShmSink is told, and max, the most units that Linux has not given back, 2..64
-// and 2 unless given.
 class FifoSink : public ShmSink {
  public:
   bool Open(const Context& context, const AttrSet& params, Media& media,

@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "Clock.h"
-#include "KnownParams.h"
+#include "ElementParams.h"
 
 namespace tessel::rtos {
 namespace {
@@ -33,7 +33,7 @@ Verdict FrameDroper::Admit(const Unit& unit) {
   if (rate == 0 || _last_ns == 0) return Verdict::kPass;
   // A capture later than this one may lie nearer to the time that is due.
   const std::int64_t half_capture_ns = kSecondNs / unit.frames_per_second / 2;
-  return unit.time_ns + half_capture_ns < DueNs(rate) ? Verdict::kThin : Verdict::kPass;
+  return unit.time_ns + half_capture_ns < DueNs(rate) ? Verdict::kRateLimited : Verdict::kPass;
 }
 
 Verdict FrameDroper::Process(Unit& unit) {

@@ -1,6 +1,6 @@
 #include "FrameTrigger.h"
 
-#include "KnownParams.h"
+#include "ElementParams.h"
 
 namespace tessel::rtos {
 
@@ -13,7 +13,7 @@ bool FrameTrigger::Open(const Context& context, const AttrSet& params, Media&, s
 }
 
 Verdict FrameTrigger::Admit(const Unit& unit) {
-  return unit.control.trigger_req == _served ? Verdict::kHold : Verdict::kPass;
+  return unit.control.trigger_req == _served ? Verdict::kNotTriggered : Verdict::kPass;
 }
 
 Verdict FrameTrigger::Process(Unit&) {

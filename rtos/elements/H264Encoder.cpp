@@ -6,6 +6,8 @@
 
 #include <x264.h>
 
+#include "ElementParams.h"
+
 namespace tessel::rtos {
 namespace {
 
@@ -47,6 +49,7 @@ bool H264Encoder::Open(const Context& context, const AttrSet& params, Media& med
   const bool all_intra = _gop_type.find_first_not_of('I') == std::string::npos;
   _own_policy = std::make_unique<ConstantRate>(_gop, all_intra);
   _policy = _own_policy.get();
+  _report.Open(_params.block, _params.counts_frames);
   media.frames_per_second = _params.frames_per_second;
   const auto blocks_across = static_cast<std::size_t>(media.width + 15) / 16;
   const auto blocks_down = static_cast<std::size_t>(media.height + 15) / 16;
@@ -145,13 +148,24 @@ bool H264Encoder::Describe(Media& media, std::string& error) const {
 void H264Encoder::Start() {
   _wants_idr = true;
   _report.Start();
-  _policy->Forgive();
+  _policy->ResetDebt();
 }
 
 Verdict H264Encoder::Process(Unit& unit) {
   const Kind kind = NextKind(unit.control);
-  unit.qp = ChooseQp(unit, kind);
-  return Encode(unit, kind);
+  const Picture& in = unit.picture;
+  const PictureToCode picture = {
+      .control = unit.control,
+      .time_ns = unit.time_ns,
+      .frames_per_second = unit.frames_per_second,
+      .is_intra = kind != Kind::kInter,
+      .complexity = _complexity.Measure(in.planes[0], in.strides[0], in.width, in.height)};
+  unit.qp = ChooseQp(unit, picture);
+  const Verdict verdict = Encode(unit, kind);
+  if (verdict != Verdict::kPass) return verdict;
+  _policy->Account(picture, unit.qp, unit.size_bytes);
+  _report.Add(unit.time_ns, unit.size_bytes, unit.qp);
+  return Verdict::kPass;
 }
 
 H264Encoder::Kind H264Encoder::NextKind(const RateControl& control) {
@@ -165,12 +179,11 @@ H264Encoder::Kind H264Encoder::NextKind(const RateControl& control) {
   return _gop_type[letter] == 'I' ? Kind::kIntra : Kind::kInter;
 }
 
-int H264Encoder::ChooseQp(const Unit& unit, Kind kind) {
-  const Complexity complexity = _complexity.Measure(unit.picture);
-  const int chosen = _policy->ChooseQp(unit, kind != Kind::kInter, complexity);
+int H264Encoder::ChooseQp(const Unit& unit, const PictureToCode& picture) {
+  const int chosen = _policy->ChooseQp(picture);
   const int asked = _params.QpOf(unit);
   if (asked == 0) return chosen;
-  _policy->Forgive();  // a QP that was told to owes nothing
+  _policy->ResetDebt();  // a fixed QP accumulates no debt
   return asked;
 }
 
@@ -204,8 +217,6 @@ Verdict H264Encoder::Encode(Unit& unit, Kind kind) {
   }
   unit.is_key = out.b_keyframe != 0;
   unit.qp = out.i_qpplus1 - 1;
-  _policy->Account(unit);
-  _report.Tell(unit, _params);
   return Verdict::kPass;
 }
 

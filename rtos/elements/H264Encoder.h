@@ -1,4 +1,4 @@
-// The board's H.264 encoder, "h264-encoder-dma": a byte stream with start codes, one access unit a
+// The H.264 encoder, "h264-encoder-dma": a byte stream with start codes, one access unit a
 // picture, no delay. Its parameters, besides those in EncoderParams.h:
 //
 // clang-format off
@@ -16,6 +16,7 @@
 #include "Element.h"
 #include "EncoderParams.h"
 #include "EncoderReport.h"
+#include "QpPolicy.h"
 
 struct x264_t;
 
@@ -28,7 +29,7 @@ class H264Encoder : public Element {
   // The next picture is an IDR picture.
   void Start() override;
   Verdict Process(Unit& unit) override;
-  void Stop() override { _report.Stop(_params); }
+  void Stop() override { _report.Stop(); }
   void Follow(QpPolicy& policy) override { _policy = &policy; }
 
  private:
@@ -41,7 +42,7 @@ class H264Encoder : public Element {
   bool OpenLibrary(const Media& media, std::string& error);
   bool Describe(Media& media, std::string& error) const;
   Kind NextKind(const RateControl& control);
-  int ChooseQp(const Unit& unit, Kind kind);
+  int ChooseQp(const Unit& unit, const PictureToCode& picture);
   Verdict Encode(Unit& unit, Kind kind);
 
   // Constant after Open.

@@ -1,6 +1,6 @@
 #include "H264VBrc.h"
 
-#include "KnownParams.h"
+#include "ElementParams.h"
 
 namespace tessel::rtos {
 

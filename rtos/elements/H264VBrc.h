@@ -6,6 +6,7 @@
 
 #include <memory>
 
+#include "Element.h"
 #include "VariableRate.h"
 
 namespace tessel::rtos {

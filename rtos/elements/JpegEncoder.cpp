@@ -138,6 +138,7 @@ bool JpegEncoder::Open(const Context& context, const AttrSet& params, Media& med
     error = _codec->reason;
     return false;
   }
+  _report.Open(_params.block, _params.counts_frames);
   media.frames_per_second = _params.frames_per_second;
   // The bound that libjpeg-turbo itself gives for 4:2:0 (tjBufSize): 3 bytes for each luma sample
   // of the whole blocks, and the headers.
@@ -167,7 +168,7 @@ Verdict JpegEncoder::Process(Unit& unit) {
   }
   unit.size_bytes = unit.room.size() - _codec->FreeBytes();
   unit.is_key = true;  // every picture stands alone
-  _report.Tell(unit, _params);
+  _report.Add(unit.time_ns, unit.size_bytes, unit.qp);
   return Verdict::kPass;
 }
 

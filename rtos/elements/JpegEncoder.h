@@ -1,4 +1,4 @@
-// The board's JPEG encoder, "jpeg-encoder-dma", "jpeg-encoder" or "encoder-jpeg": each unit is one
+// The JPEG encoder, "jpeg-encoder-dma", "jpeg-encoder" or "encoder-jpeg": each unit is one
 // whole picture, baseline, 4:2:0, JFIF. Its parameters are those in EncoderParams.h.
 //
 // The quantisers follow the QP by one rule: the luma DC step is that of H.264 at the same QP,
@@ -22,7 +22,7 @@ class JpegEncoder : public Element {
   [[nodiscard]] bool Open(const Context& context, const AttrSet& params, Media& media,
                           std::string& error) override;
   void Start() override { _report.Start(); }
-  void Stop() override { _report.Stop(_params); }
+  void Stop() override { _report.Stop(); }
   Verdict Process(Unit& unit) override;
 
  private:

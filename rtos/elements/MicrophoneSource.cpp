@@ -2,8 +2,9 @@
 
 #include <algorithm>
 
+#include "AudioDevices.h"
 #include "Clock.h"
-#include "KnownParams.h"
+#include "ElementParams.h"
 
 namespace tessel::rtos {
 namespace {
@@ -32,7 +33,8 @@ bool MicrophoneSource::Open(const Context& context, const AttrSet& params, Media
   _block_frames = _rate / kBlocksPerSecond;
   _block.resize(static_cast<std::size_t>(_block_frames) *
                 static_cast<std::size_t>(format.channels));
-  _level.emplace(*board.microphone);
+  _device = board.microphone;
+  _level.emplace(format);
 
   media.sample_rate = format.rate;
   media.channels = format.channels;
@@ -48,7 +50,7 @@ void MicrophoneSource::Start() {
   _frames = 0;
   _next_ns = 0;
   _input->Start();
-  _level->Start();
+  _level->Start(_device->Gain());
 }
 
 std::int64_t MicrophoneSource::TimeOf(std::int64_t frame) const {
@@ -111,7 +113,7 @@ Verdict MicrophoneSource::Await(Unit& unit, StopSignal& stop) {
 }
 
 Verdict MicrophoneSource::Process(Unit& unit) {
-  _level->Apply(_block);
+  _level->Apply(_block, _device->Gain(), _device->HasAutomaticGain());
   unit.samples = _block;
   return Verdict::kPass;
 }

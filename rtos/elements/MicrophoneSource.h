@@ -37,6 +37,7 @@ class MicrophoneSource : public Source {
   void CountLost();
 
   // Constant after Open.
+  const AudioDevice* _device = nullptr;  // borrowed; its controls change at any time
   bool _paced = true;
   int _rate = 0;          // samples/s of each channel
   int _block_frames = 0;  // samples of each channel in a block

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "Clock.h"
-#include "KnownParams.h"
+#include "ElementParams.h"
 
 namespace tessel::rtos {
 namespace {
@@ -79,7 +79,7 @@ Verdict PcmFilter::Process(Unit& unit) {
 Verdict PcmFilter::Drain(Unit& unit) {
   const Verdict verdict = Convert({}, _next_ns, unit);
   _is_drained = true;
-  return verdict == Verdict::kMore ? Verdict::kEnd : verdict;
+  return verdict == Verdict::kNeedMore ? Verdict::kEnd : verdict;
 }
 
 Verdict PcmFilter::Convert(std::span<const std::int16_t> samples, std::int64_t time_ns,
@@ -92,7 +92,7 @@ Verdict PcmFilter::Convert(std::span<const std::int16_t> samples, std::int64_t t
   const auto input_frames = static_cast<std::int64_t>(samples.size() / SamplesOf(1, _from));
   _next_ns = time_ns + input_frames * kSecondNs / _from.rate;
   unit.samples = std::span(_samples).first(SamplesOf(static_cast<std::size_t>(frames), _to));
-  return frames == 0 ? Verdict::kMore : Write(unit);
+  return frames == 0 ? Verdict::kNeedMore : Write(unit);
 }
 
 Verdict PcmFilter::Write(Unit& unit) {

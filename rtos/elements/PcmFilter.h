@@ -32,7 +32,7 @@ class PcmFilter : public Element {
 
  private:
   void Describe(Media& media) const;
-  // Makes `unit` of samples that begin at `time_ns`; none: of what is kept back. kMore: nothing
+  // Makes `unit` of samples that begin at `time_ns`; none: of what is kept back. kNeedMore: nothing
   // came of them.
   Verdict Convert(std::span<const std::int16_t> samples, std::int64_t time_ns, Unit& unit);
   // Brings the samples into the slot, unless an encoder fills it or there is none.

@@ -1,9 +1,9 @@
-// Tells the colours of a picture in other terms: ITU-R BT.601 for BT.709, full range for limited.
+// Converts a picture's colour coding: between ITU-R BT.601 and BT.709, full and limited range.
 #pragma once
 
 #include <cstdint>
 
-#include "Element.h"
+#include "Picture.h"
 
 namespace tessel::rtos {
 
@@ -28,8 +28,8 @@ class ColourMatrix {
   ColourMatrix() = default;
   ColourMatrix(const Coding& from, const Coding& to);
 
-  // Converts planar 4:2:0 where it lies. The four luma samples of a chroma sample move by one
-  // amount. What cannot be told in the new coding becomes the nearest levels that can.
+  // Converts planar 4:2:0 in place. The four luma samples of a chroma sample move by one amount.
+  // Colours outside the new coding become the nearest ones inside it.
   // REQUIRES: even sides.
   void Convert(const Picture& picture) const;
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "Element.h"
+#include "Picture.h"
 
 namespace tessel::rtos {
 

@@ -4,7 +4,6 @@
 #include <memory>
 
 #include "ColourMatrix.h"
-#include "Element.h"
 #include "PixelFormats.h"
 
 struct AVFrame;

@@ -42,18 +42,10 @@ std::int16_t Scaled(std::int16_t sample, float gain) {
 
 }  // namespace
 
-SoundLevel::SoundLevel(const AudioDevice& device) : _device(device) {}
-
-void SoundLevel::Start() { _gain = _automatic * _device.Gain(); }
-
 // The automatic gain for this block.
 float SoundLevel::Follow(std::span<const std::int16_t> samples) {
-  if (!_device.HasAutomaticGain()) {
-    _power = 0;
-    return 1;
-  }
   const auto [power, peak] = Measure(samples);
-  const double block_s = static_cast<double>(samples.size()) / _device.Channels() / _device.Rate();
+  const double block_s = static_cast<double>(samples.size()) / _format.channels / _format.rate;
   const double share = _power == 0 ? 1 : 1 - std::exp(-block_s / kSmoothing_s);
   _power += share * (power - _power);
   double gain = _automatic;
@@ -69,13 +61,14 @@ float SoundLevel::Follow(std::span<const std::int16_t> samples) {
   return static_cast<float>(gain);
 }
 
-void SoundLevel::Apply(std::span<std::int16_t> samples) {
-  _automatic = Follow(samples);
-  const float gain = _automatic * _device.Gain();
+void SoundLevel::Apply(std::span<std::int16_t> samples, float volume, bool has_automatic_gain) {
+  if (!has_automatic_gain) _power = 0;
+  _automatic = has_automatic_gain ? Follow(samples) : 1;
+  const float gain = _automatic * volume;
   if (gain == 1 && _gain == 1) return;
-  const auto channels = static_cast<std::size_t>(_device.Channels());
+  const auto channels = static_cast<std::size_t>(_format.channels);
   const std::size_t frames = samples.size() / channels;
-  const auto transition = static_cast<std::size_t>(_device.Rate() / kTransitionsPerSecond);
+  const auto transition = static_cast<std::size_t>(_format.rate / kTransitionsPerSecond);
   const float step = (gain - _gain) / static_cast<float>(transition);
   for (std::size_t i = 0; i < frames; ++i) {
     const float now = i < transition ? _gain + step * static_cast<float>(i + 1) : gain;

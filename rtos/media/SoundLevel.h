@@ -1,10 +1,10 @@
-// The level of a microphone: its volume, its mute and its automatic gain.
+// The level of a microphone: its volume and its automatic gain.
 #pragma once
 
 #include <cstdint>
 #include <span>
 
-#include "AudioDevices.h"
+#include "SoundFormat.h"
 
 namespace tessel::rtos {
 
@@ -15,18 +15,17 @@ namespace tessel::rtos {
 // down at once, from the start of their block. One thread.
 class SoundLevel {
  public:
-  // `device` has to outlive it.
-  explicit SoundLevel(const AudioDevice& device);
+  explicit SoundLevel(const SoundFormat& format) : _format(format) {}
 
-  // Starts at the level of the moment, without a transition.
-  void Start();
-  // The next block, channels interleaved, a multiple of their number.
-  void Apply(std::span<std::int16_t> samples);
+  // Starts with this volume, a factor in 0..1, without a transition.
+  void Start(float volume) { _gain = _automatic * volume; }
+  // Changes the next block, channels interleaved, a multiple of their number.
+  void Apply(std::span<std::int16_t> samples, float volume, bool has_automatic_gain);
 
  private:
   float Follow(std::span<const std::int16_t> samples);
 
-  const AudioDevice& _device;
+  const SoundFormat _format;
   float _gain = 1;       // at the end of the last block
   float _automatic = 1;  // its part that the automatic gain has
   double _power = 0;     // of samples where full scale is 1, smoothed; 0: nothing heard yet

@@ -5,7 +5,6 @@
 namespace tessel::rtos {
 namespace {
 
-constexpr int kMostQp = 51;
 constexpr int kDefaultTargetBps = 1'000'000;
 constexpr int kDefaultLeastBps = 50'000;
 constexpr int kDefaultMostBps = 2'000'000;
@@ -34,13 +33,13 @@ RateLimits LimitsOf(const RateControl& control) {
           .qp_max = std::max(qp_min, qp_max)};
 }
 
-int ConstantRate::ChooseQp(const Unit& unit, bool is_intra, const Complexity& complexity) {
-  const RateLimits limits = LimitsOf(unit.control);
-  return _controller.ChooseQp({.target_bps = limits.target_bps,
+int ConstantRate::ChooseQp(const PictureToCode& picture) {
+  const RateLimits limits = LimitsOf(picture.control);
+  return _controller.ChooseQp({.rate_bps = limits.target_bps,
                                .qp_min = limits.qp_min,
                                .qp_max = limits.qp_max,
-                               .frames_per_second = unit.frames_per_second},
-                              is_intra, unit.time_ns, complexity);
+                               .frames_per_second = picture.frames_per_second},
+                              picture.is_intra, picture.time_ns, picture.complexity);
 }
 
 }  // namespace tessel::rtos

@@ -2,11 +2,12 @@
 #pragma once
 
 #include "QpPolicy.h"
+#include "RateController.h"
 
 namespace tessel::rtos {
 
-// What the block asks for, with sense made of zeroes and of limits in the wrong order. Where it
-// says 0, these hold: 1 Mbit/s, 50 kbit/s to 2 Mbit/s, QP 10 to 50.
+// What the rate-control block asks for, made consistent: a 0 is replaced by the default (1 Mbit/s,
+// 50 kbit/s to 2 Mbit/s, QP 10 to 50), and limits in the wrong order are put right.
 struct RateLimits {
   int target_bps;  // bits/s, above 0, inside the limits
   int least_bps;   // bits/s, at most `most_bps`
@@ -18,12 +19,14 @@ RateLimits LimitsOf(const RateControl& control);
 
 class ConstantRate : public QpPolicy {
  public:
-  // As of RateController.
+  // The arguments are those of RateController.
   ConstantRate(int gop, bool all_intra) : _controller(gop, all_intra) {}
 
-  int ChooseQp(const Unit& unit, bool is_intra, const Complexity& complexity) override;
-  void Account(const Unit& unit) override { _controller.Account(unit.qp, unit.size_bytes); }
-  void Forgive() override { _controller.Forgive(); }
+  int ChooseQp(const PictureToCode& picture) override;
+  void Account(const PictureToCode&, int qp, std::size_t size_bytes) override {
+    _controller.Account(qp, size_bytes);
+  }
+  void ResetDebt() override { _controller.ResetDebt(); }
 
  private:
   RateController _controller;

@@ -30,78 +30,34 @@ constexpr double kFastWeight = 0.3;   // of a picture that is worth learning fro
 constexpr double kRareWeight = 0.5;   // of an intra picture among others
 constexpr double kWeightDecay = 0.7;  // from the first picture's weight to the steady one
 
-constexpr double kLeastLevel = 0.2;  // what a flat picture costs, levels a sample
-constexpr int kGridColumns = 480;    // at most twice as many samples across
-constexpr int kBlock = 8;            // samples; a block is either new or like before as a whole
-
 double CostAt(double bits, double qp) { return bits * std::exp2(qp / 6); }
 double QpFor(double cost, double bits) { return 6 * std::log2(std::max(cost, 1.0) / bits); }
 
 }  // namespace
 
-Complexity ComplexityMeter::Measure(const Picture& picture) {
-  const int step = std::max(1, picture.width / kGridColumns);
-  const int columns = picture.width / step;
-  const int rows = picture.height / step;
-  _samples.swap(_previous);
-  const bool has_previous = !_previous.empty();
-  _samples.resize(static_cast<std::size_t>(columns) * static_cast<std::size_t>(rows));
-  for (int y = 0; y < rows; ++y) {
-    const std::uint8_t* line = picture.planes[0] + std::ptrdiff_t{y} * step * picture.strides[0];
-    std::uint8_t* to = _samples.data() + std::ptrdiff_t{y} * columns;
-    for (int x = 0; x < columns; ++x) to[x] = line[std::ptrdiff_t{x} * step];
-  }
-
-  std::int64_t detail = 0;
-  std::int64_t change = 0;
-  for (int top = 1; top + kBlock <= rows; top += kBlock) {
-    for (int left = 1; left + kBlock <= columns; left += kBlock) {
-      int block_detail = 0;
-      int block_change = 0;
-      for (int y = top; y < top + kBlock; ++y) {
-        const std::ptrdiff_t at = std::ptrdiff_t{y} * columns + left;
-        const std::uint8_t* now = _samples.data() + at;
-        const std::uint8_t* before = has_previous ? _previous.data() + at : now;
-        for (int x = 0; x < kBlock; ++x) {
-          block_detail +=
-              std::min(std::abs(now[x] - now[x - 1]), std::abs(now[x] - now[x - columns]));
-          block_change += std::abs(now[x] - before[x]);
-        }
-      }
-      detail += block_detail;
-      change += has_previous ? std::min(block_change, block_detail) : block_detail;
-    }
-  }
-  // The grid stands for all the samples.
-  const double scale = static_cast<double>(step) * step;
-  const double least = kLeastLevel * picture.width * picture.height;
-  return {.detail = static_cast<double>(detail) * scale + least,
-          .change = static_cast<double>(change) * scale + least};
-}
-
 RateController::RateController(int gop, bool all_intra)
     : _gop(gop), _all_intra(all_intra || gop == 1) {}
 
-int RateController::ChooseQp(const Wish& wish, bool is_intra, std::int64_t time_ns,
+int RateController::ChooseQp(const Target& target, bool is_intra, std::int64_t time_ns,
                              const Complexity& complexity) {
-  if (wish.target_bps != _wish.target_bps) {
-    Forgive();
+  if (target.rate_bps != _target.rate_bps) {
+    ResetDebt();
     // The QP is about to move far. What pictures cost out there is learnt fast.
     _weight = std::max(_weight, kFastWeight);
   }
-  TakeTime(wish, time_ns);
-  _wish = wish;
+  TakeTime(target, time_ns);
+  _target = target;
   _is_intra = is_intra;
   _is_new_scene = _usual_change > 0 && complexity.change > kCutRatio * _usual_change;
   _is_cut = _is_new_scene && !is_intra;
   _complexity = complexity;
   const double qp = is_intra && !_all_intra ? ChooseIntra() : ChooseInter();
-  return std::clamp(static_cast<int>(std::lround(qp)), wish.qp_min, wish.qp_max);
+  return std::clamp(static_cast<int>(std::lround(qp)), target.qp_min, target.qp_max);
 }
 
-void RateController::TakeTime(const Wish& wish, std::int64_t time_ns) {
-  const double asked_s = 1.0 / wish.frames_per_second;
-  const bool is_new_rate = _period_s <= 0 || wish.frames_per_second != _wish.frames_per_second;
+void RateController::TakeTime(const Target& target, std::int64_t time_ns) {
+  const double asked_s = 1.0 / target.frames_per_second;
+  const bool is_new_rate = _period_s <= 0 || target.frames_per_second != _target.frames_per_second;
   const double since_s = static_cast<double>(time_ns - _last_time_ns) * 1e-9;
   _elapsed_s = _period_s <= 0 ? asked_s : std::clamp(since_s, 0.0, kMostPeriodS);
   // Captures jitter; a QP that followed that would flicker.
@@ -169,7 +125,7 @@ double RateController::ExpectedBits(int qp) const {
 
 void RateController::Account(int qp, std::size_t bytes) {
   const double bits = static_cast<double>(bytes) * 8;
-  const double share = _wish.target_bps * _elapsed_s;
+  const double share = _target.rate_bps * _elapsed_s;
   const bool is_large = (_is_intra && !_all_intra) || _is_cut;
   if (is_large) {
     _intra_excess += bits - share;
@@ -180,7 +136,7 @@ void RateController::Account(int qp, std::size_t bytes) {
     _intra_excess -= paid;
     if (paid == 0) _repayment = 0;
     _debt += bits - (share - paid);
-    _debt = std::clamp(_debt, -kMostCreditS * _wish.target_bps, kMostDebtS * _wish.target_bps);
+    _debt = std::clamp(_debt, -kMostCreditS * _target.rate_bps, kMostDebtS * _target.rate_bps);
   }
   if (_is_intra) _last_intra_shares = bits / EvenShare();
   if (_is_intra) LearnIntra(CostAt(bits, qp) / _complexity.detail);
@@ -211,6 +167,6 @@ void RateController::TakeChange() {
   _usual_change = std::max(_complexity.change, fallen);
 }
 
-void RateController::Forgive() { _debt = _intra_excess = _repayment = 0; }
+void RateController::ResetDebt() { _debt = _intra_excess = _repayment = 0; }
 
 }  // namespace tessel::rtos

@@ -12,57 +12,41 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <vector>
 
-#include "Element.h"
+#include "Complexity.h"
 
 namespace tessel::rtos {
-
-// How hard a picture is to code, in luma levels summed over its samples. Never 0: a flat picture
-// costs something too.
-struct Complexity {
-  double detail = 1;  // from a sample to its neighbours
-  double change = 1;  // from the picture before, or the detail where that is less
-};
-
-// Compares each picture with the one before, on a coarse grid. One thread at a time.
-class ComplexityMeter {
- public:
-  Complexity Measure(const Picture& picture);
-
- private:
-  std::vector<std::uint8_t> _samples;   // the grid of this picture
-  std::vector<std::uint8_t> _previous;  // and of the one before, empty at first
-};
 
 // One thread at a time.
 class RateController {
  public:
-  struct Wish {
-    int target_bps = 0;         // bits/s, above 0
+  struct Target {
+    int rate_bps = 0;           // bits/s, above 0
     int qp_min = 0;             // 0..51
     int qp_max = 51;            // qp_min..51
     int frames_per_second = 0;  // above 0
   };
 
-  // `gop` pictures from one IDR picture to the next; with `all_intra` there are no others than
-  // intra ones.
+  // `gop` pictures from one IDR picture to the next; with `all_intra` all of them are
+  // intra pictures.
   RateController(int gop, bool all_intra);
 
   // The QP for the picture captured at `time_ns`.
-  int ChooseQp(const Wish& wish, bool is_intra, std::int64_t time_ns, const Complexity& complexity);
-  // What became of it. `qp` may differ from the one chosen. Follows each ChooseQp().
+  int ChooseQp(const Target& target, bool is_intra, std::int64_t time_ns,
+               const Complexity& complexity);
+  // The same picture was coded with `qp`, which may differ from the one chosen. Follows each
+  // ChooseQp().
   void Account(int qp, std::size_t bytes);
-  // What the picture at hand would take with `qp`, in bits, as far as that can be told. A guess,
-  // and rather too high, where nothing like it was seen before.
+  // Estimates what the picture would take with `qp`, in bits. The estimate is a guess, and rather
+  // too high, where no picture like it was seen before.
   double ExpectedBits(int qp) const;
   bool IsGuess() const { return !_is_intra && (_is_cut || _inter_cost <= 0); }
-  // No debts: the next picture is judged by what comes from here on. What was learnt stays.
-  void Forgive();
+  // Forgets what earlier pictures took too much or too little; what was learnt about costs stays.
+  void ResetDebt();
 
  private:
-  void TakeTime(const Wish& wish, std::int64_t time_ns);
-  double EvenShare() const { return _wish.target_bps * _period_s; }
+  void TakeTime(const Target& target, std::int64_t time_ns);
+  double EvenShare() const { return _target.rate_bps * _period_s; }
   double IntraShare() const;
   double InterShare() const;
   double IntraCost() const;
@@ -79,7 +63,7 @@ class RateController {
   const int _gop;
   const bool _all_intra;
 
-  Wish _wish;
+  Target _target;
   std::int64_t _last_time_ns = 0;
   double _elapsed_s = 0;  // from the picture before to this one
   double _period_s = 0;   // the same, smoothed: what to expect between pictures; 0: no picture yet

@@ -34,72 +34,73 @@ constexpr double kCatchUp = 0.3;  // the same, for each step by which the qualit
 
 }  // namespace
 
-int VariableRate::ChooseQp(const Unit& unit, bool is_intra, const Complexity& complexity) {
-  const RateLimits limits = LimitsOf(unit.control);
+int VariableRate::ChooseQp(const PictureToCode& picture) {
+  const RateLimits limits = LimitsOf(picture.control);
   // What is asked for anew is given at once, by the law of the controllers.
   if (_limits.target_bps > 0) {
     _quality_qp += 6 * std::log2(static_cast<double>(_limits.target_bps) / limits.target_bps);
   }
   _limits = limits;
-  Begin(unit, complexity);
+  Begin(picture);
   _quality_qp = std::clamp<double>(_quality_qp, limits.qp_min, limits.qp_max);
 
   const auto ask = [&](RateController& controller, double rate_bps) {
-    return controller.ChooseQp({.target_bps = std::max(1, static_cast<int>(rate_bps)),
+    return controller.ChooseQp({.rate_bps = std::max(1, static_cast<int>(rate_bps)),
                                 .qp_min = limits.qp_min,
                                 .qp_max = limits.qp_max,
-                                .frames_per_second = unit.frames_per_second},
-                               is_intra, unit.time_ns, complexity);
+                                .frames_per_second = picture.frames_per_second},
+                               picture.is_intra, picture.time_ns, picture.complexity);
   };
   const int lowest_qp = ask(_ceiling, kCeilingPart * limits.most_bps);
   const int highest_qp = ask(_floor, limits.least_bps);
-  const double wanted_qp = is_intra ? _quality_qp - kIntraQpBonus : _quality_qp;
+  const double wanted_qp = picture.is_intra ? _quality_qp - kIntraQpBonus : _quality_qp;
   const int quality_qp = std::max(limits.qp_min, static_cast<int>(std::lround(wanted_qp)));
   int qp = std::min(quality_qp, highest_qp);
   // With a guess the ceiling would blur what begins a scene, although a window may have room for
   // it.
   if (!_ceiling.IsGuess()) qp = std::max(qp, lowest_qp);
   // Much finer than the picture it refers to, it would have to bring all of that detail itself.
-  if (!is_intra) qp = std::max(qp, std::min(_last_qp - kMostFinerSteps, limits.qp_max));
-  _chosen_qp = RaiseToFitWindow(unit, is_intra, qp);
+  if (!picture.is_intra) qp = std::max(qp, std::min(_last_qp - kMostFinerSteps, limits.qp_max));
+  _chosen_qp = RaiseToFitWindow(picture, qp);
   _raised_by = std::max(0, _chosen_qp - quality_qp);
   return _chosen_qp;
 }
 
 // The quality that lets a moving scene with this much detail meet the target.
-void VariableRate::Begin(const Unit& unit, const Complexity& complexity) {
-  if (_last_time_ns == 0) _first_time_ns = unit.time_ns;
-  if (unit.time_ns - _first_time_ns > kBeginNs) return;
-  const double cost_a_second = kMovingCost * complexity.detail;
+void VariableRate::Begin(const PictureToCode& picture) {
+  if (_last_time_ns == 0) _first_time_ns = picture.time_ns;
+  if (picture.time_ns - _first_time_ns > kBeginNs) return;
+  const double cost_a_second = kMovingCost * picture.complexity.detail;
   _quality_qp = std::max(_quality_qp, 6 * std::log2(cost_a_second / _limits.target_bps));
 }
 
-int VariableRate::RaiseToFitWindow(const Unit& unit, bool is_intra, int qp) {
+int VariableRate::RaiseToFitWindow(const PictureToCode& picture, int qp) {
   // Both of its ends count in, captures jitter.
-  const double window_s = kWindowS + 0.5 / unit.frames_per_second;
-  const std::int64_t begin_ns = unit.time_ns - static_cast<std::int64_t>(window_s * kSecondNs);
+  const double window_s = kWindowS + 0.5 / picture.frames_per_second;
+  const std::int64_t begin_ns = picture.time_ns - static_cast<std::int64_t>(window_s * kSecondNs);
   while (!_window.empty() && _window.front().time_ns < begin_ns) {
     _window_bits -= _window.front().bits;
     _window.pop_front();
   }
   const double room = kSafeWindow * kWindowS * _limits.most_bps - _window_bits;
-  const double most_bits = (is_intra ? kIntraRoom : kInterRoom) * room;
+  const double most_bits = (picture.is_intra ? kIntraRoom : kInterRoom) * room;
   while (qp < _limits.qp_max && _ceiling.ExpectedBits(qp) > most_bits) ++qp;
   return qp;
 }
 
-void VariableRate::Account(const Unit& unit) {
-  const double bits = static_cast<double>(unit.size_bytes) * 8;
-  _ceiling.Account(unit.qp, unit.size_bytes);
-  _floor.Account(unit.qp, unit.size_bytes);
-  _window.push_back({unit.time_ns, bits});
+void VariableRate::Account(const PictureToCode& picture, int qp, std::size_t size_bytes) {
+  const double bits = static_cast<double>(size_bytes) * 8;
+  _ceiling.Account(qp, size_bytes);
+  _floor.Account(qp, size_bytes);
+  _window.push_back({picture.time_ns, bits});
   _window_bits += bits;
-  const auto since_ns = static_cast<double>(unit.time_ns - _last_time_ns);
-  const double share_s = _last_time_ns == 0 ? 1.0 / unit.frames_per_second : since_ns / kSecondNs;
-  _last_time_ns = unit.time_ns;
-  _last_qp = unit.qp;
-  // Pictures with a QP that was told to tell nothing of the quality.
-  if (unit.qp == _chosen_qp) MoveQuality(share_s, bits / _limits.target_bps);
+  const auto since_ns = static_cast<double>(picture.time_ns - _last_time_ns);
+  const double share_s =
+      _last_time_ns == 0 ? 1.0 / picture.frames_per_second : since_ns / kSecondNs;
+  _last_time_ns = picture.time_ns;
+  _last_qp = qp;
+  // A QP that somebody else has set says nothing about the quality.
+  if (qp == _chosen_qp) MoveQuality(share_s, bits / _limits.target_bps);
 }
 
 void VariableRate::MoveQuality(double share_s, double taken_s) {
@@ -114,9 +115,9 @@ void VariableRate::MoveQuality(double share_s, double taken_s) {
   _credit_s = std::clamp(_credit_s, 0.0, kMostCreditS);
 }
 
-void VariableRate::Forgive() {
-  _ceiling.Forgive();
-  _floor.Forgive();
+void VariableRate::ResetDebt() {
+  _ceiling.ResetDebt();
+  _floor.ResetDebt();
 }
 
 }  // namespace tessel::rtos

@@ -15,18 +15,19 @@
 #include <deque>
 
 #include "ConstantRate.h"
+#include "RateController.h"
 
 namespace tessel::rtos {
 
 // One thread.
 class VariableRate : public QpPolicy {
  public:
-  // As of RateController.
+  // The arguments are those of RateController.
   VariableRate(int gop, bool all_intra) : _ceiling(gop, all_intra), _floor(gop, all_intra) {}
 
-  int ChooseQp(const Unit& unit, bool is_intra, const Complexity& complexity) override;
-  void Account(const Unit& unit) override;
-  void Forgive() override;
+  int ChooseQp(const PictureToCode& picture) override;
+  void Account(const PictureToCode& picture, int qp, std::size_t size_bytes) override;
+  void ResetDebt() override;
 
  private:
   struct Entry {
@@ -34,8 +35,8 @@ class VariableRate : public QpPolicy {
     double bits;
   };
 
-  void Begin(const Unit& unit, const Complexity& complexity);
-  int RaiseToFitWindow(const Unit& unit, bool is_intra, int qp);
+  void Begin(const PictureToCode& picture);
+  int RaiseToFitWindow(const PictureToCode& picture, int qp);
   void MoveQuality(double share_s, double taken_s);
 
   RateController _ceiling;  // near the greatest rate
@@ -49,7 +50,7 @@ class VariableRate : public QpPolicy {
 
   // The picture at hand.
   int _chosen_qp = 0;
-  int _raised_by = 0;  // above the quality, for want of rate
+  int _raised_by = 0;  // above the quality, where the rate forbids more
 
   int _last_qp = 0;  // of the picture before
   std::int64_t _first_time_ns = 0;

@@ -1,6 +1,6 @@
 #include "ShmSink.h"
 
-#include "KnownParams.h"
+#include "ElementParams.h"
 
 namespace tessel::rtos {
 

@@ -1,4 +1,4 @@
-// How sound is laid out.
+// The layout of sound samples.
 #pragma once
 
 namespace tessel::rtos {

@@ -1,24 +1,17 @@
-#include "Element.h"
+#include "ElementParams.h"
+
+#include <algorithm>
 
 namespace tessel::rtos {
 
-RateControl ReadRateControl(const VbrcBlock& block) {
-  const auto read = [](const VbrcBlock::Word& word) {
-    return word.load(std::memory_order_relaxed);
-  };
-  RateControl control;
-  control.bitrate_max = read(block.bitrate_max);
-  control.bitrate_min = read(block.bitrate_min);
-  control.bitrate_target = read(block.bitrate_target);
-  control.framerate = read(block.framerate);
-  control.framerate_max = read(block.framerate_max);
-  control.framerate_min = read(block.framerate_min);
-  control.qp = read(block.qp);
-  control.qp_max = read(block.qp_max);
-  control.qp_min = read(block.qp_min);
-  control.keyframe_req = static_cast<std::uint32_t>(read(block.keyframe_req));
-  control.trigger_req = static_cast<std::uint32_t>(read(block.trigger_req));
-  return control;
+bool CheckKnown(const AttrSet& params, std::span<const std::string_view> known,
+                std::string& error) {
+  for (const auto& pair : params.Pairs()) {
+    if (std::find(known.begin(), known.end(), pair.key) != known.end()) continue;
+    error = "unknown parameter \"" + pair.key + "\"";
+    return false;
+  }
+  return true;
 }
 
 bool ReadInt(const AttrSet& params, const char* key, int least, int most, int& value,
