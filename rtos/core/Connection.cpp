@@ -157,9 +157,9 @@ bool Connection::Execute(const link::Create& request, link::CreateAnswer& answer
   const auto report = [this, handle](link::Event::Kind kind, const std::string& text) {
     Report(handle, kind, text);
   };
-  auto application =
-      Application::Create(request.layout, _side.elements, *_window, _linux_base, std::move(grants),
-                          BoardOf(request.board, _side.audio), report, error);
+  GrantedMemory granted(*_window, _linux_base, std::move(grants));
+  auto application = Application::Create(request.layout, _side.elements, granted,
+                                         BoardOf(request.board, _side.audio), report, error);
   if (application == nullptr) return false;
   if (request.status && !application->SetStatus(*request.status, error)) return false;
   answer.object_base.number = handle;

@@ -53,7 +53,7 @@ bool StreamRegistry::Execute(const link::ListStreams& request, link::ListAnswer&
   std::size_t page_bytes = 0;
   for (auto place = _entries.lower_bound(from); place != _entries.end(); ++place) {
     const auto& [handle, entry] = *place;
-    link::StreamReport report = entry.application->Overview();
+    link::StreamReport report = entry.application->Report();
     report.client = entry.client;
     std::size_t report_bytes = TextBytes(report);
     if (report_bytes > kMostPageBytes) {  // its client chose texts of such a length
@@ -82,13 +82,13 @@ Application* StreamRegistry::Find(int number, std::string& error) const {
 bool StreamRegistry::Execute(const link::SetWord& request, link::Done&, std::string& error) {
   const std::lock_guard lock(_mutex);
   Application* application = Find(request.stream, error);
-  return application != nullptr && application->SetWord(request.word, request.value, error);
+  return application != nullptr && application->Steer().SetWord(request.word, request.value, error);
 }
 
 bool StreamRegistry::Execute(const link::CountRequest& request, link::Done&, std::string& error) {
   const std::lock_guard lock(_mutex);
   Application* application = Find(request.stream, error);
-  return application != nullptr && application->CountRequest(request.word, error);
+  return application != nullptr && application->Steer().CountRequest(request.word, error);
 }
 
 }  // namespace tessel::rtos
