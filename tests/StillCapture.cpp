@@ -449,7 +449,8 @@ TEST_F(StillCapture, SnapshotPostsItsUrlWholeOrNotAtAll) {
   for (const auto& [extra_max, extra_user, url, line] : rows) {
     _block->extra_max = extra_max;
     _block->extra_user = extra_user;
-    EXPECT_FALSE(SnapTo(taker, url)) << line;
+    taker->SetURL(url.c_str());
+    EXPECT_FALSE(taker->Snap(false)) << line;
     EXPECT_EQ(LogLines(), Lines{std::string("plugin/api/linux/JpegSnap.cpp/#/Snap:\t") + line});
   }
   EXPECT_EQ(extra, longest);
