@@ -45,7 +45,7 @@ class DirectChain : private Context, private StopSignal {
  public:
   bool Open() {
     quill::stream::InitVbrcBlock(_block, 0);
-    _board.paced = false;
+    _settings.paced = false;
     Media media;
     std::string error;
     if (!_camera.Open(*this, AttrSet("w=1920,h=1080"), media, error) ||
@@ -75,7 +75,7 @@ class DirectChain : private Context, private StopSignal {
   }
 
  private:
-  const Board& GetBoard() const override { return _board; }
+  const ChainSettings& Settings() const override { return _settings; }
   VbrcBlock* Block(const char*, std::string&) const override { return &_block; }
   std::unique_ptr<tessel::link::SessionProducer> Session(const char*, std::string&) const override {
     return nullptr;
@@ -86,7 +86,7 @@ class DirectChain : private Context, private StopSignal {
 
   const ElementRow _row = {"", nullptr, true, Colours::kVideo};
   mutable VbrcBlock _block;
-  Board _board;
+  ChainSettings _settings;
   CameraSource _camera;
   H264Encoder _encoder;
   std::vector<std::uint8_t> _slot;

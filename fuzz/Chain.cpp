@@ -55,17 +55,18 @@ class Chain : private Context, private StopSignal {
   explicit Chain(const AttrSet& board)
       : _area(new (std::align_val_t(4096)) std::byte[kAreaBytes]()) {
     quill::stream::InitVbrcBlock(_block, 0);
+    _settings.paced = false;
     const char* mic = board.Get("mic");
-    if (mic != nullptr && *mic == 't') _board.mic = mic;  // no device and no file
-    board.Get("paced", _board.paced);
-    board.Get("loop", _board.loop);
-    if (board.Get("sensor") != nullptr) _board.sensor = Film();
+    if (mic != nullptr && *mic == 't') _settings.mic = mic;  // no device and no file
+    board.Get("paced", _settings.paced);
+    board.Get("loop", _settings.loop);
+    if (board.Get("sensor") != nullptr) _settings.sensor = Film();
     std::string error;
     if (const char* microphone = board.Get("microphone")) {
       std::istringstream file(microphone);
       _devices = AudioDevices::Read(file, error);
     }
-    _board.microphone = (_devices ? *_devices : *_usual).Microphone();
+    _settings.microphone = (_devices ? *_devices : *_usual).Microphone();
   }
 
   bool Build(const std::vector<LayoutElement>& layout) {
@@ -152,7 +153,7 @@ class Chain : private Context, private StopSignal {
   }
 
   // Context
-  const Board& GetBoard() const override { return _board; }
+  const ChainSettings& Settings() const override { return _settings; }
   VbrcBlock* Block(const char* text, std::string& error) const override {
     if (*text == '1') return &_block;
     error = "no such block";
@@ -172,7 +173,7 @@ class Chain : private Context, private StopSignal {
   // StopSignal
   bool SleepUntil(std::int64_t) override { return true; }
 
-  Board _board = {.paced = false};
+  ChainSettings _settings;
   std::optional<AudioDevices> _usual = AudioDevices::Usual();
   std::optional<AudioDevices> _devices;
   mutable VbrcBlock _block;

@@ -25,7 +25,7 @@ class PlainSource : public Source {
     media.unit_bytes = 100;
     media.description.Add("codec", "plain");
     media.description.Add("header", "00");
-    _is_live = context.GetBoard().paced;
+    _is_live = context.Settings().paced;
     return ReadInt(params, "units", 0, 99, _units, error) &&
            ReadInt(params, "fails", 0, 99, _fails, error);
   }

@@ -36,19 +36,19 @@ int ListenAt(const std::string& path, RealTimeSide& side) {
   return EXIT_SUCCESS;
 }
 
-// Ends the process with its connection, whatever holds the other threads: an input may block in the
-// kernel. They have a moment to end by themselves.
+// Ends the process two seconds after its connection, even when another thread is stuck: an input
+// may block in the kernel.
 void EndWith(int connection) {
   try {
     std::thread([connection] {
-      pollfd wire = {connection, 0, 0};  // a hang-up is always told
+      pollfd wire = {connection, 0, 0};  // a hang-up is always reported
       while (poll(&wire, 1, -1) < 0) {
       }
       sleep(2);
       _exit(EXIT_SUCCESS);
     }).detach();
   } catch (const std::system_error&) {
-    // Goes on: without a thread for it the process ends when its inputs let it.
+    // Goes on: without this thread the process still ends, once its inputs return.
   }
 }
 
@@ -59,7 +59,7 @@ int Run(int argc, char** argv) {
       "several clients until it is told to end (Ctrl-C).",
       "tessel-rtos");
   app.footer(kExamples);
-  signal(SIGPIPE, SIG_IGN);  // a descriptor of a client's may be anything
+  signal(SIGPIPE, SIG_IGN);  // a client may send the descriptor of a pipe
   int connection = -1;
   std::string path;
   std::string board;

@@ -50,24 +50,24 @@ std::unique_ptr<AudioDevice> AudioDevice::Create(const AttrSet& description, std
 }
 
 bool AudioDevice::Read(const AttrSet& description, std::string& error) {
-  link::AudioControls told;
+  link::AudioControls described;
   for (const AttrSet::Pair& pair : description.Pairs()) {
     if (link::HasField<link::AudioControls>(pair.key)) continue;
     error = "unknown key \"" + pair.key + "\"";
     return false;
   }
-  if (!link::Read(description, told, error)) return false;
-  _rate = told.rate;
-  _channels = told.channels;
-  _can_volume = told.can_volume;
-  _volume_min = told.volume_min.value_or(_volume_min);
-  _volume_max = told.volume_max.value_or(_volume_max);
-  _can_agc = told.can_agc;
-  _can_mute = told.can_mute;
-  const int volume = told.volume.value_or(_volume_max);
+  if (!link::Read(description, described, error)) return false;
+  _rate = described.rate;
+  _channels = described.channels;
+  _can_volume = described.can_volume;
+  _volume_min = described.volume_min.value_or(_volume_min);
+  _volume_max = described.volume_max.value_or(_volume_max);
+  _can_agc = described.can_agc;
+  _can_mute = described.can_mute;
+  const int volume = described.volume.value_or(_volume_max);
   _volume = volume;
-  _agc = _can_agc && told.agc.value_or(false);
-  _mute = _can_mute && told.mute.value_or(false);
+  _agc = _can_agc && described.agc.value_or(false);
+  _mute = _can_mute && described.mute.value_or(false);
   if (_rate < kLeastRate || _rate > kMostRate || _rate % kRateStep != 0) {
     error = "rate=" + std::to_string(_rate) + " is no multiple of 50 in 8000..192000";
   } else if (_channels < 1 || _channels > kMostChannels) {

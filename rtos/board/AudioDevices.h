@@ -1,5 +1,5 @@
-// The board's audio devices: what they are, which a description says, and how their controls stand,
-// which clients change. See doc/audio.md.
+// The board's audio devices. A description says what they are; clients change their controls. See
+// doc/audio.md.
 #pragma once
 
 #include <atomic>
@@ -21,26 +21,27 @@ using quill::base::AttrSet;
 // Any thread.
 class AudioDevice {
  public:
-  // From its pairs in a description. Null with `error` naming what is missing, unknown or wrong.
+  // Makes one from its pairs in a description. Null with `error` naming what is missing, unknown or
+  // wrong.
   static std::unique_ptr<AudioDevice> Create(const AttrSet& description, std::string& error);
 
   int Rate() const { return _rate; }  // samples/s of each channel
   int Channels() const { return _channels; }
-  // The factor that volume and mute come to, 0..1. The volume acts by the cube of its place between
+  // The factor that volume and mute result in, 0..1. It is the cube of the volume's place between
   // its limits, as on mixing desks: half way up is -18 dB.
   float Gain() const;
   bool HasAutomaticGain() const { return _agc.load(std::memory_order_relaxed); }
 
   link::AudioControls Describe() const;
-  // Applies `settings` (link::kAudioSettings) in their order. Muting sets the volume to 0, for
-  // good. False with `error`, and nothing is set, when there are none, the device lacks one, or a
-  // value is out of range.
+  // Applies `settings` (link::kAudioSettings) in their order. Muting also sets the volume
+  // to 0, and unmuting leaves it there. False with `error`, and nothing is set, when there are
+  // none, the device lacks one, or a value is out of range.
   bool Set(const AttrSet& settings, std::string& error);
 
  private:
   AudioDevice() = default;
   bool Read(const AttrSet& description, std::string& error);
-  // What the text of a setting comes to; none with `error` when that cannot be set.
+  // The value that the text of a setting stands for; none with `error` when it cannot be set.
   std::optional<int> Check(const std::string& control, const std::string& text,
                            std::string& error) const;
   void Store(const std::string& control, int value);

@@ -26,20 +26,20 @@ class MediaInput {
   // end. Null with `error`, which names the sensor, when there is no such file or no video in it.
   static std::unique_ptr<MediaInput> OpenFile(const std::string& path, bool loop,
                                               std::string& error);
-  // Opens the V4L2 device and waits, for half a second at most, for its first picture. The size and
-  // the rate are wishes; the device may deliver others. Null with `error` as above.
+  // Opens the V4L2 device and waits, for half a second at most, for its first picture. The
+  // device may deliver another size and rate. Null with `error` as above.
   static std::unique_ptr<MediaInput> OpenCamera(const std::string& device, int width, int height,
                                                 int frames_per_second, std::string& error);
 
-  // Of a file just opened: where its sound begins first, the first picture stands still for as
-  // long, in the first pass.
+  // Call right after OpenFile(): if the file's sound begins before its pictures, the first picture
+  // is shown for that time, too, in the first pass.
   void KeepLead();
 
   // Moves on to the picture that a file shows `time_ns` after its start, loops included; only ever
   // forward. A camera moves on to the newest picture there is, without waiting.
   Step AdvanceTo(std::int64_t time_ns);
   // The current picture through `scaler`, to fill `into`. False when it cannot be converted;
-  // Error() says why. REQUIRES: as of Scaler::Scale.
+  // Error() says why. REQUIRES: what Scaler::Scale() requires.
   [[nodiscard]] bool Render(Scaler& scaler, const Picture& into);
 
   const std::string& Error() const { return _reader.Error(); }

@@ -58,7 +58,7 @@ int IsTooLate(void* deadline_ns) {
   return NowNs() > *static_cast<const std::int64_t*>(deadline_ns) ? 1 : 0;
 }
 
-// A pipe or a socket could keep the command thread waiting for its other end.
+// A pipe or a socket could keep the connection thread waiting for its other end.
 bool IsRegularFile(const std::string& name) {
   struct stat status = {};
   return stat(name.c_str(), &status) != 0 || S_ISREG(status.st_mode);

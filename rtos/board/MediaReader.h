@@ -34,9 +34,9 @@ class MediaReader {
   MediaReader(Kind kind, std::string name);
   ~MediaReader();
 
-  // Opens the file `path`, within a time that a command may take. False, with Error() set, when it
-  // is none or has no stream of this kind; then, as with OpenDevice(), the reader is of no more
-  // use.
+  // Opens the file `path`; takes at most the time that a command may take. False, with Error() set,
+  // when it is not a media file or has no stream of this kind. A reader that failed to open, here
+  // or in OpenDevice(), cannot be used again.
   [[nodiscard]] bool OpenFile(const std::string& path);
   // Opens the device `device` of the library's `driver`. Reading it never waits.
   [[nodiscard]] bool OpenDevice(const char* driver, const std::string& device,
@@ -51,9 +51,9 @@ class MediaReader {
   std::optional<std::int64_t> StampNs(const AVFrame& frame) const;
   // That of the first frame that had one, or 0.
   std::int64_t FirstStampNs() const { return _first_stamp_ns.value_or(0); }
-  // By how much that lies behind the start of the file's first picture or sound, ns.
+  // Time from the file's first picture or sound to FirstStampNs(), ns.
   std::int64_t LeadNs() const;
-  // How long the frame is shown: as it says itself, or as the whole stream does, or a guess.
+  // How long the frame is shown: by its own duration, else the stream's frame rate, else a guess.
   std::int64_t DurationNs(const AVFrame& frame) const;
 
   // Sets Error(); always false.
@@ -64,7 +64,7 @@ class MediaReader {
   struct Free {
     void operator()(AVFormatContext* format) const;
   };
-  // What came of giving the decoder a packet.
+  // The outcome of giving the decoder a packet.
   enum class Fed { kTaken, kRefused, kNothingYet, kFailed };
 
   bool OpenContainer();

@@ -11,11 +11,11 @@
 
 namespace tessel::rtos {
 
-// When the pieces of a steady signal began, from stamps that jitter. One thread.
+// Computes when the pieces of a steady signal began, from time stamps that jitter. One thread.
 class SoundClock {
  public:
-  // A piece of `duration_ns` that is stamped `stamp_ns` follows the last one. Small differences are
-  // taken up bit by bit; where sound was lost the clock jumps.
+  // A piece of `duration_ns` that is stamped `stamp_ns` follows the last one. The clock
+  // follows small differences slowly; where sound was lost it jumps.
   void Add(std::int64_t stamp_ns, std::int64_t duration_ns);
   // Where the last piece ends, on the clock of the stamps.
   std::int64_t EndNs() const { return _end_ns; }
@@ -27,8 +27,8 @@ class SoundClock {
 
 class SoundCard : public SoundInput {
  public:
-  // Opens the ALSA device `device`; `name` is what errors call it. The rate is a wish, the device
-  // may deliver another; the other number of channels is tried where it refuses that of `format`.
+  // Opens the ALSA device `device`; `name` is what errors call it. The device may deliver
+  // another rate; if it refuses the channels of `format`, the other number is tried.
   // Null with `error` when it cannot be opened.
   static std::unique_ptr<SoundCard> Open(const std::string& device, const std::string& name,
                                          const SoundFormat& format, std::string& error);

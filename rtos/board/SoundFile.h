@@ -12,8 +12,8 @@
 
 namespace tessel::rtos {
 
-// Samples follow one another as decoded, whatever time stamps say: neither gaps nor overlaps in a
-// file's times drop or double any. A loop joins the last sample to the first without a seam; a
+// Samples follow one another as decoded; time stamps are ignored, so gaps and overlaps in them
+// neither drop nor repeat samples. A loop joins the last sample to the first without a seam; a
 // file of less than a second is decoded once and then repeated from memory.
 class SoundFile : public SoundInput {
  public:

@@ -27,7 +27,7 @@ std::unique_ptr<SoundInput> OpenTone(const std::string& name, const std::string&
   const char* end = frequency.data() + frequency.size();
   const auto [rest, failure] = std::from_chars(frequency.data(), end, hz);
   const int highest = has_beeps ? Tone::kBeepHz : hz;
-  // What is not below half the rate cannot be told from other frequencies.
+  // From half the sample rate on, a frequency looks like a lower one.
   const int limit = (format.rate - 1) / 2;
   if (failure == std::errc() && rest == end && hz > 0 && highest <= limit) {
     return std::make_unique<Tone>(hz, has_beeps, format);

@@ -1,4 +1,4 @@
-// What the board's microphone hears: a tone, a media file or a sound card.
+// What the microphone captures: a tone, a media file or a sound card.
 #pragma once
 
 #include <cstdint>
@@ -26,10 +26,10 @@ class SoundInput {
   // the end of a file the last block is filled up with silence. `time_ns` (CLOCK_MONOTONIC) is when
   // the first one is heard: given, but for a sound card, which says it itself.
   virtual Step Read(std::span<std::int16_t> samples, std::int64_t& time_ns) = 0;
-  // Of a file just opened: where its pictures begin first, silence is heard for as long, in the
-  // first pass.
+  // Call right after opening: if a file's pictures begin before its sound, silence comes first for
+  // that time, in the first pass.
   virtual void KeepLead() {}
-  // The chain begins, or begins again, to read: what a sound card has kept meanwhile is forgotten.
+  // The chain begins, or begins again, to read: drops what a sound card has captured meanwhile.
   virtual void Start() {}
   // Whether the samples come at a pace of their own, and Read() may answer kNothingYet.
   virtual bool IsDevice() const { return false; }
@@ -41,7 +41,7 @@ class SoundInput {
 };
 
 // Opens the microphone input `name` (see InputNames.h). With `loop` a file starts anew at its end.
-// Null with `error`, which names the input, when there is none or no sound in it.
+// Null with `error` naming the input when it does not exist or has no sound.
 std::unique_ptr<SoundInput> OpenSoundInput(const std::string& name, bool loop,
                                            const SoundFormat& format, std::string& error);
 

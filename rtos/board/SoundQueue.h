@@ -1,4 +1,4 @@
-// Decoded sound on its way from pieces of any size and format to blocks as they are asked for.
+// Turns decoded sound, in pieces of any size and format, into blocks of the asked size and format.
 #pragma once
 
 #include <cstdint>
@@ -22,7 +22,7 @@ class SoundQueue {
   // Adds a decoded piece, which joins the last one without a seam. False when it cannot be
   // converted, or claims less than 4000 or more than 768000 samples/s.
   [[nodiscard]] bool Add(const AVFrame& frame);
-  // No more pieces follow: gets out what the conversion has kept back.
+  // No more pieces follow: adds the samples that the converter has kept back.
   [[nodiscard]] bool Finish();
 
   // Forgets everything.
@@ -32,7 +32,7 @@ class SoundQueue {
   std::size_t Size() const { return _samples.size() - _taken; }
   // Moves the front of the queue into `samples` and returns how many they were.
   std::size_t Take(std::span<std::int16_t> samples);
-  // By how much the front lies before the sample that would be added next, ns.
+  // Time from the front to the sample that would be added next, ns.
   std::int64_t LengthNs() const;
 
  private:

@@ -1,5 +1,5 @@
 // The picture of a board without a camera. It moves, it is cheap to make, it gives an encoder
-// something to do, and each picture tells its number to the eye and to a program:
+// something to do, and people and programs (see PatternMarks.h) can read each picture's number:
 //
 // clang-format off
 //   ┌─┬─┬─┬─┬─ … ─┬─┐  34 cells: a white one, 32 bits with the highest first (1 is white), a black one
@@ -39,7 +39,7 @@ class TestPattern {
     std::uint8_t y, u, v;
   };
 
-  // The same colour, told in BT.709 and limited range, as the pattern's samples have it.
+  // Converts a colour from BT.709, limited range, to the coding of the pattern.
   Colour Show(Colour colour) const;
   void DrawBackground();
   void MakeNoise(int lines);

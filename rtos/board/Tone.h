@@ -1,5 +1,5 @@
-// The sound of a board without a microphone: by ear and by program one can tell whether samples
-// were lost, channels were swapped, and whether it fits the picture.
+// The sound of a board without a microphone. A listener and a program can tell whether samples were
+// lost, whether channels were swapped, and whether sound and picture are in step.
 //
 //   sample i, all channels     0.25  sin(2 pi HZ i / rate), for ever
 //   second channel, on top     0.125 sin(2 pi HZ/2 i / rate)
@@ -7,7 +7,7 @@
 //                              CLOCK_MONOTONIC, while s < 0.1; 1 ms raised cosine at either edge
 //
 // 1 is full scale. i counts samples read, whatever their time; s goes by the time stamp of each
-// block, so that a beep is heard when the test pattern's lamp is lit.
+// block, so a beep is heard while the test pattern's lamp is lit.
 #pragma once
 
 #include <cstdint>

@@ -8,10 +8,11 @@ namespace tessel::rtos {
 
 std::unique_ptr<Application> Application::Create(const std::string& layout,
                                                  std::span<const ElementRow> elements,
-                                                 GrantedMemory& granted, const Board& board,
+                                                 GrantedMemory& granted,
+                                                 const ChainSettings& settings,
                                                  ChainRunner::Report report, std::string& error) {
   Chain chain;
-  if (!ChainBuilder(elements, granted, board).Build(layout, chain, error)) return nullptr;
+  if (!ChainBuilder(elements, granted, settings).Build(layout, chain, error)) return nullptr;
   return std::unique_ptr<Application>(new Application(std::move(chain), std::move(report)));
 }
 

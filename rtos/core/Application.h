@@ -21,7 +21,7 @@ class Application {
   // element, parameter and value. `elements` and the window of `granted` have to outlive it.
   static std::unique_ptr<Application> Create(const std::string& layout,
                                              std::span<const ElementRow> elements,
-                                             GrantedMemory& granted, const Board& board,
+                                             GrantedMemory& granted, const ChainSettings& settings,
                                              ChainRunner::Report report, std::string& error);
 
   // False with `error`. When it returns from going down to "ready", no unit moves any more.

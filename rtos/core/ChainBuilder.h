@@ -15,8 +15,9 @@ namespace tessel::rtos {
 class ChainBuilder : private Context {
  public:
   // All of it has to outlive this; `elements` and the granted memory have to outlive the chain.
-  ChainBuilder(std::span<const ElementRow> elements, GrantedMemory& granted, const Board& board)
-      : _elements(elements), _granted(granted), _board(board) {}
+  ChainBuilder(std::span<const ElementRow> elements, GrantedMemory& granted,
+               const ChainSettings& settings)
+      : _elements(elements), _granted(granted), _settings(settings) {}
 
   // Builds the chain of `pipeline` ("type=pipeline,layout={…}"). False with `error` naming element,
   // parameter and value.
@@ -30,7 +31,7 @@ class ChainBuilder : private Context {
   bool OpenElements(const Layout& layout, Chain& chain, std::string& error) const;
 
   // Context
-  const Board& GetBoard() const override { return _board; }
+  const ChainSettings& Settings() const override { return _settings; }
   VbrcBlock* Block(const char* text, std::string& error) const override {
     return _granted.Block(text, error);
   }
@@ -43,7 +44,7 @@ class ChainBuilder : private Context {
 
   const std::span<const ElementRow> _elements;
   GrantedMemory& _granted;
-  const Board& _board;
+  const ChainSettings& _settings;
   int _frames_per_second = 30;
   const ElementRow* _encoder = nullptr;
 };

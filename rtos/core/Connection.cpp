@@ -15,17 +15,6 @@ using link::WireMessage;
 
 constexpr std::size_t kLongestName = 255;  // of a session: lists of them have to fit into an answer
 
-Board BoardOf(const link::BoardInputs& inputs, const AudioControl& audio) {
-  Board board;
-  board.sensor = inputs.sensor;
-  board.mic = inputs.mic;
-  board.loop = inputs.loop;
-  board.paced = inputs.paced;
-  board.slots = inputs.slots;
-  board.microphone = audio.Microphone();
-  return board;
-}
-
 pid_t PeerOf(int socket_fd) {
   ucred peer = {};
   socklen_t size_bytes = sizeof peer;
@@ -159,7 +148,7 @@ bool Connection::Execute(const link::Create& request, link::CreateAnswer& answer
   };
   GrantedMemory granted(*_window, _linux_base, std::move(grants));
   auto application = Application::Create(request.layout, _side.elements, granted,
-                                         BoardOf(request.board, _side.audio), report, error);
+                                         {request.board, _side.audio.Microphone()}, report, error);
   if (application == nullptr) return false;
   if (request.status && !application->SetStatus(*request.status, error)) return false;
   answer.object_base.number = handle;

@@ -18,7 +18,7 @@
 #include <span>
 #include <string>
 
-#include "InputNames.h"
+#include "messages/Applications.h"
 #include "quill/VbrcBlock.h"
 #include "SessionLayout.h"
 #include "Unit.h"
@@ -36,14 +36,9 @@ struct ElementRow;
 using quill::stream::VbrcBlock;
 
 // What a client sets for a chain beside its layout.
-struct Board {
-  std::string sensor = kTestInput;  // see InputNames.h
-  std::string mic = kTestInput;     // see InputNames.h
-  bool loop = true;   // a media file starts anew at its end; else the stream ends there
-  bool paced = true;  // live, at the asked rate; else as fast as the client takes units
-  int slots = 24;     // most units that one stream has at its client
+struct ChainSettings : link::BoardInputs {
   const AudioDevice* microphone = nullptr;  // null: the board has none
-  // Picture and sound come from one file, and keep their distance in time.
+  // Whether picture and sound come from one file; then they keep their distance in time.
   bool IsFilm() const { return sensor == mic; }
 };
 
@@ -51,7 +46,7 @@ struct Board {
 class Context {
  public:
   virtual ~Context() = default;
-  virtual const Board& GetBoard() const = 0;
+  virtual const ChainSettings& Settings() const = 0;
   // The rate-control block whose Linux address is `text`. Null, with `error` set, when that lies in
   // no block granted to this chain.
   virtual VbrcBlock* Block(const char* text, std::string& error) const = 0;

@@ -26,7 +26,7 @@ constexpr char kBroken[] = "the encoder fails";
 
 constexpr std::string_view kProfiles[] = {"LC", "AAC-LC", "low"};
 
-// A source may correct its clock; what is missing is a block at least.
+// Smaller gaps are corrections of the source's clock: a missing capture is a block of 20 ms.
 constexpr std::int64_t kGapNs = 10'000'000;
 
 bool CheckProfile(const char* name, std::string& error) {
@@ -95,8 +95,8 @@ bool AacEncoder::MakeCodec() {
   _codec->cutoff = _bandwidth_hz;
   _codec->flags |= AV_CODEC_FLAG_BITEXACT;  // no name of the library in the stream
   av_channel_layout_default(&_codec->ch_layout, _channels);
-  // Keeps closer to the sound than the library's first choice: by 35 dB with tones, by 3 dB with
-  // speech, there for 5 to 9 % more bits. It takes about half the time.
+  // More accurate than the library's default: by 35 dB with tones, by 3 dB with speech, where it
+  // takes 5 to 9 % more bits. It takes about half the time.
   av_opt_set(_codec->priv_data, "aac_coder", "fast", 0);
   if (avcodec_open2(_codec.get(), library, nullptr) < 0 || _codec->frame_size != kFrame ||
       _codec->initial_padding != kFrame) {
@@ -155,7 +155,7 @@ bool AacEncoder::Bridge(std::int64_t time_ns) {
   const std::int64_t gap_ns = time_ns - _next_ns;
   if (_filled == 0 || std::abs(gap_ns) < kGapNs) return true;
   const int rest = kFrame - _filled;
-  // Also where time goes back: what comes now is no continuation.
+  // Time that goes back also ends the frame: the new samples do not continue the old ones.
   const bool is_whole = gap_ns < 0 || gap_ns >= DurationNs(rest);
   return AddSilence(is_whole ? rest
                              : static_cast<int>((gap_ns * _rate + kSecondNs / 2) / kSecondNs));
@@ -169,7 +169,7 @@ bool AacEncoder::Add(std::span<const std::int16_t> samples, std::int64_t time_ns
   const int count = static_cast<int>(samples.size()) / _input_channels;
   _next_ns = time_ns + DurationNs(count);
   for (int i = 0; i < count; ++i) {
-    // The clock is the source's: were the samples counted instead, the two would drift apart.
+    // By the source's time, not by counting samples: the two clocks would drift apart.
     if (_filled == 0) _frame_ns = time_ns + DurationNs(i);
     for (int channel = 0; channel < _channels; ++channel) {
       const float mixed = _channels < _input_channels

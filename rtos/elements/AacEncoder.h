@@ -1,19 +1,19 @@
-// The board's AAC encoder, "aac-encoder". Each unit is one frame of 1024 samples of each channel
-// behind its ADTS header; at most one comes of a block. Its parameters:
+// The AAC encoder, "aac-encoder". A unit is one frame of 1024 samples of each channel behind its
+// ADTS header; a block gives one unit or none. Its parameters:
 //
 //   name      any text; only for people
-//   profile   LC, also called AAC-LC or low: the one there is
-//   br        8000..576000 bits/s, 128000. AAC allows 6 bits a sample: what exceeds that is brought
-//             down to it. Plain sounds take less than what is asked
-//   ch        1..2 channels; absent: as it comes
-//   bw        Hz up to which sound is kept, to about 300 Hz, at most half the sample rate; 0: as
-//             the encoder likes
+//   profile   LC, also called AAC-LC or low: the only one
+//   br        8000..576000 bits/s, 128000. AAC allows 6 bits a sample; a higher
+//             rate is reduced to that. Plain sounds take fewer bits than asked
+//   ch        1..2 channels; absent: as many as come in
+//   bw        Hz up to which sound is kept, to about 300 Hz, at most half the sample rate; 0: the
+//             encoder chooses
 //
 // A decoder makes the samples of one frame with the help of the frame before. So the first unit
-// stands for the 1024 samples before the sound, which are silence. The time of a unit is that of
-// the first sample that comes out of a decoder for it: sample by sample this agrees with what went
-// in. Where captures are missing, silence takes their place up to the end of the frame, and the
-// next frame begins with what was captured next. Frames of pure tones with peaks above 40 % of
+// stands for the 1024 samples of silence before the sound. The time of a unit is that of the first
+// sample that a decoder makes of it; so decoded samples have the times of the samples that came in.
+// Missing captures are replaced by silence up to the end of the frame, and the next frame begins
+// with the next capture. Frames of pure tones with peaks above 40 % of
 // full scale get a soft noise of -65 dB of full scale at 128 kbit/s and 48 kHz, and -50 dB at the
 // most.
 #pragma once
@@ -41,7 +41,7 @@ class AacEncoder : public Element {
 
  private:
   [[nodiscard]] bool ReadParams(const AttrSet& params, const Media& media, std::string& error);
-  // The encoder cannot be taken back to its beginning: it is made anew.
+  // Makes the encoder anew: it cannot be reset.
   [[nodiscard]] bool MakeCodec();
   void Describe(Media& media) const;
   // Time that so many frames of samples take.
@@ -51,10 +51,10 @@ class AacEncoder : public Element {
   // fails.
   [[nodiscard]] bool Add(std::span<const std::int16_t> samples, std::int64_t time_ns);
   [[nodiscard]] bool AddSilence(int samples);
-  // Fills what is missing between the samples so far and those of `time_ns`.
+  // Fills the gap between the samples so far and those of `time_ns` with silence.
   [[nodiscard]] bool Bridge(std::int64_t time_ns);
   [[nodiscard]] bool SendFull();
-  // The encoder's next frame. kNeedMore: it wants more samples; kEnd: there are no more.
+  // The encoder's next frame. kNeedMore: it needs more samples; kEnd: there are no more frames.
   Verdict Receive(Unit& unit);
   Verdict Write(Unit& unit);
 
@@ -66,7 +66,7 @@ class AacEncoder : public Element {
   int _bit_rate_bps = 128'000;  // as asked
   int _bandwidth_hz = 0;        // 0: the encoder's choice
 
-  // Chain's thread, once open.
+  // Chain thread, once open.
   CodecPtr _codec;
   FramePtr _frame;  // being filled
   PacketPtr _packet;
@@ -74,9 +74,9 @@ class AacEncoder : public Element {
   int _filled = 0;                     // samples of each channel in _frame
   std::int64_t _frame_ns = 0;          // time of its first sample
   std::int64_t _next_ns = 0;           // when the next block should begin
-  std::deque<std::int64_t> _times_ns;  // of the units that the encoder still owes
+  std::deque<std::int64_t> _times_ns;  // of the units that the encoder has not given yet
   bool _is_used = false;               // it has seen samples, or their end
-  bool _is_draining = false;           // it has been told that no more come
+  bool _is_draining = false;           // the end of the input was sent to it
 };
 
 }  // namespace tessel::rtos

@@ -5,6 +5,7 @@
 
 #include "Clock.h"
 #include "ElementParams.h"
+#include "InputNames.h"
 
 namespace tessel::rtos {
 namespace {
@@ -13,7 +14,8 @@ constexpr int kLeastSide = 16;
 constexpr int kMostWidth = 7680;
 constexpr int kMostHeight = 4320;
 constexpr int kMostRate = 1000;  // frames/s
-// A capture that is later than both was held up from outside: what was missed is not caught up.
+// A capture that is later than both was delayed from outside; the captures missed meanwhile are
+// not made up for.
 constexpr int kMostPeriodsLate = 3;
 constexpr std::int64_t kTolerableLatenessNs = 50'000'000;
 constexpr std::int64_t kLampNs = 100'000'000;  // for how long the test pattern's lamp is lit
@@ -30,8 +32,8 @@ bool ReadSide(const AttrSet& params, const char* key, int most, int& side, std::
   return false;
 }
 
-// The tone beeps from each whole second of CLOCK_MONOTONIC on. Lit are the picture nearest to that
-// and those of the moment that follows.
+// The tone beeps at each whole second of CLOCK_MONOTONIC. The lamp is lit in the picture nearest to
+// that and in those of the following tenth of a second.
 bool IsLampTime(const Unit& unit) {
   const std::int64_t period_ns = kSecondNs / unit.frames_per_second;
   return (unit.time_ns + period_ns / 2) % kSecondNs < std::max(kLampNs, period_ns);
@@ -71,9 +73,9 @@ bool CameraSource::Open(const Context& context, const AttrSet& params, Media& me
   _writes_slot = !encoder_wants;
   if (!ReadParams(params, error)) return false;
   _nominal_rate = std::clamp(context.FramesPerSecond(), 1, kMostRate);
-  _paced = context.GetBoard().paced;
+  _paced = context.Settings().paced;
   _picture_bytes = PackedBytes(*_format, _width, _height);
-  if (!OpenSensor(context.GetBoard(), encoder_wants.value_or(Colours::kVideo), error)) return false;
+  if (!OpenSensor(context.Settings(), encoder_wants.value_or(Colours::kVideo), error)) return false;
 
   media.width = _width;
   media.height = _height;
@@ -110,8 +112,8 @@ void CameraSource::Describe(AttrSet& description) const {
   description.Add("size", _picture_bytes);
 }
 
-bool CameraSource::OpenSensor(const Board& board, Colours colours, std::string& error) {
-  const bool is_pattern = board.sensor == kTestInput;
+bool CameraSource::OpenSensor(const ChainSettings& settings, Colours colours, std::string& error) {
+  const bool is_pattern = settings.sensor == kTestInput;
   const bool needs_scaler = !is_pattern || !IsPlanar420(*_format);
   const bool fits_slot = !needs_scaler || _width % kScalerWidth == 0;
   if (needs_scaler) _scaler = std::make_unique<Scaler>(*_format, colours);
@@ -121,10 +123,11 @@ bool CameraSource::OpenSensor(const Board& board, Colours colours, std::string& 
     _pattern = std::make_unique<TestPattern>(_width, _height, colours);
     return true;
   }
-  const bool is_camera = board.sensor.starts_with(kCameraPrefix);
-  _input = is_camera ? MediaInput::OpenCamera(board.sensor, _width, _height, _nominal_rate, error)
-                     : MediaInput::OpenFile(board.sensor, board.loop, error);
-  if (_input != nullptr && board.IsFilm()) _input->KeepLead();
+  const bool is_camera = settings.sensor.starts_with(kCameraPrefix);
+  _input = is_camera
+               ? MediaInput::OpenCamera(settings.sensor, _width, _height, _nominal_rate, error)
+               : MediaInput::OpenFile(settings.sensor, settings.loop, error);
+  if (_input != nullptr && settings.IsFilm()) _input->KeepLead();
   return _input != nullptr;
 }
 
@@ -159,7 +162,7 @@ Verdict CameraSource::Await(Unit& unit, StopSignal& stop) {
 }
 
 Verdict CameraSource::Skip(Unit&) {
-  // Decodes all the same: what is put off would have to be caught up in one go.
+  // Decodes nevertheless; otherwise the next picture would have to decode all that was skipped.
   return _input == nullptr ? Verdict::kPass : AdvanceInput();
 }
 
@@ -201,7 +204,7 @@ Verdict CameraSource::Process(Unit& unit) {
   return verdict;
 }
 
-// The picture of the input may be the last one's still.
+// Does nothing where the input still shows the picture that the buffer holds.
 Verdict CameraSource::FillBuffer(const Unit& unit) {
   if (_buffer_is_current) return Verdict::kPass;
   const Verdict verdict = Make(unit, _buffer.Get());

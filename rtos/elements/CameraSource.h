@@ -1,8 +1,9 @@
-// The board's camera sensor: a test pattern, a media file or a V4L2 camera.
+// The camera sensor: a test pattern, a media file or a V4L2 camera.
 //
 //   pv-yuv-src-adv   w, h   picture size, even numbers in 16..7680 and 16..4320; required
-//                    fmt    how a raw picture lies in memory, see PixelFormats.h; "420V50", planar
-//                           4:2:0, unless given, and the only one in front of an encoder
+//                    fmt    layout of a raw picture, see PixelFormats.h; "420V50", planar 4:2:0,
+//                    unless
+//                           given. An encoder takes only that one
 #pragma once
 
 #include <cstdint>
@@ -49,7 +50,7 @@ class CameraSource : public Source {
 
  private:
   bool ReadParams(const AttrSet& params, std::string& error);
-  bool OpenSensor(const Board& board, Colours colours, std::string& error);
+  bool OpenSensor(const ChainSettings& settings, Colours colours, std::string& error);
   void Describe(AttrSet& description) const;
   Verdict AdvanceInput();
   Verdict FillBuffer(const Unit& unit);
@@ -62,13 +63,13 @@ class CameraSource : public Source {
   std::string _format_name = _format->name;  // as asked
   int _nominal_rate = 0;                     // frames/s
   bool _paced = true;
-  bool _writes_slot = false;  // nobody behind makes the final bytes
+  bool _writes_slot = false;  // no encoder follows
   std::size_t _picture_bytes = 0;
-  std::unique_ptr<TestPattern> _pattern;  // exactly one of these two
+  std::unique_ptr<TestPattern> _pattern;  // exactly one of these two is set
   std::unique_ptr<MediaInput> _input;
-  std::unique_ptr<Scaler> _scaler;  // null where the pattern is drawn as it is delivered
+  std::unique_ptr<Scaler> _scaler;  // null: the pattern is drawn as it is delivered
 
-  // Chain's thread only.
+  // Chain thread only.
   CaptureSchedule _schedule;
   PictureBuffer _drawn;             // the pattern, where it has to be converted
   PictureBuffer _buffer;            // empty where pictures are made in the slot

@@ -41,13 +41,13 @@ Verdict FrameDroper::Process(Unit& unit) {
   if (rate > 0) {
     const bool has_grid = _rate > 0 || _last_ns > 0;
     const std::int64_t due_ns = DueNs(rate);
-    // What has been missed, or not been asked for, is not made up for.
+    // Frames that were missed are not made up for: the grid begins anew.
     const bool is_off = !has_grid || unit.time_ns - due_ns > kSecondNs / rate;
     if (is_off || rate != _rate) {
       _anchor_ns = is_off ? unit.time_ns : due_ns;
       _steps = 0;
     }
-    if (++_steps == rate) {  // so that no count runs over
+    if (++_steps == rate) {  // keeps the count small
       _anchor_ns += kSecondNs;
       _steps = 0;
     }

@@ -1,6 +1,6 @@
-// Lets single frames through: one for each request that the client counts up in the rate-control
-// block. Requests that come faster than captures are served by the captures that follow; those made
-// while no chain plays, by the next one. So the number of requests served stands in the block, too.
+// Lets one frame through for each request that the client counts in the rate-control block. The
+// next captures serve requests that come faster than captures; the next chain serves requests made
+// while no chain plays. For that, the number of served requests is kept in the block, too.
 //
 //   FrameTrigger   vbrc   address of the rate-control block; required
 //                  name   any text; only for people
@@ -20,8 +20,8 @@ class FrameTrigger : public Element {
   Verdict Process(Unit& unit) override;
 
  private:
-  VbrcBlock* _block = nullptr;  // borrows for its lifetime
-  std::uint32_t _served = 0;    // requests; runs over as the count in the block does
+  VbrcBlock* _block = nullptr;  // borrowed for the chain's life
+  std::uint32_t _served = 0;    // requests; wraps like the count in the block
 };
 
 }  // namespace tessel::rtos

@@ -79,14 +79,14 @@ bool H264Encoder::OpenLibrary(const Media& media, std::string& error) {
   param.b_annexb = 1;
   param.b_repeat_headers = 1;
 
-  // Types are told picture by picture. An intra picture further than the least interval from the
-  // last IDR picture would be made one, hence "infinite" for that too.
+  // The type of each picture is set when it is encoded. An intra picture further than the least
+  // interval from the last IDR picture would be made one, hence "infinite" for that too.
   param.i_keyint_max = X264_KEYINT_MAX_INFINITE;
   param.i_keyint_min = X264_KEYINT_MAX_INFINITE;
   param.i_scenecut_threshold = 0;
   param.i_bframe = 0;
 
-  // QPs are told picture by picture too. In this mode the library takes any of them, and with what
+  // So is its QP. In this mode the library takes any of them, and with what
   // would vary it inside a picture switched off, all blocks have it.
   param.rc.i_rc_method = X264_RC_CRF;
   param.rc.i_qp_min = 0;

@@ -53,7 +53,7 @@ class H264Encoder : public Element {
   std::unique_ptr<ConstantRate> _own_policy;
   QpPolicy* _policy = nullptr;  // its own, or that of an element behind
 
-  // Chain's thread only.
+  // Chain thread only.
   ComplexityMeter _complexity;
   EncoderReport _report;
   bool _wants_idr = true;

@@ -1,4 +1,4 @@
-// Lets the encoder in front follow a variable bit rate. Pictures pass unchanged.
+// Makes the H.264 encoder in front follow a variable bit rate. Pictures pass unchanged.
 //
 //   H264VBrc   vbrc   address of the rate-control block; required
 //              name   any text; only for people

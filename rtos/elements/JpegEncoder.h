@@ -29,8 +29,8 @@ class JpegEncoder : public Element {
   struct Codec;
 
   EncoderParams _params;          // constant after Open
-  std::unique_ptr<Codec> _codec;  // chain's thread, once open
-  EncoderReport _report;          // chain's thread
+  std::unique_ptr<Codec> _codec;  // chain thread, once open
+  EncoderReport _report;          // chain thread
 };
 
 }  // namespace tessel::rtos

@@ -11,7 +11,7 @@ namespace {
 
 constexpr int kBlocksPerSecond = 50;
 constexpr std::int64_t kBufferNs = 500'000'000;
-constexpr std::int64_t kLookNs = 5'000'000;  // between two looks for a sound card's samples
+constexpr std::int64_t kLookNs = 5'000'000;  // between two reads of a sound card
 
 }  // namespace
 
@@ -19,21 +19,21 @@ bool MicrophoneSource::Open(const Context& context, const AttrSet& params, Media
                             std::string& error) {
   int id = 1;
   if (!CheckKnown(params, {"id"}, error) || !ReadInt(params, "id", 0, 1, id, error)) return false;
-  const Board& board = context.GetBoard();
-  if (board.microphone == nullptr) {
+  const ChainSettings& settings = context.Settings();
+  if (settings.microphone == nullptr) {
     error = "the board has no microphone";
     return false;
   }
-  const SoundFormat format = {board.microphone->Rate(), board.microphone->Channels()};
-  _input = OpenSoundInput(board.mic, board.loop, format, error);
+  const SoundFormat format = {settings.microphone->Rate(), settings.microphone->Channels()};
+  _input = OpenSoundInput(settings.mic, settings.loop, format, error);
   if (_input == nullptr) return false;
-  if (board.IsFilm()) _input->KeepLead();
-  _paced = board.paced || _input->IsDevice();
+  if (settings.IsFilm()) _input->KeepLead();
+  _paced = settings.paced || _input->IsDevice();
   _rate = format.rate;
   _block_frames = _rate / kBlocksPerSecond;
   _block.resize(static_cast<std::size_t>(_block_frames) *
                 static_cast<std::size_t>(format.channels));
-  _device = board.microphone;
+  _device = settings.microphone;
   _level.emplace(format);
 
   media.sample_rate = format.rate;
@@ -59,7 +59,7 @@ std::int64_t MicrophoneSource::TimeOf(std::int64_t frame) const {
   return _start_ns + seconds * kSecondNs + (frame - seconds * _rate) * kSecondNs / _rate;
 }
 
-// Until the block has been heard. False when the chain is told to stop.
+// Sleeps until the last sample of the block is captured. False when the chain is told to stop.
 bool MicrophoneSource::AwaitClock(StopSignal& stop) {
   if (_paced && !stop.SleepUntil(TimeOf(_frames + _block_frames))) return false;
   const std::int64_t late_ns = NowNs() - TimeOf(_frames + _block_frames);
@@ -72,7 +72,7 @@ bool MicrophoneSource::AwaitClock(StopSignal& stop) {
   return true;
 }
 
-// Where a sound card's times jump, whole blocks are missing.
+// A jump in a sound card's time stamps means that whole blocks are missing.
 void MicrophoneSource::CountLost() {
   constexpr std::int64_t kBlockNs = kSecondNs / kBlocksPerSecond;
   const std::int64_t gap_ns = _next_ns == 0 ? 0 : _time_ns - _next_ns;

@@ -1,11 +1,10 @@
-// The board's microphone: what it hears, at its own rate and channels, with its controls.
+// The microphone, at its own rate and channels, with its volume and automatic gain.
 //
-//   pv-pcm-src   id   number of the microphone, 1; 0 and none stand for the same
+//   pv-pcm-src   id   number of the microphone: 1, the default; 0 is the same
 //
-// A paced one is like a sound card: blocks of 20 ms, each there when its last sample was heard, by
-// the clock. What a held-up chain did not take in time waits for it, half a second of it at most;
-// what was heard before that is lost, and leaves a gap in the sequence and in the time stamps; a
-// file or a tone goes on where it was.
+// When paced it behaves like a sound card: a block of 20 ms is available once its last sample is
+// captured. A delayed chain finds at most the last half second; older blocks are lost and leave a
+// gap in the sequence and in the time stamps. A file or a tone goes on where it was.
 #pragma once
 
 #include <cstdint>
@@ -44,13 +43,13 @@ class MicrophoneSource : public Source {
   std::unique_ptr<SoundInput> _input;
   std::optional<SoundLevel> _level;
 
-  // Chain's thread only.
+  // Chain thread only.
   std::vector<std::int16_t> _block;
   std::int64_t _start_ns = 0;   // CLOCK_MONOTONIC of the first sample since Start()
-  std::int64_t _frames = 0;     // heard since Start(), with those that were lost
+  std::int64_t _frames = 0;     // captured since Start(), lost ones included
   std::int64_t _time_ns = 0;    // of the first sample of the block
   std::int64_t _next_ns = 0;    // of the one behind the last block; 0 before the first
-  std::uint32_t _captures = 0;  // with those that were lost
+  std::uint32_t _captures = 0;  // lost ones included
 };
 
 }  // namespace tessel::rtos

@@ -64,7 +64,7 @@ void PcmFilter::Describe(Media& media) const {
   media.description.Add("block", _to.rate / media.frames_per_second);
 }
 
-// What the converter keeps back is no part of what comes now.
+// The samples that the old converter keeps back do not belong to the new run.
 void PcmFilter::Start() {
   if (_is_converting && _is_used) _converter = SoundConverter::Create(_from, _to);
   _is_used = false;

@@ -1,13 +1,13 @@
-// The board's sound filter, "PcmFilter": brings the samples to the asked rate and channel count.
+// The sound filter, "PcmFilter": converts sound to the asked rate and number of channels.
 //
-//   rate   8000..48000 samples/s of each channel; absent: as it comes
-//   ch     1..2; absent: as it comes
+//   rate   8000..48000 samples/s of each channel; absent: as it comes in
+//   ch     1..2; absent: as it comes in
 //
-// Where both are as they come, samples pass untouched. One channel of two is their mean, two of one
-// are copies. Each unit is made of one block of the source, 20 ms of it. Where the rates differ,
-// the number of its samples varies by one when they do not divide, and the first unit is the
-// shorter by what the converter keeps back, and gives at the end of the input; the time of each is
-// that of its own first sample.
+// When neither changes, samples pass untouched. Two channels become one by their mean, one becomes
+// two by copying. Each unit is made of one block of the source, 20 ms. When the rates differ, the
+// number of samples of a unit varies by one where the rates do not divide, and the first unit is
+// shorter: the converter keeps some samples back until the input ends. The time of a unit is that
+// of its first sample.
 #pragma once
 
 #include <cstdint>
@@ -32,10 +32,10 @@ class PcmFilter : public Element {
 
  private:
   void Describe(Media& media) const;
-  // Makes `unit` of samples that begin at `time_ns`; none: of what is kept back. kNeedMore: nothing
-  // came of them.
+  // Makes `unit` of samples that begin at `time_ns`, or of those kept back where `samples` is
+  // empty. kNeedMore: there is no result yet.
   Verdict Convert(std::span<const std::int16_t> samples, std::int64_t time_ns, Unit& unit);
-  // Brings the samples into the slot, unless an encoder fills it or there is none.
+  // Copies the samples into the slot, unless an encoder follows or there is no slot.
   Verdict Write(Unit& unit);
 
   // Constant after Open.
@@ -44,10 +44,10 @@ class PcmFilter : public Element {
   bool _is_converting = false;
   bool _is_last = false;  // no encoder follows
 
-  // Chain's thread, once open.
+  // Chain thread, once open.
   std::unique_ptr<SoundConverter> _converter;
   bool _is_used = false;               // the converter has seen samples
-  bool _is_drained = false;            // it has given up what it kept
+  bool _is_drained = false;            // Drain() has given what it kept
   std::vector<std::int16_t> _samples;  // of the unit
   std::int64_t _next_ns = 0;           // time of the next input sample
 };

@@ -6,7 +6,7 @@ namespace tessel::rtos {
 
 bool ShmSink::Open(const Context& context, const AttrSet& params, Media& media,
                    std::string& error) {
-  return OpenSession(context, params, media, context.GetBoard().slots, error);
+  return OpenSession(context, params, media, context.Settings().slots, error);
 }
 
 bool ShmSink::OpenSession(const Context& context, const AttrSet& params, const Media& media,

@@ -1,4 +1,4 @@
-// The layouts that raw pictures can have. See doc/raw-pictures.md. Any thread.
+// The memory layouts of raw pictures. See doc/raw-pictures.md. Any thread.
 #pragma once
 
 #include <cstdint>
@@ -22,14 +22,13 @@ const PixelFormat& Planar420();
 const PixelFormat* FindPixelFormat(std::string_view name);
 // All names, separated by ", ".
 std::string PixelFormatNames();
-// FFmpeg's name; null where it has none for this order of planes.
+// FFmpeg's name for the format; null where FFmpeg has no such order of planes.
 const char* LibraryName(const PixelFormat& format);
-// Whether a Picture's planes are those that elements draw and encode.
+// Whether it is planar 4:2:0, which elements draw and encode.
 bool IsPlanar420(const PixelFormat& format);
 
-// The planes of a picture in `memory`, one behind the other without gaps: of 4:2:0 Y, U and V, of
-// the formats with fewer planes what they have. `memory` may be null, for the strides. The sides
-// are even.
+// A picture whose planes lie in `memory`, one behind the other without gaps; formats may have fewer
+// than three planes. With null as `memory` only the strides are set. REQUIRES: even sides.
 Picture PackedPicture(const PixelFormat& format, int width, int height, std::uint8_t* memory);
 // Bytes of a packed picture.
 std::size_t PackedBytes(const PixelFormat& format, int width, int height);

@@ -1,4 +1,4 @@
-// Brings pictures into the size, the layout and the colours that are asked for.
+// Converts pictures to the asked size, memory layout and colour coding.
 #pragma once
 
 #include <memory>
@@ -18,7 +18,7 @@ inline constexpr int kScalerWidth = 64;
 // One thread at a time.
 class Scaler {
  public:
-  // All pictures come out like this; `format` is borrowed for its lifetime. Gray is luma alone.
+  // Results have this format and these colours; `format` has to outlive it. Gray has only luma.
   Scaler(const PixelFormat& format, Colours colours);
   ~Scaler();
 
@@ -50,7 +50,7 @@ class Scaler {
   const Colours _colours;
   Conversion _prepared;
   std::unique_ptr<SwsContext, Free> _context;
-  ColourMatrix _matrix;  // for what the context leaves as it is in the source
+  ColourMatrix _matrix;  // for the colours that the context does not convert
 };
 
 }  // namespace tessel::rtos

@@ -1,4 +1,4 @@
-// Brings sound into the rate, the number of channels and the sample layout that are asked for.
+// Converts sound to the asked rate, number of channels and sample layout.
 #pragma once
 
 #include <cstdint>
@@ -11,9 +11,9 @@ struct SwrContext;
 
 namespace tessel::rtos {
 
-// What is kept back in between makes the pieces of a signal join without a seam. One to more
-// channels copies, more to fewer mixes, and levels stay: what is the same on all channels comes out
-// as it is. One thread at a time.
+// The pieces of a signal join without a seam; for that the converter keeps some samples back
+// between them. One channel is copied to several, several are mixed to fewer, and levels stay: what
+// is equal on all channels comes out unchanged. One thread at a time.
 class SoundConverter {
  public:
   // Sample formats are values of AVSampleFormat. Null when the library refuses.
@@ -22,15 +22,15 @@ class SoundConverter {
   // Between samples of 16 bits, interleaved.
   static std::unique_ptr<SoundConverter> Create(const SoundFormat& from, const SoundFormat& to);
 
-  // Converts `frames` frames (one sample of each channel); null and 0: the end, drains what is kept
-  // back, and again until nothing comes. Pointers are one a plane, interleaved samples are one
-  // plane. Returns the frames made, at most `capacity`: what does not fit is kept for the next
-  // call. Negative on failure.
+  // Converts `frames` frames (one sample of each channel); null and 0 at the end of the signal give
+  // the frames kept back; call that until it returns 0. There is one pointer a plane; interleaved
+  // samples are one plane. Returns the frames made, at most `capacity`: frames that do not fit are
+  // kept for the next call. Negative on failure.
   int Convert(const std::uint8_t* const* in, int frames, std::uint8_t* const* out, int capacity);
   // The same between whole frames of 16-bit interleaved samples; empty `in` drains.
   int Convert(std::span<const std::int16_t> in, std::span<std::int16_t> out);
 
-  // By how much the next output sample lies before the next input sample, ns.
+  // Time from the next output sample to the next input sample, ns.
   std::int64_t DelayNs() const;
   // An upper bound on the frames that the next Convert() of `input_frames` can make.
   int MostFrames(int input_frames) const;

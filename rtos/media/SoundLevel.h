@@ -8,11 +8,11 @@
 
 namespace tessel::rtos {
 
-// Changes of level are drawn out over 10 ms, so that none is heard as a click; at full volume
-// samples pass as they are. The automatic gain brings the loudness of what is heard, RMS over about
-// half a second, to -20 dB of full scale. It changes by 6 dB/s at most, between -20 and +30 dB;
-// below -60 dB it takes the sound for silence and holds. Peaks that would exceed -1 dB bring it
-// down at once, from the start of their block. One thread.
+// A change of level takes 10 ms, so it is not heard as a click; at full volume samples pass
+// unchanged. The automatic gain brings the loudness, RMS over about half a second, to -20 dB of
+// full scale. It changes by at most 6 dB/s, between -20 and +30 dB; sound below -60 dB counts as
+// silence and leaves it as it is. Peaks that would exceed -1 dB lower it at once, from the start of
+// their block. One thread.
 class SoundLevel {
  public:
   explicit SoundLevel(const SoundFormat& format) : _format(format) {}

@@ -1,4 +1,4 @@
-// Holds a stream to the bit rate that its rate-control block asks for.
+// Keeps a stream at the bit rate that its rate-control block asks for.
 #pragma once
 
 #include "QpPolicy.h"

@@ -9,8 +9,8 @@ namespace tessel::rtos {
 namespace {
 
 constexpr double kWindowS = 2.0;  // over any such time the rate stays below the greatest one
-// Of the greatest rate: where the controller beneath it is to hold. The rest is for what it gets
-// wrong, and for a window that begins and ends with an intra picture.
+// The controller at the greatest rate aims at this part of it. The rest covers its errors, and
+// windows that begin and end with an intra picture.
 constexpr double kCeilingPart = 0.85;
 // Of what a window has left, for one picture. An inter picture takes several times what is expected
 // where a scene begins unnoticed; without that it stays far below these parts.
@@ -36,7 +36,7 @@ constexpr double kCatchUp = 0.3;  // the same, for each step by which the qualit
 
 int VariableRate::ChooseQp(const PictureToCode& picture) {
   const RateLimits limits = LimitsOf(picture.control);
-  // What is asked for anew is given at once, by the law of the controllers.
+  // A new target moves the quality at once, by the law of the controllers.
   if (_limits.target_bps > 0) {
     _quality_qp += 6 * std::log2(static_cast<double>(_limits.target_bps) / limits.target_bps);
   }
@@ -56,10 +56,9 @@ int VariableRate::ChooseQp(const PictureToCode& picture) {
   const double wanted_qp = picture.is_intra ? _quality_qp - kIntraQpBonus : _quality_qp;
   const int quality_qp = std::max(limits.qp_min, static_cast<int>(std::lround(wanted_qp)));
   int qp = std::min(quality_qp, highest_qp);
-  // With a guess the ceiling would blur what begins a scene, although a window may have room for
-  // it.
+  // A guess is rather too high: it would blur the first picture of a scene that has room enough.
   if (!_ceiling.IsGuess()) qp = std::max(qp, lowest_qp);
-  // Much finer than the picture it refers to, it would have to bring all of that detail itself.
+  // A picture much finer than the one it refers to would have to code all of the detail again.
   if (!picture.is_intra) qp = std::max(qp, std::min(_last_qp - kMostFinerSteps, limits.qp_max));
   _chosen_qp = RaiseToFitWindow(picture, qp);
   _raised_by = std::max(0, _chosen_qp - quality_qp);
@@ -75,7 +74,7 @@ void VariableRate::Begin(const PictureToCode& picture) {
 }
 
 int VariableRate::RaiseToFitWindow(const PictureToCode& picture, int qp) {
-  // Both of its ends count in, captures jitter.
+  // Half a picture longer: both ends count, and captures jitter.
   const double window_s = kWindowS + 0.5 / picture.frames_per_second;
   const std::int64_t begin_ns = picture.time_ns - static_cast<std::int64_t>(window_s * kSecondNs);
   while (!_window.empty() && _window.front().time_ns < begin_ns) {
@@ -106,7 +105,7 @@ void VariableRate::Account(const PictureToCode& picture, int qp, std::size_t siz
 void VariableRate::MoveQuality(double share_s, double taken_s) {
   _credit_s += share_s - taken_s;
   if (_credit_s < 0) _quality_qp -= (kRise + kCatchUp * _raised_by) * _credit_s;
-  // What was left because the greatest rate forbade it to be taken does not call for more.
+  // Bits saved because the greatest rate forbade them are no reason to spend more.
   if (_credit_s > kMostCreditS && _raised_by == 0) {
     // A scene that takes little says little about what the next one needs.
     const double weight = std::min(1.0, _window_bits / (kWindowS * _limits.target_bps));

@@ -1,13 +1,13 @@
 // Holds the picture quality of a stream steady and lets its bit rate move inside limits.
 //
-// Between its limits the stream is coded with a QP of its own, the quality, which moves slowly.
-// What a still scene leaves of the target is kept as a credit of some seconds, from which a busy
-// one takes; only what is taken beyond the credit, or left beyond it, moves the quality. So the
-// rate tends to the target in the long run and swings about it in the short one.
+// Between its limits the stream is coded with a QP that moves slowly, the quality. Bits that a
+// still scene saves are kept as a credit of a few seconds, and a busy scene spends them; only bits
+// spent or saved beyond the credit move the quality. So the rate meets the target in the long run
+// and swings about it in the short run.
 //
-// Two controllers run beside it, one at the greatest rate, one at the least; theirs are the lowest
-// and the highest QP of each picture. On top of that a picture is not to take more than a part of
-// what the last two seconds have left of the greatest rate.
+// Two controllers run beside it, one at the greatest rate and one at the least; they give the
+// lowest and the highest QP of each picture. In addition, a picture may take only a part of the
+// bits that the last two seconds have left of the greatest rate.
 #pragma once
 
 #include <cstddef>
