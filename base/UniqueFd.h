@@ -10,9 +10,10 @@ class UniqueFd {
  public:
   UniqueFd() = default;
   explicit UniqueFd(int fd) : _fd(fd) {}
-  // Takes over a descriptor that was just made, under a number above the standard ones: a program
-  // that was started with one of those closed would read and write this one in its place. Not open,
-  // with errno, when `fd` is not open or no number is left.
+  // Takes ownership of a new descriptor and moves it to a number above 2. In a program that was
+  // started without standard input, output or error, a new descriptor can get that number and would
+  // be read or written in its place. Not open, with errno set, when `fd` is not open or no number
+  // is left.
   static UniqueFd AboveStandard(int fd);
   UniqueFd(UniqueFd&& other) noexcept : _fd(std::exchange(other._fd, -1)) {}
   UniqueFd& operator=(UniqueFd&& other) noexcept {
@@ -22,7 +23,7 @@ class UniqueFd {
   ~UniqueFd();
   int Get() const { return _fd; }
   bool IsOpen() const { return _fd >= 0; }
-  UniqueFd Duplicate() const;  // not open when that fails
+  UniqueFd Duplicate() const;  // not open on failure
 
  private:
   int _fd = -1;

@@ -1,4 +1,4 @@
-// The event descriptor that wakes the other side.
+// The eventfd by which one process wakes the other.
 #pragma once
 
 #include <utility>
@@ -7,21 +7,21 @@
 
 namespace tessel::link {
 
-// An eventfd: rung by one side, slept on by the other. It is left blocking, because the sleeper
-// then needs one system call for a wake-up; nobody rings it often enough to block the ringer (the
-// counter has 64 bits).
+// One process rings the eventfd, the other sleeps on it. The descriptor is in blocking mode, so
+// that the sleeper needs a single system call. A ring does not block in practice: the counter has
+// 64 bits.
 class Doorbell {
  public:
   Doorbell() = default;
   explicit Doorbell(UniqueFd fd) : _fd(std::move(fd)) {}
   static Doorbell Create();
   bool IsOpen() const { return _fd.IsOpen(); }
-  // Whether a descriptor that the other side has sent is an eventfd at all.
+  // Whether `fd`, which the peer has sent, is an eventfd.
   static bool IsDoorbell(int fd);
   int Fd() const { return _fd.Get(); }
   UniqueFd Duplicate() const { return _fd.Duplicate(); }
   void Ring() const;   // any thread
-  void Sleep() const;  // until rung; returns at once when it has been rung since the last Sleep
+  void Sleep() const;  // until rung; returns at once if it was rung since the last Sleep()
 
  private:
   UniqueFd _fd;

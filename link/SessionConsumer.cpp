@@ -35,7 +35,7 @@ bool SessionConsumer::Next(FrameDescriptor& frame) {
   // Pairs with the release in SessionProducer::Publish.
   const std::uint32_t head = _header->head.load(std::memory_order_acquire) & kHeadMask;
   const std::uint32_t waiting = (head - _taken) & kHeadMask;
-  if (waiting > kRingDescriptors) {  // no honest producer gets that far ahead
+  if (waiting > kRingDescriptors) {  // a correct producer never gets this far ahead
     Refuse();
     _taken = head;
     return false;
@@ -49,7 +49,7 @@ bool SessionConsumer::Next(FrameDescriptor& frame) {
       continue;
     }
     _is_held[untrusted.slot].store(true, std::memory_order_relaxed);
-    auto& delivered = _header->delivered;  // one writer: no locked instruction
+    auto& delivered = _header->delivered;  // a single writer needs no locked instruction
     delivered.store(delivered.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
     frame = untrusted;
     return true;
@@ -65,7 +65,8 @@ bool SessionConsumer::Wait() {
   while (!has_news() && !IsInterrupted()) {
     if (_spin.Spin(has_news)) break;
     std::uint32_t seen = _taken;
-    // Fails when a frame has come since; also when the bit stands already, which is as good.
+    // The exchange fails if a frame has been published since. It also fails if the bit is set
+    // already; then sleeping is right as well.
     if (_header->head.compare_exchange_strong(seen, _taken | kConsumerSleeps,
                                               std::memory_order_acq_rel) ||
         seen == (_taken | kConsumerSleeps)) {

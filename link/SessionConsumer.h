@@ -15,21 +15,22 @@ namespace tessel::link {
 // Next() and Wait(): one thread at a time. ReleaseSlot(), Interrupt(), Counters(): any thread.
 class SessionConsumer {
  public:
-  // `area` has to outlive this. `frame_doorbell` wakes this side, `slot_doorbell` the producer.
-  // Null when the area cannot hold the header or a bell is not open.
+  // `area` must outlive the consumer. `frame_doorbell` wakes the consumer, `slot_doorbell` the
+  // producer. Null when the area cannot hold the header or a doorbell is not open.
   static std::unique_ptr<SessionConsumer> Create(std::span<std::byte> area, Doorbell frame_doorbell,
                                                  Doorbell slot_doorbell);
 
-  // The next frame: checked, inside the area, in a slot that is not held. False when there is none.
-  // Descriptors that fail their check are counted and passed over, at most a ring of them a call.
+  // Reads the next frame. Its payload lies inside the area, in a slot that the client does not
+  // hold. False when no frame is waiting. Descriptors that fail this check are counted and skipped;
+  // one call reads at most a ring of them.
   [[nodiscard]] bool Next(FrameDescriptor& frame);
-  // Sleeps until a frame may be there. False when Interrupt() was called since the last Resume().
+  // Sleeps until a frame may be ready. False when Interrupt() was called since the last Resume().
   bool Wait();
-  // Lets the producer use the slot of a frame that Next() returned again.
+  // Frees the slot of a frame that Next() has returned. The producer may then overwrite it.
   void ReleaseSlot(std::uint16_t slot);
 
-  // For streams without a clock: a look before sleeping as long as making a large picture takes,
-  // since waking this side would hold the producer up. Before the first Wait().
+  // For unpaced streams: spins for as long as it takes to make a large picture, because waking a
+  // sleeping consumer would delay the producer. Call before the first Wait().
   void SpinLonger() { _spin = AdaptiveSpin(200'000); }
   void Interrupt();  // ends Wait() until Resume()
   void Resume() { _interrupted.store(false, std::memory_order_relaxed); }

@@ -7,24 +7,25 @@
 //    192 │ reserved                   │
 //   1024 │ 64 descriptors of 32 bytes │ real-time side writes
 //   4096 ├────────────────────────────┤
-//        │ payload: slots, cut by the │
-//        │ producer alone             │
+//        │ payload: slots, laid out   │
+//        │ by the producer alone      │
 //        └────────────────────────────┘
 //
-// A frame is written into a free slot, described in the ring, and announced by one exchange of
-// `head`. The consumer reads it in place and, when its last holder lets go, sets the slot's bit in
-// `released`, which the producer collects whole. As at most 63 slots exist, the ring of 64 cannot
-// overflow, and the producer needs no word from the consumer but that one.
+// The producer writes a frame into a free slot, describes it in the ring, and announces it by one
+// exchange of `head`. The consumer reads the frame in place. When the last holder drops the frame,
+// the consumer sets the slot's bit in `released`; the producer collects all bits at once. There are
+// at most 63 slots, so the ring of 64 descriptors cannot overflow, and `released` is the only word
+// of the consumer that the producer reads.
 //
-// Sleeping. Whoever finds nothing sets the top bit of the word that the other side changes next
-// (`head` for the consumer, `released` for the producer) and sleeps on its eventfd; the other
-// side's exchange shows the bit, and it rings. The bit and the news share one word, so no news can
-// slip between the look and the sleep.
+// Sleeping. A side that has nothing to do sets the top bit of the word that its peer changes next
+// (`head` for the consumer, `released` for the producer) and sleeps on its eventfd. The peer's
+// exchange returns that bit, so the peer rings the eventfd. The bit shares its word with the news:
+// a wake-up cannot be lost between the check and the sleep.
 //
-// A peer that dies leaves the words as they are: nothing here is a lock, and the survivor learns of
-// the death from the socket. Zeroed memory is an empty ring with all slots at the producer.
+// A process that dies leaves the words as they are. None of them is a lock, and the survivor learns
+// of the death from the socket. Zeroed memory is an empty ring whose slots all are the producer's.
 //
-// Version 1. Raised when a field moves or changes its meaning; both sides are told it at "hello".
+// Version 1. Raise it when a field moves or changes its meaning. The `hello` message carries it.
 #pragma once
 
 #include <atomic>
@@ -37,13 +38,13 @@ namespace tessel::link {
 inline constexpr int kSessionVersion = 1;
 inline constexpr std::uint32_t kRingDescriptors = 64;
 inline constexpr int kMostSlots = 63;
-// Of a time stamp: 73 years. Later ones are noise, and sums and differences of these fit.
+// The greatest valid time stamp, 73 years. Sums and differences of two valid ones do not overflow.
 inline constexpr std::int64_t kMostTimeNs = std::int64_t{1} << 61;
 
-// `head`: number of frames published, modulo 2^31, and whether the consumer sleeps.
+// `head`: number of frames published, modulo 2^31. Its top bit is set while the consumer sleeps.
 inline constexpr std::uint32_t kConsumerSleeps = 1U << 31;
 inline constexpr std::uint32_t kHeadMask = kConsumerSleeps - 1;
-// `released`: a bit a slot, and whether the producer sleeps.
+// `released`: one bit for each slot. Its top bit is set while the producer sleeps.
 inline constexpr std::uint64_t kProducerSleeps = std::uint64_t{1} << 63;
 
 struct FrameDescriptor {
@@ -63,17 +64,17 @@ static_assert(offsetof(FrameDescriptor, sequence) == 20, "");
 static_assert(offsetof(FrameDescriptor, slot) == 24, "");
 static_assert(offsetof(FrameDescriptor, is_key) == 26, "");
 
-// Each counter has one writer side and only grows.
+// Each counter is written by one side and only grows.
 struct SessionHeader {
   alignas(64) std::atomic<std::uint32_t> head;       // 0
   alignas(64) std::atomic<std::uint64_t> released;   // 64
-  std::atomic<std::uint64_t> delivered;              // 72, frames handed to the Linux side
-  std::atomic<std::uint64_t> returned;               // 80, of these, no longer held
+  std::atomic<std::uint64_t> delivered;              // 72, frames that the consumer has read
+  std::atomic<std::uint64_t> returned;               // 80, of these, released since
   std::atomic<std::uint64_t> refused;                // 88, descriptors that failed their check
   alignas(64) std::atomic<std::uint64_t> published;  // 128, frames
-  std::atomic<std::uint64_t> dropped;                // 136, without a free slot, or too late
-  std::atomic<std::uint64_t> thinned;                // 144, passed over to keep to a frame rate
-  std::atomic<std::uint64_t> untriggered;            // 152, passed over as nothing asked for them
+  std::atomic<std::uint64_t> dropped;                // 136, captures: no free slot, or too late
+  std::atomic<std::uint64_t> thinned;                // 144, captures skipped for the frame rate
+  std::atomic<std::uint64_t> untriggered;            // 152, captures that no trigger requested
   std::uint8_t reserved[1024 - 160];                 // 160, zero
   FrameDescriptor ring[kRingDescriptors];            // 1024
 };
@@ -93,7 +94,7 @@ static_assert(offsetof(SessionHeader, untriggered) == 152, "");
 static_assert(offsetof(SessionHeader, ring) == 1024, "");
 static_assert(sizeof(SessionHeader) <= kSessionHeaderBytes, "the payload starts on a page");
 
-// What the counters say, read one by one.
+// A copy of the counters. They are read one after another, not at one instant.
 struct SessionCounters {
   std::uint64_t published = 0;
   std::uint64_t delivered = 0;
@@ -108,7 +109,7 @@ inline SessionCounters ReadCounters(const SessionHeader& header) {
     return word.load(std::memory_order_relaxed);
   };
   SessionCounters counters;
-  // `returned` first: both only grow, so the difference cannot fall below zero.
+  // Reads `returned` before `delivered`. Both only grow, so the difference is never negative.
   const std::uint64_t returned = read(header.returned);
   counters.delivered = read(header.delivered);
   counters.held = counters.delivered - returned;

@@ -6,7 +6,7 @@
 namespace tessel::link {
 namespace {
 
-constexpr std::size_t kLargeSlotBytes = std::size_t{1} << 20;  // two of them fill a core's cache
+constexpr std::size_t kLargeSlotBytes = std::size_t{1} << 20;  // two of these fill a core's cache
 
 }  // namespace
 
@@ -28,7 +28,7 @@ SessionProducer::SessionProducer(std::span<std::byte> area, Doorbell frame_doorb
       _slot_doorbell(std::move(slot_doorbell)) {}
 
 bool SessionProducer::PartitionSlots(std::size_t slot_bytes, int most_slots) {
-  constexpr std::size_t kPage = 4096;  // a slot of its own pages can be given back and protected
+  constexpr std::size_t kPage = 4096;  // slots that share no page can be freed and protected singly
   const std::size_t payload_bytes = _area.size() - kSessionHeaderBytes;
   if (slot_bytes == 0 || slot_bytes > payload_bytes) return false;
   _slot_bytes = (slot_bytes + kPage - 1) / kPage * kPage;
@@ -40,8 +40,8 @@ bool SessionProducer::PartitionSlots(std::size_t slot_bytes, int most_slots) {
   return true;
 }
 
-// Takes what the consumer gave back. It may set any bit; only those of slots count, and one that is
-// ours already changes nothing.
+// Collects the slots that the consumer has released. The consumer may set any bit: the mask removes
+// bits that have no slot, and releasing a free slot changes nothing.
 bool SessionProducer::Collect() {
   // Pairs with the release in SessionConsumer::ReleaseSlot: its reads of the slot are over.
   _free |= _header->released.exchange(0, std::memory_order_acquire) & _all;
@@ -50,11 +50,12 @@ bool SessionProducer::Collect() {
 
 std::span<std::uint8_t> SessionProducer::Reserve() {
   if (_reserved < 0) {
-    // Large slots are collected at once: going through all of them would find each one cold, and
-    // writing a picture then takes three times as long. For small ones the word costs more.
+    // Large slots are reused as soon as they are released. Cycling through all of them would find
+    // each one out of the cache, and writing a picture would take three times as long. For small
+    // slots the additional exchange costs more than it saves.
     if (_slot_bytes >= kLargeSlotBytes) Collect();
     if (_free == 0 && !Collect()) return {};
-    _reserved = std::countr_zero(_free);  // the lowest: it was used last and is warm in the cache
+    _reserved = std::countr_zero(_free);  // the lowest: used last, so still in the cache
     _free &= _free - 1;
   }
   std::byte* slot =

@@ -17,7 +17,7 @@ constexpr int kSizeSeals = F_SEAL_GROW | F_SEAL_SHRINK | F_SEAL_SEAL;
 
 std::string Reason(const char* what) { return std::string(what) + ": " + std::strerror(errno); }
 
-// Huge pages are not: the first touch of one that the system lacks is a SIGBUS.
+// False for huge pages: touching one raises SIGBUS when the system has none left.
 bool IsOrdinaryMemory(int fd) {
   struct statfs system = {};
   return fstatfs(fd, &system) == 0 && system.f_type == TMPFS_MAGIC;
@@ -85,7 +85,7 @@ std::span<std::byte> SharedWindow::Area(std::uint64_t offset, std::uint64_t size
 
 void SharedWindow::Clear(std::span<std::byte> area) const {
   if (madvise(area.data(), area.size(), MADV_REMOVE) != 0) {
-    std::memset(area.data(), 0, area.size());  // the same to the reader, only dearer
+    std::memset(area.data(), 0, area.size());  // reads the same, but keeps the pages
   }
 }
 

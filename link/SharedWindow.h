@@ -1,5 +1,5 @@
-// The memory object that both processes map: rate-control blocks and session areas. The Linux side
-// makes it and keeps all book-keeping in its own memory; the window holds only what is shared.
+// The memory object that both processes map: rate-control blocks and session areas. Linux creates
+// it and keeps all book-keeping in its own memory; the window holds only what is shared.
 #pragma once
 
 #include <cstddef>
@@ -15,15 +15,14 @@ namespace tessel::link {
 // Any thread; constant after construction.
 class SharedWindow {
  public:
-  // The largest window that the process may make: the limit on the size of files (`ulimit -f`)
-  // holds for memory objects too.
+  // The size in bytes of the largest window that the process may create. The limit on the size of
+  // files (`ulimit -f`) applies to memory objects too.
   static std::size_t MostBytes();
-  // A new window, sealed against changing its size. Pages cost memory only once touched. Null, with
-  // `error` set, when it would exceed MostBytes() or the system refuses.
+  // Creates a window whose size is sealed. A page takes memory only once it is touched. Null, with
+  // `error` set, when the window would exceed MostBytes() or the system refuses.
   static std::unique_ptr<SharedWindow> Create(std::size_t size_bytes, std::string& error);
-  // Maps a window made by the other side, after checking its seals and that the kernel has a page
-  // for each place that is touched; its size is what the kernel says. Null, with `error` set, when
-  // it could change under our feet or cannot be mapped.
+  // Maps a window that the peer has created; the kernel reports its size. Null, with `error` set,
+  // when the size is not sealed, the window consists of huge pages, or it cannot be mapped.
   static std::unique_ptr<SharedWindow> Attach(UniqueFd fd, std::string& error);
   ~SharedWindow();
   SharedWindow(const SharedWindow&) = delete;
@@ -35,7 +34,7 @@ class SharedWindow {
 
   // The area at `offset`, or an empty span when any of it lies outside.
   std::span<std::byte> Area(std::uint64_t offset, std::uint64_t size_bytes) const;
-  // Gives the pages of an area, which must be page-aligned, back to the system; it reads as zero.
+  // Zeroes an area and returns its pages to the system. REQUIRES: the area is page-aligned.
   void Clear(std::span<std::byte> area) const;
 
  private:

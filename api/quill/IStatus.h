@@ -1,5 +1,5 @@
-// The host's stream status and the machine that moves it. It stands beside the clients' interfaces,
-// as clients see the status itself.
+// The host's stream status and the state machine that changes it. This header belongs to the
+// clients' interfaces because clients see the status itself.
 //
 //            Open        Start        Pause
 //     null ───────> ready ──────> play ──────> pause
@@ -14,18 +14,18 @@
 
 namespace quill::stream {
 
-// Calling Open() directly is equivalent to StatusUp() from null, and so on: each base version
-// records the new status, and an override calls its base version when it has succeeded.
-// Base versions of upward transitions raise the status to at least, downward ones lower it to at
-// most their target. Who may call what from which thread: see quill/Service.h.
+// Calling Open() directly is equivalent to StatusUp() from null, and so on. The base version of
+// each transition records the new status; an override calls it once it has succeeded. The base
+// version of an upward transition never lowers the status, that of a downward one never raises it.
+// quill/Service.h says which thread may call what.
 class __attribute__((visibility("default"))) IStatus {
  public:
-  // In rising order: a status above kPlay holds everything that playing holds.
+  // In rising order: each status keeps everything that the one below it has.
   enum class Status : int {
     kNull = 0,   // nothing exists on the real-time side
     kReady = 1,  // both halves exist, the media description is known, no frames move
     kPlay = 2,   // frames move
-    kPause = 3,  // as kPlay, the delivery held
+    kPause = 3,  // as kPlay, but delivery is suspended
   };
 
   virtual ~IStatus() = default;
@@ -39,36 +39,38 @@ class __attribute__((visibility("default"))) IStatus {
   virtual bool StartToPause();
   virtual bool StopFromPause();
 
-  // One step, or step by step to `target`. False at the first step that fails, when `target` lies
-  // the other way or is no status; true when it is reached already.
+  // Take one step, or all steps to `target`. False at the first step that fails, and when `target`
+  // is not a status or lies in the opposite direction. True when `target` is reached already.
   virtual bool StatusUp();
   virtual bool StatusDown();
   virtual bool StatusUp(Status target);
   virtual bool StatusDown(Status target);
-  // Whichever way leads to `target`.
+  // Moves up or down, as `target` requires.
   virtual bool StatusChange(Status target);
 
   virtual bool CanStatusUp() const;
   virtual bool CanStatusDown() const;
-  // kNull as well when the connection to the real-time side was lost; Close() then clears up. Any
+  // Also kNull once the connection to the real-time side is lost; Close() then cleans up. Any
   // thread.
   Status CurrStatus() const;
 
-  // Around each step, whose target is given. A before-hook that returns false refuses the step; one
-  // that returned true is followed by the after-hook, whether or not the step succeeded.
+  // Called before and after each step, with the target of the step. A before-hook refuses the step
+  // by returning false. If it returns true, the after-hook follows whether or not the step
+  // succeeds.
   virtual bool beforeStatusUp(Status target);
   virtual void afterStatusUp(Status target);
   virtual bool beforeStatusDown(Status target);
   virtual void afterStatusDown(Status target);
 
-  // Host only. From now on the status is lost with this connection, until it is null again.
+  // Host only. Ties the status to this connection, until the status is null again: when the
+  // connection is lost, so is the status.
   void DependOn(std::uint64_t connection);
   bool IsLost() const;  // any thread
-  // What the transitions have led to, also after a loss. Any thread.
+  // The status that the transitions have reached, even after a loss. Any thread.
   Status LastStatus() const { return _status.load(std::memory_order_acquire); }
 
  protected:
-  // What the after-hooks end.
+  // The change under way, which the after-hooks end.
   class Changes {
    public:
     virtual void End() = 0;

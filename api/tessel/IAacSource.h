@@ -1,4 +1,4 @@
-// A source of sound coded as AAC.
+// A source of AAC-coded sound.
 #pragma once
 
 #include <cstdint>
@@ -10,12 +10,13 @@ namespace tessel::api::streaming {
 
 namespace common {
 
-// The first two as asked, the last five as the real-time side announced them at Open().
+// `rate` and `channels` are the client's request. `adtsLength` and the fields below it are what the
+// real-time side reported at Open().
 struct AacMediaInfo {
-  std::int32_t rate = 48000;    // samples/s of each channel
-  std::int32_t channels = 2;    //
+  std::int32_t rate = 48000;  // samples/s of each channel
+  std::int32_t channels = 2;
   bool adts = true;             // each frame begins with an ADTS header
-  std::int32_t adtsLength = 7;  // its bytes
+  std::int32_t adtsLength = 7;  // size of that header, bytes
   // ISO/IEC 14496-3: audio object type, version of the ADTS header, sampling frequency index.
   std::int32_t profile = 0;
   std::int32_t version = 0;
@@ -25,13 +26,13 @@ struct AacMediaInfo {
 
 }  // namespace common
 
-// Each frame is one AAC frame behind its ADTS header. Settings are stored unchecked and act at the
-// next Open(). Client's thread. The order of declaration is the order of the slots.
+// Each frame is one AAC frame with its ADTS header in front. Settings are stored unchecked and take
+// effect at the next Open(). Client's thread. Declaration order is vtable order.
 class TESSEL_PUBLIC IAacSource : public virtual IPcmSource, public virtual common::IEncoder {
  public:
   virtual void SetProfile(const char* name) = 0;     // copied; "LC"
-  virtual void SetTargetChannels(int channels) = 0;  // of the coded sound alone
-  virtual void SetBandWidth(int hertz) = 0;          // 0: as the encoder likes
+  virtual void SetTargetChannels(int channels) = 0;  // of the coded sound only
+  virtual void SetBandWidth(int hertz) = 0;          // 0: the encoder decides
   virtual common::AacMediaInfo GetAacMediaInfo() const = 0;
   void SetBitRate(int bits_per_second) override = 0;
   void SetSampleRate(int samples_per_second) override = 0;

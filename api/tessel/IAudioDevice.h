@@ -1,4 +1,4 @@
-// An audio device of the camera: what it is, and its volume, automatic gain and mute.
+// An audio device of the camera: its properties, volume, automatic gain and mute.
 #pragma once
 
 #include "tessel/object_base.h"
@@ -7,19 +7,19 @@ namespace tessel::dev {
 
 class IMicrophone;
 
-// Setters answer false when the device has no such control or the change did not reach it. Client's
-// thread, one at a time a device. The order of declaration is the order of the slots.
+// Setters return false when the device has no such control or the change did not reach it. Client's
+// thread, one at a time for each device. Declaration order is vtable order.
 class TESSEL_PUBLIC IAudioDevice {
  public:
   virtual ~IAudioDevice() = default;
 
   virtual int DeviceID() const = 0;
-  virtual int Rate() const = 0;      // samples/s of each channel
-  virtual int Channels() const = 0;  //
-  virtual int Depth() const = 0;     // bits of a sample
-  virtual int Width() const = 0;     // bytes of a sample
+  virtual int Rate() const = 0;  // samples/s of each channel
+  virtual int Channels() const = 0;
+  virtual int Depth() const = 0;  // bits of a sample
+  virtual int Width() const = 0;  // bytes of a sample
   virtual bool IsSupportVolumeControl() const = 0;
-  virtual bool Volume(int volume) = 0;  // brought into VolumeMin()..VolumeMax()
+  virtual bool Volume(int volume) = 0;  // clamped to VolumeMin()..VolumeMax()
   virtual int Volume() const = 0;
   virtual int VolumeMax() const = 0;
   virtual int VolumeMin() const = 0;
@@ -35,13 +35,13 @@ class TESSEL_PUBLIC IAudioDevice {
   virtual int GainMax() const = 0;
   virtual int GainMin() const = 0;
 
-  // The microphone of the back end `name` ("dualos"), made on first use and kept for the process's
-  // life; borrowed. Null when there is no such class, or the device could not be probed; the next
-  // call tries again. Any thread. Provided by the host.
+  // Returns the microphone of the back end `name` ("dualos"). The host creates it on first use and
+  // owns it for the life of the process. Null when the class does not exist or the device cannot be
+  // probed; the next call tries again. Any thread. The host implements this function.
   static IMicrophone* Microphone(const char* name);
 };
 
-// The order of declaration is the order of the slots.
+// Declaration order is vtable order.
 class TESSEL_PUBLIC IAudioDeviceCtrl {
  public:
   virtual bool DevOpen() = 0;

@@ -1,4 +1,4 @@
-// Steering an encoder while it runs.
+// Controls an encoder while it runs.
 #pragma once
 
 #include <vector>
@@ -16,20 +16,20 @@ class TESSEL_PUBLIC IEncoder {
   ~IEncoder() = default;  // never deleted through this interface
 };
 
-// All setters are plain stores, unchecked. An H.264 encoder acts on them from its next frame on and
-// keeps to the limits; a JPEG encoder acts on the QP alone. The camera is held to the maximum frame
-// rate. The frame rate itself acts on the variable-rate sources, which thin their stream to it.
-// Client's thread, before or after Open(). The order of declaration is the order of the slots.
+// Setters store their value unchecked. An H.264 encoder applies it from its next frame on and keeps
+// within the limits; a JPEG encoder applies only the QP. The camera captures at the maximum frame
+// rate. The frame rate itself affects only the variable-rate sources, which drop captures to meet
+// it. Client's thread, before or after Open(). Declaration order is vtable order.
 class TESSEL_PUBLIC IBitRateControl : public virtual IEncoder {
  public:
-  // How an encoder may spend its bits. Selecting kConstant sets the QP to 0; selecting another one
-  // has no effect. Whether the rate is held or varies is decided by the class of the source.
+  // Rate-control modes. Selecting kConstant sets the QP to 0; selecting another mode has no effect.
+  // The class of the source decides whether the bit rate is constant or variable.
   enum BitRateControl : int {
     kConstant = 1,  // hold the requested bit rate
     kVariable = 2,  // move between minimum and maximum
     kConstrainedVariable = 3,
     kAverage = 5,
-    kFixedQp = 6,  // the QP set with SetQP(), or rate control where that is 0
+    kFixedQp = 6,  // the QP set with SetQP(), or rate control if that is 0
   };
 
   virtual ~IBitRateControl() = default;
@@ -46,8 +46,8 @@ class TESSEL_PUBLIC IBitRateControl : public virtual IEncoder {
   virtual void SetQPMinimum(int qp) = 0;
   virtual void SetQPMaximum(int qp) = 0;
   virtual int GetCurrentFrameRate() const = 0;  // what SetFrameRate() stored
-  // Bits/s over the last second, as the encoder measured them; 0 before it has seen a second, and
-  // while nothing plays.
+  // The bit rate over the last second in bits/s, as the encoder measured it; 0 during the first
+  // second and while the stream does not play.
   virtual int GetCurrentBitRate() const = 0;
   virtual int GetCurrentQP() const = 0;  // what SetQP() stored
 };

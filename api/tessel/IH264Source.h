@@ -16,7 +16,7 @@ class TESSEL_PUBLIC IH264 {
   virtual void SetGop(int frames) = 0;
   virtual void SetGopType(const char* pattern) = 0;  // e.g. "IPPP"; copied
   virtual H264MediaInfo GetH264MediaInfo() const = 0;
-  // Makes the next captured picture an IDR picture, at any time, running or not.
+  // Makes the next captured picture an IDR picture. May be called at any time, playing or not.
   virtual void ForceKeyFrame() = 0;
 };
 

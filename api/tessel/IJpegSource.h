@@ -11,7 +11,7 @@ namespace tessel::api::streaming {
 
 namespace common {
 
-// As asked before Open() and as delivered after it.
+// The requested size before Open(), the delivered size afterwards.
 struct JpegMediaInfo {
   std::int32_t width;   // pixels
   std::int32_t height;  // pixels
@@ -19,8 +19,8 @@ struct JpegMediaInfo {
 
 }  // namespace common
 
-// Each frame is one whole picture (JFIF). Of the rate control, the quantiser counts: 0 leaves it to
-// the encoder.
+// Each frame is one whole JFIF picture. The only encoder setting that has an effect is the QP; at 0
+// the encoder decides.
 class TESSEL_PUBLIC IJpegSource : public virtual common::IStreamOutput,
                                   public virtual common::IBitRateControl,
                                   public virtual common::IVideoSource,

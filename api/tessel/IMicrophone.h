@@ -5,12 +5,12 @@
 
 namespace tessel::dev {
 
-// Where the samples stay on the real-time side, reading and device control report that nothing was
-// done: sound then comes through a source. The order of declaration is the order of the slots.
+// If the samples stay on the real-time side, reading and device control do nothing and return 0,
+// null or false; sound then comes through a source. Declaration order is vtable order.
 class TESSEL_PUBLIC IMicrophone : public virtual IAudioDevice, public virtual IAudioDeviceCtrl {
  public:
   virtual int GetLeftSamples(int reader) const = 0;
-  // Into `samples`, of room for `capacity`; `count` says how many came.
+  // Reads up to `capacity` samples into `samples`; `count` receives their number.
   virtual int Read(int& count, short* samples, int capacity) = 0;
   virtual int Read(int& count, int* samples, int capacity, int reader) = 0;
   virtual void* CreateReader() = 0;

@@ -5,8 +5,8 @@
 
 namespace tessel::dev {
 
-// Where the samples stay on the real-time side, writing and device control report that nothing was
-// done. The order of declaration is the order of the slots.
+// If the samples stay on the real-time side, writing and device control do nothing and return 0 or
+// false. Declaration order is vtable order.
 class TESSEL_PUBLIC ISpeaker : public virtual IAudioDevice, public virtual IAudioDeviceCtrl {
  public:
   virtual int GetLeftSamples() const = 0;

@@ -10,23 +10,25 @@
 
 namespace tessel::api::streaming::common {
 
-// Any thread; see IStreamControl for changes that meet.
+// Any thread. IStreamControl says what happens when changes coincide.
 class TESSEL_PUBLIC IStreamLifecycle {
  public:
   virtual ~IStreamLifecycle() = default;
 
   // null -> ready: creates the chain on the real-time side. A second call changes nothing. False
-  // once the real-time side has died, until Close(). Not while another thread pulls frames.
+  // after the real-time side has died, until Close(). Call only while no other thread pulls frames.
   virtual bool Open() = 0;
-  // any -> null: ends waiting pulls, destroys the chain. Frames still held stay readable.
+  // any -> null: ends waiting pulls and destroys the chain. Frames that the client still holds stay
+  // readable.
   virtual bool Close() = 0;
   // ready -> play.
   virtual bool Start() = 0;
-  // play -> ready: ends waiting pulls. When it has returned true on a client's thread, no callback
-  // of the stream runs. False also when a callback has not returned within the time-out of a
-  // command; the stream is stopped all the same. Called from a callback it does not wait for any.
-  // Close() likewise; where it answers false the stream is at ready. Where the wait for another
-  // change has timed out, true says only that the change under way will go on to there.
+  // play -> ready: ends waiting pulls. Once it has returned true on a client's thread, no callback
+  // of the stream runs. It also returns false when a callback does not return within the command
+  // time-out; the stream is stopped nevertheless. Called from a callback, it waits for no callback.
+  // The same holds for Close(); if that returns false, the stream is at ready. If the wait for
+  // another change has timed out, true only means that the change under way will go on to this
+  // target.
   virtual bool Stop() = 0;
 };
 
@@ -35,20 +37,20 @@ class TESSEL_PUBLIC IStreamOutput : public virtual IStreamControl, public virtua
   virtual bool IsSupportedPullFrame() const = 0;
   virtual bool IsSupportedOutputFrameCallback() const = 0;
 
-  // Pull mode only. Puts the next frame into `frame`, releasing what it held. With `blocking` it
-  // waits for one; false means none came: the stream was stopped or closed, the input ended or the
-  // real-time side is gone. Without `blocking`, false also means that none is there yet.
-  // Client's thread; may wait while another thread calls Stop() or Close(), which end the wait.
+  // Pull mode only. Replaces `frame` with the next frame. With `blocking` it waits for one; false
+  // then means that the stream was stopped or closed, its input ended or the real-time side is
+  // gone. Without `blocking`, false also means that no frame is ready yet. Client's thread. Another
+  // thread may call Stop() or Close() meanwhile, which end the wait.
   virtual bool PullFrame(std::shared_ptr<frame_t>& frame, bool blocking) = 0;
 
-  // Push mode; register before Open(). `cb` is copied and runs on the stream thread, which it
-  // should not keep for longer than a frame time. Stream thread. May keep the frame and change the
-  // state; must not destroy the source. An exception that it throws is logged and counts as false.
-  // False in pull mode, where the callback is stored but never called.
+  // Push mode; call before Open(). `cb` is copied. It runs on the stream thread and should return
+  // within a frame time. It may keep the frame and change the state; it must not destroy the
+  // source. An exception that it throws is logged and counts as false. RegisterOutputCallback()
+  // returns false in pull mode, where the callback is stored but never called.
   virtual bool RegisterOutputCallback(const std::function<bool(std::shared_ptr<frame_t>&)>& cb) = 0;
 
-  // The media as the real-time side described it at the last Open(), as text:
-  // `codec=h264,w=1920,…`. Empty before, and always for the synthetic source.
+  // The media description that the real-time side gave at the last Open(), as text:
+  // `codec=h264,w=1920,…`. Empty before the first Open(), and always for the synthetic source.
   virtual std::string GetMediaInfo() const = 0;
 };
 

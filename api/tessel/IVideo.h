@@ -10,7 +10,7 @@ class TESSEL_PUBLIC IVideo {
   virtual ~IVideo() = default;
 };
 
-// Settings are stored unchecked and act at the next Open(). Client's thread.
+// Settings are stored unchecked and take effect at the next Open(). Client's thread.
 class TESSEL_PUBLIC IVideoSource : public virtual IVideo {
  public:
   virtual void SelectSensor(int index) = 0;  // no effect: the board has one sensor
@@ -18,14 +18,14 @@ class TESSEL_PUBLIC IVideoSource : public virtual IVideo {
   virtual void SetHeight(int pixels) = 0;
 };
 
-// Sources that let single frames through on request.
+// A source that can deliver single frames on request.
 class TESSEL_PUBLIC ITrigger {
  public:
   virtual ~ITrigger() = default;
   virtual bool IsSupportSingleFrameTrigger() const = 0;
-  // Asks for one frame, at any time; no effect where not supported. A request made while nothing
-  // plays is served by the next Start(). Once a stream has ended, those not served are dropped at
-  // its Close().
+  // Requests one frame, at any time; no effect if the source does not support it. A request made
+  // while the stream does not play is served after the next Start(). If the stream has ended,
+  // Close() drops the requests not served.
   virtual void Trigger() = 0;
 };
 

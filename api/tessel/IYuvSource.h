@@ -6,14 +6,15 @@
 
 namespace tessel::api::streaming {
 
-// Each frame is one picture, its planes one behind the other without gaps. The order of declaration
-// is the order of the slots, those of IStreamControl and IStreamOutput in front.
+// Each frame is one picture; its planes follow one another without gaps. Declaration order is
+// vtable order, after the functions of IStreamControl and IStreamOutput.
 //
-// The synthetic source ("ApiYuvSource-dualos-push-fake", "-pull-fake") carries no picture: its
-// bytes are never written. The control state does not steer it, and its Open() and Close() do
-// nothing: pushed, it delivers from Start() to Stop(), also while paused; PullFrame() gives a frame
-// at any time. Start() and Stop() come from one thread at a time, or from the callback. There
-// Start() without a Stop() since the last one, or in the callback, ends the process.
+// The synthetic source ("ApiYuvSource-dualos-push-fake", "-pull-fake") delivers frames without
+// pictures: their bytes are never written. It ignores the control state, and its Open() and Close()
+// do nothing. In push mode it delivers from Start() to Stop(), even while paused; in pull mode
+// PullFrame() returns a frame at any time. Call its Start() and Stop() from one thread at a time,
+// or from the callback. Its Start() ends the process if it is called in the callback, or a second
+// time without a Stop().
 class TESSEL_PUBLIC IYuvSource : public virtual common::IStreamOutput,
                                  public virtual common::IYuvDevice {
  public:

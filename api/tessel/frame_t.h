@@ -7,9 +7,8 @@
 
 namespace tessel::api::streaming::common {
 
-// Always held by std::shared_ptr and never copied; the last holder gives the memory behind `data`
-// back. A frame may outlive the stream it came from, but not the process's host library.
-// Any thread may drop the last reference.
+// Always held by std::shared_ptr and never copied. Dropping the last reference releases the memory
+// behind `data`; any thread may do that. A frame may outlive its stream, but not the host library.
 struct frame_t {
   frame_t() = default;
   frame_t(const frame_t&) = delete;

@@ -1,12 +1,12 @@
-// Root of the objects a client of the streaming framework holds, and the mark of what is visible
-// outside the library that implements it. In all interfaces here a null text is refused: an
-// operation that answers says false or null, a setter keeps what it had.
+// The base of all objects that a client holds, and the mark of classes that are visible outside
+// their library. All interfaces in this folder refuse a null text: an operation with a result
+// returns false or null, a setter keeps its old value.
 #pragma once
 
 #include <cstddef>
 
-// The interfaces a client casts to must keep one identity across the client, the host and the
-// plug-in, each of which is built with hidden visibility.
+// Client, host and plug-in are built with hidden visibility. An interface that a client casts to
+// must be visible, so that it is one type in all three.
 #define TESSEL_PUBLIC __attribute__((visibility("default")))
 
 namespace tessel {
@@ -18,7 +18,7 @@ class TESSEL_PUBLIC object_base {
 
   virtual ~object_base() = default;
 
-  // This object seen as a `T`, or null when it is none. Any thread; borrows.
+  // This object as a `T`, or null if it is not one. Borrowed. Any thread.
   template <typename T>
   T* AsType() {
     return dynamic_cast<T*>(this);

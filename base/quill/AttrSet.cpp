@@ -7,7 +7,7 @@
 namespace quill::base {
 namespace {
 
-// What one scan of a text needs to know: where it stands, how deep, and why it gave up.
+// One scan of a text: its position, and the reason why it failed.
 class Scanner {
  public:
   explicit Scanner(std::string_view text) : _text(text) {}
@@ -23,8 +23,8 @@ class Scanner {
     return false;
   }
 
-  // Moves on to the first character outside braces that stands in `stops`, or to the end.
-  // `spare` levels of nesting are kept for braces to come.
+  // Moves to the first character outside braces that occurs in `stops`, or to the end. Leaves
+  // `spare` levels of nesting free.
   bool SkipTo(const char* stops, int spare = 0) {
     int depth = 0;
     std::size_t opened = 0;  // the last "{" of the outermost level
@@ -61,11 +61,11 @@ bool ScanPair(Scanner& scan, AttrSet::Pair& pair) {
   }
   scan.Skip();
   const std::size_t value_at = scan.At();
-  // Text with braces inside, but not around it, gets some around it when it is written.
+  // ToString() encloses a value that contains braces, so one level of nesting must stay free.
   const bool is_braced = !scan.AtEnd() && scan.Peek() == '{';
   if (!scan.SkipTo(",", is_braced ? 0 : 1)) return false;
   std::string_view value = scan.From(value_at);
-  // A value in braces is told from one that only contains them by where the first brace closes.
+  // In a value that is enclosed in braces, the first brace closes at the end.
   if (is_braced) {
     int depth = 0;
     std::size_t closes = 0;
@@ -108,7 +108,7 @@ bool CheckLength(const char* text, std::string& error) {
 
 }  // namespace
 
-// Out of line: a plug-in finds them in the host.
+// Out of line, so that a plug-in uses the host's versions.
 AttrSet::AttrSet() = default;
 AttrSet::AttrSet(const char* text) { Parse(text); }
 AttrSet::~AttrSet() = default;

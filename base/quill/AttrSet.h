@@ -7,8 +7,8 @@
 //   layout  = element *( "+" element )
 //   element = class [ ":" [ set ] ]
 //
-// Both are read in linear time, with bounds on length and nesting, since the text may come from the
-// other side of the chip.
+// Both are parsed in linear time, with limits on length and nesting, because the text may come from
+// another process.
 #pragma once
 
 #include <charconv>
@@ -27,7 +27,7 @@ namespace quill::base {
 inline constexpr std::size_t kMaxTextBytes = std::size_t{1} << 20;
 inline constexpr int kMaxNesting = 64;
 
-// Ordered key/value pairs of text. Keys are unique. One thread at a time a set.
+// Ordered key/value pairs of text. Keys are unique. One thread at a time for each set.
 class QUILL_PUBLIC AttrSet {
  public:
   struct Pair {
@@ -45,15 +45,16 @@ class QUILL_PUBLIC AttrSet {
   AttrSet& operator=(const AttrSet& other);
   AttrSet& operator=(AttrSet&& other) noexcept;
 
-  // Replaces the contents. False when the text is malformed; the old contents then stay whole and
-  // Error() says where and why. Of a key that comes twice the last value counts, in the first
-  // place.
+  // Replaces the contents. False when the text is malformed; the old contents then stay and Error()
+  // says where and why. If a key occurs twice, the pair keeps its first position and gets the last
+  // value.
   bool Parse(const char* text);
-  // Position and reason of the last refusal of Parse() or Add(); empty after a success.
+  // Position and reason of the last failure of Parse() or Add(); empty after a success.
   const std::string& Error() const { return _error; }
 
-  // Appends or replaces one pair. False when the key or the value cannot be written as text: null,
-  // an empty key, "," "=" "{" "}" or a blank at the front in a key, unbalanced braces in a value.
+  // Appends or replaces one pair. False when the pair has no textual form: key or value is null,
+  // the key is empty, contains "," "=" "{" or "}" or begins with a blank, or the value has
+  // unbalanced braces.
   bool Add(const char* key, const char* value);
   bool Add(const char* key, const std::string& value) { return Add(key, value.c_str()); }
   // Typed add: bool as "true" or "false", numbers in decimal, durations in nanoseconds.
@@ -62,14 +63,14 @@ class QUILL_PUBLIC AttrSet {
 
   // The value as text, or null when the key is absent; borrowed until the set changes.
   const char* Get(const char* key) const;
-  // Typed get: false when the key is absent or its text is no `T`; `out` then keeps its value.
+  // Typed get: false when the key is absent or its text is not a `T`; `out` then keeps its value.
   template <typename T>
   bool Get(const char* key, T& out) const;
 
   // False when the key is absent.
   bool Remove(const char* key);
 
-  // The set in textual form, which Parse() reads back to the same set. With `braced`, in braces.
+  // The textual form, from which Parse() makes the same set. With `braced`, enclosed in braces.
   std::string ToString(bool braced) const;
 
   const std::vector<Pair>& Pairs() const { return _pairs; }
@@ -95,8 +96,8 @@ QUILL_PUBLIC bool ParseLayout(const char* text, std::vector<LayoutElement>& elem
 // Text to bool: "true", "yes", "on", "1" and "false", "no", "off", "0", in any case. False when the
 // text is none of these; `out` then keeps its value.
 QUILL_PUBLIC bool ConvertToImpl(const char* text, bool& out);
-// Decimal number with an optional sign, the whole text, inside the range of the type. This one and
-// the next are compiled into the plug-in that needs them.
+// Text to integer: the whole text is a decimal number with an optional sign, in the range of the
+// type. This function and the next are inline, so that a plug-in needs no symbol of the host.
 template <std::integral Number>
 bool ConvertToImpl(const char* text, Number& out) {
   if (text == nullptr) return false;

@@ -9,7 +9,7 @@
 namespace quill::stream {
 namespace {
 
-// The highest level that the environment asks for; -1 for none. Read once, at load.
+// The highest level that QUILL_DEBUG enables; -1 for none. Read once, at load.
 int WantedLevel() {
   const char* wanted = std::getenv("QUILL_DEBUG");
   if (wanted == nullptr) return kError;
@@ -24,7 +24,7 @@ class StderrStream : public DebugStream {
  public:
   explicit StderrStream(DebugLevel level) : _enabled(level <= WantedLevel()) {}
 
-  // One write for a line keeps the lines of several threads and processes apart.
+  // One write() per line keeps the lines of several threads and processes apart.
   void Write(std::string_view text) override {
     while (_enabled && !text.empty()) {
       const ssize_t written = write(STDERR_FILENO, text.data(), text.size());
@@ -41,8 +41,8 @@ class StderrStream : public DebugStream {
   const bool _is_terminal = isatty(STDERR_FILENO) == 1;
 };
 
-// Never destroyed: objects that log may outlive any order of static destruction. Kept here as well,
-// so that one which is redirected is still somebody's.
+// Never destroyed, because objects may log during static destruction. This array keeps a stream
+// reachable for leak checkers while its level is redirected.
 StderrStream* const g_stderr[kDebugLevels] = {new StderrStream(kError), new StderrStream(kNotice),
                                               new StderrStream(kTrace)};
 
@@ -50,6 +50,6 @@ StderrStream* const g_stderr[kDebugLevels] = {new StderrStream(kError), new Stde
 
 DebugStream* __dbg_couts[kDebugLevels] = {g_stderr[kError], g_stderr[kNotice], g_stderr[kTrace]};
 
-int __root_path_offset = 0;  // paths are relative to the project already, by a compiler option
+int __root_path_offset = 0;  // a compiler option makes paths relative to the project
 
 }  // namespace quill::stream

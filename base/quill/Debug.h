@@ -2,7 +2,7 @@
 //
 //   [colour] path "/" line "/" function ":\t" message "\n" [colour off]
 //
-// where the colour escapes stand only if the stream wants them (a terminal does).
+// The colour escapes are written only if the stream wants them, as a terminal does.
 #pragma once
 
 #include <cstring>
@@ -14,35 +14,35 @@ namespace quill::stream {
 
 enum DebugLevel : int {
   kError = 0,   // failed checks
-  kNotice = 1,  // what a maintainer looks for when something is odd
+  kNotice = 1,  // facts that help a maintainer to find a fault
   kTrace = 2,   // every step
   kDebugLevels = 3,
 };
 
-// A host output stream. Write() is called with one whole line. Any thread.
+// A host output stream. Each call of Write() gets one whole line. Any thread.
 class QUILL_PUBLIC DebugStream : public base::ostream {
  public:
   virtual bool IsEnabled() const = 0;
   virtual bool WantsColour() const = 0;
 };
 
-// One stream per level; replace an entry to redirect it, put the old one back to undo that. By
-// default they write to stderr, up to the level named by the environment variable QUILL_DEBUG
-// ("none", "error", "notice", "trace"; default "error"). Change them only while nothing logs.
+// One stream per level. Replace an entry to redirect a level; put the old entry back to undo that.
+// By default they write to stderr, up to the level named by the environment variable QUILL_DEBUG
+// ("none", "error", "notice", "trace"; default "error"). Change an entry only while no thread logs.
 QUILL_PUBLIC extern DebugStream* __dbg_couts[kDebugLevels];  // NOLINT(bugprone-reserved-identifier)
 
 // Leading characters to cut from a source path before it is printed.
 QUILL_PUBLIC extern int __root_path_offset;  // NOLINT(bugprone-reserved-identifier)
 
 inline constexpr char kRed[] = "\033[31m";      // a failed check
-inline constexpr char kGreen[] = "\033[32m";    // notices of particular source files
-inline constexpr char kYellow[] = "\033[33m";   //
-inline constexpr char kMagenta[] = "\033[35m";  //
+inline constexpr char kGreen[] = "\033[32m";    // notices, and traces of some source files
+inline constexpr char kYellow[] = "\033[33m";   // traces of some source files
+inline constexpr char kMagenta[] = "\033[35m";  // traces of some source files
 inline constexpr char kCyan[] = "\033[36m";     // a trace
 inline constexpr char kColourOff[] = "\033[0m";
 
-// A text together with the place in the source that it was passed at. Function parameters of this
-// type capture their caller's place when a literal is passed.
+// A text and the place in the source that passed it. A function parameter of this type captures its
+// caller's place when a literal is passed.
 struct At {
   // NOLINTNEXTLINE(google-explicit-constructor): the conversion is what captures the place
   At(const char* the_text, const char* the_file = __builtin_FILE(), int the_line = __builtin_LINE(),
@@ -54,8 +54,8 @@ struct At {
   const char* function;
 };
 
-// Writes one line; `message` follows the place. Any thread. Compiled into each plug-in, which
-// needs nothing of the host for it but the streams above.
+// Writes one line; `message` follows the place. Any thread. Inline, so that a plug-in needs only
+// the streams above from the host.
 [[gnu::noinline]] inline void WriteLine(DebugLevel level, const char* colour, const At& at,
                                         const std::string& message) {
   DebugStream* stream = __dbg_couts[level];
@@ -69,8 +69,8 @@ struct At {
   stream->Write(line.str());
 }
 
-// Logs what Failed() logs, where nothing is left to decide. Not inlined: checks stand on the path
-// of every frame, and this does not.
+// Logs a failed condition like Failed(), without testing it. Not inlined: every frame passes the
+// checks, and few of them fail.
 template <typename... Details>
 [[gnu::noinline, gnu::cold]] void Fail(const At& text, const Details&... details) {
   if (!__dbg_couts[kError]->IsEnabled()) return;
@@ -80,15 +80,16 @@ template <typename... Details>
   WriteLine(kError, kRed, text, message.str());
 }
 
-// Logs the failed condition `text`, then "," and `details` if there are any, and hands `failed`
-// back:  if (Failed(!_app, "!_app")) return false;
+// If `failed`, logs the condition `text`, then "," and `details` if there are any. Returns
+// `failed`:
+//   if (Failed(!_app, "!_app")) return false;
 template <typename... Details>
 [[nodiscard]] bool Failed(bool failed, const At& text, const Details&... details) {
   if (failed) Fail(text, details...);
   return failed;
 }
 
-// A line in `colour` of `text` and `details`, without anything between.
+// Writes a trace line in `colour`: `text` and `details`, without separators.
 template <typename... Details>
 void TraceIn(const char* colour, const At& text, const Details&... details) {
   if (!__dbg_couts[kTrace]->IsEnabled()) return;
@@ -98,7 +99,7 @@ void TraceIn(const char* colour, const At& text, const Details&... details) {
   WriteLine(kTrace, colour, text, message.str());
 }
 
-// The same in cyan, as most traces are.
+// The same in cyan, the usual colour of traces.
 template <typename... Details>
 void Trace(const At& text, const Details&... details) {
   TraceIn(kCyan, text, details...);

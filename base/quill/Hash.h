@@ -1,4 +1,4 @@
-// The host's text hash: tags owners in shared memory and compares status words.
+// The host's text hash, used to tag owners in shared memory and to compare names of a status.
 #pragma once
 
 #include "quill/Visibility.h"

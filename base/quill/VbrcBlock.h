@@ -1,5 +1,5 @@
 // The rate-control block: one record in shared memory by which a source steers its encoder and the
-// encoder reports back. No message is sent for a change; the other side reads the record once for
+// encoder reports back. A change needs no message: the real-time side reads the record once for
 // each frame.
 //
 //      0 ┌──────────────────────────────┐
@@ -7,13 +7,13 @@
 //    604 │ extra area: tag, room, used  │
 //    616 │ extra area: bytes …          │ 128 of them inside the fixed part,
 //    744 ├──────────────────────────────┤
-//        │ … extra area goes on         │ `extra_size` more behind it
+//        │ … extra area goes on         │ `extra_size` more after it
 //        └──────────────────────────────┘
 //
-// Two programs on two operating systems map it, so the layout never changes: there is no version to
-// raise. Every field is one aligned 32-bit word that is read and written whole, relaxed: the fields
-// do not depend on one another. Zeroed memory is a valid block of a source that asks for nothing.
-// Little-endian, as both sides of the chip are.
+// Two programs on two operating systems map it, so the layout never changes and has no version.
+// Every field is one aligned 32-bit word that is read and written as a whole, in relaxed order,
+// because no field depends on another. Zeroed memory is a valid block without any request.
+// Little-endian, like both operating systems of the chip.
 #pragma once
 
 #include <atomic>
@@ -27,9 +27,10 @@ namespace quill::stream {
 struct VbrcBlock {
   using Word = std::atomic<std::int32_t>;
 
-  // Offset, unit; "far" is written by the real-time side and read by Linux, else the other way.
+  // Each comment: offset, unit. The real-time side writes the words marked "rtos", Linux the
+  // others.
   Word reserved_0;                        // 0, zero
-  Word bitrate;                           // 4, bits/s as measured; far
+  Word bitrate;                           // 4, bits/s as measured; rtos
   Word bitrate_max;                       // 8, bits/s
   Word bitrate_min;                       // 12, bits/s
   Word reserved_16;                       // 16, zero
@@ -40,17 +41,17 @@ struct VbrcBlock {
   Word qp;                                // 36, quantiser; 0: rate control decides
   Word qp_max;                            // 40
   Word qp_min;                            // 44
-  Word qp_reported;                       // 48, quantiser in use; far
+  Word qp_reported;                       // 48, quantiser in use; rtos
   Word reserved_52;                       // 52, zero
   Word keyframe_req;                      // 56, counts requests
   Word reserved_60;                       // 60, zero
   Word bitrate_target;                    // 64, bits/s
   Word trigger_req;                       // 68, counts requests
-  Word trigger_served;                    // 72, requests served; far, host at Open, Close
+  Word trigger_served;                    // 72, requests served; rtos, host at Open, Close
   Word reserved_76[36];                   // 76, zero
   Word frame_count;                       // 220, finished frames; one writer a chain
   Word reserved_224[95];                  // 224, zero
-  std::atomic<std::uint32_t> extra_user;  // 604, base::Hash of its owner's name
+  std::atomic<std::uint32_t> extra_user;  // 604, base::Hash of the owner's name
   Word extra_max;                         // 608, bytes that writers may use
   Word extra_len;                         // 612, bytes in use, terminating NUL included
   std::uint8_t extra[128];                // 616
@@ -62,7 +63,7 @@ static_assert(std::is_standard_layout_v<VbrcBlock>, "mapped by two programs");
 static_assert(VbrcBlock::Word::is_always_lock_free && sizeof(VbrcBlock::Word) == 4 &&
                   sizeof(std::atomic<std::uint32_t>) == 4,
               "an atomic word is a plain word");
-static_assert(sizeof(VbrcBlock) == kVbrcBlockBytes, "the allocation asks for this much");
+static_assert(sizeof(VbrcBlock) == kVbrcBlockBytes, "the allocation has this size");
 static_assert(offsetof(VbrcBlock, reserved_0) == 0, "first");
 static_assert(offsetof(VbrcBlock, bitrate) == 4, "the measured rate is read here");
 static_assert(offsetof(VbrcBlock, bitrate_max) == 8, "the ceiling comes before the floor");
@@ -72,10 +73,10 @@ static_assert(offsetof(VbrcBlock, framerate) == 20, "the rate comes before its c
 static_assert(offsetof(VbrcBlock, framerate_max) == 24, "");
 static_assert(offsetof(VbrcBlock, framerate_min) == 28, "");
 static_assert(offsetof(VbrcBlock, reserved_32) == 32, "");
-static_assert(offsetof(VbrcBlock, qp) == 36, "the asked QP, not the reported one");
+static_assert(offsetof(VbrcBlock, qp) == 36, "the requested QP, not the reported one");
 static_assert(offsetof(VbrcBlock, qp_max) == 40, "the ceiling comes before the floor");
 static_assert(offsetof(VbrcBlock, qp_min) == 44, "");
-static_assert(offsetof(VbrcBlock, qp_reported) == 48, "the reported QP, not the asked one");
+static_assert(offsetof(VbrcBlock, qp_reported) == 48, "the reported QP, not the requested one");
 static_assert(offsetof(VbrcBlock, reserved_52) == 52, "");
 static_assert(offsetof(VbrcBlock, keyframe_req) == 56, "the encoder counts requests here");
 static_assert(offsetof(VbrcBlock, reserved_60) == 60, "");
@@ -90,18 +91,19 @@ static_assert(offsetof(VbrcBlock, extra_max) == 608, "");
 static_assert(offsetof(VbrcBlock, extra_len) == 612, "");
 static_assert(offsetof(VbrcBlock, extra) == 616, "the extra area starts inside the record");
 
-// The extra area, which goes on behind the record. Both operating systems may write there at any
-// time: its bytes are read and written with std::atomic_ref.
+// The extra area, which continues after the record. Either operating system may write it at any
+// time, so access its bytes with std::atomic_ref.
 inline std::uint8_t* ExtraArea(VbrcBlock& block) {
   return reinterpret_cast<std::uint8_t*>(&block) + offsetof(VbrcBlock, extra);
 }
 
-// The owner of an area with the URL that the next picture goes to, as text with its NUL. Of such a
-// block the sink counts the frames, once their files are there, and the encoder does not.
+// The owner's name of an extra area that contains the URL of the next picture, as NUL-terminated
+// text. In such a block the sink advances `frame_count` once the file of a picture is complete; the
+// encoder leaves the word alone.
 inline constexpr char kUrlOwner[] = "UrlSimple";
 
-// Zeroes the fixed part and stores what a fresh source asks for. `extra_size` is the number of
-// bytes behind the fixed part; those are left alone.
+// Zeroes the fixed part and stores the defaults of a new source. `extra_size` is the number of
+// bytes after the fixed part, which this function leaves alone.
 inline void InitVbrcBlock(VbrcBlock& block, int extra_size) {
   std::memset(static_cast<void*>(&block), 0, kVbrcBlockBytes);
   constexpr auto kRelaxed = std::memory_order_relaxed;

@@ -10,7 +10,7 @@ ostream_string& ostream_string::operator<<(const char* text) {
 }
 
 ostream_string& ostream_string::operator<<(long long number) {
-  char digits[24];  // 20 are the most that 64 bits need
+  char digits[24];  // a 64-bit number has at most 20
   const auto end = std::to_chars(digits, digits + sizeof digits, number).ptr;
   Write({digits, static_cast<std::size_t>(end - digits)});
   return *this;

@@ -1,4 +1,4 @@
-// The host's text streams: numbers and pointers as they stand in layout strings and log lines.
+// The host's text streams. They format numbers and pointers for layout strings and log lines.
 #pragma once
 
 #include <cstdint>
@@ -9,7 +9,7 @@
 
 namespace quill::base {
 
-// Where text goes. Any thread, one at a time a stream.
+// Receives text. Any thread, one at a time for each stream.
 class QUILL_PUBLIC ostream {
  public:
   virtual ~ostream() = default;
@@ -24,7 +24,7 @@ class QUILL_PUBLIC ostream_string : public ostream {
   ostream_string& operator<<(const char* text);     // null prints nothing
   ostream_string& operator<<(long long number);     // decimal
   ostream_string& operator<<(const void* pointer);  // "0x" and lower-case hexadecimal
-  // What a plug-in needs beyond these is compiled into it.
+  // Inline, so that a plug-in needs no further symbol of the host.
   ostream_string& operator<<(const std::string& text) {
     _text += text;
     return *this;
@@ -36,7 +36,7 @@ class QUILL_PUBLIC ostream_string : public ostream {
   std::string _text;
 };
 
-// `value` as an ostream_string prints it.
+// `value` as text, as an ostream_string prints it.
 template <typename T>
 std::string ToString(const T& value) {
   ostream_string text;
@@ -44,10 +44,10 @@ std::string ToString(const T& value) {
   return text.str();
 }
 
-// The text of a handle, like that of a pointer.
+// A handle as text, in the form of a pointer.
 QUILL_PUBLIC std::string HandleText(std::uint64_t handle);
-// The number behind the text of a handle or a pointer; 0, which none is, for null and for what is
-// no such text.
+// Parses the text of a handle or a pointer. Returns 0, which is never a handle, for null and for
+// any other text.
 QUILL_PUBLIC std::uint64_t ReadHandle(const char* text);
 
 }  // namespace quill::base
