@@ -349,7 +349,7 @@ TEST(SnapOutcome, BlockingSnapshotFailsForItsOwnPictureOnly) {
   dualos::SnapOutcome outcome;
   const auto heed = [&outcome](const char* text, const char* note) {
     auto* message = new quill::base::Message(text, note);
-    outcome.Heed(*message);
+    outcome.OnMessage(*message);
     message->Release();
   };
   int looks = 0;

@@ -34,7 +34,7 @@ std::string AacSource::AppStringCreate0() {
   if (_mic == nullptr && Failed(!SelectMicrophone("dualos"), "!SelectMicrophone(\"dualos\")")) {
     return "";
   }
-  _mic->DeviceID();  // asked all the same; this chain names no microphone
+  _mic->DeviceID();  // always called, although this chain does not name the microphone
   std::string layout = Layout::Microphone("")
                            .PcmFilter(_aac.rate)
                            .AacEncoder(_profile, _bitRate, _aac.channels, _bandWidth)
@@ -56,7 +56,7 @@ bool AacSource::CbOpen(quill::base::object* obj, quill::stream::IMedia* media) {
   if (!get("rateidx", _aac.rateidx, "!media->Get(\"rateidx\",_aac.rateidx)")) return false;
   if (!get("adtslen", _aac.adtsLength, "!media->Get(\"adtslen\",_aac.adtsLength)")) return false;
   if (!get("bitrate", _aac.bitrate, "!media->Get(\"bitrate\",_aac.bitrate)")) return false;
-  // NOLINTNEXTLINE(bugprone-parent-virtual-call): the one between would check and trace again
+  // NOLINTNEXTLINE(bugprone-parent-virtual-call): PcmSource::CbOpen() would check and trace again
   return StreamAppOutput::CbOpen(obj, media);
 }
 

@@ -1,4 +1,4 @@
-// Sound of the real-time side's microphone, coded as AAC over there.
+// Sound from the real-time side's microphone, which the real-time side codes as AAC.
 #pragma once
 
 #include <cstdint>
@@ -9,7 +9,6 @@
 
 namespace tessel::dualos {
 
-// Threads as of the interfaces.
 class AacSource : public api::streaming::IAacSource, public PcmSource {
  public:
   using AacMediaInfo = api::streaming::common::AacMediaInfo;
@@ -25,12 +24,12 @@ class AacSource : public api::streaming::IAacSource, public PcmSource {
   void SetChannels(int channels) override;
 
   std::string AppStringCreate0() override;
-  // Takes over what was announced. On failure what was read before keeps its new value.
+  // Stores the media description. On failure the fields read so far keep their new values.
   bool CbOpen(quill::base::object* obj, quill::stream::IMedia* media) override;
 
  protected:
   AacMediaInfo _aac;
-  std::int32_t _bitRate = 128000;  // bits/s, as asked
+  std::int32_t _bitRate = 128000;  // bits/s, requested
   std::string _profile = "LC";
   std::int32_t _bandWidth = 0;  // Hz
 };

@@ -66,7 +66,7 @@ bool AudioDriver::Send(const char* key, const std::string& value) const {
 bool AudioDriver::Volume(int volume) {
   Trace("Volume");
   if (Failed(!IsSupportVolumeControl(), "!IsSupportVolumeControl()")) return false;
-  // In this order, and not by std::clamp: the limits come from outside and may be crossed.
+  // Not std::clamp, which requires minimum <= maximum: the limits come from the real-time side.
   if (volume > _volumeMax) {
     volume = _volumeMax;
   } else if (volume < _volumeMin) {
@@ -90,7 +90,7 @@ bool AudioDriver::Mute(bool is_muted) {
   if (Failed(!IsSupportMute(), "!IsSupportMute()")) return false;
   if (is_muted == _mute) return true;
   _mute = is_muted;
-  // The level does not come back by itself: the next Volume() sends it.
+  // Unmuting does not restore the volume; the client sets it again.
   if (is_muted) _volume = 0;
   return Send("mute", TextOf(is_muted));
 }

@@ -1,5 +1,5 @@
-// An audio device of the real-time side: learns what it is when it is created, and passes changes
-// of its controls on.
+// An audio device of the real-time side. It reads the device's properties when it is created and
+// forwards changes of the controls.
 #pragma once
 
 #include <cstdint>
@@ -11,16 +11,17 @@
 
 namespace tessel::dualos {
 
-// A change that did not reach the device is kept here all the same: the two can differ until the
-// next one. Client's thread.
+// A change that fails to reach the device is stored here nevertheless, so this object and the
+// device may differ until the next change. Client's thread.
 class AudioDriver : public quill::base::Object,
                     public dev::AudioDevice,
                     public quill::base::IFactoryHelper {
  public:
-  // `deviceKind` is the device's name over there: "Microphone" or "Speaker".
+  // `deviceKind` is the device's name on the real-time side: "Microphone" or "Speaker".
   explicit AudioDriver(const char* deviceKind);
 
-  // Probes the device, whatever the attributes. On failure what was read before keeps its value.
+  // Probes the device; ignores the attributes. On failure the properties read so far keep their new
+  // values.
   bool configure(quill::base::AttrSet& attributes) override;
 
   bool Volume(int volume) override;
@@ -32,7 +33,7 @@ class AudioDriver : public quill::base::Object,
 
  protected:
   std::string devType;
-  std::uintptr_t _obj = 0;  // handle of the device over there; 0 before it is configured
+  std::uintptr_t _obj = 0;  // the device's handle on the real-time side; 0 before configure()
 
  private:
   bool Send(const char* key, const std::string& value) const;

@@ -45,7 +45,7 @@ bool H264Source::IsSupportSingleFrameTrigger() const { return false; }
 void H264Source::Trigger() {}
 
 std::string H264Source::AppStringCreate0() {
-  // Without its block there is nothing to describe; the empty chain makes the opening fail.
+  // A source without its block cannot describe its chain; the empty text makes Open() fail.
   if (Failed(!_vbrc, "!_vbrc")) return "";
   std::string layout =
       Layout(*_vbrc, _h264.width, _h264.height).H264Encoder(_h264).ShmSink(_session_name);

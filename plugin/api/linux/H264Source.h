@@ -1,4 +1,4 @@
-// An H.264 elementary stream of the real-time side's encoder.
+// An H.264 elementary stream from the real-time side's encoder.
 #pragma once
 
 #include "common/StreamAppOutput.h"
@@ -7,7 +7,7 @@
 
 namespace tessel::dualos {
 
-// Threads as of the interfaces. Variants derive from this and compose another chain.
+// Variants derive from this class and compose another chain.
 class H264Source : public StreamAppOutput, public StreamVbrc, public api::streaming::IH264Source {
  public:
   using H264MediaInfo = api::streaming::common::H264MediaInfo;
@@ -25,7 +25,7 @@ class H264Source : public StreamAppOutput, public StreamVbrc, public api::stream
   void Trigger() override;
 
   std::string AppStringCreate0() override;
-  // Replaces what is known of the media. On failure the fields read so far keep their new values.
+  // Stores the media description. On failure the fields read so far keep their new values.
   bool CbOpen(quill::base::object* sink, quill::stream::IMedia* media) override;
 
  protected:

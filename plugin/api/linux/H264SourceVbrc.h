@@ -1,4 +1,4 @@
-// H.264 of steady quality at a variable bit rate and a frame rate that can be thinned.
+// H.264 of steady quality, at a variable bit rate and a frame rate that can be reduced.
 #pragma once
 
 #include "H264Source.h"

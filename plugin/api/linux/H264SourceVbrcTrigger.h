@@ -1,4 +1,4 @@
-// H.264 at a variable bit rate, of the pictures that the client asks for one by one.
+// H.264 at a variable bit rate, of single pictures, each requested by the client.
 #pragma once
 
 #include "H264SourceVbrc.h"

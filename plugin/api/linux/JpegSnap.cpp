@@ -20,7 +20,7 @@ using quill::stream::VbrcBlock;
 
 namespace {
 
-constexpr int kExtraBytes = 1024;  // room for a URL and its terminator, asked for beyond
+constexpr int kExtraBytes = 1024;  // after the fixed part, for a URL and its NUL
 constexpr int kRoomBytes = static_cast<int>(sizeof(VbrcBlock::extra)) + kExtraBytes;
 constexpr auto kRelaxed = std::memory_order_relaxed;
 
@@ -30,7 +30,7 @@ JpegSnap::JpegSnap() : StreamVbrc(kExtraBytes) {
   if (_vbrc != nullptr) _vbrc->extra_user.store(Hash(kUrlOwner), kRelaxed);
 }
 
-// No message may reach the object during its destruction.
+// Closes first, because no message may reach the object during its destruction.
 JpegSnap::~JpegSnap() {
   if (_app != nullptr) StreamApp::Close();
 }
@@ -82,11 +82,11 @@ bool JpegSnap::Close() {
   const auto change = StatusChange::Down(*this, Status::kNull);
   if (!change) return true;
   const bool done = StreamApp::Close();
-  if (_app == nullptr) _outcome.Begin();  // what is asked for now waits for the next Open()
+  if (_app == nullptr) _outcome.Begin();  // requests made from now on wait for the next Open()
   return done;
 }
 
-// What lies in the area, as text.
+// The URL as it stands in the extra area.
 std::string JpegSnap::StoredUrl() const {
   std::string url(_url.size(), '\0');
   std::uint8_t* extra = ExtraArea(*_vbrc);
@@ -94,10 +94,10 @@ std::string JpegSnap::StoredUrl() const {
   return url;
 }
 
-// Into the block's extra area, for the sink to read. It is empty meanwhile, and its bytes are
-// stored one by one, as the sink may be reading for the snapshot before this one.
+// Writes the URL into the block's extra area, where the sink reads it. The sink may be reading
+// there for an earlier snapshot, so the length is 0 meanwhile and each byte is stored atomically.
 void JpegSnap::StoreUrl() {
-  // Each release is for what stands in front of it, and pairs with an acquire of the sink.
+  // Each release publishes the stores before it and pairs with an acquire in the sink.
   constexpr auto kRelease = std::memory_order_release;
   _vbrc->extra_len.store(0, kRelaxed);
   std::uint8_t* extra = ExtraArea(*_vbrc);
@@ -107,7 +107,7 @@ void JpegSnap::StoreUrl() {
   _vbrc->extra_len.store(static_cast<std::int32_t>(_url.size() + 1), kRelease);
 }
 
-// Whether the count of files has come to `target`. It runs over.
+// Whether the count of files has reached `target`. The count wraps around.
 bool JpegSnap::HasFile(std::uint32_t target) const {
   const auto done = static_cast<std::uint32_t>(_vbrc->frame_count.load(std::memory_order_acquire));
   return static_cast<std::int32_t>(done - target) >= 0;
@@ -124,7 +124,7 @@ bool JpegSnap::Snap(bool blocking) {
   }
   const std::size_t len = _url.size();
   TraceIn(kYellow, "len=", static_cast<long long>(len));
-  // The word is shared: whatever it says, the block has no more room than it was made with.
+  // The word is shared and may be wrong; the block has no more room than was allocated.
   const std::int32_t room = std::clamp(extra_max, 0, kRoomBytes);
   if (Failed(static_cast<std::size_t>(room) < len + 1, "vbrc->extra_max<len+1")) return false;
   StoreUrl();
@@ -134,7 +134,7 @@ bool JpegSnap::Snap(bool blocking) {
 
   const std::uint32_t ends = _outcome.Ends();
   const auto done = static_cast<std::uint32_t>(vbrc->frame_count.load(std::memory_order_acquire));
-  // The URL stands before the request.
+  // Release: the URL is stored before the request.
   const auto request =
       static_cast<std::uint32_t>(vbrc->trigger_req.fetch_add(1, std::memory_order_release)) + 1;
   const auto is_done = [&] { return !blocking || !Enable() || HasFile(done + 1); };
@@ -148,7 +148,7 @@ void JpegSnap::Snap(const char* url, bool blocking) {
 }
 
 bool JpegSnap::processMessage(quill::base::Message& message) {
-  _outcome.Heed(message);
+  _outcome.OnMessage(message);
   return StreamApp::processMessage(message);
 }
 

@@ -1,5 +1,5 @@
-// Still pictures of a chain that stands ready: each snapshot triggers one frame of it, which is
-// written to the URL that stands in the rate-control block.
+// Still pictures from a chain that keeps playing: each snapshot triggers one frame, which is
+// written to the URL in the rate-control block.
 #pragma once
 
 #include <cstdint>
@@ -12,13 +12,13 @@
 
 namespace tessel::dualos {
 
-// Threads as of the interfaces. The order of declaration is the order of the slots.
+// Declaration order is vtable order.
 class JpegSnap : public StreamApp, public StreamVbrc, public api::streaming::IPhotography {
  public:
   JpegSnap();
   ~JpegSnap() override;
 
-  // It has no way for messages to its client.
+  // This class has no messages for its client: the callback is ignored, sending returns false.
   void RegisterMessageCallback(const std::function<bool(const char*)>& cb) override;
   bool SendMessage(const char* msg) override;
 
@@ -28,19 +28,19 @@ class JpegSnap : public StreamApp, public StreamVbrc, public api::streaming::IPh
   void SelectSensor(int index) override;  // stored only: the board has one sensor
   void SetWidth(int pixels) override;
   void SetHeight(int pixels) override;
-  void SetQP(int qp) override;  // acts from the next picture on
-  int GetQP() const override;   // of the last picture, as the encoder says; not what was set
+  void SetQP(int qp) override;  // takes effect with the next picture
+  int GetQP() const override;   // reported by the encoder for the last picture; not what was set
   void SetURL(const char* url) override;
   bool Snap(bool blocking) override;
   void Snap(const char* url, bool blocking) override;
-  virtual void ForceKeyFrame();  // nothing to do: every picture stands alone
+  virtual void ForceKeyFrame();  // no effect: every picture is coded on its own
 
   bool Open() override;
   bool Close() override;
   bool Start() override { return StreamApp::Start(); }
   bool Stop() override { return StreamApp::Stop(); }
 
-  // What the sink of the pictures tells. Message thread.
+  // Receives the messages of the sink that writes the pictures. Message thread.
   bool processMessage(quill::base::Message& message) override;
 
  protected:

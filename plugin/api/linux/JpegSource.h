@@ -1,4 +1,4 @@
-// JPEG pictures of the real-time side's encoder.
+// JPEG pictures from the real-time side's encoder.
 #pragma once
 
 #include "common/StreamAppOutput.h"
@@ -7,7 +7,6 @@
 
 namespace tessel::dualos {
 
-// Threads as of the interfaces.
 class JpegSource : public StreamAppOutput, public StreamVbrc, public api::streaming::IJpegSource {
  public:
   using JpegMediaInfo = api::streaming::common::JpegMediaInfo;
@@ -22,7 +21,7 @@ class JpegSource : public StreamAppOutput, public StreamVbrc, public api::stream
   void Trigger() override;
 
   std::string AppStringCreate0() override;
-  // Takes over the size delivered. On failure the width read keeps its new value.
+  // Stores the delivered size. On failure a width that was read keeps its new value.
   bool CbOpen(quill::base::object* sink, quill::stream::IMedia* media) override;
 
  protected:

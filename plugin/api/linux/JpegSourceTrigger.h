@@ -1,4 +1,4 @@
-// JPEG of the pictures that the client asks for one by one.
+// Single JPEG pictures, each requested by the client.
 #pragma once
 
 #include "JpegSource.h"

@@ -1,4 +1,4 @@
-// The Linux-side face of the camera's microphone.
+// The camera's microphone, as Linux sees it.
 #pragma once
 
 #include "AudioDriver.h"
@@ -6,8 +6,8 @@
 
 namespace tessel::dualos {
 
-// Its samples stay on the real-time side, so everything but properties and controls does nothing
-// and says so. Threads as of the interfaces.
+// Its samples stay on the real-time side. Only properties and controls work; all other operations
+// do nothing and return 0, null or false.
 class Microphone : public AudioDriver, public dev::IMicrophone {
  public:
   Microphone() : AudioDriver("Microphone") {}

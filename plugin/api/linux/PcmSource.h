@@ -1,4 +1,4 @@
-// Sound of the real-time side's microphone as samples.
+// Sound from the real-time side's microphone, as PCM samples.
 #pragma once
 
 #include "common/StreamAppOutput.h"
@@ -6,7 +6,6 @@
 
 namespace tessel::dualos {
 
-// Threads as of the interfaces.
 class PcmSource : public virtual api::streaming::IPcmSource, public StreamAppOutput {
  public:
   using PcmMediaInfo = api::streaming::common::PcmMediaInfo;
@@ -24,7 +23,7 @@ class PcmSource : public virtual api::streaming::IPcmSource, public StreamAppOut
   bool CbOpen(quill::base::object* obj, quill::stream::IMedia* media) override;
 
  protected:
-  dev::IMicrophone* _mic = nullptr;  // borrows: the host keeps it
+  dev::IMicrophone* _mic = nullptr;  // borrowed; the host owns it
   PcmMediaInfo _pcm;
 };
 

@@ -16,7 +16,7 @@ using Status = quill::stream::IStatus::Status;
 
 Photography::Photography() : VBRC(nullptr) { Photography::SetURL("file://snap.jpeg"); }
 
-// The application has to go while the URL that its sink asks for is still there.
+// Destroys the application before the URL that its sink reads.
 Photography::~Photography() {
   if (_obj != nullptr) Photography::Close();
   Children().Delete(_obj, false);
@@ -79,7 +79,7 @@ bool Photography::Open() {
   if (_obj == nullptr) {
     _outcome.Begin();
     AttrSet description(AppStringCreate().c_str());
-    create(description);  // enters what it made with addChild()
+    create(description);  // passes the application to addChild()
   }
   if (Failed(!_obj, "!_obj")) return false;
   _obj->RegisterMessageProcessCallback(_message_callback);
@@ -98,20 +98,21 @@ bool Photography::Start() {
   return Service::Start();
 }
 
-// Takes the application down to `status` and destroys it.
+// Brings the application down to `status` and destroys it.
 bool Photography::StopAt(const char* status, const quill::stream::At& condition) {
   if (_obj == nullptr) return true;
   if (Failed(!_obj->SetStr("statusdown", status), condition)) {
-    // It may have stopped on this side and missed the other side's word; then it plays no more.
+    // The Linux half may have stopped without an answer from the real-time side. The application
+    // then plays no longer.
     const char* reached = nullptr;
     if (_obj->GetStr("status", reached) && Hash(reached) != Hash("play")) Service::Stop();
     return false;
   }
-  // A stopped application may still send a message; a closed one does not. Goes on: it is destroyed
-  // all the same.
+  // A stopped application may still send a message, a closed one does not. Goes on: the application
+  // is destroyed even if it cannot be closed.
   static_cast<void>(_obj->SetStr("statusdown", "null"));
   Children().Delete(_obj, false);
-  _outcome.Begin();  // what is asked for now waits for the next Open()
+  _outcome.Begin();  // requests made from now on wait for the next Open()
   return true;
 }
 
@@ -119,7 +120,7 @@ bool Photography::Stop() {
   const auto change = StatusChange::Down(*this, Status::kReady);
   if (!change) return true;
   if (!StopAt("ready", "!_obj->Set(\"statusdown\",\"ready\")")) return false;
-  return Service::Close();  // as there is no application any more
+  return Service::Close();  // the application is gone, so the status is null
 }
 
 bool Photography::Close() {
@@ -143,7 +144,7 @@ bool Photography::Resume() {
 bool Photography::Snap(bool blocking) {
   const std::int32_t target = _new_frames.load() + (blocking ? 1 : 0);
   const std::uint32_t ends = _outcome.Ends();
-  if (Failed(Block() == nullptr, "!Block()")) return false;  // an object without one is harmless
+  if (Failed(Block() == nullptr, "!Block()")) return false;  // its allocation may have failed
   const auto request =
       static_cast<std::uint32_t>(Block()->trigger_req.fetch_add(1, std::memory_order_release)) + 1;
   const auto is_done = [&] { return !blocking || !Enable() || _new_frames.load() == target; };
@@ -162,7 +163,7 @@ bool Photography::processMessageNewFrame(Message&) {
 }
 
 bool Photography::processMessage(Message& message) {
-  if (_outcome.Heed(message)) processMessageNewFrame(message);
+  if (_outcome.OnMessage(message)) processMessageNewFrame(message);
   return StreamControl::processMessage(message);
 }
 

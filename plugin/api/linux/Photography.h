@@ -1,5 +1,5 @@
-// Still pictures by an application that is described whole: its Linux half opens the connection to
-// the real-time side itself, and asks this object where each picture goes.
+// Still pictures from an application with one description for both halves: the Linux half creates
+// the real-time half itself, and gets the URL of each picture from this object.
 #pragma once
 
 #include <atomic>
@@ -17,7 +17,7 @@
 
 namespace tessel::dualos {
 
-// Threads as of the interfaces. The order of declaration is the order of the slots.
+// Declaration order is vtable order.
 class Photography : public api::streaming::common::StreamControl,
                     public api::streaming::IPhotography,
                     public quill::stream::VBRC {
@@ -27,12 +27,12 @@ class Photography : public api::streaming::common::StreamControl,
 
   void RegisterMessageCallback(const std::function<bool(const char*)>& cb) override;
   bool SendMessage(const char* text) override;
-  // The application that the host creates under this object.
+  // Called by the host with the application that it has created under this object.
   bool addChild(quill::base::object* child) override;
   void SelectSensor(int index) override;  // stored only: the board has one sensor
-  void SetQP(int qp) override;            // acts at the next Open()
+  void SetQP(int qp) override;            // takes effect at the next Open()
   int GetQP() const override;             // what was set
-  void SetURL(const char* url) override;  // acts on the next picture, also on one that is asked for
+  void SetURL(const char* url) override;  // of the next picture, even if requested already
   bool Snap(bool blocking) override;
   void Snap(const char* url, bool blocking) override;
   void SetWidth(int pixels) override;
@@ -40,20 +40,20 @@ class Photography : public api::streaming::common::StreamControl,
   bool Open() override;
   bool Close() override;
   bool Start() override;
-  bool Stop() override;  // the application goes: open again before the next Start()
+  bool Stop() override;  // destroys the application: Open() again before the next Start()
 
-  // What the sink of the pictures tells. Message thread.
+  // Receives the messages of the sink that writes the pictures. Message thread.
   bool processMessage(quill::base::Message& message) override;
-  // The application is no child in the host's list, so it is told from here.
+  // Forwarded to the application, because it is not in the host's list of children.
   bool Pause() override;
   bool Resume() override;
 
   std::string AppStringCreate();
-  // A copy of the URL. Stream thread, or the client's while no stream thread runs.
+  // A copy of the URL. Stream thread, or client's thread while no stream thread runs.
   std::string CreateUrl();
-  // A picture is there. Message thread. Exported, for hosts that call it themselves.
+  // Counts a picture whose file is complete. Message thread. Exported for hosts that call it.
   TESSEL_PUBLIC bool processMessageNewFrame(quill::base::Message& message);
-  // Where the next picture goes; `hd` is the object. Stream thread.
+  // The URL of the next picture; `hd` is the Photography object. Stream thread.
   static std::string cbCreateUrl(void* hd);
 
  protected:

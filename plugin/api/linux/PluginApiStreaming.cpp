@@ -1,5 +1,5 @@
-// The plug-in's entry: announces it to the host when it is loaded and registers its classes when
-// the host asks. Registration runs on the host's loading thread.
+// The plug-in's entry: announces the plug-in to the host when it is loaded and registers its
+// classes when the host calls. Registration runs on the thread that loads the plug-in.
 #include "AacSource.h"
 #include "Catalogue.h"
 #include "H264Source.h"
@@ -29,20 +29,20 @@ constexpr unsigned kVersion = 0x010101;  // major, minor, patch in successive by
 constexpr char kVendor[] = "Harvelon";
 constexpr char kAuthor[] = "Tessel streaming team";
 
-// A source class, whose constructor takes the delivery: false pushes, true is pulled from.
+// Registers a source class. Its constructor takes the delivery mode: false is push, true is pull.
 template <typename Class>
 IClass* EnterSource(const char* name) {
   return TClass<bool>::Enter<Class>(name);
 }
 
-// A device or a taker of pictures, whose constructor takes nothing.
+// Registers a device or a still-picture class. Its constructor takes no argument.
 template <typename Class>
 IClass* EnterPlain(const char* name) {
   return TClass<>::Enter<Class>(name);
 }
 
-// What a source can deliver, attached as a `std::vector` of its media records. One that is there
-// stays when the class is entered again: somebody may have borrowed it.
+// Attaches the formats that a source can deliver, as a `std::vector` of its media records. A class
+// that has a list already keeps it, because a client may have borrowed the list.
 template <typename MediaInfo, std::size_t kCount>
 void Tag(IClass& record, const MediaInfo (&formats)[kCount]) {
   using List = std::vector<MediaInfo>;
@@ -129,7 +129,7 @@ void RegisterRow(tessel::dualos::Row row) {
 
 }  // namespace
 
-// The plug-in's exported names; they are the host's conventions.
+// The plug-in's exported names, which follow the host's conventions.
 extern "C" {
 
 TESSEL_PUBLIC const char* __MODULE_string =  // NOLINT(bugprone-reserved-identifier)

@@ -1,4 +1,4 @@
-// The Linux-side face of the camera's speaker.
+// The camera's speaker, as Linux sees it.
 #pragma once
 
 #include "AudioDriver.h"
@@ -6,13 +6,13 @@
 
 namespace tessel::dualos {
 
-// Samples are played by chains of the real-time side, so everything but properties and controls
-// does nothing and says so. Threads as of the interfaces.
+// Its samples stay on the real-time side. Only properties and controls work; all other operations
+// do nothing and return 0 or false.
 class Speaker : public AudioDriver, public dev::ISpeaker {
  public:
   Speaker() : AudioDriver("Speaker") {}
 
-  // Writes two green lines: every change of volume asks this.
+  // Writes two green trace lines. Volume() calls it at each change.
   bool IsSupportVolumeControl() const override;
 
   int GetLeftSamples() const override { return 0; }

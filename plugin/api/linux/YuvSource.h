@@ -1,4 +1,4 @@
-// Raw pictures of the real-time side's camera.
+// Raw pictures from the real-time side's camera.
 #pragma once
 
 #include "common/StreamAppOutput.h"
@@ -7,7 +7,6 @@
 
 namespace tessel::dualos {
 
-// Threads as of the interfaces.
 class YuvSource : public StreamAppOutput,
                   public api::streaming::IYuvSource,
                   public api::streaming::common::YuvDevice {
@@ -15,11 +14,11 @@ class YuvSource : public StreamAppOutput,
   explicit YuvSource(bool pullMode) : StreamAppOutput(pullMode) {}
 
   std::string AppStringCreate0() override;
-  // Takes over size and format delivered. On failure the fields read so far keep their new values.
+  // Stores the delivered size and format. On failure the fields read so far keep their new values.
   bool CbOpen(quill::base::object* sink, quill::stream::IMedia* media) override;
   void SelectSensor(int index) override;  // stored only: the board has one sensor
 
-  // The interface declares these anew; they stay those of the bases.
+  // IYuvSource declares these again; they forward to the base classes.
   void SetFrameRate(int frames_per_second) override { YuvDevice::SetFrameRate(frames_per_second); }
   bool Open() override { return StreamAppOutput::Open(); }
   bool Close() override { return StreamAppOutput::Close(); }

@@ -17,11 +17,11 @@ using std::chrono::nanoseconds;
 namespace {
 
 constexpr nanoseconds kSecond = std::chrono::seconds(1);
-// A pull that is due in less than this is not waited for.
+// PullFrame() does not wait for a frame that is due sooner than this.
 constexpr nanoseconds kTolerance = std::chrono::milliseconds(10);
 constexpr nanoseconds kNap = std::chrono::milliseconds(100);
 
-// Not cleared: nobody reads a picture from it.
+// Not cleared: the buffer never holds a picture.
 std::unique_ptr<std::uint32_t[]> MakeBuffer(int size_bytes) {
   return std::unique_ptr<std::uint32_t[]>(new std::uint32_t[static_cast<unsigned>(size_bytes) / 4]);
 }
@@ -79,12 +79,12 @@ void YuvSourceFake::JoinWorker() {
 }
 
 void YuvSourceFake::DropWorker() {
-  // In its callback the worker must not look at the pointer, which Start() may not have stored yet.
+  // The worker itself must not read _worker here: Start() may not have stored the pointer yet.
   if (IsWorker() || (_worker != nullptr && _running.load())) {
     Fail("_worker", "the worker still runs");
     std::terminate();
   }
-  // One that was told to stop by its own callback.
+  // Its own callback has stopped it, but could not join it.
   if (_worker != nullptr) JoinWorker();
 }
 
@@ -99,7 +99,7 @@ bool YuvSourceFake::Start() {
 bool YuvSourceFake::Stop() {
   if (!_output.IsSet()) return true;
   if (IsWorker()) {
-    _running.store(false);  // joined by the next call
+    _running.store(false);  // the next call joins it
     return true;
   }
   if (_worker == nullptr) return true;
@@ -120,7 +120,7 @@ int YuvSourceFake::AwaitFrameRate() const {
   }
 }
 
-// In naps: a low rate must not keep Stop() waiting for long.
+// Sleeps for short times only, so that Stop() does not wait long at a low rate.
 void YuvSourceFake::SleepUntil(Clock::time_point due) const {
   for (Clock::time_point now = Clock::now(); now < due && _running.load(); now = Clock::now()) {
     std::this_thread::sleep_until(std::min(due, now + kNap));

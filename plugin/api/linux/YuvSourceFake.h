@@ -1,5 +1,5 @@
-// Frames without pictures, at a steady rate: for trying the path and the timing of frames without a
-// camera or a real-time side.
+// Frames without pictures, at a steady rate: tests delivery and timing without a camera or a
+// real-time side.
 #pragma once
 
 #include <atomic>
@@ -15,13 +15,14 @@
 
 namespace tessel::dualos {
 
-// Frame n is due at a fixed time after the start, so lateness does not add up; a late frame is
-// followed by others without a pause until the schedule is met again. A change of the frame rate
-// moves the whole schedule. The frame's time is the scheduled one. Its bytes are never written.
+// Frame n is due at a fixed time after the start, so delays do not add up: after a late frame the
+// next ones follow without a pause until the schedule is met again. A change of the frame rate
+// moves the whole schedule. The time stamp of a frame is its scheduled time. Its bytes are never
+// written.
 //
-// Frames depend on Start() and Stop() alone: no operation here looks at the control state or
-// changes it. A pushed source delivers also while it is paused, a pulled one also while it is
-// closed. Client's thread, unless said otherwise.
+// Delivery depends on Start() and Stop() only: no operation here reads or changes the control
+// state. In push mode the source delivers even while paused, in pull mode even while closed.
+// Client's thread, unless said otherwise.
 class YuvSourceFake : public api::streaming::IYuvSource,
                       public api::streaming::common::YuvDevice,
                       public api::streaming::common::StreamControl {
@@ -30,39 +31,39 @@ class YuvSourceFake : public api::streaming::IYuvSource,
   using OutputCallback = std::function<bool(std::shared_ptr<frame_t>&)>;
 
   explicit YuvSourceFake(bool pullMode);
-  // Stops the worker. One that still runs and has no callback cannot be stopped: the process ends.
+  // Stops the worker. A worker that runs without a callback cannot be stopped: the process ends.
   ~YuvSourceFake() override;
 
-  void RegisterMessageCallback(const std::function<bool(const char*)>& cb) override;  // not kept
+  void RegisterMessageCallback(const std::function<bool(const char*)>& cb) override;  // ignored
   bool SendMessage(const char* msg) override;                                         // no effect
   bool IsSupportedPullFrame() const override;
   bool IsSupportedOutputFrameCallback() const override;
 
-  // Pull mode. Each frame has memory of its own. The schedule begins with the clock itself, so in
-  // practice no call waits; `blocking` makes no difference.
+  // Pull mode only. Each frame has its own memory. The schedule begins at the origin of the clock,
+  // so in practice no call waits; `blocking` makes no difference.
   bool PullFrame(std::shared_ptr<frame_t>& frame, bool blocking) override;
-  // Push mode: acts from the next frame on; a frame that the former callback has already goes to
-  // its end. All frames of a run show the same memory, which is freed at the end of the run: who
-  // keeps a frame must not touch its bytes after Stop(). False in pull mode, where the callback is
-  // stored and never called. Stream thread, which is the worker's. The callback may call Stop(); it
-  // must not register another one, and Start() in it ends the process.
+  // Push mode: takes effect with the next frame; the former callback finishes the frame that it
+  // has. All frames between Start() and Stop() share one buffer, which is then freed: do not read
+  // the bytes of a kept frame after Stop(). False in pull mode, where the callback is stored but
+  // never called. The callback runs on the worker's thread. It may call Stop(). It must not register
+  // another callback. Start() in the callback ends the process.
   bool RegisterOutputCallback(const OutputCallback& cb) override;
 
   std::string GetMediaInfo() const override;  // always empty
   void SelectSensor(int index) override;      // stored only
-  // Frames/s of the schedule; GetYuvMediaInfo() does not report it. At 0 there is no schedule: no
-  // frame is pushed until the rate changes, and pulled frames have the time 0. Below 0 every frame
+  // Sets the rate of the schedule in frames/s; GetYuvMediaInfo() does not report it. At 0 no frame
+  // is pushed until the rate changes, and pulled frames have the time stamp 0. Below 0 every frame
   // is late. Any thread.
   void SetFrameRate(int frames_per_second) override;
 
-  bool Open() override;  // both true, without a condition
+  bool Open() override;  // Open() and Close() always return true
   bool Close() override;
-  // Push mode: starts the worker. Without a Stop() since the last Start(), or in the callback, the
-  // process ends.
+  // Push mode: starts the worker. The process ends if this is called in the callback, or a second
+  // time without a Stop().
   bool Start() override;
-  // Waits for the worker's current frame, and a tenth of a second at most besides; in the callback
-  // it does not wait, and the worker ends with that frame. Without a callback it does nothing and a
-  // worker goes on; without a worker there is nothing to do.
+  // Waits for the worker's current frame, and at most a tenth of a second longer. Called in the
+  // callback, it does not wait; the worker ends after that frame. Without a callback it does
+  // nothing, and a worker goes on.
   bool Stop() override;
 
  private:
@@ -71,11 +72,12 @@ class YuvSourceFake : public api::streaming::IYuvSource,
   void Loop();  // the worker's body
   bool IsWorker() const;
   void JoinWorker();
-  // Ends the process when the worker was not told to stop, or calls this itself.
+  // Joins a worker that has been stopped. Ends the process if the worker has not been stopped, or
+  // calls this itself.
   void DropWorker();
-  // `frames` / `rate`, in whole nanoseconds; 0 where there is no rate.
+  // `frames` / `rate`, in whole nanoseconds; 0 if `rate` is 0.
   static std::chrono::nanoseconds DueAfter(std::int64_t frames, int rate);
-  // Waits until there is a rate or the worker has to stop. Worker's thread.
+  // Waits until the rate is not 0 or the worker has to stop. Worker's thread.
   int AwaitFrameRate() const;
   void SleepUntil(std::chrono::steady_clock::time_point due) const;  // worker's thread
 

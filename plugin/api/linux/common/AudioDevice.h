@@ -1,4 +1,4 @@
-// Keeps the properties and controls of an audio device.
+// Stores the properties and controls of an audio device.
 #pragma once
 
 #include <cstdint>
@@ -7,8 +7,8 @@
 
 namespace tessel::dev {
 
-// Setters store what they are given. Client's thread. The order of declaration is the order of the
-// slots, and of the members.
+// Setters store their value unchecked. Client's thread. Declaration order is the order of the
+// vtable and of the members.
 class AudioDevice : public virtual IAudioDevice {
  public:
   int DeviceID() const override { return _id; }

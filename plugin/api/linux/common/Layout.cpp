@@ -68,7 +68,7 @@ Layout& Layout::JpegEncoderDma() {
   return *this;
 }
 
-// Takes no quantiser here: it reads the block's.
+// Has no QP key: this encoder reads the QP from the block.
 Layout& Layout::JpegEncoder() {
   _text << "+jpeg-encoder:name=jpeg";
   EncoderClock();

@@ -1,4 +1,4 @@
-// A value that one thread replaces while another one uses it.
+// A value that one thread replaces while another thread uses it.
 #pragma once
 
 #include <atomic>
@@ -8,8 +8,8 @@
 
 namespace tessel::dualos {
 
-// Without a lock: the user claims what it uses, and what was replaced is freed once it is not
-// claimed. One user and one owner at a time.
+// Lock-free. The owner replaces the value; the user claims it while using it. A replaced value is
+// freed once it is no longer claimed. One owner thread and one user thread at a time.
 template <typename T>
 class Replaceable {
  public:
@@ -26,15 +26,15 @@ class Replaceable {
     const T* claimed = _claimed.load();
     std::erase_if(_replaced, [claimed](const auto& value) { return value.get() != claimed; });
   }
-  // Owner's thread; null when there is none.
+  // Owner's thread; null when no value is set.
   const T* Newest() const { return _newest.get(); }
   bool IsSet() const { return _current.load() != nullptr; }  // any thread
 
-  // User's thread: the value, which lives until Unclaim(); null when there is none.
+  // User's thread: the value, valid until Unclaim(); null when no value is set.
   //
-  // The user looks again after it has claimed a value, and Set() reads the claim after it has
-  // stored another one. All four accesses are sequentially consistent: either the user sees the
-  // replacement, or Set() sees the claim.
+  // Claim() loads the value again after storing the claim, and Set() loads the claim after storing
+  // the new value. All four accesses are sequentially consistent: either Claim() sees the new
+  // value, or Set() sees the claim.
   const T* Claim() {
     const T* value = _current.load();
     for (;;) {

@@ -22,13 +22,13 @@ std::uint32_t RequestOf(const quill::base::Message& message) {
 
 }  // namespace
 
-bool SnapOutcome::Heed(const quill::base::Message& message) {
+bool SnapOutcome::OnMessage(const quill::base::Message& message) {
   const char* text = nullptr;
   const std::string note = message.GetStr("extra", text) && text != nullptr ? text : "";
   if (note == "failed") _last_failed = RequestOf(message);
   if (note == "ended") {
     _is_over = true;
-    ++_ends;  // counts even when another stream begins before anybody has looked
+    ++_ends;  // shows the end to a waiting snapshot even after another stream has begun
   }
   return note == "newframe";
 }
@@ -36,7 +36,8 @@ bool SnapOutcome::Heed(const quill::base::Message& message) {
 bool SnapOutcome::Await(std::uint32_t request, std::uint32_t ends,
                         const std::function<bool()>& is_done) const {
   for (;;) {
-    // Read first: the picture that came before the end then counts. Request numbers wrap.
+    // Read before is_done(), so that a picture that came before the end counts. Request numbers
+    // wrap around.
     const bool has_failed = static_cast<std::int32_t>(_last_failed - request) >= 0;
     const bool is_hopeless = has_failed || _is_over || _ends != ends;
     if (is_done()) return true;

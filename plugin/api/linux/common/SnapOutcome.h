@@ -1,5 +1,4 @@
-// What the sink that writes a file for each picture tells those above it, and what a snapshot that
-// waits for its file makes of that.
+// The outcome of snapshots, read from the messages of the sink that writes a file for each picture.
 #pragma once
 
 #include <atomic>
@@ -10,23 +9,23 @@
 
 namespace tessel::dualos {
 
-// A message is known by its note ("extra"). Any thread.
+// The note of a message ("extra") says what it reports. Any thread.
 class SnapOutcome {
  public:
-  // Notes what the message tells. True when it is that a picture is there as a file.
-  bool Heed(const quill::base::Message& message);
+  // Records a failure or the end of the stream. True if the message reports a completed file.
+  bool OnMessage(const quill::base::Message& message);
 
-  // The stream of pictures is closed, or a new one begins.
+  // Call when the stream of pictures is closed, and when a new one begins.
   void Begin() { _is_over = false; }
-  // Streams that have ended. To be kept from before a request is made.
+  // The number of streams that have ended. Read it before making a request.
   std::uint32_t Ends() const { return _ends; }
-  // Polls until `is_done`. False when the picture of `request`, a running count, need not be waited
-  // for: it could not be written, or it was lost and a later one could not be written, or the
-  // stream has ended since `ends` were counted.
+  // Polls until `is_done` returns true. False when the picture of `request`, the number of the
+  // request, will not come: that picture or a later one could not be written, or the stream has
+  // ended since Ends() returned `ends`.
   bool Await(std::uint32_t request, std::uint32_t ends, const std::function<bool()>& is_done) const;
 
  private:
-  std::atomic<std::uint32_t> _last_failed{0};  // request; 0: none has failed
+  std::atomic<std::uint32_t> _last_failed{0};  // number of the request; 0: none has failed
   std::atomic<std::uint32_t> _ends{0};
   std::atomic<bool> _is_over{false};
 };

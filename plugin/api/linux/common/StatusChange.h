@@ -1,12 +1,12 @@
-// One change of a stream's status, as the host lets it run.
+// The scope of one change of a stream's status.
 #pragma once
 
 #include "quill/Service.h"
 
 namespace tessel::dualos {
 
-// Announces a change to the host and its end. In between the host lets no other change of the
-// object run; the object itself has no lock.
+// Announces the beginning and the end of a change to the host. In between the host runs no other
+// change of the object, so the object needs no lock.
 class StatusChange {
  public:
   using Service = quill::stream::Service;
@@ -29,8 +29,8 @@ class StatusChange {
   StatusChange(const StatusChange&) = delete;
   StatusChange& operator=(const StatusChange&) = delete;
 
-  // False: an upward change is refused, which the host has logged; a downward one is left to the
-  // change under way, which carries it out.
+  // False when the change must not run. The host has refused and logged an upward change; it has
+  // handed a downward one to the change under way, which carries it out.
   explicit operator bool() const { return _may_run; }
 
  private:

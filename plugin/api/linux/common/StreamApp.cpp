@@ -31,7 +31,7 @@ std::string Application(const std::string& layout) {
 StreamApp::StreamApp() { Trace("StreamApp"); }
 
 StreamApp::~StreamApp() {
-  if (_app != nullptr) StreamApp::Close();  // what overrides it is gone already
+  if (_app != nullptr) StreamApp::Close();  // the overrides of derived classes are gone already
 }
 
 bool StreamApp::configure(AttrSet&) {
@@ -101,10 +101,11 @@ bool StreamApp::Stop() {
   Trace("");
   const auto change = StatusChange::Down(*this, Status::kReady);
   if (!change) return true;
-  // Nothing runs, so it is stopped: a success.
+  // Without an application nothing runs: stopping succeeds.
   if (Failed(!_app, "!_app")) return Service::Stop();
   const bool done = AppStatusDown("ready");
-  // An application may stop on this side and miss the other side's word; then it plays no more.
+  // The Linux half may have stopped without an answer from the real-time side. The application then
+  // plays no longer.
   const bool is_stopped = IsStart() || Service::Stop();
   return !Failed(!done, "!AppStatusDown(\"ready\")") && is_stopped;
 }
@@ -114,11 +115,11 @@ bool StreamApp::Close() {
   const auto change = StatusChange::Down(*this, Status::kNull);
   if (!change) return true;
   const bool done = AppStatusDown("null");
-  if (_app != nullptr && !IsStart()) Service::Stop();  // as far as it went
-  // Already closed by a callback: waits until that callback returns.
+  if (_app != nullptr && !IsStart()) Service::Stop();  // it has stopped, even if it did not close
+  // A callback has closed the stream already: waits until that callback returns.
   if (_app == nullptr) Service::Close();
   if (Failed(!done, "!AppStatusDown(\"null\")")) return false;
-  // Goes on: the stream is down, whatever becomes of its application.
+  // Goes on: the stream is closed, even if its application cannot be destroyed.
   static_cast<void>(Failed(_app != nullptr && !AppDestroy(), "!AppDestroy()"));
   return Service::Close();
 }

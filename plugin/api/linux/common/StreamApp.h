@@ -1,5 +1,5 @@
-// A stream as two halves: an application on the real-time side, made from a layout string, and its
-// counterpart on Linux.
+// A stream in two halves: an application on the real-time side, created from a layout string, and
+// its counterpart on Linux.
 #pragma once
 
 #include <string>
@@ -8,17 +8,18 @@
 
 namespace tessel::dualos {
 
-// The thread whose change runs, see quill/Service.h. The order of declaration is the order of the
-// slots.
+// Runs on the thread that changes the state, see quill/Service.h. Declaration order is vtable
+// order.
 class StreamApp : public virtual api::streaming::common::StreamControl {
  public:
   StreamApp();
   ~StreamApp() override;
 
-  // Names the session that pairs the two halves; `set` is not read.
+  // Chooses the name of the session that connects the two halves; ignores `set`.
   bool configure(quill::base::AttrSet& set) override;
 
-  // The chain on the real-time side, without the wrapper that makes it an application.
+  // The layout string of the chain on the real-time side, without the text that makes it an
+  // application.
   virtual std::string AppStringCreate0() = 0;
   // The description of the Linux side for the application whose handle is `app0`.
   virtual std::string AppStringCreate1(void* app0) = 0;
@@ -27,7 +28,7 @@ class StreamApp : public virtual api::streaming::common::StreamControl {
   bool Close() override;
   bool Start() override;
   bool Stop() override;
-  // Whether the application says that it plays.
+  // Whether the application reports the status "play".
   virtual bool IsStart() const;
 
  protected:
@@ -37,7 +38,7 @@ class StreamApp : public virtual api::streaming::common::StreamControl {
   bool AppDestroy();
 
   std::string _session_name;            // set by configure()
-  quill::base::object* _app = nullptr;  // owned by the list of children; null when there is none
+  quill::base::object* _app = nullptr;  // owned by the list of children; null before it is created
 };
 
 }  // namespace tessel::dualos

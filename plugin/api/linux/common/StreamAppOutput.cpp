@@ -15,8 +15,8 @@ using quill::stream::Trace;
 
 namespace {
 
-// The payload stays where the real-time side wrote it; the frame gives one hold of `pkt` back. The
-// function fits into std::function itself, so that a frame costs one allocation.
+// The payload stays where the real-time side wrote it; the frame releases one hold of `pkt`. The
+// lambda fits into std::function without memory of its own, so a frame costs one allocation.
 void Fill(StreamAppOutput::frame_t& frame, Packet* pkt) {
   frame.seq = pkt->Sequence();
   frame.data = pkt->Data();
@@ -35,7 +35,7 @@ StreamAppOutput::StreamAppOutput(bool pullMode) : _pullmode(pullMode), _func("Fu
   _func.output = [this](Packet*& pkt) { return CbOutput(pkt); };
 }
 
-// The application has to go while the callbacks that its sink calls are still there.
+// Destroys the application before the callbacks that its sink calls.
 StreamAppOutput::~StreamAppOutput() {
   if (_app != nullptr) StreamApp::Close();
 }
@@ -51,7 +51,7 @@ std::string StreamAppOutput::AppStringCreate1(void* app0) {
 
 bool StreamAppOutput::CbOpen(object* sink, IMedia* media) {
   Trace("");
-  // Here once for all sources; what a source tells in a record of its own it reads itself.
+  // Common to all sources. Each source reads the fields of its own record in its override.
   if (media != nullptr) _mediaInfo = media->ToString();
   _sink = sink;
   if (Failed(!_sink, "!_sink")) return false;
@@ -71,7 +71,7 @@ bool StreamAppOutput::CbClose() {
 bool StreamAppOutput::CbOutput(Packet* pkt) {
   if (Failed(!pkt, "!pkt")) return false;
   if (!_funcOutput) return true;
-  pkt->Hold();  // the host gives its own hold back when this returns
+  pkt->Hold();  // the host releases its own hold when this returns
   auto frm = std::make_shared<frame_t>();
   Fill(*frm, pkt);
   return !Failed(!_funcOutput(frm), "!_funcOutput(frm)", typeid(*this).name());

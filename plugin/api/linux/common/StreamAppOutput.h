@@ -1,4 +1,4 @@
-// Frames to the client: the Linux half of a source's stream, and what becomes of its packets.
+// The Linux half of a source's stream: delivers its packets to the client as frames.
 #pragma once
 
 #include <functional>
@@ -11,9 +11,9 @@
 
 namespace tessel::dualos {
 
-// A derived class composes AppStringCreate0(), which must end in a shared-memory sink with
-// `_session_name`, and may override CbOpen(), calling this one first or last. The order of
-// declaration is the order of the slots.
+// A derived class composes AppStringCreate0(), whose chain must end in a shared-memory sink with
+// `_session_name`. It may override CbOpen(); the override calls this version first or last.
+// Declaration order is vtable order.
 class StreamAppOutput : public StreamApp, public virtual api::streaming::common::IStreamOutput {
  public:
   using frame_t = api::streaming::common::frame_t;
@@ -36,10 +36,10 @@ class StreamAppOutput : public StreamApp, public virtual api::streaming::common:
   bool RegisterOutputCallback(const std::function<bool(std::shared_ptr<frame_t>&)>& cb) override;
   std::string GetMediaInfo() const override;
 
-  // The Linux pipeline opens and closes. Client's thread.
+  // Called when the Linux pipeline opens and closes, on the thread that changes the state.
   virtual bool CbOpen(quill::base::object* sink, quill::stream::IMedia* media);
   virtual bool CbClose();
-  // One packet, borrowed until return; its answer is the client's. Stream thread.
+  // Delivers one packet, borrowed until return; returns the client's answer. Stream thread.
   virtual bool CbOutput(quill::stream::Packet* pkt);
 
  protected:

@@ -1,4 +1,4 @@
-// The part of every stream object that forwards to the host: configuration, state, messages.
+// What every stream object forwards to the host: configuration, state, messages.
 #pragma once
 
 #include "quill/Service.h"
@@ -6,8 +6,8 @@
 
 namespace tessel::api::streaming::common {
 
-// Has no data of its own, so that the slots of IStreamControl stay the first ones of every class
-// that derives from this.
+// Has no data of its own, so that the functions of IStreamControl come first in the vtable of every
+// derived class.
 class StreamControl : public virtual IStreamControl, public virtual quill::stream::Service {
  public:
   bool Set(const char* str) override;
@@ -19,7 +19,7 @@ class StreamControl : public virtual IStreamControl, public virtual quill::strea
   bool SendMessage(const char* msg) override;
 };
 
-// A client's callback as one for host messages: it gets their text. The callback is copied.
+// Wraps a client's callback for host messages: it receives their text. The callback is copied.
 std::function<bool(quill::base::Message&)> TextCallback(const std::function<bool(const char*)>& cb);
 
 }  // namespace tessel::api::streaming::common

@@ -12,7 +12,7 @@ using quill::stream::IMedia;
 using quill::stream::Packet;
 
 StreamFunc::StreamFunc(const char* base) : name(quill::base::UniqueString(base, 0)) {
-  // Goes on: without its class the stream fails to open, which says so again.
+  // Goes on: without this class the stream fails to open, which is logged then.
   static_cast<void>(quill::stream::Failed(!Register(base), "!Register(str)"));
 }
 

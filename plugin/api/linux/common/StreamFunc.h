@@ -1,4 +1,4 @@
-// Makes the host's function sink call back into one particular object.
+// Makes the host's function sink call the functions of one object.
 #pragma once
 
 #include <functional>
@@ -9,8 +9,8 @@
 
 namespace tessel::dualos {
 
-// Registers, for its life, a class of its own that binds the host's function sink to the callbacks
-// below. They are read at each call: set them before the stream opens. Must not move.
+// For its lifetime, registers a class that binds the host's function sink to the functions below.
+// They are read at each call, so set them before the stream opens. Must not move.
 class StreamFunc {
  public:
   explicit StreamFunc(const char* base);
@@ -21,11 +21,12 @@ class StreamFunc {
   bool Register(const char* base);
   bool Unregister();
 
-  std::function<bool(quill::base::object*, quill::stream::IMedia*&)> open;  // client's thread
-  std::function<bool()> close;                                              // client's thread
-  std::function<bool(quill::stream::Packet*&)> output;                      // stream thread
-  std::function<bool(quill::base::Message&)> message;                       // a host thread
-  std::string name;  // of the class, unique in the process
+  // The first two run on the thread that changes the state.
+  std::function<bool(quill::base::object*, quill::stream::IMedia*&)> open;
+  std::function<bool()> close;
+  std::function<bool(quill::stream::Packet*&)> output;  // stream thread
+  std::function<bool(quill::base::Message&)> message;   // message thread
+  std::string name;                                     // of the class, unique in the process
 };
 
 }  // namespace tessel::dualos

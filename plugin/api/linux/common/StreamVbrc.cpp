@@ -22,7 +22,7 @@ namespace {
 
 constexpr auto kRelaxed = std::memory_order_relaxed;
 
-// Traces print a mode through the pointer conversion.
+// Traces print a mode in the form of a pointer.
 const void* AsPointer(int value) {
   return reinterpret_cast<const void*>(static_cast<std::uintptr_t>(value));
 }
@@ -40,7 +40,7 @@ bool StreamVbrc::CreateVbrc(int extra_size) {
   if (_vbrc != nullptr) return true;
   AttrSet ap;
   ap.Add("size", static_cast<int>(kVbrcBlockBytes) + extra_size);
-  // Goes on: the answer is judged by the next two checks.
+  // Goes on: the next two checks judge the answer.
   static_cast<void>(
       Failed(!Factory::Globle().Run("shm_alloc", ap), "!Factory::Globle().Run(\"shm_alloc\",ap)"));
   const char* ptr = ap.Get("ptr");
@@ -66,7 +66,7 @@ int StreamVbrc::Load(VbrcBlock::Word VbrcBlock::*word) const {
 
 bool StreamVbrc::FreeVbrc() {
   if (_vbrc == nullptr) return true;
-  // The host knows the block by the object that is dying; a missing function is logged there.
+  // The host finds the block by the object that is being destroyed, and logs a missing function.
   std::uintptr_t result = 0;
   Factory::Globle().Call("shm_free", result);
   _vbrc = nullptr;
@@ -115,7 +115,7 @@ void StreamVbrc::SetQP(int qp) { Store(&VbrcBlock::qp, qp); }
 void StreamVbrc::SetQPMinimum(int qp) { Store(&VbrcBlock::qp_min, qp); }
 void StreamVbrc::SetQPMaximum(int qp) { Store(&VbrcBlock::qp_max, qp); }
 
-// What was asked and what the far side reports are different words.
+// Only the bit rate is reported by the real-time side; the other two return what was set.
 int StreamVbrc::GetCurrentBitRate() const { return Load(&VbrcBlock::bitrate); }
 int StreamVbrc::GetCurrentFrameRate() const { return Load(&VbrcBlock::framerate); }
 int StreamVbrc::GetCurrentQP() const { return Load(&VbrcBlock::qp); }

@@ -1,4 +1,4 @@
-// Rate control over a block of shared memory that the encoder on the real-time side reads.
+// Rate control through a block of shared memory that the real-time side's encoder reads.
 #pragma once
 
 #include <vector>
@@ -8,8 +8,8 @@
 
 namespace tessel::dualos {
 
-// Owns one block from construction to destruction. Client's thread. An object whose block could not
-// be made, which the log tells, steers nothing and reads zeros.
+// Owns one block from construction to destruction. If the block could not be allocated, which is
+// logged, setters have no effect and getters return 0. Client's thread.
 class StreamVbrc : public virtual api::streaming::common::IBitRateControl {
  public:
   // `extra_size`: bytes of the extra area beyond the fixed part.
@@ -35,11 +35,11 @@ class StreamVbrc : public virtual api::streaming::common::IBitRateControl {
   int GetCurrentQP() const override;
 
  protected:
-  // True at once when there is a block already.
+  // Allocates the block; true at once if it exists already.
   bool CreateVbrc(int extra_size);
   // Always true.
   bool FreeVbrc();
-  // Makes one more request of the real-time side: `count` is a running count in the block.
+  // Makes one request of the real-time side by advancing `count`, a running count in the block.
   void Request(quill::stream::VbrcBlock::Word quill::stream::VbrcBlock::*count);
 
   void Store(quill::stream::VbrcBlock::Word quill::stream::VbrcBlock::*word, int value);

@@ -1,4 +1,4 @@
-// Keeps what is asked of a device that delivers raw pictures.
+// Stores the settings of a device that delivers raw pictures.
 #pragma once
 
 #include "tessel/IYuvDevice.h"
