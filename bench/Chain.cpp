@@ -1,7 +1,7 @@
-// Measures the whole chain, 1080p test pattern to H.264, as fast as it goes: frames per second
-// through the plug-in over frames per second of the same sensor and encoder called directly in this
-// process, in turns. Then the time from nothing to the first frame, with the real-time side to be
-// started and with it running already.
+// Measures the whole unpaced chain, 1080p test pattern to H.264: the frames per second through the
+// plug-in divided by those of the same sensor and encoder called directly in this process. The two
+// alternate. Then measures the time from Create() to the first frame, with a real-time side that
+// has to be started and with one that runs already.
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -40,7 +40,7 @@ double Median(std::vector<double> values) {
   return values.size() % 2 == 1 ? values[middle] : (values[middle - 1] + values[middle]) / 2;
 }
 
-// Sensor and encoder without anything around them.
+// Sensor and encoder alone, called in a loop.
 class DirectChain : private Context, private StopSignal {
  public:
   bool Open() {
@@ -175,7 +175,7 @@ void MeasureFirstFrame(int rounds) {
   std::vector<Steps> warm;
   for (int i = 0; i < rounds; ++i) {
     if (const pid_t running = quill::host::FarSideProcess()) kill(running, SIGKILL);
-    while (quill::host::FarSideProcess() != 0) usleep(1000);  // its loss is noticed elsewhere
+    while (quill::host::FarSideProcess() != 0) usleep(1000);  // another thread notices its death
     cold.push_back(ToFirstFrame());
     warm.push_back(ToFirstFrame());
   }
@@ -186,7 +186,7 @@ void MeasureFirstFrame(int rounds) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  CLI::App app("Whole chain against the encoder alone, and from nothing to the first frame");
+  CLI::App app("Whole chain against the encoder alone, and the time to the first frame");
   int frames = 300;
   int rounds = 7;
   app.add_option("--frames", frames, "frames of one run")->check(CLI::PositiveNumber);

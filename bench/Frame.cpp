@@ -1,5 +1,5 @@
-// What one frame costs inside the plug-in: nanoseconds and heap allocations of the push and of the
-// pull operation, with packets that cost nothing themselves.
+// Measures the cost of one frame inside the plug-in: nanoseconds and heap allocations of the push
+// and of the pull operation, with packets that cost nothing themselves.
 #include <atomic>
 #include <cstdlib>
 #include <new>
@@ -14,7 +14,7 @@ std::atomic<std::size_t> g_allocations{0};
 
 }  // namespace
 
-// Not inlined: the compiler would take the pair of them apart and complain of a mismatch.
+// Not inlined: otherwise the compiler sees malloc() and delete paired, and warns of a mismatch.
 [[gnu::noinline]] void* operator new(std::size_t size_bytes) {
   g_allocations.fetch_add(1, std::memory_order_relaxed);
   if (void* memory = std::malloc(size_bytes)) return memory;
@@ -28,7 +28,7 @@ namespace {
 using tessel::dualos::StreamAppOutput;
 using frame_t = StreamAppOutput::frame_t;
 
-// Stays where it is when its last holder lets go, as a packet in a slot does.
+// Survives the release by its last holder, as a packet in a slot does.
 class ResidentPacket : public quill::stream::Packet {
  public:
   ResidentPacket* Fresh() {

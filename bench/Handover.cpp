@@ -1,10 +1,10 @@
 // Measures the hand-over of a frame from the real-time side to the client's callback: the real
-// plug-in in the real host, the real link, a second process with the real chain. Only the elements
-// behind the layout strings are replaced: the "sensor" writes a stamp instead of a picture.
+// plug-in in the real host, the real link, and a second process with the real chain. Only the
+// elements named in the layout strings are replaced: the "sensor" writes a stamp, not a picture.
 //
-// The program is both processes: the host starts it again as the real-time side. Frames are a
-// 64-byte header and `--size` payload bytes; each is checked on arrival. Latency is from the stamp,
-// the last thing written before the frame is published, to the clock as the first thing in the
+// The program is both processes: the host starts it again as the real-time side. A frame is a
+// 64-byte header and `--size` payload bytes; each is checked on arrival. The latency is from the
+// stamp, which is written last before the frame is published, to the time that is read first in the
 // client's callback (or after PullFrame). Prints one JSON line.
 #include <algorithm>
 #include <atomic>
@@ -47,7 +47,7 @@ struct Work {
   std::uint64_t warmup = 0;
   int depth = 8;
   bool pin = false;
-  int stats_fd = -1;  // far side: where the two processes meet
+  int stats_fd = -1;  // in the real-time side: memory shared with the client, a Meeting
 
   bool IsPaced() const { return mode == "paced"; }
   std::uint64_t Total() const { return warmup + frames; }
@@ -83,12 +83,12 @@ std::int64_t Now() {
   return now.tv_sec * std::int64_t{1'000'000'000} + now.tv_nsec;
 }
 
-// What the two processes tell each other outside of the measured path.
+// What the two processes exchange outside of the measured path.
 struct Meeting {
   std::atomic<std::uint32_t> consumer_done{0};
   std::atomic<std::uint32_t> producer_done{0};
   double producer_cpu_us = 0;    // of the measured frames
-  double producer_switches = 0;  // likewise
+  double producer_switches = 0;  // context switches during these
 };
 
 void Futex(std::atomic<std::uint32_t>& word, int operation, std::uint32_t value) {
@@ -119,7 +119,7 @@ Meeting* g_meeting = nullptr;
 
 // --- the real-time side ---
 
-// Writes the stamped frame straight into the slot. Never live: nothing is dropped.
+// Writes the stamped frame into the slot. It is not live, so nothing is dropped.
 class StampSource : public Source {
  public:
   bool Open(const Context&, const AttrSet&, Media& media, std::string&) override {
@@ -181,7 +181,7 @@ class StampSource : public Source {
   Usage _start;
 };
 
-// Only describes the media, so that the H.264 source opens.
+// Only adds the media description, so that the H.264 source opens.
 class DescribingEncoder : public Element {
  public:
   bool Open(const Context&, const AttrSet&, Media& media, std::string&) override {
@@ -222,7 +222,7 @@ class Receiver {
  public:
   Receiver() { _latencies_ns.assign(g_work.Total(), 0); }
 
-  // True while more are to come.
+  // True while more frames are to come.
   bool Take(const frame_t& frame) {
     const std::int64_t now_ns = Now();
     FrameHeader header;
@@ -288,7 +288,7 @@ class Receiver {
 
 int RunClient(const std::vector<std::string>& arguments) {
   if (g_work.pin) PinTo(1);
-  // Inherited by the far side, out of the way of the descriptors that the host puts there.
+  // The real-time side inherits it. The number is above those that the host gives to the process.
   const int fd = fcntl(memfd_create("bench-meeting", MFD_CLOEXEC), F_DUPFD, 100);
   if (fd < 0 || ftruncate(fd, sizeof(Meeting)) != 0) return EXIT_FAILURE;
   g_meeting = MapMeeting(fd);
@@ -332,8 +332,8 @@ int RunClient(const std::vector<std::string>& arguments) {
 int main(int argc, char** argv) {
   CLI::App app("Hand-over of frames from the real-time side to the client");
   int connection = -1;
-  app.add_option("--connection", connection, "far side: the command wire");
-  app.add_option("--stats-fd", g_work.stats_fd, "far side: where the processes meet");
+  app.add_option("--connection", connection, "real-time side: the command wire");
+  app.add_option("--stats-fd", g_work.stats_fd, "real-time side: memory for the results");
   app.add_option("--mode", g_work.mode, "paced, or flood: as fast as it goes")
       ->check(CLI::IsMember({"paced", "flood"}));
   app.add_option("--fps", g_work.fps, "frames/s when paced")->check(CLI::PositiveNumber);
@@ -344,7 +344,7 @@ int main(int argc, char** argv) {
       ->check(CLI::IsMember({"all", "edges"}));
   app.add_option("--depth", g_work.depth, "frames in flight")->check(CLI::Range(2, 63));
   app.add_option("--variant", g_work.variant, "delivery")->check(CLI::IsMember({"push", "pull"}));
-  app.add_flag("--pin", g_work.pin, "far side on CPU 0, client on CPU 1");
+  app.add_flag("--pin", g_work.pin, "real-time side on CPU 0, client on CPU 1");
   CLI11_PARSE(app, argc, argv);
   if (g_work.warmup == 0) {
     g_work.warmup = g_work.IsPaced() ? 20 : std::max<std::uint64_t>(50, g_work.frames / 20);

@@ -1,6 +1,6 @@
-// Measures raw pictures, 1080p: what receiving them costs the client beside what one copy of each
-// would; pictures per second through the plug-in over what the test pattern alone makes; and how
-// well the synthetic source keeps its schedule.
+// Measures raw pictures at 1080p: the client's cost to receive a picture, compared with the cost to
+// copy it; the pictures per second through the plug-in, divided by those of the test pattern alone;
+// and the lateness of the synthetic source.
 #include <algorithm>
 #include <chrono>
 #include <cmath>
@@ -36,7 +36,7 @@ double SecondsSince(Clock::time_point start) {
   return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
-// Of all threads of this process: the client, the plug-in and the host library.
+// CPU time of all threads of this process: the client, the plug-in and the host library.
 double ProcessCpuUs() {
   timespec now{};
   clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
@@ -63,7 +63,7 @@ Frame Next(const Source& source) {
   return frame;
 }
 
-// CPU a frame at 30 pictures a second, frames received only and frames copied, in turns.
+// CPU time per frame at 30 pictures a second: to receive each frame, then to copy it.
 void MeasureClient(int frames) {
   const Source source = Play(true);
   std::vector<std::uint8_t> copy(kPictureBytes);
@@ -126,7 +126,7 @@ void MeasureThroughput(int frames, int rounds) {
       frames, rounds, Median(plugin), Median(pattern), Median(ratios), *least, *most);
 }
 
-// How much later than scheduled frames are delivered.
+// By how much frames are delivered later than scheduled.
 void MeasureSchedule(int rate, std::size_t frames) {
   auto source = quill::host::Create<IYuvSource>("ApiYuvSource-dualos-push-fake");
   std::vector<double> late_us;
