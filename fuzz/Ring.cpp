@@ -1,4 +1,4 @@
-// The words that the two sides of a session share, as a hostile other side would leave them: the
+// The words that the two sides of a session share, as a hostile peer would leave them: the
 // head and the descriptors for the consumer, `released` for the producer.
 #include <cstring>
 #include <memory>
@@ -86,7 +86,7 @@ int FuzzRing(const std::uint8_t* data, std::size_t size_bytes) {
   return 0;
 }
 
-int FuzzGivenBack(const std::uint8_t* data, std::size_t size_bytes) {
+int FuzzReleased(const std::uint8_t* data, std::size_t size_bytes) {
   Input input(data, size_bytes);
   const Area area(link::kSessionHeaderBytes + std::size_t{16} * 4096);
   const Doorbell room = Doorbell::Create();
@@ -95,7 +95,7 @@ int FuzzGivenBack(const std::uint8_t* data, std::size_t size_bytes) {
   const auto slot_bytes = input.Take<std::uint32_t>();
   const int most_slots = input.Take<std::uint8_t>() - 8;
   if (!producer->PartitionSlots(slot_bytes, most_slots)) return 0;
-  std::set<std::size_t> out;  // published and not given back
+  std::set<std::size_t> out;  // published and not released
   std::uint32_t number = 0;   // of the next frame
   while (!input.IsEmpty()) {
     const auto word = input.Take<std::uint64_t>();

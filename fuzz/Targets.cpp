@@ -4,7 +4,7 @@ namespace tessel::fuzz {
 
 int FuzzText(const std::uint8_t* data, std::size_t size_bytes);
 int FuzzRing(const std::uint8_t* data, std::size_t size_bytes);
-int FuzzGivenBack(const std::uint8_t* data, std::size_t size_bytes);
+int FuzzReleased(const std::uint8_t* data, std::size_t size_bytes);
 int FuzzControl(const std::uint8_t* data, std::size_t size_bytes);
 int FuzzElements(const std::uint8_t* data, std::size_t size_bytes);
 int FuzzFilm(const std::uint8_t* data, std::size_t size_bytes);
@@ -19,7 +19,7 @@ int FuzzTool(const std::uint8_t* data, std::size_t size_bytes);
 namespace {
 
 constexpr Target kTargets[] = {
-    {"text", &FuzzText},         {"ring", &FuzzRing},         {"given_back", &FuzzGivenBack},
+    {"text", &FuzzText},         {"ring", &FuzzRing},         {"released", &FuzzReleased},
     {"control", &FuzzControl},   {"elements", &FuzzElements}, {"film", &FuzzFilm},
     {"board", &FuzzBoard},       {"wire", &FuzzWire},         {"host_wire", &FuzzHostWire},
     {"media", &FuzzMedia},       {"url", &FuzzUrl},           {"tool", &FuzzTool},
