@@ -45,8 +45,8 @@ class YuvSourceFake : public api::streaming::IYuvSource,
   // Push mode: takes effect with the next frame; the former callback finishes the frame that it
   // has. All frames between Start() and Stop() share one buffer, which is then freed: do not read
   // the bytes of a kept frame after Stop(). False in pull mode, where the callback is stored but
-  // never called. The callback runs on the worker's thread. It may call Stop(). It must not register
-  // another callback. Start() in the callback ends the process.
+  // never called. The callback runs on the worker's thread. It may call Stop(). It must not
+  // register another callback. Start() in the callback ends the process.
   bool RegisterOutputCallback(const OutputCallback& cb) override;
 
   std::string GetMediaInfo() const override;  // always empty
