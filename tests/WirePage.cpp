@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "messages/All.h"
+#include "quill/MediaKeys.h"
 
 namespace tessel::tests {
 namespace {
@@ -78,6 +79,22 @@ std::vector<std::string> RowsOfThePage() {
 
 TEST(WirePage, ListsTheFieldsThatTheRecordsWriteAndRequire) {
   EXPECT_EQ(RowsOfThePage(), RowsOf(static_cast<const link::AllRecords*>(nullptr)));
+}
+
+TEST(WirePage, ListsTheKeysOfMediaWithTheTypesThatAClientGets) {
+  std::ifstream page(TESSEL_DOC "/wire.md");
+  const std::string text{std::istreambuf_iterator<char>(page), {}};
+  const std::string types[] = {"text", "number", "bytes"};
+  std::string expected;
+  std::string found;
+  for (const auto& [name, type] : quill::stream::kMediaKeys) {
+    expected += std::string("\n| `") + name + "` | " + types[static_cast<int>(type)];
+  }
+  const std::regex row("\n\\| `[^`|]*` \\| (text|number|bytes)(?= \\|)");
+  for (std::sregex_iterator at(text.begin(), text.end(), row), end; at != end; ++at) {
+    found += at->str();
+  }
+  EXPECT_EQ(found, expected);
 }
 
 }  // namespace

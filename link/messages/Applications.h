@@ -63,7 +63,7 @@ struct Create {
 
 struct MediaAnswer {
   static constexpr char kName[] = "tesselMedia answer";
-  AttrSet media;  // MediaKeys.h
+  AttrSet media;  // quill/MediaKeys.h
   static constexpr std::tuple kFields{Field("media", &MediaAnswer::media)};
 };
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "messages/Request.h"
+#include "quill/StreamWords.h"
 #include "SessionLayout.h"
 
 namespace tessel::link {
@@ -10,22 +11,24 @@ enum class StreamState { kReady, kPlaying, kEnded, kFailed };
 inline constexpr const char* kStreamStateWords[] = {"ready", "play", "ended", "failed"};
 constexpr std::span<const char* const> WordsOf(StreamState) { return kStreamStateWords; }
 
+namespace counter_name = quill::stream::counter_name;
+
 // The counters of a session, in the order in which they are listed.
 inline constexpr std::tuple kCounterFields{
-    Field("made", &SessionCounters::published, kMayLack),
-    Field("delivered", &SessionCounters::delivered, kMayLack),
-    Field("dropped", &SessionCounters::dropped, kMayLack),
-    Field("thinned", &SessionCounters::thinned, kMayLack),
-    Field("untriggered", &SessionCounters::untriggered, kMayLack),
-    Field("refused", &SessionCounters::refused, kMayLack),
-    Field("held", &SessionCounters::held, kMayLack)};
+    Field(counter_name::kPublished, &SessionCounters::published, kMayLack),
+    Field(counter_name::kDelivered, &SessionCounters::delivered, kMayLack),
+    Field(counter_name::kDropped, &SessionCounters::dropped, kMayLack),
+    Field(counter_name::kThinned, &SessionCounters::thinned, kMayLack),
+    Field(counter_name::kUntriggered, &SessionCounters::untriggered, kMayLack),
+    Field(counter_name::kRefused, &SessionCounters::refused, kMayLack),
+    Field(counter_name::kHeld, &SessionCounters::held, kMayLack)};
 
 struct StreamReport : SessionCounters {
   static constexpr char kName[] = "stream";
   std::string chain;  // class names of its elements, "+" between them
   std::string session;
   StreamState state = StreamState::kReady;
-  AttrSet media;                                  // MediaKeys.h
+  AttrSet media;                                  // quill/MediaKeys.h
   std::optional<List<std::string, int>> control;  // words of its rate-control block, if it has one
   int client = 0;                                 // the process that it belongs to
   static constexpr auto kFields =

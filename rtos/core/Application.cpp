@@ -31,7 +31,7 @@ link::StreamReport Application::Report() const {
   report.session = _chain.session_name;
   report.state = _runner.State();
   report.media = _chain.media.description;
-  report.media.Remove("header");  // only a decoder wants to see it
+  report.media.Remove(media_key::kHeader);  // only a decoder wants to see it
   report.control = _steering.Words();
   return report;
 }

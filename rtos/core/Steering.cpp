@@ -3,8 +3,12 @@
 #include <algorithm>
 #include <iterator>
 
+#include "quill/StreamWords.h"
+
 namespace tessel::rtos {
 namespace {
+
+namespace control_word = quill::stream::control_word;
 
 constexpr char kNoBlock[] = "the stream has no rate control";
 constexpr char kNoRate[] = "the bit rate of the stream is not controlled";
@@ -23,20 +27,20 @@ struct Steering::WordRow {
 };
 
 constexpr Steering::WordRow Steering::kWords[] = {
-    {"bitrate", &VbrcBlock::bitrate, Use::kReport},
-    {"bitrate_target", &VbrcBlock::bitrate_target, Use::kSetting, kNoRate},
-    {"bitrate_min", &VbrcBlock::bitrate_min, Use::kSetting, kNoRate},
-    {"bitrate_max", &VbrcBlock::bitrate_max, Use::kSetting, kNoRate},
-    {"framerate", &VbrcBlock::framerate, Use::kSetting},
-    {"framerate_min", &VbrcBlock::framerate_min, Use::kSetting},
-    {"framerate_max", &VbrcBlock::framerate_max, Use::kSetting},
-    {"qp", &VbrcBlock::qp, Use::kSetting},
-    {"qp_min", &VbrcBlock::qp_min, Use::kSetting, kNoRange},
-    {"qp_max", &VbrcBlock::qp_max, Use::kSetting, kNoRange},
-    {"qp_reported", &VbrcBlock::qp_reported, Use::kReport},
-    {"keyframe_req", &VbrcBlock::keyframe_req, Use::kRequest, kNoKeys},
-    {"trigger_req", &VbrcBlock::trigger_req, Use::kRequest, kNoTrigger},
-    {"frame_count", &VbrcBlock::frame_count, Use::kReport},
+    {control_word::kBitRate, &VbrcBlock::bitrate, Use::kReport},
+    {control_word::kBitRateTarget, &VbrcBlock::bitrate_target, Use::kSetting, kNoRate},
+    {control_word::kBitRateMin, &VbrcBlock::bitrate_min, Use::kSetting, kNoRate},
+    {control_word::kBitRateMax, &VbrcBlock::bitrate_max, Use::kSetting, kNoRate},
+    {control_word::kFrameRate, &VbrcBlock::framerate, Use::kSetting},
+    {control_word::kFrameRateMin, &VbrcBlock::framerate_min, Use::kSetting},
+    {control_word::kFrameRateMax, &VbrcBlock::framerate_max, Use::kSetting},
+    {control_word::kQp, &VbrcBlock::qp, Use::kSetting},
+    {control_word::kQpMin, &VbrcBlock::qp_min, Use::kSetting, kNoRange},
+    {control_word::kQpMax, &VbrcBlock::qp_max, Use::kSetting, kNoRange},
+    {control_word::kQpReported, &VbrcBlock::qp_reported, Use::kReport},
+    {control_word::kKeyFrameRequest, &VbrcBlock::keyframe_req, Use::kRequest, kNoKeys},
+    {control_word::kTriggerRequest, &VbrcBlock::trigger_req, Use::kRequest, kNoTrigger},
+    {control_word::kFrameCount, &VbrcBlock::frame_count, Use::kReport},
 };
 
 bool Steering::SetWord(const std::string& name, int value, std::string& error) const {

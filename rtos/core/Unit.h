@@ -7,10 +7,12 @@
 
 #include "Picture.h"
 #include "quill/AttrSet.h"
+#include "quill/MediaKeys.h"
 #include "RateControl.h"
 
 namespace tessel::rtos {
 
+namespace media_key = quill::stream::media_key;
 using quill::base::AttrSet;
 
 // One picture or one block of sound on its way through the chain. Chain thread.

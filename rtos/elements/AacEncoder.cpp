@@ -115,15 +115,15 @@ void AacEncoder::Describe(Media& media) const {
   media.frames_per_second = (_rate + kFrame / 2) / kFrame;
   media.unit_bytes = kAdtsHeaderBytes + kMostFrameBytes * static_cast<std::size_t>(_channels);
   AttrSet& description = media.description = AttrSet();
-  description.Add("codec", "aac");
-  description.Add("rate", _rate);
-  description.Add("ch", _channels);
-  description.Add("profile", kAacLowComplexity);
-  description.Add("version", kVersion);
-  description.Add("rateidx", _rate_index);
-  description.Add("adtslen", kAdtsHeaderBytes);
-  description.Add("bitrate", static_cast<int>(_codec->bit_rate));
-  description.Add("config",
+  description.Add(media_key::kCodec, "aac");
+  description.Add(media_key::kSampleRate, _rate);
+  description.Add(media_key::kChannels, _channels);
+  description.Add(media_key::kProfile, kAacLowComplexity);
+  description.Add(media_key::kVersion, kVersion);
+  description.Add(media_key::kRateIndex, _rate_index);
+  description.Add(media_key::kAdtsBytes, kAdtsHeaderBytes);
+  description.Add(media_key::kBitRate, static_cast<int>(_codec->bit_rate));
+  description.Add(media_key::kConfig,
                   Hex({_codec->extradata, static_cast<std::size_t>(_codec->extradata_size)}));
 }
 

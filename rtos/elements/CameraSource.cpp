@@ -102,14 +102,14 @@ bool CameraSource::ReadParams(const AttrSet& params, std::string& error) {
 }
 
 void CameraSource::Describe(AttrSet& description) const {
-  description.Add("codec", "yuv");
-  description.Add("w", _width);
-  description.Add("h", _height);
-  description.Add("fmt", _format_name);
-  description.Add("fr", _nominal_rate);
-  if (const char* name = LibraryName(*_format)) description.Add("pix", name);
-  description.Add("stride", PackedPicture(*_format, _width, _height, nullptr).strides[0]);
-  description.Add("size", _picture_bytes);
+  description.Add(media_key::kCodec, "yuv");
+  description.Add(media_key::kWidth, _width);
+  description.Add(media_key::kHeight, _height);
+  description.Add(media_key::kFormat, _format_name);
+  description.Add(media_key::kFrameRate, _nominal_rate);
+  if (const char* name = LibraryName(*_format)) description.Add(media_key::kPixelFormat, name);
+  description.Add(media_key::kStride, PackedPicture(*_format, _width, _height, nullptr).strides[0]);
+  description.Add(media_key::kPictureBytes, _picture_bytes);
 }
 
 bool CameraSource::OpenSensor(const ChainSettings& settings, Colours colours, std::string& error) {

@@ -13,9 +13,9 @@ bool H264VBrc::Open(const Context& context, const AttrSet& params, Media& media,
   std::string codec;
   std::string gop_type;
   int gop = 0;
-  media.description.Get("codec", codec);
-  media.description.Get("goptype", gop_type);
-  if (codec != "h264" || !media.description.Get("gop", gop)) {
+  media.description.Get(media_key::kCodec, codec);
+  media.description.Get(media_key::kGopType, gop_type);
+  if (codec != "h264" || !media.description.Get(media_key::kGop, gop)) {
     error = "no H.264 encoder in front";
     return false;
   }

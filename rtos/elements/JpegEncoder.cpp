@@ -147,10 +147,10 @@ bool JpegEncoder::Open(const Context& context, const AttrSet& params, Media& med
                          static_cast<std::size_t>(RoundUp(media.height, kBlock)) * 3 +
                      kHeaderBytes;
   media.description = AttrSet();
-  media.description.Add("codec", "jpeg");
-  media.description.Add("w", media.width);
-  media.description.Add("h", media.height);
-  media.description.Add("fr", _params.frames_per_second);
+  media.description.Add(media_key::kCodec, "jpeg");
+  media.description.Add(media_key::kWidth, media.width);
+  media.description.Add(media_key::kHeight, media.height);
+  media.description.Add(media_key::kFrameRate, _params.frames_per_second);
   return true;
 }
 

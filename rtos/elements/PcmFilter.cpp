@@ -56,12 +56,12 @@ void PcmFilter::Describe(Media& media) const {
   media.channels = _to.channels;
   media.description = AttrSet();
   if (!_is_last) return;
-  media.description.Add("codec", "pcm");
-  media.description.Add("rate", _to.rate);
-  media.description.Add("ch", _to.channels);
-  media.description.Add("fmt", "s16le");
-  media.description.Add("bits", 16);
-  media.description.Add("block", _to.rate / media.frames_per_second);
+  media.description.Add(media_key::kCodec, "pcm");
+  media.description.Add(media_key::kSampleRate, _to.rate);
+  media.description.Add(media_key::kChannels, _to.channels);
+  media.description.Add(media_key::kFormat, "s16le");
+  media.description.Add(media_key::kSampleBits, 16);
+  media.description.Add(media_key::kBlock, _to.rate / media.frames_per_second);
 }
 
 // The samples that the old converter keeps back do not belong to the new run.

@@ -5,12 +5,16 @@
 #include <map>
 #include <optional>
 
+#include "quill/MediaKeys.h"
+#include "quill/StreamWords.h"
+
 #include "Console.h"
 #include "ControlText.h"
 
 namespace tessel::tool {
 namespace {
 
+namespace control_word = quill::stream::control_word;
 using quill::host::BoardStream;
 
 using Values = std::map<std::string, int>;  // by key
@@ -58,10 +62,10 @@ bool IsThinned(const BoardStream& stream) { return HasElement(stream, "FrameDrop
 
 // Of the rate-control block.
 std::vector<std::string> WordsOf(const std::string& key, const BoardStream& stream) {
-  if (key == "bitrate") return {"bitrate_target"};
-  if (key == "capture-fps") return {"framerate_max"};
-  if (key == "fps" && IsThinned(stream)) return {"framerate"};
-  if (key == "fps") return {"framerate_max", "framerate"};
+  if (key == "bitrate") return {control_word::kBitRateTarget};
+  if (key == "capture-fps") return {control_word::kFrameRateMax};
+  if (key == "fps" && IsThinned(stream)) return {control_word::kFrameRate};
+  if (key == "fps") return {control_word::kFrameRateMax, control_word::kFrameRate};
   std::string word = key;
   std::replace(word.begin(), word.end(), '-', '_');
   return {word};
@@ -117,7 +121,7 @@ bool HasElement(const BoardStream& stream, const char* name) {
 }
 
 std::string StreamKind(const BoardStream& stream) {
-  const auto codec = stream.media.find("codec");
+  const auto codec = stream.media.find(quill::stream::media_key::kCodec);
   std::string kind = codec == stream.media.end() ? "stream" : codec->second;
   if (HasElement(stream, "H264VBrc")) kind += "-vbrc";
   if (HasElement(stream, "FrameTrigger")) kind += "-trigger";

@@ -13,6 +13,8 @@
 #include <unistd.h>
 
 #include "quill/Host.h"
+#include "quill/MediaKeys.h"
+#include "quill/StreamWords.h"
 #include "tessel/IStreamOutput.h"
 
 #include "Classes.h"
@@ -29,6 +31,9 @@ namespace {
 
 using api::streaming::common::frame_t;
 using api::streaming::common::IStreamOutput;
+namespace control_word = quill::stream::control_word;
+namespace counter_name = quill::stream::counter_name;
+namespace media_key = quill::stream::media_key;
 using quill::host::BoardStream;
 using Clock = std::chrono::steady_clock;
 
@@ -125,7 +130,7 @@ std::string Media(const BoardStream& stream, const char* key) {
   return place == stream.media.end() ? "" : place->second;
 }
 
-bool IsSound(const BoardStream& stream) { return !Media(stream, "rate").empty(); }
+bool IsSound(const BoardStream& stream) { return !Media(stream, media_key::kSampleRate).empty(); }
 
 // "-" where a stream has no rate control.
 std::string Word(const BoardStream& stream, const char* name, int unit = 1) {
@@ -137,28 +142,31 @@ std::string Word(const BoardStream& stream, const char* name, int unit = 1) {
 std::string AskedRate(const BoardStream& stream) {
   const bool is_thinned = HasElement(stream, "FrameDroper");
   if (IsSound(stream)) return "-";
-  if (stream.control.empty()) return Media(stream, "fr");
-  return Word(stream, is_thinned ? "framerate" : "framerate_max");
+  if (stream.control.empty()) return Media(stream, media_key::kFrameRate);
+  return Word(stream, is_thinned ? control_word::kFrameRate : control_word::kFrameRateMax);
 }
 
 // JPEG encoders are not held to a bit rate, and those of AAC measure none.
 std::string AskedKilobits(const BoardStream& stream) {
-  const std::string announced_bps = Media(stream, "bitrate");
+  const std::string announced_bps = Media(stream, media_key::kBitRate);
   if (IsSound(stream) && announced_bps.size() > 3) {
     return announced_bps.substr(0, announced_bps.size() - 3);
   }
-  return Media(stream, "codec") == "h264" ? Word(stream, "bitrate_target", 1000) : "-";
+  return Media(stream, media_key::kCodec) == "h264"
+             ? Word(stream, control_word::kBitRateTarget, 1000)
+             : "-";
 }
 
 std::string AskedQp(const BoardStream& stream) {
-  const std::string qp = Word(stream, "qp");
+  const std::string qp = Word(stream, control_word::kQp);
   return qp == "0" ? "auto" : qp;
 }
 
 // Pixels; of sound the sample rate and the channels.
 std::string Size(const BoardStream& stream) {
-  return IsSound(stream) ? Media(stream, "rate") + "x" + Media(stream, "ch")
-                         : Media(stream, "w") + "x" + Media(stream, "h");
+  return IsSound(stream)
+             ? Media(stream, media_key::kSampleRate) + "x" + Media(stream, media_key::kChannels)
+             : Media(stream, media_key::kWidth) + "x" + Media(stream, media_key::kHeight);
 }
 
 // The measured value beside the asked one.
@@ -177,8 +185,9 @@ void PrintScreen(const std::vector<Row>& rows) {
     const auto& counters = stream.counters;
     const std::string size = Size(stream);
     const std::string rates = Pair(rate ? Format("%.1f", *rate) : "-", AskedRate(stream));
-    const std::string bits = Pair(Word(stream, "bitrate", 1000), AskedKilobits(stream));
-    const std::string qp = Pair(Word(stream, "qp_reported"), AskedQp(stream));
+    const std::string bits =
+        Pair(Word(stream, control_word::kBitRate, 1000), AskedKilobits(stream));
+    const std::string qp = Pair(Word(stream, control_word::kQpReported), AskedQp(stream));
     const auto count = [](std::uint64_t value) { return static_cast<unsigned long long>(value); };
     std::printf("%3d %7d %-17s %-6s %9s %10s %11s %6s %7llu %9llu %7llu %7llu %6llu %4llu %7llu\n",
                 stream.id, static_cast<int>(stream.client), StreamKind(stream).c_str(),
@@ -206,13 +215,13 @@ void PrintJson(const std::vector<Row>& rows) {
         {"media", stream.media},
         {"control", stream.control},
         {"frames_per_second", nullptr},
-        {"made", counters.made},
-        {"delivered", counters.delivered},
-        {"dropped", counters.dropped},
-        {"thinned", counters.thinned},
-        {"untriggered", counters.untriggered},
-        {"held", counters.held},
-        {"refused", counters.refused},
+        {counter_name::kPublished, counters.made},
+        {counter_name::kDelivered, counters.delivered},
+        {counter_name::kDropped, counters.dropped},
+        {counter_name::kThinned, counters.thinned},
+        {counter_name::kUntriggered, counters.untriggered},
+        {counter_name::kHeld, counters.held},
+        {counter_name::kRefused, counters.refused},
     };
     if (rate) line["frames_per_second"] = *rate;
     // Texts of the real-time side need not be UTF-8.

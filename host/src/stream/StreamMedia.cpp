@@ -3,21 +3,16 @@
 #include <strings.h>
 
 #include "H264Jump.h"
+#include "quill/MediaKeys.h"
 
 namespace quill::stream {
 namespace {
 
-// Parameters that are numbers; every other one is text. Shared by all codecs.
-constexpr const char* kNumbers[] = {
-    "w",  "h",       "fr",      "gop",     "spsoffset", "isps",    "ppsoffset", "ipps",  "rate",
-    "ch", "profile", "version", "rateidx", "adtslen",   "bitrate", "bits",      "block",
-};
-
-bool IsNumber(const std::string& key) {
-  for (const char* number : kNumbers) {
-    if (key == number) return true;
+MediaType TypeOf(const std::string& key) {
+  for (const MediaKey& known : kMediaKeys) {
+    if (key == known.name) return known.type;
   }
-  return false;
+  return MediaType::kText;
 }
 
 std::vector<std::uint8_t> Unhex(const char* digits) {
@@ -38,14 +33,15 @@ std::vector<std::uint8_t> Unhex(const char* digits) {
 }  // namespace
 
 StreamMedia::StreamMedia(const base::AttrSet& description) : _text(description.ToString(false)) {
-  if (const char* codec = description.Get("codec")) _codec = codec;
+  if (const char* codec = description.Get(media_key::kCodec)) _codec = codec;
   _texts.reserve(
       description.Pairs().size());  // its entries must not move: their addresses are parameters
   for (const auto& [key, value] : description.Pairs()) {
+    const MediaType type = TypeOf(key);
     int number = 0;
-    if (key == "header") {
+    if (type == MediaType::kBytes) {
       AddHeader(description);
-    } else if (!IsNumber(key)) {
+    } else if (type == MediaType::kText) {
       _texts.push_back(value);
       AddValue<const char*>(key.c_str(), _texts.back().c_str());
     } else if (base::ConvertToImpl(value.c_str(), number)) {
@@ -60,7 +56,7 @@ StreamMedia::StreamMedia(const base::AttrSet& description) : _text(description.T
 }
 
 void StreamMedia::AddHeader(const base::AttrSet& description) {
-  _header = Unhex(description.Get("header"));
+  _header = Unhex(description.Get(media_key::kHeader));
   const auto add = [&](const char* name, const char* offset_key, const char* size_key) {
     unsigned offset = 0;
     unsigned size = 0;
@@ -68,8 +64,8 @@ void StreamMedia::AddHeader(const base::AttrSet& description) {
     if (offset > _header.size() || size > _header.size() - offset) return;
     AddValue<void*>(name, _header.data() + offset);
   };
-  add("sps", "spsoffset", "isps");
-  add("pps", "ppsoffset", "ipps");
+  add("sps", media_key::kSpsOffset, media_key::kSpsBytes);
+  add("pps", media_key::kPpsOffset, media_key::kPpsBytes);
 }
 
 bool StreamMedia::IsCodec(const char* name) const {
