@@ -1,4 +1,6 @@
 // What is typed for the tool, one a line: numbers, settings, names of files and of pixel layouts.
+#include <vector>
+
 #include "Containers.h"
 #include "ControlText.h"
 #include "Input.h"
@@ -43,7 +45,9 @@ void ReadSettings(const std::string& text) {
 }
 
 void FindFiles(const std::string& text) {
-  for (const unsigned kinds : {0U, kRaw + 0U, kH264 | kAac, kPcm | kSynthetic}) {
+  using enum MediaKind;
+  const std::vector<MediaKind> pairs[] = {{}, {kRaw}, {kH264, kAac}, {kBytes, kPcm}};
+  for (const auto& kinds : pairs) {
     const Container* container = FindContainer(text, kinds);
     Touch(ContainersOf(kinds));
     if (container == nullptr) continue;

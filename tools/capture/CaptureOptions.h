@@ -1,4 +1,4 @@
-// What `tessel capture` is asked to do, and whether that goes together.
+// The options of `tessel capture`.
 #pragma once
 
 #include <optional>
@@ -6,14 +6,15 @@
 #include <string>
 #include <vector>
 
+#include "CaptureSource.h"
 #include "ControlText.h"
-#include "Source.h"
+#include "InputOptions.h"
 
 namespace tessel::tool {
 
-// Ranges of the single values are checked where they are read.
+// Each value is checked where it is read.
 struct CaptureOptions {
-  std::vector<std::string> names;  // one, or one of video and one of sound; see FindCreatable()
+  std::vector<std::string> names;  // one, or one of video and one of sound
   std::string output;              // as FindContainer() takes it
   std::optional<int> frames;       // of video, where there is any
   std::optional<double> seconds;   // of the stream's own time; triggered: of the clock
@@ -31,10 +32,7 @@ struct CaptureOptions {
   std::optional<int> bandwidth_hz;
   std::optional<int> sound_bit_rate_bps;
 
-  std::string sensor = "test";
-  std::string mic = "test";
-  bool once = false;     // a media file is played once
-  bool unpaced = false;  // as fast as it goes
+  InputOptions inputs;
 
   int key_every = 0;        // frames; 0: as the encoder likes
   std::vector<int> key_at;  // frames
@@ -45,19 +43,18 @@ struct CaptureOptions {
   std::string frame_log;  // JSON lines; "-" is standard output
   bool quiet = false;
 
-  bool Triggers() const { return trigger_every > 0 || trigger_on_stdin; }
+  bool HasTriggers() const { return trigger_every > 0 || trigger_on_stdin; }
   // The first change of that value, or null.
   const ControlChange* FirstOf(const char* control) const;
 };
 
-// The source that an option for those kinds goes to, the first one that takes it; else the one that
-// it is refused for. REQUIRES: there is a source.
-const Source& Addressed(std::span<const Source> sources, unsigned kinds);
-
-// False with `error`, naming the options, when they do not go together, whatever the class.
-[[nodiscard]] bool Check(const CaptureOptions& options, std::string& error);
-// The same, when they do not go with the classes.
-[[nodiscard]] bool CheckFor(std::span<const Source> sources, const CaptureOptions& options,
-                            std::string& error);
+// An option that only some kinds of source take.
+struct OptionRow {
+  const char* name;
+  const char* lack;  // what the error says of a source that does not take it
+  // Its value, which borrows from the options; none when it is not given.
+  std::optional<SettingValue> (*given)(const CaptureOptions& options);
+};
+std::span<const OptionRow> OptionRows();
 
 }  // namespace tessel::tool

@@ -3,43 +3,36 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
-#include <filesystem>
-#include <system_error>
 #include <utility>
 
 #include "Console.h"
-#include "Containers.h"
 
 namespace tessel::tool {
 namespace {
 
 using std::chrono::milliseconds;
 
-constexpr milliseconds kTick(100);  // how often to look up when no frame comes
-// A live stream that falls so much behind its clock has stalled.
+constexpr milliseconds kTick(100);  // longest wait for a frame
+// A live stream that is this much behind its clock has stalled.
 constexpr std::chrono::seconds kStallPatience(5);
-// How much later than the other one a stream may begin and still have a say in where the file
-// does. Meanwhile frames keep their slots, of which there are some for half a second of sound.
+// How much later than the other one a stream may begin and still decide where the file begins.
+// Meanwhile frames keep their slots, which last for about half a second of sound.
 constexpr milliseconds kStartPatience(300);
 
 }  // namespace
 
 CaptureRun::CaptureRun(const CaptureOptions& options, const Container& container,
-                       std::vector<Source> sources, std::shared_ptr<FrameInbox> inbox)
+                       std::vector<CaptureSource> sources, std::shared_ptr<FrameInbox> inbox)
     : _options(options),
-      _container(container),
       _inbox(std::move(inbox)),
-      _progress(!options.quiet) {
-  for (Source& source : sources) {
+      _progress(!options.quiet),
+      _file(options, container) {
+  for (CaptureSource& source : sources) {
     _tracks.push_back(std::make_unique<Track>(std::move(source), _tracks.size(), _inbox));
   }
-  Source& first = _tracks.front()->stream.GetSource();
+  CaptureSource& first = _tracks.front()->stream.GetSource();
   if (!first.IsSound()) _plan = std::make_unique<VideoPlan>(first, options);
   _is_triggered = first.trigger != nullptr;
-}
-
-std::string CaptureRun::OutputName() const {
-  return _options.output == kStandardOutput ? "standard output" : _options.output;
 }
 
 bool CaptureRun::Fail(const std::string& reason) {
@@ -58,17 +51,14 @@ int CaptureRun::Run() {
 
 bool CaptureRun::Open() {
   std::string error;
+  std::vector<MediaFormat> formats;
   if (_plan != nullptr) _plan->Prepare(0);
   for (const auto& track : _tracks) {
     if (!track->stream.Open(error)) return Fail(error);
     track->Begin(!_options.quiet);
-    const MediaFormat& format = track->Media();
-    if (format.kind == kRaw && !TakesFormat(_container, format.pixel_format, error)) {
-      return Fail("cannot write " + OutputName() + ": " + error);
-    }
+    formats.push_back(track->Media());
   }
-  if (_frame_log.Open(_options.frame_log, error)) return true;
-  return Fail("cannot write " + _options.frame_log + ": " + error);
+  return _file.Prepare(formats, error) || Fail(error);
 }
 
 bool CaptureRun::Start() {
@@ -78,11 +68,11 @@ bool CaptureRun::Start() {
     if (!track->stream.Start(error)) return Fail(error);
   }
   if (_options.seconds) {
-    // Without an end in sight it is the user's to judge whether a source has stalled, and unpaced
-    // streams have a clock of their own. Triggered frames end by the clock, not by their times.
+    // Without --seconds the user decides whether a source has stalled, and unpaced streams have a
+    // clock of their own. Triggered frames end by the clock, not by their time stamps.
     const std::chrono::duration<double> span(*_options.seconds);
     _end_ns = std::llround(*_options.seconds * double{kSecondNs});
-    const bool is_live = !_options.unpaced && !_is_triggered;
+    const bool is_live = !_options.inputs.unpaced && !_is_triggered;
     if (is_live)
       _deadline = start + std::chrono::duration_cast<Clock::duration>(span) + kStallPatience;
   }
@@ -102,20 +92,20 @@ void CaptureRun::MoveFrames() {
   }
 }
 
-// The file begins with whatever was captured first, which need not be the frame that comes first.
+// The file begins with the frame that was captured first, which may arrive after others.
 void CaptureRun::Gather() {
   if (_tracks.size() < 2) return;
   const unsigned untriggered = _is_triggered ? FrameInbox::kAllLanes << 1 : FrameInbox::kAllLanes;
-  const milliseconds patience = _options.unpaced ? kStallPatience : kStartPatience;
+  const milliseconds patience = _options.inputs.unpaced ? kStallPatience : kStartPatience;
   _inbox->WaitForEach(untriggered, patience, Clock::now() + kStallPatience);
 }
 
-FrameInbox::Clock::time_point CaptureRun::NextLook() const {
+CaptureRun::Clock::time_point CaptureRun::NextLook() const {
   const Clock::time_point now = Clock::now();
   return _plan != nullptr ? _plan->NextLook(now, now + kTick) : now + kTick;
 }
 
-// Unpaced streams wait when nobody takes their frames, and so the one that is behind catches up.
+// Unpaced streams wait while their frames are not taken, so the one that is behind catches up.
 unsigned CaptureRun::WantedLanes() const {
   const auto begin = [](const auto& track) {
     return track->Frames() == 0 ? INT64_MIN : track->EndNs();
@@ -124,8 +114,8 @@ unsigned CaptureRun::WantedLanes() const {
   std::int64_t least_ns = INT64_MAX;
   for (std::size_t i = 0; i < _tracks.size(); ++i) {
     if (_tracks[i]->is_done) continue;
-    if (_options.unpaced && begin(_tracks[i]) < least_ns) lanes = 0;
-    if (!_options.unpaced || begin(_tracks[i]) <= least_ns) lanes |= 1U << i;
+    if (_options.inputs.unpaced && begin(_tracks[i]) < least_ns) lanes = 0;
+    if (!_options.inputs.unpaced || begin(_tracks[i]) <= least_ns) lanes |= 1U << i;
     least_ns = std::min(least_ns, begin(_tracks[i]));
   }
   return lanes;
@@ -140,7 +130,7 @@ bool CaptureRun::TakeNews(FrameInbox::News news, const FrameInbox::Item& item) {
       _is_interrupted = true;
       return false;
     case FrameInbox::News::kMessage:
-      _tracks[item.lane]->stream.HearMessage();
+      _tracks[item.lane]->stream.OnMessage();
       return true;
     case FrameInbox::News::kOver:
       return JudgeEnd(*_tracks[item.lane]);
@@ -150,30 +140,23 @@ bool CaptureRun::TakeNews(FrameInbox::News news, const FrameInbox::Item& item) {
   return true;
 }
 
-// False when the file cannot be written on.
+// False when the capture cannot go on.
 bool CaptureRun::TakeFrame(Track& track, Track::frame_t& frame) {
   track.CorrectStamp(frame);
-  const Source& source = track.stream.GetSource();
+  const CaptureSource& source = track.stream.GetSource();
   if (!source.IsSound()) {
     _plan->Answer(Clock::now());
     // A file begins with a picture that stands alone.
     if (track.Frames() == 0 && !frame.isKey) return true;
   }
-  if (_writer == nullptr && !Begin(track, frame)) return false;
+  if (!_file.IsBegun() && !Begin(track, frame)) return false;
   const bool ends_by_time = source.IsSound() || !_is_triggered;
   if (ends_by_time && track.IsBehind(frame, _end_ns)) {
     Finish(track);
     return true;
   }
   std::string error;
-  if (!track.Write(frame, _end_ns, *_writer, error)) {
-    _is_broken = true;
-    return Fail("cannot write " + OutputName() + ": " + error);
-  }
-  const std::string name = _tracks.size() > 1 ? source.name : "";
-  if (!_frame_log.Write(frame, source.BitRate(), name, error)) {
-    return Fail("cannot write " + _options.frame_log + ": " + error);
-  }
+  if (!_file.Write(track, frame, _end_ns, _tracks.size() > 1, error)) return Fail(error);
   const bool is_counted = &track == _tracks.front().get();
   if (is_counted && _plan != nullptr) _plan->Prepare(track.Frames());
   const bool has_all = is_counted && _options.frames &&
@@ -183,7 +166,7 @@ bool CaptureRun::TakeFrame(Track& track, Track::frame_t& frame) {
   return true;
 }
 
-// Only with the first frame, so that a capture that does not come about leaves an older file alone.
+// Called with the first frame, so that a capture without frames leaves an older file alone.
 bool CaptureRun::Begin(const Track& first, const Track::frame_t& frame) {
   std::int64_t origin_ns = first.CapturedNs(frame.timestamp);
   std::vector<MediaFormat> formats;
@@ -195,16 +178,15 @@ bool CaptureRun::Begin(const Track& first, const Track::frame_t& frame) {
   }
   for (const auto& track : _tracks) track->SetOrigin(origin_ns);
   std::string error;
-  _writer = MediaWriter::Open(_container, _options.output, formats, error);
-  return _writer != nullptr || Fail("cannot write " + OutputName() + ": " + error);
+  return _file.Begin(formats, error) || Fail(error);
 }
 
-// The stream has ended by itself: why? False when the capture is over with it.
+// A stream has ended by itself. False when the capture ends with it.
 bool CaptureRun::JudgeEnd(Track& track) {
   if (track.is_done) return true;  // it was stopped
-  const Stream::End end = track.stream.JudgeEnd();
+  const CaptureStream::End end = track.stream.JudgeEnd();
   if (end.is_failure) return Fail(end.reason);
-  // What is asked for in vain is missed.
+  // A triggered frame that never arrives is an error.
   if (&track == _tracks.front().get() && _plan != nullptr && _plan->Missing() > 0) {
     return Fail("the input ended before all triggered frames had come");
   }
@@ -213,10 +195,10 @@ bool CaptureRun::JudgeEnd(Track& track) {
   return true;
 }
 
-// The other stream ends there, too.
+// Lets every stream end there.
 void CaptureRun::EndAt(std::int64_t end_ns) {
   _end_ns = std::min(_end_ns, end_ns);
-  if (!_options.unpaced) _deadline = std::min(_deadline, Clock::now() + kStallPatience);
+  if (!_options.inputs.unpaced) _deadline = std::min(_deadline, Clock::now() + kStallPatience);
   for (const auto& track : _tracks) {
     if (track->Reaches(_end_ns)) Finish(*track);
   }
@@ -249,7 +231,7 @@ bool CaptureRun::IsOver(Clock::time_point now) {
 void CaptureRun::ShowProgress(Clock::time_point now) {
   Progress::Values values;
   for (const auto& track : _tracks) {
-    const Source& source = track->stream.GetSource();
+    const CaptureSource& source = track->stream.GetSource();
     values.seconds = std::max(values.seconds, track->Seconds());
     values.dropped += track->stream.Dropped();
     if (source.IsSound()) {
@@ -264,23 +246,8 @@ void CaptureRun::ShowProgress(Clock::time_point now) {
   _progress.Show(now, values);
 }
 
-bool CaptureRun::FinishFile() {
-  std::string error;
-  if (_writer == nullptr) return false;
-  const bool is_finished = _writer->Finish(error);
-  _writer.reset();
-  if (is_finished || _is_broken) return true;  // what broke it has been told
-  _is_broken = true;
-  Fail("cannot finish " + OutputName() + ": " + error);
-  return true;
-}
-
 int CaptureRun::ConcludeEmpty(bool was_opened) {
-  // Never a device or a link to one.
-  std::error_code failure;
-  const bool is_file =
-      std::filesystem::is_regular_file(std::filesystem::symlink_status(_options.output, failure));
-  if (was_opened && is_file) std::filesystem::remove(_options.output, failure);
+  if (was_opened) _file.Remove();
   if (!_has_failed) {
     Fail(_is_interrupted ? "interrupted before the first frame; nothing is written"
                          : "the input ended before the first frame; nothing is written");
@@ -290,14 +257,16 @@ int CaptureRun::ConcludeEmpty(bool was_opened) {
 
 int CaptureRun::Conclude() {
   _progress.Clear();
-  const bool was_opened = FinishFile();
+  const bool was_opened = _file.IsBegun();
+  std::string error;
+  if (!_file.Finish(error)) Fail(error);
   const auto has_frames = [](const auto& track) { return track->Frames() > 0; };
   if (std::none_of(_tracks.begin(), _tracks.end(), has_frames)) return ConcludeEmpty(was_opened);
   for (const auto& track : _tracks) {
     if (!has_frames(track)) {
-      Fail(OutputName() + ": no frame of " + track->stream.GetSource().name + " has come");
-    } else if (!_options.quiet && !_is_broken) {
-      Say(OutputName() + ": " + track->Summary());
+      Fail(_file.Name() + ": no frame of " + track->stream.GetSource().name + " has come");
+    } else if (!_options.quiet && !_file.IsBroken()) {
+      Say(_file.Name() + ": " + track->Summary());
     }
   }
   return _has_failed ? kFailed : kDone;

@@ -1,4 +1,4 @@
-// Values for a source as they are typed.
+// Rate-control values as they are typed.
 #pragma once
 
 #include <string>
@@ -16,7 +16,7 @@ namespace tessel::tool {
 [[nodiscard]] bool ParseSetting(std::string_view text, const ControlRow*& row, int& value,
                                 std::string& error);
 
-// A value, and the frame from which on it is wanted.
+// A value, and the frame from which on it holds.
 struct ControlChange {
   const ControlRow* row;
   int value;

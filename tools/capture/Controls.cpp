@@ -8,30 +8,19 @@ constexpr int kMostQp = 51;              // ITU-T H.264, 8 bits a sample
 constexpr int kMostFps = 1000;
 
 constexpr ControlRow kRows[] = {
-    {"fps", "frames/s", false, 1, kMostFps, kAnyVideo & ~kRaw, "captures at 30 frames/s",
-     [](Source& source, int value) { source.SetFrameRate(value); },
+    {"fps", "frames/s", false, 1, kMostFps, "captures at 30 frames/s",
      "Frame rate; a source of variable rate is thinned to it"},
-    {"capture-fps", "frames/s", false, 1, kMostFps, kH264Variable, "has one frame rate only",
-     [](Source& source, int value) { source.control->SetFrameRateMaximum(value); },
+    {"capture-fps", "frames/s", false, 1, kMostFps, "has one frame rate only",
      "Rate to capture at, where --fps thins"},
-    {"bitrate", "bit/s", true, 1'000, kMostBps, kAnyH264 | kAac, "has no bit rate to hold",
-     [](Source& source, int value) { source.encoder->SetBitRate(value); },
+    {"bitrate", "bit/s", true, 1'000, kMostBps, "has no bit rate to hold",
      "Bit rate to hold; of AAC alone the one of all its life"},
-    {"bitrate-min", "bit/s", true, 0, kMostBps, kAnyH264, "has no bit rate to hold",
-     [](Source& source, int value) { source.control->SetBitRateMinimum(value); },
+    {"bitrate-min", "bit/s", true, 0, kMostBps, "has no bit rate to hold",
      "Lower bound of the bit rate [1/20 of the bit rate]"},
-    {"bitrate-max", "bit/s", true, 1'000, 2 * kMostBps, kAnyH264, "has no bit rate to hold",
-     [](Source& source, int value) { source.control->SetBitRateMaximum(value); },
+    {"bitrate-max", "bit/s", true, 1'000, 2 * kMostBps, "has no bit rate to hold",
      "Upper bound of the bit rate [twice the bit rate]"},
-    {"qp", "", false, 0, kMostQp, kAnyH264 | kJpeg, "has no encoder",
-     [](Source& source, int value) { source.control->SetQP(value); },
-     "Fixed quantiser; 0: the encoder decides"},
-    {"qp-min", "", false, 0, kMostQp, kAnyH264, "has no rate control",
-     [](Source& source, int value) { source.control->SetQPMinimum(value); },
-     "Least quantiser of rate control"},
-    {"qp-max", "", false, 0, kMostQp, kAnyH264, "has no rate control",
-     [](Source& source, int value) { source.control->SetQPMaximum(value); },
-     "Greatest quantiser of rate control"},
+    {"qp", "", false, 0, kMostQp, "has no encoder", "Fixed quantiser; 0: the encoder decides"},
+    {"qp-min", "", false, 0, kMostQp, "has no rate control", "Least quantiser of rate control"},
+    {"qp-max", "", false, 0, kMostQp, "has no rate control", "Greatest quantiser of rate control"},
 };
 
 }  // namespace

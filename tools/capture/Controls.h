@@ -1,16 +1,13 @@
-// What can be asked of a source, before it runs and while it runs: one row a value.
+// The rate-control values that can be set before a source runs and while it runs: one row a value.
 #pragma once
 
 #include <span>
 #include <string>
 #include <string_view>
 
-#include "Source.h"
-
 namespace tessel::tool {
 
-// The bounds that a fresh source has, relative to its bit rate; what is asked of a bit rate takes
-// them along.
+// The bounds of a fresh source, relative to its bit rate. A bit rate that is set moves them along.
 inline constexpr int kMaximumRatio = 2;
 inline constexpr int kMinimumRatio = 20;
 
@@ -20,10 +17,7 @@ struct ControlRow {
   bool is_scaled;  // takes "2M", "500k"
   int least;
   int most;
-  unsigned kinds;    // that it can be asked of
-  const char* lack;  // what is said of the others
-  // No pointer to a member: SetBitRate() belongs to a virtual base, whose members do not convert.
-  void (*set)(Source& source, int value);  // REQUIRES: source.kind is among `kinds`
+  const char* lack;  // what the error says of a source that does not take it
   const char* help;
 };
 

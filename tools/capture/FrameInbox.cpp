@@ -14,7 +14,7 @@ bool IsAmong(std::size_t lane, unsigned lanes) { return (lanes >> lane & 1U) != 
 
 void FrameInbox::Put(std::size_t lane, Frame frame) {
   const std::lock_guard lock(_mutex);
-  if (_lanes[lane].is_closed || _is_interrupted) return;  // nobody takes it out any more
+  if (_lanes[lane].is_closed || _lanes[lane].is_discarded || _is_interrupted) return;
   _lanes[lane].frames.push_back(std::move(frame));
   _changed.notify_all();
 }
@@ -26,12 +26,18 @@ bool FrameInbox::PutInTurn(std::size_t lane, Frame frame) {
     return into.is_closed || _is_interrupted || into.frames.size() < kMostInTurn;
   });
   if (into.is_closed || _is_interrupted) return false;
+  if (into.is_discarded) return true;
   into.frames.push_back(std::move(frame));
   _changed.notify_all();
   return true;
 }
 
-void FrameInbox::Tell(std::size_t lane, std::string message) {
+void FrameInbox::Discard(std::size_t lane) {
+  const std::lock_guard lock(_mutex);
+  _lanes[lane].is_discarded = true;
+}
+
+void FrameInbox::PutMessage(std::size_t lane, std::string message) {
   const std::lock_guard lock(_mutex);
   _lanes[lane].message = std::move(message);
   _lanes[lane].message_is_new = true;
@@ -65,8 +71,8 @@ bool FrameInbox::HasNews(unsigned lanes) const {
   for (std::size_t i = 0; i < _lanes.size(); ++i) {
     const Lane& lane = _lanes[i];
     if (!lane.frames.empty() && IsAmong(i, lanes)) return true;
-    const bool has_said = lane.is_closed ? !lane.end_is_told : lane.message_is_new;
-    if (lane.frames.empty() && has_said) return true;
+    const bool has_news = lane.is_closed ? !lane.end_is_reported : lane.message_is_new;
+    if (lane.frames.empty() && has_news) return true;
   }
   return _is_interrupted || _is_woken;
 }
@@ -87,13 +93,13 @@ FrameInbox::News FrameInbox::TakeNews(Item& item, unsigned lanes) {
   if (first != nullptr) {
     item.frame = std::move(first->frames.front());
     first->frames.pop_front();
-    _changed.notify_all();  // there is room
+    _changed.notify_all();  // the lane has room again
     return News::kFrame;
   }
   for (item.lane = 0; item.lane < _lanes.size(); ++item.lane) {
     Lane& lane = _lanes[item.lane];
     if (!lane.frames.empty()) continue;
-    if (lane.is_closed && !std::exchange(lane.end_is_told, true)) return News::kOver;
+    if (lane.is_closed && !std::exchange(lane.end_is_reported, true)) return News::kOver;
     if (!lane.is_closed && std::exchange(lane.message_is_new, false)) return News::kMessage;
   }
   return News::kNothing;

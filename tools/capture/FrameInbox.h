@@ -1,4 +1,4 @@
-// Where the frames and the messages of the streams wait for the thread that writes them.
+// Where the frames and the messages of the streams wait for the client's thread.
 #pragma once
 
 #include <chrono>
@@ -15,49 +15,51 @@
 
 namespace tessel::tool {
 
-// A lane a stream; any thread puts in, one thread takes out. Frames that are pushed need no bound
-// here: each one keeps a slot of the stream, and a source without a free slot drops what it
-// captures, or waits when it is unpaced.
+// One lane for each stream. Any thread puts in, one thread takes out. Put() needs no bound: each
+// pushed frame keeps a slot of its stream, and a source without a free slot drops what it captures,
+// or waits when it is unpaced.
 class FrameInbox {
  public:
   using Frame = std::shared_ptr<api::streaming::common::frame_t>;
   using Clock = std::chrono::steady_clock;
 
   enum class News {
-    kFrame,      // the next frame is there
-    kInterrupt,  // the user wants an end; goes before everything else
-    kMessage,    // the stream has said something, and all frames before it are taken out
-    kOver,       // no frame will come any more, and all are taken out
-    kNothing,    // the time is up, or somebody wants the taker awake
+    kFrame,      // the next frame
+    kInterrupt,  // the user ends the command; comes before all other news
+    kMessage,    // the stream has sent a message, and all frames of the lane are taken out
+    kOver,       // the lane is closed, and all its frames are taken out
+    kNothing,    // the deadline has passed, or Wake() was called
   };
-  // What Wait() brings; `lane` and `frame` where the news are of one.
+  // What Wait() returns; `lane` and `frame` are set where the news concerns them.
   struct Item {
     std::size_t lane = 0;
     Frame frame;
   };
-  static constexpr unsigned kAllLanes = ~0U;  // a bit each
+  static constexpr unsigned kAllLanes = ~0U;  // one bit for each lane
 
   explicit FrameInbox(std::size_t lanes = 1) : _lanes(lanes) {}
 
   void Put(std::size_t lane, Frame frame);
-  // The same, but waits while many frames are in: a source may make them faster than anybody can
-  // take them. False when nobody takes it out any more.
+  // The same, but waits while the lane is full: a source may deliver faster than frames are taken
+  // out. False once the lane is closed or the command is interrupted.
   [[nodiscard]] bool PutInTurn(std::size_t lane, Frame frame);
-  void Tell(std::size_t lane, std::string message);  // the last one counts
+  // Releases the lane's frames as they come, instead of keeping them. Call before the first one.
+  void Discard(std::size_t lane);
+  void PutMessage(std::size_t lane, std::string message);  // replaces the one before
   void Interrupt();
   bool IsInterrupted();
-  void Close(std::size_t lane);  // no frame will come any more
-  void Wake();                   // ends Wait() once
+  void Close(std::size_t lane);  // frames that come later are released
+  void Wake();                   // ends one Wait()
 
-  // Of `lanes`, the frame that was captured first goes first; others wait. A message, and that a
-  // lane is over, is announced once.
+  // Takes frames out of `lanes` only, the one that was captured first before the others. A message,
+  // and that a lane is over, is reported once.
   News Wait(Item& item, Clock::time_point deadline, unsigned lanes = kAllLanes);
-  // Waits until each of `lanes` has a frame, at most `patience` longer than for the first one, and
-  // for that until `deadline`; or until there are other news.
+  // Waits for the first frame until `deadline`, then until each of `lanes` has a frame, `patience`
+  // at most. Other news end the wait.
   void WaitForEach(unsigned lanes, std::chrono::milliseconds patience, Clock::time_point deadline);
-  // The time stamp of the frame that is next in the lane; none when none is there yet.
+  // The time stamp of the next frame in the lane; none when the lane is empty.
   std::optional<std::int64_t> NextStamp(std::size_t lane);
-  // The last message, waited for until `deadline`; empty when none came.
+  // Waits for a message until `deadline`. Returns the last one, or an empty text without one.
   std::string WaitForMessage(std::size_t lane, Clock::time_point deadline);
 
  private:
@@ -66,7 +68,8 @@ class FrameInbox {
     std::optional<std::string> message;
     bool message_is_new = false;
     bool is_closed = false;
-    bool end_is_told = false;
+    bool end_is_reported = false;
+    bool is_discarded = false;
   };
   bool HasNews(unsigned lanes) const;
   News TakeNews(Item& item, unsigned lanes);

@@ -41,7 +41,7 @@ std::unique_ptr<SoundMeter> SoundMeter::Create(const MediaFormat& format) {
   std::unique_ptr<SoundMeter> meter(new SoundMeter);
   meter->_channels.resize(static_cast<std::size_t>(std::max(1, format.channels)));
   meter->_left_out = format.priming_samples;
-  if (format.kind == kAac && !meter->OpenDecoder()) return nullptr;
+  if (format.kind == MediaKind::kAac && !meter->OpenDecoder()) return nullptr;
   return meter;
 }
 
@@ -68,7 +68,7 @@ void SoundMeter::Add(std::span<const std::uint8_t> bytes) {
   }
 }
 
-// What cannot be decoded does not count.
+// Frames that cannot be decoded do not count.
 void SoundMeter::Decode(std::span<const std::uint8_t> bytes) {
   if (av_new_packet(_packet, static_cast<int>(bytes.size())) != 0) return;
   std::copy(bytes.begin(), bytes.end(), _packet->data);

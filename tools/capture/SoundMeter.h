@@ -1,4 +1,4 @@
-// How loud captured sound is.
+// Measures the level of captured sound.
 #pragma once
 
 #include <chrono>
@@ -33,11 +33,11 @@ class SoundMeter {
   SoundMeter(const SoundMeter&) = delete;
   SoundMeter& operator=(const SoundMeter&) = delete;
 
-  // A frame of the stream, as it comes. Priming does not count.
+  // Takes a frame of the stream. Priming does not count.
   void Add(std::span<const std::uint8_t> bytes);
-  // Of what was added since the last call; a peak is shown for 1.5 s.
+  // Levels since the last call; a peak is held for 1.5 s.
   std::vector<Level> Recent(Clock::time_point now);
-  // Of everything.
+  // Levels since the beginning.
   std::vector<Level> Total() const;
 
  private:
@@ -50,7 +50,7 @@ class SoundMeter {
     Level ToLevel() const;
   };
   struct Channel {
-    Sum total;  // but for `recent`
+    Sum total;  // without `recent`
     Sum recent;
     double held_peak = 0;
     Clock::time_point held_until;
@@ -61,8 +61,8 @@ class SoundMeter {
   void Decode(std::span<const std::uint8_t> bytes);
 
   std::vector<Channel> _channels;
-  int _left_out = 0;  // samples of each channel that are still to come and do not count
-  AVCodecContext* _codec = nullptr;  // null: the samples are there as they are
+  int _left_out = 0;                 // samples of each channel that are still to be left out
+  AVCodecContext* _codec = nullptr;  // null for PCM
   AVPacket* _packet = nullptr;
   AVFrame* _frame = nullptr;
 };

@@ -13,10 +13,11 @@
 namespace tessel::tool {
 namespace {
 
-// Time stamps of a sound card waver, samples do not: only what differs more is taken for a gap.
+// The time stamps of a sound card jitter. Only a larger difference counts as a gap.
 constexpr std::int64_t kSoundSlackNs = 10'000'000;
 constexpr std::int64_t kMostSilenceNs = 60 * kSecondNs;  // in one piece
-constexpr std::int64_t kMostLeadNs = 600 * kSecondNs;    // of a stamp, from what is known
+constexpr std::int64_t kMostLeadNs =
+    600 * kSecondNs;  // how far a time stamp may lie from the clock
 
 std::int64_t NowNs() {
   return std::chrono::nanoseconds(std::chrono::steady_clock::now().time_since_epoch()).count();
@@ -36,7 +37,8 @@ std::int64_t Track::SoundNs(std::int64_t samples) const {
 }
 
 std::int64_t Track::SamplesIn(const frame_t& frame) const {
-  return _format.kind == kAac ? kAacFrame : std::int64_t{frame.size} / kPcmBytes / _format.channels;
+  return _format.kind == MediaKind::kAac ? kAacFrame
+                                         : std::int64_t{frame.size} / kPcmBytes / _format.channels;
 }
 
 // Of video.
@@ -49,7 +51,7 @@ void Track::CorrectStamp(frame_t& frame) {
   const bool is_first = _latest_stamp_ns == 0;
   const std::int64_t known_ns = std::max(now_ns, _latest_stamp_ns);
   const bool is_late = frame.timestamp > known_ns + kMostLeadNs;
-  // The first one decides what all times count from.
+  // The first time stamp becomes the origin of all times.
   const bool is_early = is_first && frame.timestamp < now_ns - kMostLeadNs;
   if (is_late || is_early) {
     const bool is_sound = stream.GetSource().IsSound();
@@ -91,7 +93,7 @@ bool Track::WriteVideo(const frame_t& frame, MediaWriter& writer, std::string& e
   return writer.Write(_number, {{frame.data, frame.size}, frame.isKey, time_ns, FrameNs()}, error);
 }
 
-// Where its samples follow those before, or where its stamp says when some are missing.
+// Right behind the samples before it, or at its time stamp when samples are missing in between.
 std::int64_t Track::PlaceSound(const frame_t& frame) const {
   const std::int64_t stamped_ns = frame.timestamp - _origin_ns;
   const std::int64_t next_ns = _anchor_ns + SoundNs(_samples);
@@ -103,7 +105,7 @@ bool Track::WriteSound(const frame_t& frame, std::int64_t end_ns, MediaWriter& w
                        std::string& error) {
   std::int64_t time_ns = PlaceSound(frame);
   const std::int64_t gap_ns = _start_ns ? time_ns - (_anchor_ns + SoundNs(_samples)) : 0;
-  if (_format.kind == kPcm && _start_ns) {
+  if (_format.kind == MediaKind::kPcm && _start_ns) {
     if (!WriteSilence(time_ns, writer, error)) return false;
     if (time_ns - _end_ns > kSoundSlackNs) return true;  // interrupted
   }
@@ -120,8 +122,8 @@ bool Track::WriteSound(const frame_t& frame, std::int64_t end_ns, MediaWriter& w
     samples =
         std::llround(static_cast<double>(end_ns - time_ns) * _format.rate / double{kSecondNs});
     if (samples <= 0) return true;
-    // An AAC frame is whole, but its end need not be heard.
-    if (_format.kind == kPcm)
+    // An AAC frame stays whole; its duration ends it early.
+    if (_format.kind == MediaKind::kPcm)
       size_bytes = static_cast<std::size_t>(samples * kPcmBytes * _format.channels);
   }
   _samples += samples;
@@ -130,7 +132,7 @@ bool Track::WriteSound(const frame_t& frame, std::int64_t end_ns, MediaWriter& w
   return writer.Write(_number, {{frame.data, size_bytes}, true, time_ns, _end_ns - time_ns}, error);
 }
 
-// A file of samples has no other time than their number. Ends early when the user wants an end.
+// A file of bare samples has no times, so gaps are filled. Ends early when the user interrupts.
 bool Track::WriteSilence(std::int64_t until_ns, MediaWriter& writer, std::string& error) {
   while (until_ns > _end_ns && !_inbox->IsInterrupted()) {
     const std::int64_t span_ns = std::min(until_ns - _end_ns, kMostSilenceNs);
@@ -147,7 +149,7 @@ bool Track::WriteSilence(std::int64_t until_ns, MediaWriter& writer, std::string
 }
 
 double Track::Seconds() const {
-  // Video begins when its first frame is shown, sound where it was captured.
+  // Video starts with its first frame, sound after its priming.
   const std::int64_t start_ns = _start_ns.value_or(0) + _priming_ns;
   return _start_ns ? static_cast<double>(_end_ns - start_ns) / double{kSecondNs} : 0;
 }
@@ -168,8 +170,8 @@ std::string Track::Summary() const {
            corrected;
   }
   const double missing = static_cast<double>(_missing_ns) / double{kSecondNs};
-  // What is missing stands as silence in a file that has no other times.
-  const double written = _format.kind == kPcm ? Seconds() : Seconds() - missing;
+  // Gaps in PCM are written as silence.
+  const double written = _format.kind == MediaKind::kPcm ? Seconds() : Seconds() - missing;
   const std::int64_t samples = std::llround(written * _format.rate);
   std::string text =
       Format("%lld samples, %.2f s, %s, %.0f kbit/s", static_cast<long long>(samples), Seconds(),

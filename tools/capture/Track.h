@@ -1,4 +1,4 @@
-// One stream's way into the file: where its frames belong in time, and what has been written.
+// A stream as a track of the file: when its frames are shown or heard, and what is written of it.
 #pragma once
 
 #include <cstdint>
@@ -7,10 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "FrameLog.h"
+#include "CaptureStream.h"
 #include "MediaFormat.h"
 #include "SoundMeter.h"
-#include "Stream.h"
 
 namespace tessel::tool {
 
@@ -21,26 +20,26 @@ class Track {
  public:
   using frame_t = api::streaming::common::frame_t;
 
-  Track(Source source, std::size_t number, std::shared_ptr<FrameInbox> inbox)
+  Track(CaptureSource source, std::size_t number, std::shared_ptr<FrameInbox> inbox)
       : stream(std::move(source), number, inbox), _number(number), _inbox(std::move(inbox)) {}
 
-  // Once the stream is open. `is_metered`: sound is to be measured.
+  // Call once the stream is open. `is_metered`: the levels of sound are measured.
   void Begin(bool is_metered);
   const MediaFormat& Media() const { return _format; }
 
-  // When what a frame of that time stamp brings was captured.
+  // When the content of a frame with that time stamp was captured.
   std::int64_t CapturedNs(std::int64_t stamp_ns) const { return stamp_ns + _priming_ns; }
-  // Times in the file count from here on: CLOCK_MONOTONIC, ns.
+  // Where time 0 of the file is: CLOCK_MONOTONIC, ns.
   void SetOrigin(std::int64_t origin_ns) { _origin_ns = origin_ns; }
-  // Replaces a time stamp that cannot be true, and counts it: one that lies more than 10 minutes
-  // ahead of both the clock and the latest stamp, or, on the first frame, behind the clock. Call
-  // before all of the below.
+  // Replaces a wrong time stamp and counts it: one that lies more than 10 minutes ahead of both the
+  // clock and the latest stamp, or, on the first frame, behind the clock. Call first for each
+  // frame.
   void CorrectStamp(frame_t& frame);
-  // Whether a frame only begins where the file ends, or so little before that it does not count.
+  // Whether a frame begins at the end of the file or later; of video, up to half a frame earlier.
   bool IsBehind(const frame_t& frame, std::int64_t end_ns) const;
-  // Whether nothing is missing up to there. Video tells by its next frame only.
+  // Whether sound is written up to `end_ns`. Always false for video: its next frame shows it.
   bool Reaches(std::int64_t end_ns) const;
-  // Writes a frame, of sound as much as lies before `end_ns`. False with `error` when the file
+  // Writes a frame; of sound, the part before `end_ns`. False with `error` when the file
   // cannot be written.
   [[nodiscard]] bool Write(const frame_t& frame, std::int64_t end_ns, MediaWriter& writer,
                            std::string& error);
@@ -52,8 +51,8 @@ class Track {
   // "250 frames, 10.00 s, …", for the summary.
   std::string Summary() const;
 
-  Stream stream;
-  bool is_done = false;  // nothing more of it is wanted, or comes
+  CaptureStream stream;
+  bool is_done = false;  // it has all its frames, or gets no more
 
  private:
   std::int64_t PlaceSound(const frame_t& frame) const;
@@ -73,7 +72,7 @@ class Track {
   std::unique_ptr<SoundMeter> _meter;
 
   std::int64_t _latest_stamp_ns = 0;  // CLOCK_MONOTONIC; 0 before the first frame
-  std::uint64_t _corrected = 0;       // frames whose stamps could not be true
+  std::uint64_t _corrected = 0;       // frames whose time stamps were wrong
   std::int64_t _origin_ns = 0;
   std::uint64_t _frames = 0;
   std::uint64_t _key_frames = 0;
@@ -81,8 +80,8 @@ class Track {
   std::optional<std::int64_t> _start_ns;  // of the first frame, from the origin on
   std::int64_t _last_ns = 0;              // of the last frame
   std::int64_t _end_ns = 0;
-  std::int64_t _missing_ns = 0;  // of sound, between what came
-  // Sound: by whose number of samples its time is told.
+  std::int64_t _missing_ns = 0;  // of sound, in the gaps
+  // Sound: the time of a frame is that of the anchor plus the samples since.
   std::int64_t _anchor_ns = 0;
   std::int64_t _samples = 0;  // of each channel, since the anchor
 };

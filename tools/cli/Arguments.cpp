@@ -1,17 +1,6 @@
 #include "Arguments.h"
 
-#include "quill/Host.h"
-
 namespace tessel::tool {
-namespace {
-
-void AddSocket(CLI::App& command, std::string& socket, const std::string& otherwise) {
-  const std::string help = "Socket of a real-time side that runs already";
-  command.add_option("--rtos", socket, help + " [$TESSEL_RTOS_SOCKET" + otherwise + "]")
-      ->type_name("SOCKET");
-}
-
-}  // namespace
 
 void Refuse(const std::string& option, const std::string& reason) {
   throw CLI::ValidationError(option, reason);
@@ -22,23 +11,12 @@ CLI::Option* AddText(CLI::App& command, const std::string& names, const std::str
   return command.add_option_function<std::string>(names, read, help)->type_name(type);
 }
 
-void AddRtos(CLI::App& command, std::string& socket) {
-  AddSocket(command, socket, ", else an own one is started");
+void AddInputs(CLI::App& command, InputOptions& inputs, const std::string& unpaced_help) {
+  command.add_option("--sensor", inputs.sensor, "test, a media file, or a camera as /dev/video0")
+      ->type_name("INPUT")
+      ->capture_default_str();
+  command.add_flag("--once", inputs.once, "Play a media file once instead of over and over");
+  command.add_flag("--unpaced", inputs.unpaced, unpaced_help);
 }
 
-void AddRunningRtos(CLI::App& command, std::string& socket) { AddSocket(command, socket, ""); }
-
-void AddBoard(CLI::App& command, std::string& board) {
-  command
-      .add_option("--board", board,
-                  "Description of the audio devices of a real-time side that is started here")
-      ->type_name("FILE");
-}
-
-bool CheckBoard(std::string& error) {
-  const std::string path = quill::host::FarSideSocket();
-  if (quill::host::GetOptions().board.empty() || path.empty()) return true;
-  error = "--board: the real-time side at " + path + " has its own devices";
-  return false;
-}
 }  // namespace tessel::tool

@@ -1,9 +1,10 @@
-// What the commands' arguments have in common.
+// How the commands read their arguments.
 #pragma once
 
 #include <functional>
 #include <string>
 
+#include "InputOptions.h"
 #include "Units.h"
 
 #include <CLI/CLI.hpp>
@@ -13,7 +14,7 @@ namespace tessel::tool {
 inline constexpr int kMostCount = 1'000'000'000;
 inline constexpr int kMostPixels = 16'384;  // a side; the real-time side may take less
 
-// Ends the reading of the command line with wrong usage.
+// Refuses the command line as wrong usage: the program ends with kWrongUsage.
 [[noreturn]] void Refuse(const std::string& option, const std::string& reason);
 
 using TextCallback = std::function<void(const std::string&)>;
@@ -33,15 +34,7 @@ void AddWhole(CLI::App& command, const std::string& name, int least, int most, N
   });
 }
 
-// The command then runs with the real-time side that listens there.
-void AddRtos(CLI::App& command, std::string& socket);
-// The same, for a command that starts none of its own.
-void AddRunningRtos(CLI::App& command, std::string& socket);
-// An own real-time side then has the audio devices that are described there.
-void AddBoard(CLI::App& command, std::string& board);
-// False with `error` when there is a description and it would go unheard: the real-time side runs
-// already.
-// REQUIRES: the host has its options.
-[[nodiscard]] bool CheckBoard(std::string& error);
+// Options "--sensor", "--once" and "--unpaced"; `unpaced_help` describes the last one.
+void AddInputs(CLI::App& command, InputOptions& inputs, const std::string& unpaced_help);
 
 }  // namespace tessel::tool

@@ -1,5 +1,4 @@
-#include "Inspect.h"
-
+// `tessel inspect`: one class in detail. Only audio devices need the real-time side for that.
 #include <cstdio>
 #include <utility>
 
@@ -11,8 +10,9 @@
 #include "tessel/IYuvSource.h"
 
 #include "Classes.h"
+#include "Commands.h"
 #include "Console.h"
-#include "Devices.h"
+#include "DeviceClasses.h"
 #include "ErrorLog.h"
 #include "Units.h"
 
@@ -105,8 +105,8 @@ void PrintDefaults(object& made) {
   }
 }
 
-// Answers what a source asks of its microphone before it describes its chain. None of that goes
-// into the description.
+// Answers the questions of a source about its microphone. Sources ask them before they describe
+// their chain, and the answers do not show in the description.
 bool AnswerProbe(AttrSet& request) {
   request.Add("object_base", "1");
   request.Add("rate", 48000);
@@ -123,7 +123,7 @@ std::string RecordDescription(IStreamOutput& output) {
     if (command != nullptr && command == std::string("ProbeAudioDriver"))
       return AnswerProbe(request);
     if (description.empty()) description = request.ToString(false);
-    return false;  // nothing is there to open
+    return false;  // no real-time side opens it
   };
   Factory& factory = Factory::Globle();
   Factory::Command before = factory.ReplaceCommand("shm0_cmd", record);
@@ -136,11 +136,23 @@ std::string RecordDescription(IStreamOutput& output) {
   return description;
 }
 
-}  // namespace
+// Prints what is known of a class, its defaults and the description that it would send.
+class InspectCommand : public Command {
+ public:
+  explicit InspectCommand(CLI::App& tool)
+      : Command(tool, "inspect", "Show a class, its defaults and the chain it asks for",
+                "Example:\n  tessel inspect ApiH264Source-dualos-cbrc-pull\n") {
+    _app.add_option("NAME", _name, "Class to show")->required();
+  }
+  int Run() override;
 
-int Inspect(const InspectOptions& options) {
+ private:
+  std::string _name;  // as FindClass() takes it
+};
+
+int InspectCommand::Run() {
   std::string error;
-  const IClass* record = FindClass(options.name, error);
+  const IClass* record = FindClass(_name, error);
   if (record == nullptr) {
     Say(error);
     return kFailed;
@@ -161,6 +173,12 @@ int Inspect(const InspectOptions& options) {
     Row("description", RecordDescription(*output));
   }
   return kDone;
+}
+
+}  // namespace
+
+std::unique_ptr<Command> AddInspect(CLI::App& tool) {
+  return std::make_unique<InspectCommand>(tool);
 }
 
 }  // namespace tessel::tool

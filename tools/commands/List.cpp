@@ -1,5 +1,4 @@
-#include "List.h"
-
+// `tessel list`: the class catalogue.
 #include <algorithm>
 #include <cstdio>
 #include <string>
@@ -10,6 +9,7 @@
 #include "quill/Host.h"
 
 #include "Classes.h"
+#include "Commands.h"
 #include "Console.h"
 
 namespace tessel::tool {
@@ -31,12 +31,25 @@ Line Describe(const IClass& record) {
   return {record.Name(), traits.delivery, traits.kind, short_name.empty() ? "-" : short_name};
 }
 
-}  // namespace
+// Prints one line a class: name, delivery, what it is, short name; in columns on a terminal, else
+// separated by tabs.
+class ListCommand : public Command {
+ public:
+  explicit ListCommand(CLI::App& tool)
+      : Command(tool, "list", "Show the classes that can be created",
+                "Example:\n  tessel list --all | cut -f1\n") {
+    _app.add_flag("--all", _all, "Base classes and the host's own classes too");
+  }
+  int Run() override;
 
-int List(const ListOptions& options) {
+ private:
+  bool _all = false;
+};
+
+int ListCommand::Run() {
   std::vector<Line> lines;
   for (const IClass* record : quill::host::Classes()) {
-    if (options.all || IsCreatable(*record)) lines.push_back(Describe(*record));
+    if (_all || IsCreatable(*record)) lines.push_back(Describe(*record));
   }
   if (lines.empty()) {
     Say("the plug-in offers no classes");
@@ -60,5 +73,9 @@ int List(const ListOptions& options) {
   }
   return kDone;
 }
+
+}  // namespace
+
+std::unique_ptr<Command> AddList(CLI::App& tool) { return std::make_unique<ListCommand>(tool); }
 
 }  // namespace tessel::tool

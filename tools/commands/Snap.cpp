@@ -1,5 +1,4 @@
-#include "Snap.h"
-
+// `tessel snap`: still pictures.
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -8,15 +7,20 @@
 #include <filesystem>
 #include <memory>
 #include <mutex>
+#include <optional>
+#include <string>
 #include <string_view>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 #include <unistd.h>
 
 #include "quill/Host.h"
 #include "tessel/IPhotography.h"
 
+#include "Arguments.h"
+#include "Commands.h"
 #include "Console.h"
 #include "ErrorLog.h"
 #include "Interrupts.h"
@@ -27,6 +31,18 @@ namespace {
 using api::streaming::IPhotography;
 using Taker = quill::host::Handle<IPhotography>;
 using Clock = std::chrono::steady_clock;
+
+struct SnapOptions {
+  std::vector<std::string>
+      urls;                   // "file://…", or paths; "%d" and "%03d" become the picture's number
+  int count = 1;              // pictures of each URL
+  int interval_ms = 0;        // from request to request; 0: each once the one before is written
+  std::optional<int> width;   // pixels
+  std::optional<int> height;  // pixels
+  std::optional<int> qp;
+  bool photography = false;  // by the photography class
+  InputOptions inputs;
+};
 
 // The digits that the pattern at the front of `text` asks for, "%d" or "%01d" to "%09d"; 0: none.
 int PatternDigits(std::string_view text) {
@@ -46,13 +62,13 @@ std::string Numbered(const std::string& text, int number) {
   return text;
 }
 
-// What is no URL, and does not look like one, is a path.
+// A text without a scheme is a path.
 std::string UrlOf(const std::string& text) {
   return text.find("://") != std::string::npos ? text : quill::host::FileUrlOf(text);
 }
 
-// Whether it is known that no picture can come any more: the real-time side is gone, or the chain,
-// this process's only one, has come to its end.
+// Whether no picture can come any more: the real-time side is gone, or the chain of this process,
+// which has only one, has ended.
 bool IsOver() {
   if (quill::host::FarSideProcess() == 0) return true;
   std::vector<quill::host::BoardStream> streams;
@@ -64,7 +80,8 @@ bool IsOver() {
          });
 }
 
-// One run of the command. Client's thread, but for End().
+// Takes the pictures one after the other and prints a line for each. A picture that fails does not
+// end the others, unless no further one can come. Client's thread, except End().
 class SnapRun {
  public:
   explicit SnapRun(const SnapOptions& options) : _options(options) {}
@@ -87,11 +104,7 @@ class SnapRun {
 };
 
 bool SnapRun::Open() {
-  auto board = quill::host::GetOptions();
-  board.sensor = _options.sensor;
-  board.loop = !_options.once;
-  board.paced = !_options.unpaced;
-  SetOptions(board);
+  SetInputs(_options.inputs);
   const char* name = _options.photography ? "ApiPhotography-dualos" : "ApiJpegSnap-dualos";
   ErrorLog::Forget();
   Taker made = quill::host::Create<IPhotography>(name);
@@ -122,11 +135,11 @@ bool SnapRun::Take(const std::string& url) {
   }
   const std::string reason = ErrorLog::LastReason();
   Say("cannot write " + (reason.starts_with(url) ? "" : url + ": ") + reason);
-  if (IsOver()) End();  // it would be the same with all others
+  if (IsOver()) End();  // all others would fail alike
   return false;
 }
 
-// False when the run is to end.
+// False when the run has been ended.
 bool SnapRun::WaitUntil(Clock::time_point due) {
   std::unique_lock lock(_mutex);
   return !_ended.wait_until(lock, due, [this] { return HasEnded(); });
@@ -147,7 +160,7 @@ void SnapRun::Exchange(Taker& taker) {
 int SnapRun::Run() {
   const int exit_code = Open() ? TakeAll() : static_cast<int>(kFailed);
   Taker gone;
-  Exchange(gone);  // closed behind the lock, and out of reach of End()
+  Exchange(gone);  // End() no longer reaches it, and it closes outside the lock
   return exit_code;
 }
 
@@ -164,13 +177,60 @@ int SnapRun::TakeAll() {
   return is_whole ? kDone : kFailed;
 }
 
-}  // namespace
+void ReadSize(const std::string& text, SnapOptions& options) {
+  const auto cross = text.find('x');
+  const auto side = [&text](std::size_t from, std::size_t count, std::optional<int>& into) {
+    int pixels = 0;
+    std::string error;
+    if (!ParseWhole(text.substr(from, count), 2, kMostPixels, pixels, error)) {
+      Refuse("--size", Quoted(text) + " is no size such as 1280x720: " + error);
+    }
+    into = pixels;
+  };
+  if (cross == text.npos) Refuse("--size", Quoted(text) + " is no size such as 1280x720");
+  side(0, cross, options.width);
+  side(cross + 1, text.npos, options.height);
+}
 
-int Snap(const SnapOptions& options) {
-  const auto run = std::make_shared<SnapRun>(options);
-  // The watch outlives this.
+class SnapCommand : public Command {
+ public:
+  explicit SnapCommand(CLI::App& tool);
+  bool WatchesInterrupts() const override { return true; }
+  int Run() override;
+
+ private:
+  SnapOptions _options;
+};
+
+SnapCommand::SnapCommand(CLI::App& tool)
+    : Command(tool, "snap", "Take still pictures",
+              "A line a picture: URL, size, milliseconds from the request to the file. One that "
+              "cannot be\nwritten does not end the others; the exit code is 1 then.\n\n"
+              "Examples:\n  tessel snap door.jpeg --size 1280x720\n"
+              "  tessel snap file:///tmp/shot-%03d.jpeg --count 10 --interval 500\n") {
+  _app.add_option("URL", _options.urls,
+                  "file:// URL or path; %d or %03d in it becomes the picture's number")
+      ->required();
+  AddWhole(_app, "--count", 1, kMostCount, _options.count, "Pictures of each URL");
+  AddWhole(_app, "--interval", 0, kMostCount, _options.interval_ms,
+           "Milliseconds from request to request; else as fast as they come");
+  AddText(_app, "--size", "WxH", "Picture size, pixels [1920x1080]",
+          [this](const std::string& text) { ReadSize(text, _options); });
+  AddWhole(_app, "--qp", 0, 51, _options.qp, "Quantiser; 0 leaves it to the encoder");
+  _app.add_flag("--photography", _options.photography, "By the photography class");
+  AddInputs(_app, _options.inputs, "Without waiting for the sensor's next picture");
+  AddRtos();
+}
+
+int SnapCommand::Run() {
+  const auto run = std::make_shared<SnapRun>(_options);
+  // The thread that waits for interrupts holds the run as long as the process lives.
   if (!WatchInterrupts([run] { run->End(); })) return kFailed;
   return run->Run();
 }
+
+}  // namespace
+
+std::unique_ptr<Command> AddSnap(CLI::App& tool) { return std::make_unique<SnapCommand>(tool); }
 
 }  // namespace tessel::tool

@@ -1,15 +1,17 @@
-#include "Steer.h"
-
+// `tessel set`, `tessel key`, `tessel trigger`: steering a stream that another process runs.
 #include <algorithm>
 #include <cctype>
+#include <iterator>
 #include <map>
 #include <optional>
+#include <vector>
 
-#include "quill/MediaKeys.h"
 #include "quill/StreamWords.h"
 
+#include "Commands.h"
 #include "Console.h"
 #include "ControlText.h"
+#include "StreamKind.h"
 
 namespace tessel::tool {
 namespace {
@@ -36,7 +38,8 @@ std::string Listed(const std::vector<BoardStream>& streams) {
   return text;
 }
 
-// The one stream meant by `name`; none, and said why, when that is not one.
+// The one stream that `name` means. None, after an error message, when it means no stream or
+// several.
 std::optional<BoardStream> FindStream(const std::string& name) {
   std::vector<BoardStream> streams;
   std::string error;
@@ -57,21 +60,30 @@ std::optional<BoardStream> FindStream(const std::string& name) {
   return std::nullopt;
 }
 
-// The frame rate of a stream that is thinned is not the one that the camera captures at.
-bool IsThinned(const BoardStream& stream) { return HasElement(stream, "FrameDroper"); }
+// The word of the rate-control block that a key sets. "fps" sets others too.
+struct KeyWord {
+  const char* key;
+  const char* word;
+};
+constexpr KeyWord kKeyWords[] = {
+    {"fps", control_word::kFrameRate},          {"capture-fps", control_word::kFrameRateMax},
+    {"bitrate", control_word::kBitRateTarget},  {"bitrate-min", control_word::kBitRateMin},
+    {"bitrate-max", control_word::kBitRateMax}, {"qp", control_word::kQp},
+    {"qp-min", control_word::kQpMin},           {"qp-max", control_word::kQpMax},
+};
 
-// Of the rate-control block.
 std::vector<std::string> WordsOf(const std::string& key, const BoardStream& stream) {
-  if (key == "bitrate") return {control_word::kBitRateTarget};
-  if (key == "capture-fps") return {control_word::kFrameRateMax};
-  if (key == "fps" && IsThinned(stream)) return {control_word::kFrameRate};
-  if (key == "fps") return {control_word::kFrameRateMax, control_word::kFrameRate};
-  std::string word = key;
-  std::replace(word.begin(), word.end(), '-', '_');
-  return {word};
+  // A stream of constant rate captures at the rate that it delivers.
+  if (key == "fps" && !IsThinned(stream)) {
+    return {control_word::kFrameRateMax, control_word::kFrameRate};
+  }
+  const auto* row = std::find_if(std::begin(kKeyWords), std::end(kKeyWords),
+                                 [&key](const KeyWord& candidate) { return key == candidate.key; });
+  return row == std::end(kKeyWords) ? std::vector<std::string>()
+                                    : std::vector<std::string>{row->word};
 }
 
-// As in a capture, a bit rate takes its bounds along, but for those that are given.
+// As in a capture, a bit rate moves its bounds along, except those that are given.
 void AddBounds(Values& asked) {
   const auto bitrate = asked.find("bitrate");
   if (bitrate == asked.end()) return;
@@ -80,15 +92,18 @@ void AddBounds(Values& asked) {
   asked.try_emplace("bitrate-max", kMaximumRatio * bitrate_bps);
 }
 
-// Asked for, else in force.
+// The value that is asked for, else the one in force.
 std::optional<int> ValueOf(const std::string& key, const Values& asked, const BoardStream& stream) {
   const auto value = asked.find(key);
   if (value != asked.end()) return value->second;
-  const auto word = stream.control.find(WordsOf(key, stream).front());
-  return word == stream.control.end() ? std::nullopt : std::optional(word->second);
+  for (const std::string& name : WordsOf(key, stream)) {
+    const auto word = stream.control.find(name);
+    if (word != stream.control.end()) return word->second;
+  }
+  return std::nullopt;
 }
 
-// Whether no bound comes to lie on the wrong side of its other one.
+// Whether each lower bound stays at or below its upper bound.
 bool AreOrdered(const Values& asked, const BoardStream& stream, std::string& error) {
   for (const auto& [low, high] : {std::pair("bitrate-min", "bitrate-max"),
                                   {"qp-min", "qp-max"},
@@ -103,61 +118,102 @@ bool AreOrdered(const Values& asked, const BoardStream& stream, std::string& err
   return true;
 }
 
-// Runs one request on the stream that the options name.
-template <typename Request>
-int Steer(const SteerOptions& options, Request&& request) {
-  const std::optional<BoardStream> stream = FindStream(options.stream);
+// One request to the stream that the command line names.
+class SteerCommand : public Command {
+ public:
+  int Run() final;
+
+ protected:
+  SteerCommand(CLI::App& tool, const char* name, const char* help, const std::string& footer);
+  // False with `error`, which does not name the stream.
+  virtual bool Request(const BoardStream& stream, std::string& error) = 0;
+
+ private:
+  std::string _stream;  // its number, session, or kind where only one stream is of that kind
+};
+
+SteerCommand::SteerCommand(CLI::App& tool, const char* name, const char* help,
+                           const std::string& footer)
+    : Command(tool, name, help, footer) {
+  _app.add_option("STREAM", _stream,
+                  "Its number, session or kind (h264, jpeg-trigger, ...), as `tessel top` shows it")
+      ->required();
+  AddRunningRtos();
+}
+
+int SteerCommand::Run() {
+  const std::optional<BoardStream> stream = FindStream(_stream);
   if (!stream) return kFailed;
   std::string error;
-  if (request(*stream, error)) return kDone;
+  if (Request(*stream, error)) return kDone;
   Say(Format("stream %d: %s", stream->id, error.c_str()));
   return kFailed;
 }
 
+// Sets nothing when one of the assignments is wrong.
+class SetCommand : public SteerCommand {
+ public:
+  explicit SetCommand(CLI::App& tool)
+      : SteerCommand(tool, "set", "Change the rate control of a stream that another process runs",
+                     "Example:\n  tessel set h264 bitrate=2M bitrate-max=4M fps=25\n\nKeys: " +
+                         ControlNames() + "\n") {
+    _app.add_option("KEY=VALUE", _assignments, "What to change")->required();
+  }
+
+ private:
+  bool Request(const BoardStream& stream, std::string& error) override;
+
+  std::vector<std::string> _assignments;
+};
+
+bool SetCommand::Request(const BoardStream& stream, std::string& error) {
+  Values asked;
+  for (const std::string& text : _assignments) {
+    const ControlRow* row = nullptr;
+    int value = 0;
+    if (!ParseSetting(text, row, value, error)) return false;
+    asked[row->name] = value;  // the last one of the same key counts
+  }
+  AddBounds(asked);
+  if (!AreOrdered(asked, stream, error)) return false;
+  for (const auto& [key, value] : asked) {
+    for (const std::string& word : WordsOf(key, stream)) {
+      if (!quill::host::SetBoardWord(stream.id, word, value, error)) return false;
+    }
+  }
+  return true;
+}
+
+class KeyCommand : public SteerCommand {
+ public:
+  explicit KeyCommand(CLI::App& tool)
+      : SteerCommand(tool, "key", "Ask a stream that another process runs for a key frame",
+                     "Example:\n  tessel key h264 --rtos /tmp/board\n") {}
+
+ private:
+  bool Request(const BoardStream& stream, std::string& error) override {
+    return quill::host::RequestKeyFrame(stream.id, error);
+  }
+};
+
+class TriggerCommand : public SteerCommand {
+ public:
+  explicit TriggerCommand(CLI::App& tool)
+      : SteerCommand(tool, "trigger", "Ask a triggered stream of another process for a frame",
+                     "Example:\n  tessel trigger jpeg-trigger --rtos /tmp/board\n") {}
+
+ private:
+  bool Request(const BoardStream& stream, std::string& error) override {
+    return quill::host::TriggerFrame(stream.id, error);
+  }
+};
+
 }  // namespace
 
-bool HasElement(const BoardStream& stream, const char* name) {
-  return stream.chain.find(name) != std::string::npos;
-}
-
-std::string StreamKind(const BoardStream& stream) {
-  const auto codec = stream.media.find(quill::stream::media_key::kCodec);
-  std::string kind = codec == stream.media.end() ? "stream" : codec->second;
-  if (HasElement(stream, "H264VBrc")) kind += "-vbrc";
-  if (HasElement(stream, "FrameTrigger")) kind += "-trigger";
-  return kind;
-}
-
-int Set(const SteerOptions& options) {
-  return Steer(options, [&](const BoardStream& stream, std::string& error) {
-    Values asked;
-    for (const std::string& text : options.assignments) {
-      const ControlRow* row = nullptr;
-      int value = 0;
-      if (!ParseSetting(text, row, value, error)) return false;
-      asked[row->name] = value;  // of the same key the last one counts
-    }
-    AddBounds(asked);
-    if (!AreOrdered(asked, stream, error)) return false;
-    return std::all_of(asked.begin(), asked.end(), [&](const auto& value) {
-      const std::vector<std::string> words = WordsOf(value.first, stream);
-      return std::all_of(words.begin(), words.end(), [&](const std::string& word) {
-        return quill::host::SetBoardWord(stream.id, word, value.second, error);
-      });
-    });
-  });
-}
-
-int RequestKey(const SteerOptions& options) {
-  return Steer(options, [](const BoardStream& stream, std::string& error) {
-    return quill::host::RequestKeyFrame(stream.id, error);
-  });
-}
-
-int Trigger(const SteerOptions& options) {
-  return Steer(options, [](const BoardStream& stream, std::string& error) {
-    return quill::host::TriggerFrame(stream.id, error);
-  });
+std::unique_ptr<Command> AddSet(CLI::App& tool) { return std::make_unique<SetCommand>(tool); }
+std::unique_ptr<Command> AddKey(CLI::App& tool) { return std::make_unique<KeyCommand>(tool); }
+std::unique_ptr<Command> AddTrigger(CLI::App& tool) {
+  return std::make_unique<TriggerCommand>(tool);
 }
 
 }  // namespace tessel::tool

@@ -13,23 +13,34 @@ extern "C" {
 namespace tessel::tool {
 namespace {
 
+using enum MediaKind;
+
+constexpr MediaKind kInMp4[] = {kH264, kJpeg, kAac};
+constexpr MediaKind kInMatroska[] = {kH264, kJpeg, kPcm, kAac};
+constexpr MediaKind kH264Only[] = {kH264};
+constexpr MediaKind kJpegOnly[] = {kJpeg};
+constexpr MediaKind kRawOnly[] = {kRaw};
+constexpr MediaKind kAnyBytes[] = {kRaw, kBytes};
+constexpr MediaKind kPcmOnly[] = {kPcm};
+constexpr MediaKind kAacOnly[] = {kAac};
+
 constexpr Container kContainers[] = {
-    {".mp4", "mp4", kAnyH264 | kJpeg | kAac, false, true, ".mp4"},
-    {".mkv", "matroska", kAnyH264 | kJpeg | kAnySound, false, true, ".mkv"},
-    {".h264", "h264", kAnyH264, true, false, ".h264"},
-    {".mjpeg", "mjpeg", kJpeg, true, false, ".mjpeg"},
-    {".jpg", "image2", kJpeg, false, false, "numbered .jpg"},
-    {".y4m", "yuv4mpegpipe", kRaw, false, false, ".y4m"},
-    {".yuv", "rawvideo", kRaw | kSynthetic, true, false, ".yuv"},
-    {".wav", "wav", kPcm, false, false, ".wav"},
-    {".pcm", "s16le", kPcm, true, false, ".pcm"},
-    {".m4a", "ipod", kAac, false, false, ".m4a"},
-    {".aac", "adts", kAac, true, false, ".aac"},
+    {".mp4", "mp4", kInMp4, false, true, ".mp4"},
+    {".mkv", "matroska", kInMatroska, false, true, ".mkv"},
+    {".h264", "h264", kH264Only, true, false, ".h264"},
+    {".mjpeg", "mjpeg", kJpegOnly, true, false, ".mjpeg"},
+    {".jpg", "image2", kJpegOnly, false, false, "numbered .jpg"},
+    {".y4m", "yuv4mpegpipe", kRawOnly, false, false, ".y4m"},
+    {".yuv", "rawvideo", kAnyBytes, true, false, ".yuv"},
+    {".wav", "wav", kPcmOnly, false, false, ".wav"},
+    {".pcm", "s16le", kPcmOnly, true, false, ".pcm"},
+    {".m4a", "ipod", kAacOnly, false, false, ".m4a"},
+    {".aac", "adts", kAacOnly, true, false, ".aac"},
 };
-// What two streams are piped in: it needs no way back.
+// Two streams are piped in this one: writing it never seeks back.
 constexpr const Container& kPiped = kContainers[1];
 
-// What the real-time side calls differently from FFmpeg.
+// Formats that the real-time side names differently from FFmpeg.
 struct FormatRow {
   const char* name;
   AVPixelFormat format;
@@ -45,15 +56,22 @@ constexpr char kPlanarMuxer[] = "yuv4mpegpipe";
 constexpr AVPixelFormat kPlanarFormats[] = {AV_PIX_FMT_YUV420P, AV_PIX_FMT_YUV422P,
                                             AV_PIX_FMT_YUV444P, AV_PIX_FMT_GRAY8};
 
-bool IsBoth(unsigned kinds) { return (kinds & kAnyVideo) != 0 && (kinds & kAnySound) != 0; }
+bool IsBoth(std::span<const MediaKind> kinds) {
+  return std::any_of(kinds.begin(), kinds.end(), IsSound) &&
+         !std::all_of(kinds.begin(), kinds.end(), IsSound);
+}
 
-bool Takes(const Container& container, unsigned kinds) {
-  return (container.kinds & kinds) == kinds && (container.takes_both || !IsBoth(kinds));
+bool Takes(const Container& container, std::span<const MediaKind> kinds) {
+  const auto is_taken = [&container](MediaKind kind) {
+    return std::find(container.kinds.begin(), container.kinds.end(), kind) != container.kinds.end();
+  };
+  return std::all_of(kinds.begin(), kinds.end(), is_taken) &&
+         (container.takes_both || !IsBoth(kinds));
 }
 
 }  // namespace
 
-const Container* FindContainer(const std::string& path, unsigned kinds) {
+const Container* FindContainer(const std::string& path, std::span<const MediaKind> kinds) {
   const std::string extension = std::filesystem::path(path).extension().string();
   const bool is_bare = path == kStandardOutput || path == kNowhere;
   if (is_bare && IsBoth(kinds)) return Takes(kPiped, kinds) ? &kPiped : nullptr;
@@ -64,7 +82,7 @@ const Container* FindContainer(const std::string& path, unsigned kinds) {
   return nullptr;
 }
 
-std::string ContainersOf(unsigned kinds) {
+std::string ContainersOf(std::span<const MediaKind> kinds) {
   std::string text;
   std::string last;
   for (const Container& container : kContainers) {
@@ -102,7 +120,7 @@ bool IsPlanar(const Container& container) { return container.muxer == std::strin
 bool IsPictures(const Container& container) { return container.muxer == std::string("image2"); }
 
 bool IsPattern(const std::string& path) {
-  // The library cuts a number off where a width asks for more than it has room for.
+  // The library cuts off numbers that are wider than its buffer.
   constexpr unsigned long kMostDigits = 9;
   std::size_t at = path.find('%');
   while (at != path.npos && path.compare(at, 2, "%%") == 0) at = path.find('%', at + 2);

@@ -23,7 +23,7 @@ std::string Reason(int failure) {
   return text;
 }
 
-// Whether a frame begins with what a decoder has to know first.
+// Whether a frame begins with the parameter sets that a decoder needs first.
 bool HasParameterSets(std::span<const std::uint8_t> bytes) {
   constexpr int kSliceEnd = 5;
   constexpr int kSps = 7;
@@ -37,11 +37,11 @@ bool HasParameterSets(std::span<const std::uint8_t> bytes) {
 }
 
 // What the frames are to the muxer.
-AVCodecID CodecOf(const Container& container, Kind kind) {
-  if (kind == kAac) return AV_CODEC_ID_AAC;
-  if (kind == kPcm) return AV_CODEC_ID_PCM_S16LE;
-  if (kind == kJpeg) return AV_CODEC_ID_MJPEG;
-  if ((kind & kAnyH264) != 0) return AV_CODEC_ID_H264;
+AVCodecID CodecOf(const Container& container, MediaKind kind) {
+  if (kind == MediaKind::kAac) return AV_CODEC_ID_AAC;
+  if (kind == MediaKind::kPcm) return AV_CODEC_ID_PCM_S16LE;
+  if (kind == MediaKind::kJpeg) return AV_CODEC_ID_MJPEG;
+  if (kind == MediaKind::kH264) return AV_CODEC_ID_H264;
   return IsPlanar(container) ? AV_CODEC_ID_WRAPPED_AVFRAME : AV_CODEC_ID_RAWVIDEO;
 }
 
@@ -52,7 +52,7 @@ void DescribeSound(const MediaFormat& format, AVStream& stream) {
   codec.sample_rate = format.rate;
   av_channel_layout_default(&codec.ch_layout, format.channels);
   codec.bit_rate = format.bit_rate_bps;
-  if (format.kind == kAac) {
+  if (format.kind == MediaKind::kAac) {
     codec.format = AV_SAMPLE_FMT_FLTP;
     codec.frame_size = kAacFrame;
     codec.initial_padding = format.priming_samples;
@@ -85,7 +85,7 @@ std::unique_ptr<MediaWriter> MediaWriter::Open(const Container& container, const
 
 bool MediaWriter::Begin(const Container& container, const std::string& path,
                         std::span<const MediaFormat> formats, std::string& error) {
-  av_log_set_level(AV_LOG_QUIET);  // reasons are handed back
+  av_log_set_level(AV_LOG_QUIET);  // callers get the reasons
   // The prefix keeps a colon in a name from being read as the scheme of a URL.
   const std::string url = path == kStandardOutput ? "pipe:1" : "file:" + path;
   const int made = avformat_alloc_output_context2(&_format, nullptr, container.muxer, url.c_str());
@@ -99,10 +99,11 @@ bool MediaWriter::Begin(const Container& container, const std::string& path,
   if (!opens_files && !Check(avio_open(&_format->pb, url.c_str(), AVIO_FLAG_WRITE), error)) {
     return false;
   }
-  // Whoever reads along gets each frame when it comes, and a capture that is killed leaves them.
+  // A program that reads the file meanwhile gets each frame at once, and a killed capture keeps
+  // them.
   _format->flags |= AVFMT_FLAG_FLUSH_PACKETS;
   AVDictionary* options = nullptr;
-  // A name that stands for one picture is taken as it is.
+  // A name without a pattern stands for one picture.
   if (IsPictures(container) && !IsPattern(path)) av_dict_set(&options, "update", "1", 0);
   const int written = avformat_write_header(_format, &options);
   av_dict_free(&options);
@@ -116,9 +117,9 @@ bool MediaWriter::AddStream(const Container& container, const MediaFormat& forma
   if (stream == nullptr) return false;
   StreamState& state = _states.emplace_back();
   stream->codecpar->codec_id = CodecOf(container, format.kind);
-  if ((format.kind & kAnySound) != 0) {
+  if (IsSound(format.kind)) {
     DescribeSound(format, *stream);
-    // Bare frames keep the headers that they have, and the muxer adds none.
+    // Bare frames keep their own headers; the muxer adds none.
     if (container.is_bare) return true;
     state.skipped_bytes = static_cast<std::size_t>(format.adts_bytes);
   } else {
@@ -138,20 +139,20 @@ bool MediaWriter::DescribeVideo(const Container& container, const MediaFormat& f
   codec.codec_type = AVMEDIA_TYPE_VIDEO;
   codec.width = format.width;
   codec.height = format.height;
-  if (format.kind == kJpeg) {
-    // What JFIF says of every picture.
+  if (format.kind == MediaKind::kJpeg) {
+    // As JFIF defines for every picture.
     codec.format = AV_PIX_FMT_YUVJ420P;
     codec.color_range = AVCOL_RANGE_JPEG;
     codec.color_space = AVCOL_SPC_BT470BG;
     codec.chroma_location = AVCHROMA_LOC_CENTER;
   }
-  if (format.kind == kRaw) {
+  if (format.kind == MediaKind::kRaw) {
     codec.format = PixelFormat(format.pixel_format);
     codec.color_range = AVCOL_RANGE_MPEG;
     codec.sample_aspect_ratio = stream.sample_aspect_ratio = {1, 1};
   }
   if (!IsPlanar(container)) return true;
-  stream.time_base = av_inv_q(stream.avg_frame_rate);  // it has a rate and no times
+  stream.time_base = av_inv_q(stream.avg_frame_rate);  // it stores a rate and no times
   _picture = av_frame_alloc();
   if (_picture == nullptr) return false;
   _picture->format = codec.format;
@@ -160,7 +161,7 @@ bool MediaWriter::DescribeVideo(const Container& container, const MediaFormat& f
   return true;
 }
 
-// Small writes gather in a buffer: an error of an earlier one shows up at the file.
+// Small writes are buffered, so the error of an earlier one is found at the file.
 bool MediaWriter::Check(int result, std::string& error) const {
   if (result >= 0 && _format->pb != nullptr) result = std::min(0, _format->pb->error);
   if (result >= 0) return true;
@@ -168,32 +169,32 @@ bool MediaWriter::Check(int result, std::string& error) const {
   return false;
 }
 
-bool MediaWriter::Write(std::size_t stream, const Unit& unit, std::string& error) {
+bool MediaWriter::Write(std::size_t stream, const TimedFrame& frame, std::string& error) {
   StreamState& state = _states[stream];
-  if (!state.leading.empty() && !HasParameterSets(unit.bytes)) {
+  if (!state.leading.empty() && !HasParameterSets(frame.bytes)) {
     avio_write(_format->pb, state.leading.data(), static_cast<int>(state.leading.size()));
   }
   state.leading.clear();
   const AVRational tick = _format->streams[stream]->time_base;
-  // Two frames never share a time, however coarse the container's clock is.
-  std::int64_t time = av_rescale_q(unit.time_ns, kNanoseconds, tick);
+  // Two frames never share a time, even where the container's clock is coarse.
+  std::int64_t time = av_rescale_q(frame.time_ns, kNanoseconds, tick);
   if (state.last_time != INT64_MIN) time = std::max(state.last_time + 1, time);
   state.last_time = time;
-  const auto bytes = unit.bytes.subspan(std::min(state.skipped_bytes, unit.bytes.size()));
-  // The muxer only reads: it copies what it has to change, or to keep.
+  const auto bytes = frame.bytes.subspan(std::min(state.skipped_bytes, frame.bytes.size()));
+  // The muxer only reads the bytes: it copies what it changes or keeps.
   _packet->data = const_cast<std::uint8_t*>(bytes.data());
   _packet->size = static_cast<int>(bytes.size());
   if (_picture != nullptr && !WrapPicture(bytes)) return Check(AVERROR_INVALIDDATA, error);
   _packet->stream_index = static_cast<int>(stream);
   _packet->pts = _packet->dts = time;
-  _packet->duration = av_rescale_q(unit.duration_ns, kNanoseconds, tick);
-  _packet->flags = unit.is_key ? AV_PKT_FLAG_KEY : 0;
+  _packet->duration = av_rescale_q(frame.duration_ns, kNanoseconds, tick);
+  _packet->flags = frame.is_key ? AV_PKT_FLAG_KEY : 0;
   const bool is_alone = _states.size() == 1;
   const int written =
       is_alone ? av_write_frame(_format, _packet) : av_interleaved_write_frame(_format, _packet);
   av_packet_unref(_packet);
   if (!Check(written, error)) return false;
-  // Matroska gathers a cluster of frames in memory; this hands on what it has.
+  // Matroska gathers a cluster of frames in memory; this writes it out.
   const bool gathers = (_format->oformat->flags & AVFMT_ALLOW_FLUSH) != 0;
   return !gathers || Check(av_write_frame(_format, nullptr), error);
 }
@@ -220,7 +221,7 @@ bool MediaWriter::Finish(std::string& error) {
 
 MediaWriter::~MediaWriter() {
   std::string error;
-  if (_is_begun) static_cast<void>(Finish(error));  // nobody is left to be told
+  if (_is_begun) static_cast<void>(Finish(error));  // no caller takes the error any more
   av_packet_free(&_packet);
   av_frame_free(&_picture);
   if (_format != nullptr) avio_closep(&_format->pb);

@@ -1,4 +1,4 @@
-#include "Stream.h"
+#include "CaptureStream.h"
 
 #include <algorithm>
 #include <optional>
@@ -15,14 +15,14 @@ using std::chrono::milliseconds;
 using Clock = FrameInbox::Clock;
 using Frame = FrameInbox::Frame;
 
-// The message that a stream has ended takes another way than the frames, and comes a little later.
+// The message that a stream has ended may arrive this much later than its last frame.
 constexpr milliseconds kMessagePatience(2000);
 
 constexpr char kInputEnd[] = "end of input";
 constexpr char kLoss[] = "the real-time side is gone";
 constexpr char kFailureHead[] = "element \"";
 
-// In push mode nothing but its text tells a message that ends the stream from another one.
+// Whether the message ends the stream. A pushed stream has no other sign of its end.
 bool IsFinal(const std::string& message) {
   return message == kInputEnd || message == kLoss || message.starts_with(kFailureHead);
 }
@@ -42,14 +42,15 @@ std::optional<quill::host::StreamCounters> CountersOf(const std::string& session
 
 }  // namespace
 
-Stream::Stream(Source source, std::size_t lane, std::shared_ptr<FrameInbox> inbox)
+CaptureStream::CaptureStream(CaptureSource source, std::size_t lane,
+                             std::shared_ptr<FrameInbox> inbox)
     : _source(std::move(source)), _lane(lane), _inbox(std::move(inbox)) {
   _is_pull = _source.stream->IsSupportedPullFrame();
 }
 
-bool Stream::Open(std::string& error) {
+bool CaptureStream::Open(std::string& error) {
   _source.stream->RegisterMessageCallback([inbox = _inbox, lane = _lane](const char* text) {
-    inbox->Tell(lane, text);
+    inbox->PutMessage(lane, text);
     return true;
   });
   if (!_is_pull) {
@@ -70,7 +71,7 @@ bool Stream::Open(std::string& error) {
   return true;
 }
 
-bool Stream::Start(std::string& error) {
+bool CaptureStream::Start(std::string& error) {
   ErrorLog::Forget();
   if (!_source.stream->Start()) {
     error = "cannot start the stream: " + ErrorLog::LastReason();
@@ -80,7 +81,7 @@ bool Stream::Start(std::string& error) {
   return !_is_pull || StartReader(error);
 }
 
-bool Stream::StartReader(std::string& error) {
+bool CaptureStream::StartReader(std::string& error) {
   try {
     _reader = std::thread([source = _source.stream.get(), inbox = _inbox, lane = _lane] {
       Frame frame;
@@ -95,30 +96,30 @@ bool Stream::StartReader(std::string& error) {
   return true;
 }
 
-void Stream::Stop() {
+void CaptureStream::Stop() {
   if (!_is_playing) return;
   _is_playing = false;
   if (const auto counters = CountersOf(_session)) _dropped = counters->dropped;
-  if (_is_pull) _inbox->Close(_lane);  // the reader may be waiting for somebody to take frames out
+  if (_is_pull) _inbox->Close(_lane);  // the reader may be waiting for room in the lane
   _source.stream->Stop();
   if (_reader.joinable()) _reader.join();
   _inbox->Close(_lane);
 }
 
-bool Stream::IsDrained() const {
+bool CaptureStream::IsDrained() const {
   const auto counters = CountersOf(_session);
   return !counters || counters->delivered + counters->refused >= counters->made;
 }
 
-void Stream::HearMessage() {
+void CaptureStream::OnMessage() {
   if (_is_pull || !IsFinal(_inbox->WaitForMessage(_lane, Clock::now()))) return;
-  // It overtakes the last frames. Nothing announces the very last, so it is looked for.
+  // The message may overtake the last frames, and only the counters tell when those are in.
   const Clock::time_point deadline = Clock::now() + kMessagePatience;
   while (!IsDrained() && Clock::now() < deadline) std::this_thread::sleep_for(milliseconds(5));
-  Stop();  // the callback has run for the last time when this returns
+  Stop();  // the callback does not run after this
 }
 
-Stream::End Stream::JudgeEnd() {
+CaptureStream::End CaptureStream::JudgeEnd() {
   const std::string message = _inbox->WaitForMessage(_lane, Clock::now() + kMessagePatience);
   if (message == kInputEnd) return {false, message};
   if (!message.empty()) return {true, message};
@@ -126,7 +127,7 @@ Stream::End Stream::JudgeEnd() {
   return {true, is_lost ? kLoss : "the stream has ended without a reason"};
 }
 
-std::uint64_t Stream::Dropped() const {
+std::uint64_t CaptureStream::Dropped() const {
   const auto counters = _is_playing ? CountersOf(_session) : std::nullopt;
   return counters ? counters->dropped : _dropped;
 }

@@ -9,13 +9,12 @@
 #include <vector>
 
 #include "CaptureOptions.h"
-#include "Source.h"
 #include "Triggers.h"
 
 namespace tessel::tool {
 
 // Sets what the options ask for from the start. REQUIRES: CheckFor(sources, options).
-void Configure(std::span<Source> sources, const CaptureOptions& options);
+void Configure(std::span<CaptureSource> sources, const CaptureOptions& options);
 
 // Changes, key frames and triggers of the video while it runs. Client's thread.
 class VideoPlan {
@@ -23,7 +22,7 @@ class VideoPlan {
   using Clock = Triggers::Clock;
 
   // Borrows both for its life.
-  VideoPlan(Source& source, const CaptureOptions& options);
+  VideoPlan(CaptureSource& source, const CaptureOptions& options);
 
   // Asks for what the frame `number` is to have. A live source captures it after the one before has
   // come; one that is unpaced is ahead by then, and answers a few frames later.
@@ -46,7 +45,7 @@ class VideoPlan {
   bool HasStalled(Clock::time_point now) const;
 
  private:
-  Source& _source;
+  CaptureSource& _source;
   const CaptureOptions& _options;
   std::vector<ControlChange> _changes;  // by frame, those still to come from _next_change on
   std::size_t _next_change = 0;

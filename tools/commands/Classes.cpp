@@ -12,8 +12,8 @@
 #include "tessel/IVideo.h"
 
 #include "Console.h"
-#include "Devices.h"
-#include "Kinds.h"
+#include "DeviceClasses.h"
+#include "SourceKinds.h"
 
 namespace tessel::tool {
 namespace {
@@ -147,7 +147,7 @@ ClassTraits TraitsOf(const IClass& record) {
   }
   const quill::host::Handle<object> made(quill::host::CreateObject(record.Name().c_str(), ""));
   if (!made) return traits;
-  const KindRow* kind = KindOf(*made, record.Name());
+  const SourceKind* kind = KindOf(*made, record.Name());
   const auto* trigger = dynamic_cast<ITrigger*>(made.get());
   if (kind != nullptr) traits.kind = kind->text;
   if (dynamic_cast<api::streaming::IPhotography*>(made.get()) != nullptr) {

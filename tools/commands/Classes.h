@@ -20,26 +20,26 @@ std::string VersionText(const IClass& record);
 // Names of the classes that bind the constructor arguments of `record`.
 std::vector<std::string> AliasesOf(const IClass& record);
 
-// What a source's class is called for short: what it delivers, the words that tell it from the
-// plain source of that, and "push" unless it is pulled from.
+// The short name of a source's class: what it delivers, the words that tell it from the plain
+// source of that kind, and "push" unless it is pulled from.
 //
 //   ApiH264Source-dualos-cbrc-pull           h264
 //   ApiH264Source-dualos-vbrc-trigger-push   h264-vbrc-trigger-push
 //   ApiYuvSource-dualos-pull-fake            yuv-fake
 //
-// Devices are called by their kind: "microphone", "speaker".
+// The short name of an audio device is its kind: "microphone", "speaker".
 //
-// Empty where there is no such name.
+// Empty for all other classes.
 std::string ShortName(const IClass& record);
 
-// The class meant by `name`: its name in any case or its short name, "-pull" at the end of which
-// may be said too. Null with `error`, which suggests names that look alike.
+// The class with that name, in any case, or with that short name; "-pull" may follow. Null with
+// `error`, which suggests similar names.
 const IClass* FindClass(const std::string& name, std::string& error);
-// The same, for a class that has to be creatable; one that is not is refused with its aliases.
+// The same for a creatable class. Null with `error`, which names the aliases of one that is not.
 const IClass* FindCreatable(const std::string& name, std::string& error);
 
-// What is found out by making an object of a class; of a device by its name, as its making needs
-// the real-time side.
+// What an object of a class shows. An audio device is known by the name of its class, as creating
+// one needs the real-time side.
 struct ClassTraits {
   std::string delivery = "-";  // "push" or "pull"
   std::string kind = "-";      // what it delivers, or is

@@ -1,62 +1,58 @@
-#include "CapturePlan.h"
+#include "VideoPlan.h"
 
 #include <algorithm>
 #include <utility>
+
+#include "tessel/IH264Source.h"
+
+#include "SourceKinds.h"
 
 namespace tessel::tool {
 namespace {
 
 using api::streaming::common::IBitRateControl;
+using api::streaming::common::IH264;
 
 constexpr std::chrono::seconds kAnswerPatience(5);
 
-// A bit rate takes its bounds along, unless the user has said what they are.
-void Apply(Source& source, const ControlChange& change, const CaptureOptions& options) {
-  change.row->set(source, change.value);
-  if (change.row != FindControl("bitrate") || source.control == nullptr) return;
+// A bit rate moves its bounds along, unless the user sets them.
+void Apply(CaptureSource& source, const ControlChange& change, const CaptureOptions& options) {
+  source.Set(change.row->name, {.number = change.value});
+  if (change.row != FindControl("bitrate")) return;
   if (options.FirstOf("bitrate-max") == nullptr) {
-    source.control->SetBitRateMaximum(kMaximumRatio * change.value);
+    source.Set("bitrate-max", {.number = kMaximumRatio * change.value});
   }
   if (options.FirstOf("bitrate-min") == nullptr) {
-    source.control->SetBitRateMinimum(change.value / kMinimumRatio);
+    source.Set("bitrate-min", {.number = change.value / kMinimumRatio});
   }
 }
 
-void ConfigureVideo(Source& source, const CaptureOptions& options) {
-  if (options.width) source.SetWidth(*options.width);
-  if (options.height) source.SetHeight(*options.height);
-  if (!options.format.empty()) source.raw->SetFormat(options.format.c_str());
-  if (options.gop) source.h264->SetGop(*options.gop);
-  if (!options.goptype.empty()) source.h264->SetGopType(options.goptype.c_str());
-  // Goes on: a source that knows no such mode still takes the values.
+// Goes on when a source refuses the mode: it still takes the values.
+void SelectMode(const CaptureSource& source, const CaptureOptions& options) {
+  if (source.control == nullptr) return;
   if (options.FirstOf("qp") != nullptr) {
     source.control->SelectBitRateControl(IBitRateControl::kFixedQp);
-  } else if (source.kind->kind == kH264Variable) {
+  } else if (source.IsThinned()) {
     source.control->SelectBitRateControl(IBitRateControl::kVariable);
   }
 }
 
-void ConfigureSound(Source& source, const CaptureOptions& options) {
-  if (options.rate) source.sound->SetSampleRate(*options.rate);
-  if (options.channels) source.sound->SetChannels(*options.channels);
-  if (!options.profile.empty()) source.aac->SetProfile(options.profile.c_str());
-  if (options.bandwidth_hz) source.aac->SetBandWidth(*options.bandwidth_hz);
-  if (options.sound_bit_rate_bps) source.encoder->SetBitRate(*options.sound_bit_rate_bps);
-}
-
 }  // namespace
 
-void Configure(std::span<Source> sources, const CaptureOptions& options) {
-  for (Source& source : sources) {
-    source.IsSound() ? ConfigureSound(source, options) : ConfigureVideo(source, options);
+void Configure(std::span<CaptureSource> sources, const CaptureOptions& options) {
+  for (CaptureSource& source : sources) {
+    for (const OptionRow& row : OptionRows()) {
+      if (const auto value = row.given(options)) source.Set(row.name, *value);
+    }
+    SelectMode(source, options);
     for (const ControlChange& change : options.changes) {
-      const bool is_meant = &Addressed(sources, change.row->kinds) == &source;
+      const bool is_meant = &Addressed(sources, change.row->name) == &source;
       if (is_meant && change.frame == 0) Apply(source, change, options);
     }
   }
 }
 
-VideoPlan::VideoPlan(Source& source, const CaptureOptions& options)
+VideoPlan::VideoPlan(CaptureSource& source, const CaptureOptions& options)
     : _source(source), _options(options) {
   std::copy_if(options.changes.begin(), options.changes.end(), std::back_inserter(_changes),
                [](const ControlChange& change) { return change.frame > 0; });
@@ -74,7 +70,7 @@ void VideoPlan::Prepare(std::uint64_t number) {
                           number % static_cast<std::uint64_t>(_options.key_every) == 0;
   const auto& key_at = _options.key_at;
   if (is_regular || std::any_of(key_at.begin(), key_at.end(), is_now)) {
-    _source.h264->ForceKeyFrame();
+    _source.As<IH264>().ForceKeyFrame();
   }
 }
 
