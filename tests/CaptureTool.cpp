@@ -150,7 +150,7 @@ TEST_F(CaptureTool, ShowsItsProgressOnATerminal) {
   ASSERT_NE(last, said.npos) << said;
   const std::string line = said.substr(said.rfind("\033[K", last) + 3);
   const char* form =
-      "(\\d+) frames  (\\d\\.\\d) s  (\\d+\\.\\d) frames/s  \\d+ kbit/s  QP auto  0 dropped\r?\n"
+      "(\\d+) frames  (\\d\\.\\d) s  (\\d+\\.\\d) frames/s  \\d+ kbit/s  QP auto  \\d+ dropped\r?\n"
       "sound  \\[=+\\|? *\\] -\\d\\d\\.\\d, +-\\d+\\.\\d dBFS[^]*";
   const Lines fields = Match(line, form);
   ASSERT_EQ(fields.size(), 4U) << line;

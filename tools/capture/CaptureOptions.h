@@ -34,7 +34,7 @@ struct CaptureOptions {
 
   InputOptions inputs;
 
-  int key_every = 0;        // frames; 0: as the encoder likes
+  int key_every = 0;        // frames; 0: the encoder decides
   std::vector<int> key_at;  // frames
 
   int trigger_every = 0;  // ms; 0: not by the clock

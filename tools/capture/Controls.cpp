@@ -13,7 +13,7 @@ constexpr ControlRow kRows[] = {
     {"capture-fps", "frames/s", false, 1, kMostFps, "has one frame rate only",
      "Rate to capture at, where --fps thins"},
     {"bitrate", "bit/s", true, 1'000, kMostBps, "has no bit rate to hold",
-     "Bit rate to hold; of AAC alone the one of all its life"},
+     "Bit rate to hold; AAC keeps it for the whole capture"},
     {"bitrate-min", "bit/s", true, 0, kMostBps, "has no bit rate to hold",
      "Lower bound of the bit rate [1/20 of the bit rate]"},
     {"bitrate-max", "bit/s", true, 1'000, 2 * kMostBps, "has no bit rate to hold",

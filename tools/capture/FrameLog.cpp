@@ -21,7 +21,7 @@ bool FrameLog::Write(const api::streaming::common::frame_t& frame, int bit_rate_
                "{\"seq\":%u,\"timestamp\":%lld,\"size\":%u,\"key\":%s,\"bit_rate\":%d%s}\n",
                frame.seq, static_cast<long long>(frame.timestamp), frame.size,
                frame.isKey ? "true" : "false", bit_rate_bps, tail.c_str());
-  // Whoever follows the log wants each line when it comes.
+  // A reader that follows the log gets each line at once.
   if (std::fflush(_file.get()) == 0) return true;
   error = std::strerror(errno);
   return false;

@@ -20,13 +20,13 @@ constexpr std::size_t kSamples = 9;  // two seconds of refreshes
 constexpr int kBarCells = 10;  // two channels fit into 80 columns
 constexpr double kBarFloorDb = -60;
 
-// Cells of a bar that are reached.
+// How many cells of a bar a level fills.
 int Reach(double level_db) {
   const double share = 1 - std::max(level_db, kBarFloorDb) / kBarFloorDb;
   return std::clamp(static_cast<int>(std::lround(share * kBarCells)), 0, kBarCells);
 }
 
-// A longer line would wrap, and the next one could not take its place.
+// A longer line would wrap, and could not be erased.
 std::size_t LineWidth() {
   winsize size = {};
   const bool is_known = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 1;

@@ -1,4 +1,4 @@
-// What shows on a terminal how a capture is going: a line of the video, one of the sound.
+// The progress of a capture on a terminal: one line for the video, one for the sound.
 #pragma once
 
 #include <chrono>
@@ -19,11 +19,11 @@ class Progress {
 
   struct Video {
     std::uint64_t frames = 0;
-    bool is_encoded = false;  // else the next two say nothing
+    bool is_encoded = false;  // else the next two have no meaning
     int bit_rate_bps = 0;
     int qp = 0;  // 0: rate control decides
   };
-  // REQUIRES: video, or sound.
+  // REQUIRES: video or sound.
   struct Values {
     double seconds = 0;  // of the stream that is ahead
     std::optional<Video> video;
@@ -36,7 +36,7 @@ class Progress {
 
   bool IsDue(Clock::time_point now) const { return _is_shown && now >= _next; }
   void Show(Clock::time_point now, const Values& values);
-  // Makes room for other lines.
+  // Erases the lines, so that others can be printed.
   void Clear();
 
  private:

@@ -32,7 +32,7 @@ bool Triggers::BeginLines(std::function<void()> wake) {
       if (last != '\n') ++lines->count;  // the last line may lack its end
       lines->have_ended = true;
       wake();
-    }).detach();  // nothing ends a read
+    }).detach();  // a blocked read cannot be ended
   } catch (const std::system_error&) {
     return false;
   }

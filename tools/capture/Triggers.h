@@ -1,4 +1,4 @@
-// When single frames are to be asked for: by the clock, or a line of standard input each.
+// When to trigger frames: by the clock, or one for each line of standard input.
 #pragma once
 
 #include <atomic>
@@ -17,21 +17,22 @@ class Triggers {
 
   // One at `start`, then one every `period`.
   void BeginEvery(std::chrono::milliseconds period, Clock::time_point start);
-  // One a line from now on, once a process. `wake` runs on a thread of its own, which lives as long
-  // as the process, when a line or the end is there. False when no thread can be had.
+  // One for each line from now on. `wake` runs at each line and at the end of the input, on a
+  // thread that lives as long as the process. Call once in a process. False when no thread can be
+  // started.
   [[nodiscard]] bool BeginLines(std::function<void()> wake);
 
-  // How many have become due since the begin. None, whatever was asked for, before one began.
+  // How many have become due. 0 before BeginEvery() or BeginLines().
   std::uint64_t Due(Clock::time_point now) const;
-  // When the next one will be due, where that is known.
+  // When the next one will be due; none when lines decide.
   std::optional<Clock::time_point> NextAfter(Clock::time_point now) const;
-  // No other one will become due: ask before Due().
+  // Whether no more will become due. Ask before Due(), whose count is final then.
   bool HasEnded() const { return _lines != nullptr && _lines->have_ended.load(); }
 
  private:
   struct Lines {
     std::atomic<std::uint64_t> count = 0;
-    std::atomic<bool> have_ended = false;  // set behind the last change of `count`
+    std::atomic<bool> have_ended = false;  // set after the last change of `count`
   };
 
   std::chrono::milliseconds _period{0};  // 0: not by the clock

@@ -1,4 +1,4 @@
-// What the tool says and how it ends. Results go to stdout, everything else to stderr.
+// Messages and exit codes of the tool. Results go to stdout, everything else to stderr.
 #pragma once
 
 #include <string>
@@ -12,7 +12,7 @@ enum Exit : int {
   kWrongUsage = 2,
 };
 
-// One line to stderr, headed by the program's name. Any thread.
+// Prints one line to stderr, after the program's name. Any thread.
 void Say(const std::string& text);
 
 // In quotation marks.

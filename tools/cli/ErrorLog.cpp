@@ -11,7 +11,7 @@ using quill::stream::kError;
 
 ErrorLog* g_installed = nullptr;  // set once, never destroyed: host threads log until the very end
 
-// What follows the place in the source: `condition[,details]`.
+// The part of a line behind the place in the source: `condition[,details]`.
 std::string_view Message(std::string_view line) {
   const std::size_t place_end = line.find(":\t");
   if (place_end != line.npos) line.remove_prefix(place_end + 2);
@@ -19,7 +19,7 @@ std::string_view Message(std::string_view line) {
   return line.substr(0, line_end);
 }
 
-// The details behind a condition, which may hold commas itself, in parentheses or in quotes.
+// The details behind a condition. Commas in parentheses or in quotes belong to the condition.
 std::string_view Details(std::string_view message) {
   int depth = 0;
   bool is_quoted = false;

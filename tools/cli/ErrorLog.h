@@ -18,14 +18,14 @@ class ErrorLog : public quill::stream::DebugStream {
   bool WantsColour() const override { return false; }
 
   void Clear();
-  // The first reason given since Clear(): checks fail from the inside out, and the innermost one
-  // knows most. Empty when nothing was logged.
+  // The first reason since Clear(): the innermost check fails first, and knows most. Empty when
+  // nothing was logged.
   std::string Reason() const;
 
-  // Collects from now on, for as long as the process lives. Whoever sets QUILL_DEBUG wants to see
-  // the lines themselves: then nothing is collected. Call once, before anything can log.
+  // Collects from now on, as long as the process lives. With QUILL_DEBUG set it collects nothing:
+  // the user sees the lines themselves. Call once, before anything can log.
   static void Install();
-  // The reason collected since Forget(), or a hint where to find it.
+  // The reason collected since Forget(), or a hint where to find one.
   static std::string LastReason();
   static void Forget();
 
@@ -34,7 +34,7 @@ class ErrorLog : public quill::stream::DebugStream {
   std::vector<std::string> _lines;  // guarded by _mutex
 };
 
-// Keeps the error lines of a failure that is meant to happen away from everybody, for its own life.
+// Hides the error lines of an expected failure, as long as it lives.
 // REQUIRES: no other thread logs meanwhile.
 class ErrorsMuted {
  public:

@@ -12,10 +12,10 @@
 namespace tessel::tool {
 namespace {
 
-constexpr std::chrono::milliseconds kSameWish(250);
+constexpr std::chrono::milliseconds kSameInterrupt(250);
 constexpr int kSignalExit = 128;  // plus the signal's number, as shells report it
 
-// Under nohup a hang-up is to be ignored.
+// Under nohup the process ignores hang-ups, and must go on doing so.
 bool IsIgnored(int number) {
   struct sigaction action = {};
   return sigaction(number, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
@@ -44,15 +44,15 @@ bool WatchInterrupts(std::function<void()> on_interrupt) {
       while (sigwait(&signals, &number) != 0) {
       }
       on_interrupt();
-      // Some programs signal a process and then its group: what comes at once is the same wish.
-      std::this_thread::sleep_for(kSameWish);
+      // Some programs signal a process and then its group: both signals are one interrupt.
+      std::this_thread::sleep_for(kSameInterrupt);
       const timespec at_once = {};
       while (sigtimedwait(&signals, nullptr, &at_once) > 0) {
       }
       while (sigwait(&signals, &number) != 0) {
       }
-      _exit(kSignalExit + number);  // whatever the first one started does not come to its end
-    }).detach();                    // it waits until the process ends
+      _exit(kSignalExit + number);  // without waiting for what the first one started
+    }).detach();                    // it lives as long as the process
   } catch (const std::system_error&) {
     return false;
   }

@@ -1,17 +1,17 @@
-// Ctrl-C and its relatives as an event instead of a death.
+// Ctrl-C and similar signals as an event.
 #pragma once
 
 #include <functional>
 
 namespace tessel::tool {
 
-// From now on SIGINT, SIGTERM and SIGHUP wait for WatchInterrupts(). Before any other thread is
-// started: those inherit it.
+// Blocks SIGINT, SIGTERM and SIGHUP, which stay pending until WatchInterrupts(). Call before any
+// other thread is started, as threads inherit the mask.
 void HoldInterrupts();
 
-// Calls `on_interrupt`, on a thread of its own, when the process is asked to end by SIGINT, SIGTERM
-// or SIGHUP; the second time the process ends at once. Once a process, and before any other thread
-// is started: those inherit that the signals are blocked. False when no thread can be had.
+// Calls `on_interrupt`, on a thread of its own, at the first SIGINT, SIGTERM or SIGHUP. The second
+// one ends the process at once. Call once in a process, after HoldInterrupts(). False when no
+// thread can be started.
 [[nodiscard]] bool WatchInterrupts(std::function<void()> on_interrupt);
 
 }  // namespace tessel::tool

@@ -11,7 +11,7 @@ namespace tessel::tool {
 [[nodiscard]] bool ParseWhole(std::string_view text, int least, int most, int& value,
                               std::string& error);
 
-// The same, but it may carry a decimal factor and then a fraction: "500k", "2M", "2.5M", "1G".
+// The same, but a decimal factor may follow, and then a fraction is allowed: "500k", "2.5M", "1G".
 [[nodiscard]] bool ParseScaled(std::string_view text, int least, int most, int& value,
                                std::string& error);
 

@@ -89,7 +89,7 @@ void AddSound(CLI::App& command, CaptureOptions& options) {
   AddText(command, "--profile", "NAME", "AAC: profile [LC]",
           [&options](const std::string& text) { ReadProfile(text, options.profile); });
   AddWhole(command, "--bandwidth", 0, kMostHz / 2, options.bandwidth_hz,
-           "AAC: Hz that are kept; 0: as the encoder likes");
+           "AAC: audio bandwidth, Hz; 0: the encoder decides");
   AddText(command, "--sound-bitrate", "N",
           "AAC: bit/s, also where --bitrate is the video's; holds for the whole capture [128k]",
           [&options](const std::string& text) {

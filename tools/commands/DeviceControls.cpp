@@ -106,7 +106,7 @@ class SwitchCommand : public DeviceCommand {
       if (text != "on" && text != "off") Refuse(name, Quoted(text) + " is neither on nor off");
       _is_on = text == "on";
     };
-    AddText(_app, "on|off", "", "Which of the two it is to be", read)->required();
+    AddText(_app, "on|off", "", "Turn it on or off", read)->required();
   }
 
   bool _is_on = false;

@@ -54,8 +54,8 @@ std::optional<BoardStream> FindStream(const std::string& name) {
   if (meant.size() > 1) {
     Say(Quoted(name) + " is not the only one: give the number of " + Listed(meant));
   } else {
-    Say("no stream " + Quoted(name) + "; there " +
-        (streams.empty() ? "is none" : "are " + Listed(streams)));
+    Say("no stream " + Quoted(name) + "; " +
+        (streams.empty() ? "no stream is open" : "there are " + Listed(streams)));
   }
   return std::nullopt;
 }

@@ -57,7 +57,7 @@ TopCommand::TopCommand(CLI::App& tool)
               "Examples:\n  tessel top --rtos /tmp/board\n"
               "  tessel top h264-vbrc --json --count 10\n") {
   _app.add_option("NAME", _names, "Sources to play here meanwhile");
-  _app.add_flag("--json", _json, "One JSON line a stream and look");
+  _app.add_flag("--json", _json, "One JSON line for each stream at each look");
   AddText(_app, "--interval", "S", "Seconds from look to look [1]",
           [this](const std::string& text) {
             std::string error;
