@@ -11,6 +11,7 @@
 #include "Clock.h"
 #include "FitTone.h"
 #include "Fixture.h"
+#include "OpenSoundInput.h"
 #include "PatternMarks.h"
 #include "SoundCard.h"
 #include "TestPattern.h"

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
 #include <span>
 #include <string>
 
@@ -39,10 +38,5 @@ class SoundInput {
  protected:
   std::string _error;
 };
-
-// Opens the microphone input `name` (see InputNames.h). With `loop` a file starts anew at its end.
-// Null with `error` naming the input when it does not exist or has no sound.
-std::unique_ptr<SoundInput> OpenSoundInput(const std::string& name, bool loop,
-                                           const SoundFormat& format, std::string& error);
 
 }  // namespace tessel::rtos

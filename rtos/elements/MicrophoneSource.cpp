@@ -5,6 +5,7 @@
 #include "AudioDevices.h"
 #include "Clock.h"
 #include "ElementParams.h"
+#include "OpenSoundInput.h"
 
 namespace tessel::rtos {
 namespace {

@@ -1,4 +1,4 @@
-#include "SoundInput.h"
+#include "OpenSoundInput.h"
 
 #include <charconv>
 #include <optional>
