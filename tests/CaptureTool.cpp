@@ -185,13 +185,15 @@ TEST_F(CaptureTool, SnapsPicturesAtTheirTimesWithALineEach) {
     std::string form;
     for (const std::string name : {"one", "n-01", "one", "n-02"}) {
       form += "file://" + (name + "\\.jpeg (\\d+) bytes \\d+\\.\\d ms\n");
-      int width = 0;
-      PlayFile(_folder + name + ".jpeg", [&](const AVFrame& jpeg, double) { width += jpeg.width; });
-      EXPECT_EQ(width, 64) << name;
+      std::vector<std::pair<int, int>> sizes;
+      PlayFile(_folder + name + ".jpeg", [&sizes](const AVFrame& picture, double) {
+        sizes.emplace_back(picture.width, picture.height);
+      });
+      EXPECT_EQ(sizes, (std::vector<std::pair<int, int>>{{64, 48}})) << name;
     }
-    const Lines sizes = Match(Text("out"), form.c_str());
-    ASSERT_EQ(sizes.size(), 5U) << Text("out");
-    EXPECT_EQ(sizes[4], std::to_string(std::filesystem::file_size(_folder + "n-02.jpeg")));
+    const Lines lengths = Match(Text("out"), form.c_str());
+    ASSERT_EQ(lengths.size(), 5U) << Text("out");
+    EXPECT_EQ(lengths[4], std::to_string(std::filesystem::file_size(_folder + "n-02.jpeg")));
     Expect({{"snap nowhere/a.jpeg b.jpeg --size 64x48", 1,
              "cannot write file://nowhere/a.jpeg: No such file or directory\n"}},
            by);
