@@ -10,11 +10,11 @@
 
 #include "Application.h"
 #include "Construction.h"
+#include "CurrentConnection.h"
 #include "DeviceSettings.h"
-#include "FarSide.h"
 #include "FuncSink.h"
 #include "IOSinkPerFrame.h"
-#include "Places.h"
+#include "InstallPaths.h"
 #include "quill/Debug.h"
 #include "quill/Factory.h"
 #include "quill/Host.h"
@@ -59,8 +59,8 @@ bool RunShm0Command(AttrSet& args) {
     done = devices.Probe(args, error);
   } else if (command == "SetAudioDriver") {
     done = devices.Set(args, error);
-  } else if (const auto far_side = stream::FarSide::Ensure(error)) {
-    done = far_side->Run(args, error);
+  } else if (const auto connection = stream::CurrentConnection::Ensure(error)) {
+    done = connection->Run(args, error);
   }
   return !stream::Failed(!done, "!far_side->Run(args)", error);
 }
@@ -197,8 +197,8 @@ WindowUse GetWindowUse() {
 }
 
 pid_t FarSideProcess() {
-  const auto far_side = stream::FarSide::Current();
-  return far_side != nullptr && far_side->IsAlive() ? far_side->Process() : 0;
+  const auto connection = stream::CurrentConnection::Get();
+  return connection != nullptr && connection->IsAlive() ? connection->Process() : 0;
 }
 
 }  // namespace host

@@ -45,5 +45,8 @@ std::string FarSideSocket() {
 std::chrono::nanoseconds stream::CommandTimeout() {
   return std::min(host::GetOptions().command_timeout, kLongestTimeout);
 }
+std::chrono::nanoseconds stream::StartTimeout() {
+  return std::min(host::GetOptions().start_timeout, kLongestTimeout);
+}
 
 }  // namespace quill

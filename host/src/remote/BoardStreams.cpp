@@ -1,5 +1,5 @@
 // What runs on the real-time side, of this client and of others, and how it is steered.
-#include "FarSide.h"
+#include "CurrentConnection.h"
 #include "quill/AttrSet.h"
 #include "quill/Host.h"
 
@@ -13,12 +13,13 @@ constexpr int kMostPages = 10'000;  // of the list: some millions of streams
 
 // Asks the real-time side in use, or the one that listens.
 bool AskBoard(AttrSet& args, std::string& error) {
-  auto far_side = stream::FarSide::Current();
-  if (far_side == nullptr || !far_side->IsAlive()) {
+  auto connection = stream::CurrentConnection::Await();
+  if (connection == nullptr || !connection->IsAlive()) {
     error = "no real-time side runs here, and none is named to look at";
-    far_side = stream::FarSide::IsElsewhere() ? stream::FarSide::Ensure(error) : nullptr;
+    const bool is_named = !FarSideSocket().empty();
+    connection = is_named ? stream::CurrentConnection::Ensure(error) : nullptr;
   }
-  return far_side != nullptr && far_side->Run(args, error);
+  return connection != nullptr && connection->Run(args, error);
 }
 
 StreamCounters ReadCounters(const AttrSet& report) {

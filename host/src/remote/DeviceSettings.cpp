@@ -1,37 +1,36 @@
 #include "DeviceSettings.h"
 
 #include <algorithm>
+#include <chrono>
 #include <iterator>
 #include <utility>
 
-#include "FarSide.h"
+#include "CurrentConnection.h"
 #include "ForkedChild.h"
 #include "quill/ostream_string.h"
-#include "Window.h"
+#include "Timeouts.h"
 
 namespace quill::stream {
 using base::AttrSet;
-
-DeviceSettings& DeviceSettings::Globle() {
-  static auto* settings = new DeviceSettings;
-  return *settings;
-}
 
 namespace {
 
 constexpr const char* kControls[] = {"vol", "agc", "mute"};
 
-// The handle that a probe of `kind` brings, 0 when it fails.
-std::uint64_t HandleOf(const std::string& kind, const DeviceSettings::Command& run) {
+using Command = std::function<bool(AttrSet&)>;
+
+// The handle of the device of `kind`, by a probe; 0 when that fails.
+std::uint64_t ProbeHandle(const std::string& kind, const Command& run) {
   AttrSet probe;
   probe.Add("cmd", "ProbeAudioDriver");
   probe.Add("devType", kind);
   return run(probe) ? base::ReadHandle(probe.Get("object_base")) : 0;
 }
 
-// False when one of them is not heard. A refusal is an answer: another board may lack a control.
+// False when one of the settings is not answered. A refusal is an answer: the device of another
+// board may lack a control.
 bool Send(const std::string& kind, std::uint64_t handle, const AttrSet& settings,
-          const DeviceSettings::Command& run) {
+          const Command& run) {
   for (const AttrSet::Pair& setting : settings.Pairs()) {
     AttrSet request;
     request.Add("cmd", "SetAudioDriver");
@@ -45,32 +44,42 @@ bool Send(const std::string& kind, std::uint64_t handle, const AttrSet& settings
 
 }  // namespace
 
+DeviceSettings& DeviceSettings::Globle() {
+  static auto* settings = new DeviceSettings;
+  return *settings;
+}
+
+DeviceSettings::DeviceSettings() {
+  CurrentConnection::AfterHandshake([this](RtosConnection& rtos) { Restore(rtos); });
+}
+
 bool DeviceSettings::Probe(AttrSet& request, std::string& error) {
-  const auto far_side = FarSide::Ensure(error);
-  if (far_side == nullptr) return false;
+  const auto rtos = CurrentConnection::Ensure(error);
+  if (rtos == nullptr) return false;
   const AttrSet asked = request;
-  if (!far_side->Run(request, error)) return false;
+  if (!rtos->Run(request, error)) return false;
   const char* kind = request.Get("devType");
   const std::uint64_t handle = base::ReadHandle(request.Get("object_base"));
   if (kind == nullptr || handle == 0) return true;
-  const auto run = [&](AttrSet& args) { return far_side->Run(args, error); };
-  if (!Renew(kind, handle, far_side->Number(), run)) return true;
-  request = asked;  // once more: this was before the settings
-  return far_side->Run(request, error);
+  const Command run = [&](AttrSet& args) { return rtos->Run(args, error); };
+  if (!Renew(kind, handle, rtos->Number(), run)) return true;
+  request = asked;  // The first answer tells the values from before the settings were sent.
+  return rtos->Run(request, error);
 }
 
 bool DeviceSettings::Set(AttrSet& request, std::string& error) {
   error = IsForkedChild() ? kForked : "no device was probed";
-  auto far_side = IsForkedChild() ? nullptr : FarSide::Current();
-  while (far_side != nullptr) {
+  auto rtos = CurrentConnection::Await();
+  while (rtos != nullptr) {
     PutHandle(request);
-    const bool done = far_side->Run(request, error);
+    const bool done = rtos->Run(request, error);
     const bool is_refused = !done && request.Get("error") != nullptr;
     if (!is_refused) Note(request);
     if (done || is_refused) return done;
-    // Another thread may have reached the next one, and restored what was noted before this.
-    const auto before = std::exchange(far_side, FarSide::Current());
-    if (far_side == before) return false;
+    // Not answered. Another thread may have opened the next connection meanwhile, and restored the
+    // settings there before this one was noted.
+    const auto before = std::exchange(rtos, CurrentConnection::Await());
+    if (rtos == before) return false;
   }
   return false;
 }
@@ -81,17 +90,19 @@ bool DeviceSettings::Renew(const std::string& kind, std::uint64_t handle, std::u
   {
     const std::lock_guard lock(_mutex);
     Device& device = _devices[kind];
-    // An answer that was overtaken; or a device that is still the same, perhaps reached anew.
+    // The answer is older than the handle known, or the device is still the same, perhaps reached
+    // by a new connection.
     if (connection < device.connection || handle == device.handle) return false;
     settings = device.settings;
   }
-  if (!Send(kind, handle, settings, run)) return false;  // all of it once more, then
+  // When one setting is not answered, the next probe sends all of them again.
+  if (!Send(kind, handle, settings, run)) return false;
   const std::lock_guard lock(_mutex);
   Device& device = _devices[kind];
   if (connection < device.connection) return false;
   device.connection = connection;
   device.handle = handle;
-  device.given.insert(handle);
+  device.handles.insert(handle);
   return !settings.Pairs().empty();
 }
 
@@ -100,7 +111,7 @@ DeviceSettings::Device* DeviceSettings::Find(const AttrSet& request) {
   const auto place = _devices.find(kind == nullptr ? "" : kind);
   if (place == _devices.end()) return nullptr;
   const std::uint64_t handle = base::ReadHandle(request.Get("object_base"));
-  return place->second.given.contains(handle) ? &place->second : nullptr;
+  return place->second.handles.contains(handle) ? &place->second : nullptr;
 }
 
 void DeviceSettings::PutHandle(AttrSet& request) {
@@ -109,7 +120,6 @@ void DeviceSettings::PutHandle(AttrSet& request) {
   if (device != nullptr) request.Add("object_base", base::HandleText(device->handle));
 }
 
-// As the real-time side takes it.
 void DeviceSettings::Note(const AttrSet& request) {
   const std::lock_guard lock(_mutex);
   Device* device = Find(request);
@@ -121,22 +131,29 @@ void DeviceSettings::Note(const AttrSet& request) {
   for (const auto& [key, value] : request.Pairs()) {
     if (std::find(std::begin(kControls), std::end(kControls), key) == std::end(kControls)) continue;
     bool is_on = false;
-    // Muting leaves a volume of 0 behind when it goes.
+    // The device's volume is 0 after it was muted, also when the muting has ended.
     if (key == "mute" && base::ConvertToImpl(value.c_str(), is_on) && is_on) keep("vol", "0");
     keep(key, value);
   }
 }
 
-void DeviceSettings::Restore(std::uint64_t connection, const Command& run) {
+void DeviceSettings::Restore(RtosConnection& rtos) {
   Devices devices;
   {
     const std::lock_guard lock(_mutex);
     devices = _devices;
   }
+  const auto deadline = std::chrono::steady_clock::now() + CommandTimeout();
+  const Command run = [&](AttrSet& args) {
+    const std::chrono::nanoseconds left = deadline - std::chrono::steady_clock::now();
+    args.Add("timeout", static_cast<long long>(left.count()));
+    std::string refusal;
+    return left.count() > 0 && rtos.Run(args, refusal);
+  };
   for (const auto& [kind, device] : devices) {
-    // One that is not there answers false until a real-time side has it.
-    const std::uint64_t handle = HandleOf(kind, run);
-    if (handle != 0) Renew(kind, handle, connection, run);
+    // A device that this real-time side lacks has no handle.
+    const std::uint64_t handle = ProbeHandle(kind, run);
+    if (handle != 0) Renew(kind, handle, rtos.Number(), run);
   }
 }
 

@@ -15,7 +15,6 @@
 
 namespace quill::stream {
 
-class FarSide;
 class Session;
 
 // Memory and bells of a session. The real-time side may write there until it has let go or died,

@@ -5,7 +5,6 @@
 
 #include "quill/Debug.h"
 #include "quill/Host.h"
-#include "quill/SharedMemory.h"
 
 #include "Construction.h"
 #include "ForkedChild.h"
@@ -124,17 +123,6 @@ void Window::FreeBlocksOf(const void* owner) {
   const auto [first, last] = window->_blocks.equal_range(owner);
   for (auto place = first; place != last; ++place) gone.push_back(std::move(place->second));
   window->_blocks.erase(first, last);
-}
-
-std::vector<std::shared_ptr<const Window::Block>> Window::BlocksNamedIn(
-    const std::string& text) const {
-  const std::lock_guard lock(_mutex);
-  std::vector<std::shared_ptr<const Block>> named;
-  for (const auto& [owner, block] : _blocks) {
-    const void* address = block->area.Bytes().data();
-    if (text.find(base::ToString(address)) != std::string::npos) named.push_back(block);
-  }
-  return named;
 }
 
 VbrcBlock* Window::Block::Vbrc() const {

@@ -55,11 +55,9 @@ class Window {
     // The rate-control record at its start; null when it is too small for one.
     VbrcBlock* Vbrc() const;
   };
-  // The block whose address `text` shows; null when there is none.
+  // The block that begins at the address in `text`; null when there is none. A block that is held
+  // is not handed out again, even when its owner is gone.
   static std::shared_ptr<const Block> BlockAt(const char* text);
-  // The blocks whose address stands anywhere in `text`. Whoever holds a block keeps it from being
-  // handed out again.
-  std::vector<std::shared_ptr<const Block>> BlocksNamedIn(const std::string& text) const;
 
   std::size_t UsedBytes() const;
   std::size_t FreePieces() const;

@@ -1,6 +1,6 @@
 #include "quill/IStatus.h"
 
-#include "FarSide.h"
+#include "RtosConnection.h"
 
 namespace quill::stream {
 namespace {
@@ -37,7 +37,7 @@ void IStatus::DependOn(std::uint64_t connection) {
 }
 
 bool IStatus::IsLost() const {
-  return FarSide::IsLost(_connection.load(std::memory_order_acquire));
+  return RtosConnection::IsLost(_connection.load(std::memory_order_acquire));
 }
 
 bool IStatus::Raise(Status at_least) {

@@ -2,6 +2,7 @@
 
 #include <vector>
 
+#include "CurrentConnection.h"
 #include "quill/Debug.h"
 #include "quill/Factory.h"
 #include "quill/ostream_string.h"
@@ -55,22 +56,22 @@ bool ShmSource::ReadConnection(const AttrSet& connection) {
 }
 
 bool ShmSource::FindSession() {
-  _far_side = FarSide::Current();
-  if (Failed(_far_side == nullptr, "!_far_side", "no real-time side for apphd=", _handle)) {
+  _rtos = CurrentConnection::Get();
+  if (Failed(_rtos == nullptr, "!_rtos", "no real-time side for apphd=", _handle)) {
     return false;
   }
-  _session = _far_side->FindSession(base::ReadHandle(_handle.c_str()), _session_name);
+  _session = _rtos->Applications().FindSession(base::ReadHandle(_handle.c_str()), _session_name);
   if (Failed(_session == nullptr, "!_session", "no session ", _session_name,
              " in apphd=", _handle)) {
     return false;
   }
-  _blocks = _far_side->BlocksOf(base::ReadHandle(_handle.c_str()));
+  _blocks = _rtos->Applications().BlocksOf(base::ReadHandle(_handle.c_str()));
   _requests_before = 0;
   ForEachBlock([this](VbrcBlock& block) {
     _requests_before = static_cast<std::uint32_t>(block.trigger_served.load(kRelaxed));
   });
   for (base::object* each = this; each != nullptr; each = each->Parent()) {
-    if (auto* service = dynamic_cast<Service*>(each)) service->DependOn(_far_side->Number());
+    if (auto* service = dynamic_cast<Service*>(each)) service->DependOn(_rtos->Number());
   }
   return true;
 }
@@ -119,7 +120,7 @@ bool ShmSource::Open() {
 }
 
 bool ShmSource::Start() {
-  if (Failed(!_far_side->IsAlive(), "!_far_side->IsAlive()", "Close() and Open() again")) {
+  if (Failed(!_rtos->IsAlive(), "!_rtos->IsAlive()", "Close() and Open() again")) {
     return false;
   }
   AttrSet answer;
@@ -130,7 +131,7 @@ bool ShmSource::Stop() {
   _session->Halt();
   Service::Stop();
   AttrSet answer;
-  return !_far_side->IsAlive() || Command("tesselStatus", "ready", answer);
+  return !_rtos->IsAlive() || Command("tesselStatus", "ready", answer);
 }
 
 bool ShmSource::Close() {
@@ -143,7 +144,7 @@ void ShmSource::Leave() {
   AttrSet answer;
   // An application that does not answer keeps its memory until it does or dies; the stream is
   // closed on this side all the same.
-  if (!_handle.empty() && _far_side != nullptr && _far_side->IsAlive()) {
+  if (!_handle.empty() && _rtos != nullptr && _rtos->IsAlive()) {
     Command("tesselDestroy", nullptr, answer);
   }
   // No chain will serve these requests, and their snapshots have failed. No chain runs that stores

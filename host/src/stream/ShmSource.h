@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "FarSide.h"
 #include "PipelineElement.h"
+#include "RtosConnection.h"
 
 namespace quill::stream {
 
@@ -40,7 +40,7 @@ class ShmSource : public PipelineElement {
   std::string _session_name;
   std::string _application;  // description of the one to be made; empty: it exists already
   std::string _handle;       // as the real-time side wrote it; empty when it is gone
-  std::shared_ptr<FarSide> _far_side;
+  std::shared_ptr<RtosConnection> _rtos;
   std::shared_ptr<Session> _session;
   std::vector<std::weak_ptr<const Window::Block>> _blocks;  // that steer the application
   std::uint32_t _requests_before = 0;

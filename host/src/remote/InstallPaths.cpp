@@ -1,4 +1,4 @@
-#include "Places.h"
+#include "InstallPaths.h"
 
 #include <filesystem>
 #include <initializer_list>
@@ -12,7 +12,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string FirstThere(std::initializer_list<std::string> candidates) {
+std::string FirstReadable(std::initializer_list<std::string> candidates) {
   for (const std::string& path : candidates) {
     if (access(path.c_str(), R_OK) == 0) return path;
   }
@@ -31,12 +31,13 @@ std::string LibraryFolder() {
 
 std::string FindProgram(const std::string& name) {
   const std::string folder = LibraryFolder();
-  return FirstThere({folder + "/" + name, folder + "/../bin/" + name,
-                     std::string(TESSEL_INSTALLED_BIN) + "/" + name});
+  return FirstReadable({folder + "/" + name, folder + "/../bin/" + name,
+                        std::string(TESSEL_INSTALLED_BIN) + "/" + name});
 }
 
 std::string FindLibrary(const std::string& name) {
-  return FirstThere({LibraryFolder() + "/" + name, std::string(TESSEL_INSTALLED_LIB) + "/" + name});
+  return FirstReadable(
+      {LibraryFolder() + "/" + name, std::string(TESSEL_INSTALLED_LIB) + "/" + name});
 }
 
 std::string AbsoluteInput(const std::string& input) {

@@ -6,7 +6,6 @@
 #include "ForkedChild.h"
 #include "quill/Host.h"
 #include "tessel/IMicrophone.h"
-#include "Window.h"
 
 namespace tessel::dev {
 
