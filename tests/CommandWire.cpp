@@ -257,6 +257,23 @@ TEST_F(CommandWire, AnApplicationThatComesTooLateIsDestroyed) {
   EXPECT_EQ(quill::host::GetWindowUse().used_bytes, used_before);
 }
 
+TEST_F(CommandWire, OpeningAsksForTheMediaOnlyWhereTheCreationHasNotToldIt) {
+  std::string asked;
+  Replace("shm0_cmd", [&asked](AttrSet& args, const Command& real) {
+    asked += args.Get("cmd") + std::string(" ");
+    return real(args);
+  });
+  for (const std::string expected : {"tesselCreate ", "tesselCreate tesselMedia "}) {
+    const Camera camera = Make();
+    asked.clear();
+    EXPECT_TRUE(camera->Open());
+    EXPECT_EQ(asked, expected);
+    EXPECT_TRUE(camera->Close());
+    KillFarSide();
+    UseOddFarSide("asks");
+  }
+}
+
 TEST_F(CommandWire, AProgramThatEndsAtOnceOrIsMissingFailsTheOpening) {
   const Camera camera = Make();
   UseOddFarSide("exits");

@@ -241,6 +241,7 @@ TEST_F(FrameDelivery, AMediaDescriptionIsReadInOrderUntilAKeyIsMissing) {
        AttrSet("codec=,profile=_aac.profile,version=_aac.version,rateidx=_aac.rateidx,"
                "adtslen=_aac.adtsLength,bitrate=_aac.bitrate")},
   };
+  UseOddFarSide("asks");
   std::span<const AttrSet::Pair> missing;
   Replace("shm0_cmd", [&](AttrSet& args, const Command& real) {
     const bool done = real(args);

@@ -2,12 +2,14 @@
 
 #include <cstring>
 #include <functional>
+#include <thread>
 
 #include <sys/socket.h>
 
 #include "AudioDevices.h"
 #include "Clock.h"
 #include "Connection.h"
+#include "ElementTable.h"
 #include "Listener.h"
 #include "ShmSink.h"
 
@@ -126,6 +128,36 @@ void Delay(int socket) {
   });
 }
 
+// Passes messages on until either connection ends, each first changed by `change`.
+void Pass(int from, int to, const std::function<void(WireMessage&)>& change) {
+  WireMessage message;
+  std::vector<UniqueFd> fds;
+  while (ReceiveMessage(from, message, fds)) {
+    std::vector<int> lent;
+    for (const UniqueFd& fd : fds) lent.push_back(fd.Get());
+    change(message);
+    if (SendMessage(to, message, lent) != link::SendResult::kSent) break;
+  }
+  shutdown(to, SHUT_RDWR);
+}
+
+void TellMediaOnlyWhenAsked(int socket) {
+  int ends[2];
+  if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) return;
+  const UniqueFd near(ends[0]);
+  AudioDevices audio = AudioDevices::Usual();
+  RealTimeSide side{ElementTable(), audio};
+  std::thread real([&] { Connection(UniqueFd(ends[1]), side).Serve(); });
+  std::thread requests([&] { Pass(socket, near.Get(), [](WireMessage&) {}); });
+  Pass(near.Get(), socket, [](WireMessage& message) {
+    AttrSet answer(message.text.c_str());
+    if (answer.Get("object_base") != nullptr) answer.Remove("media");
+    message.text = answer.ToString(false);
+  });
+  requests.join();
+  real.join();
+}
+
 }  // namespace
 
 std::span<const ElementRow> OddElements() { return kElements; }
@@ -145,6 +177,8 @@ int RunOddFarSide(const std::string& behaviour, UniqueFd connection) {
     Serve(connection.Get(), [](auto...) {});
   } else if (behaviour == "garbles") {
     Garble(connection.Get());
+  } else if (behaviour == "asks") {
+    TellMediaOnlyWhenAsked(connection.Get());
   } else if (behaviour == "delays") {
     Delay(connection.Get());
   } else {

@@ -23,6 +23,7 @@ std::span<const rtos::ElementRow> OddElements();
 //   exits:   ends at once
 //   mutes:   answers nothing
 //   garbles: answers all but "hello" with what is no answer
+//   asks:    is the real one, but tells an application's media only when "tesselMedia" asks for it
 //   delays:  answers "tesselCreate" when "next" has come, and "next" when the application has been
 //            destroyed, with "destroyed=" and its handle
 int RunOddFarSide(const std::string& behaviour, UniqueFd connection);

@@ -42,23 +42,29 @@ struct CreateAnswer {
                                       Field("media", &CreateAnswer::media)};
 };
 
-// With two eventfds a session, in their order: the one that announces frames and the one that
-// announces free slots.
-struct Create {
-  static constexpr char kName[] = "tesselCreate";
-  using Answer = CreateAnswer;
-  std::string type = "Application";
-  std::string layout;            // "type=pipeline,layout={chain}"
-  std::optional<Status> status;  // to begin in; without one: ready
+// What the host adds to a client's request for an application. Two eventfds a session go with it,
+// in their order: the one that announces frames and the one that announces free slots.
+struct Grant {
   BoardInputs board;
   // What the application may touch. Blocks: the offset in the window and the size of each, in
   // bytes.
   List<std::string, Area> sessions;
   List<std::uint64_t, std::uint64_t> blocks;
-  static constexpr std::tuple kFields{
-      Field("type", &Create::type, kMayLack), Field("layout", &Create::layout),
-      Field("status", &Create::status),       Field("board", &Create::board, kMayLack),
-      Field("sessions", &Create::sessions),   Field("blocks", &Create::blocks)};
+  static constexpr std::tuple kFields{Field("board", &Grant::board, kMayLack),
+                                      Field("sessions", &Grant::sessions),
+                                      Field("blocks", &Grant::blocks)};
+};
+
+struct Create : Grant {
+  static constexpr char kName[] = "tesselCreate";
+  using Answer = CreateAnswer;
+  std::string type = "Application";
+  std::string layout;            // "type=pipeline,layout={chain}"
+  std::optional<Status> status;  // to begin in; without one: ready
+  static constexpr auto kFields =
+      std::tuple_cat(std::tuple{Field("type", &Create::type, kMayLack),
+                                Field("layout", &Create::layout), Field("status", &Create::status)},
+                     Grant::kFields);
 };
 
 struct MediaAnswer {

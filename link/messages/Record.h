@@ -69,6 +69,11 @@ concept IsChoice = requires(T value) {
   WordsOf(value);
 };
 
+template <IsChoice T>
+const char* WordOf(T value) {
+  return WordsOf(value)[static_cast<std::size_t>(value)];
+}
+
 // `name`, and the text behind it as it stands in an attribute set; long texts are not repeated.
 inline std::string Quote(const std::string& name, const std::string& text) {
   constexpr std::size_t kLongest = 200;
@@ -134,7 +139,7 @@ bool ToText(const T& value, std::string& text, std::string& error) {
   } else if constexpr (std::same_as<T, AttrSet>) {
     text = value.ToString(false);
   } else if constexpr (IsChoice<T>) {
-    text = WordsOf(value)[static_cast<std::size_t>(value)];
+    text = WordOf(value);
   } else if constexpr (IsRecord<T>) {
     AttrSet set;
     if (!Write(value, set, error)) return false;

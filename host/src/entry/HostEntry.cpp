@@ -13,8 +13,9 @@
 #include "CurrentConnection.h"
 #include "DeviceSettings.h"
 #include "FuncSink.h"
-#include "IOSinkPerFrame.h"
 #include "InstallPaths.h"
+#include "IOSinkPerFrame.h"
+#include "messages/AudioControls.h"
 #include "quill/Debug.h"
 #include "quill/Factory.h"
 #include "quill/Host.h"
@@ -50,14 +51,14 @@ Entry& TheEntry() {
 
 // "shm0_cmd": a request to the real-time side; the first one starts it.
 bool RunShm0Command(AttrSet& args) {
-  const char* text = args.Get("cmd");
+  const char* text = args.Get(tessel::link::kCommandKey);
   const std::string_view command = text == nullptr ? "" : text;
   stream::DeviceSettings& devices = stream::DeviceSettings::Globle();
   std::string error;
   bool done = false;
-  if (command == "ProbeAudioDriver") {
+  if (command == tessel::link::ProbeAudio::kName) {
     done = devices.Probe(args, error);
-  } else if (command == "SetAudioDriver") {
+  } else if (command == tessel::link::SetAudio::kName) {
     done = devices.Set(args, error);
   } else if (const auto connection = stream::CurrentConnection::Ensure(error)) {
     done = connection->Run(args, error);

@@ -1,109 +1,88 @@
 // What runs on the real-time side, of this client and of others, and how it is steered.
 #include "CurrentConnection.h"
+#include "messages/Streams.h"
 #include "quill/AttrSet.h"
 #include "quill/Host.h"
 
 namespace quill::host {
 
 using base::AttrSet;
+namespace link = tessel::link;
 
 namespace {
 
 constexpr int kMostPages = 10'000;  // of the list: some millions of streams
 
 // Asks the real-time side in use, or the one that listens.
-bool AskBoard(AttrSet& args, std::string& error) {
+template <typename Request>
+bool Ask(const Request& request, typename Request::Answer& answer, std::string& error) {
   auto connection = stream::CurrentConnection::Await();
   if (connection == nullptr || !connection->IsAlive()) {
     error = "no real-time side runs here, and none is named to look at";
     const bool is_named = !FarSideSocket().empty();
     connection = is_named ? stream::CurrentConnection::Ensure(error) : nullptr;
   }
-  return connection != nullptr && connection->Run(args, error);
+  AttrSet args;
+  return connection != nullptr && link::WriteRequest(request, args, error) &&
+         connection->Run(args, error) && link::ReadAnswer(args, answer, error);
 }
 
-StreamCounters ReadCounters(const AttrSet& report) {
-  StreamCounters counters;
-  const auto read = [&report](const char* key, std::uint64_t& into) {
-    unsigned long long value = 0;
-    if (report.Get(key, value)) into = value;
-  };
-  report.Get("session", counters.session);
-  read("made", counters.made);
-  read("delivered", counters.delivered);
-  read("dropped", counters.dropped);
-  read("thinned", counters.thinned);
-  read("untriggered", counters.untriggered);
-  read("refused", counters.refused);
-  read("held", counters.held);
-  return counters;
-}
-
-// The set inside the set `report` under `key`; empty when there is none.
-AttrSet Inner(const AttrSet& report, const char* key) {
-  const char* text = report.Get(key);
-  return AttrSet(text == nullptr ? "" : text);
-}
-
-BoardStream ReadStream(const AttrSet& report) {
+BoardStream ToBoardStream(int id, const link::StreamReport& report) {
   BoardStream stream;
-  report.Get("client", stream.client);
-  report.Get("chain", stream.chain);
-  report.Get("state", stream.state);
-  const AttrSet media = Inner(report, "media");
-  for (const auto& [key, value] : media.Pairs()) stream.media[key] = value;
-  const AttrSet control = Inner(report, "control");
-  for (const auto& [key, value] : control.Pairs()) control.Get(key.c_str(), stream.control[key]);
-  stream.counters = ReadCounters(report);
+  stream.id = id;
+  stream.client = report.client;
+  stream.chain = report.chain;
+  stream.state = link::WordOf(report.state);
+  for (const auto& [key, value] : report.media.Pairs()) stream.media[key] = value;
+  if (report.control) stream.control = {report.control->begin(), report.control->end()};
+  stream.counters = {.session = report.session,
+                     .made = report.published,
+                     .delivered = report.delivered,
+                     .dropped = report.dropped,
+                     .thinned = report.thinned,
+                     .untriggered = report.untriggered,
+                     .refused = report.refused,
+                     .held = report.held};
   return stream;
 }
 
-bool RequestOf(int id, const char* word, std::string& error) {
-  AttrSet args;
-  args.Add("cmd", "tesselRequest");
-  args.Add("stream", id);
-  args.Add("word", word);
-  return AskBoard(args, error);
+bool CountRequest(int id, const char* word, std::string& error) {
+  link::Done done;
+  return Ask(link::CountRequest{id, word}, done, error);
 }
 
 }  // namespace
 
 bool ListBoard(std::vector<BoardStream>& streams, std::string& error) {
   std::vector<BoardStream> listed;
-  std::uint64_t from = 0;
+  link::ListStreams request;
   for (int page = 0; page < kMostPages; ++page) {
-    AttrSet args;
-    args.Add("cmd", "tesselList");
-    if (from != 0) args.Add("from", base::HandleText(from));
-    if (!AskBoard(args, error)) return false;
-    const AttrSet reports = Inner(args, "streams");
-    for (const auto& [id, report] : reports.Pairs()) {
-      listed.push_back(ReadStream(AttrSet(report.c_str())));
-      base::ConvertToImpl(id.c_str(), listed.back().id);
-    }
-    const std::uint64_t next = base::ReadHandle(args.Get("next"));
-    if (args.Get("next") == nullptr) {
+    link::ListAnswer answer;
+    if (!Ask(request, answer, error)) return false;
+    for (const auto& [id, report] : answer.streams) listed.push_back(ToBoardStream(id, report));
+    if (!answer.next) {
       streams = std::move(listed);
       return true;
     }
-    if (next <= from) break;  // it would go round in circles
-    from = next;
+    const std::uint64_t from = request.from ? request.from->number : 0;
+    if (answer.next->number <= from) break;  // it would go round in circles
+    request.from = answer.next;
   }
   error = "the real-time side's list of streams does not end";
   return false;
 }
 
 bool SetBoardWord(int id, const std::string& word, int value, std::string& error) {
-  AttrSet args;
-  args.Add("cmd", "tesselSet");
-  args.Add("stream", id);
-  args.Add("word", word);
-  args.Add("value", value);
-  return AskBoard(args, error);
+  link::Done done;
+  return Ask(link::SetWord{id, word, value}, done, error);
 }
 
-bool RequestKeyFrame(int id, std::string& error) { return RequestOf(id, "keyframe_req", error); }
+bool RequestKeyFrame(int id, std::string& error) {
+  return CountRequest(id, stream::control_word::kKeyFrameRequest, error);
+}
 
-bool TriggerFrame(int id, std::string& error) { return RequestOf(id, "trigger_req", error); }
+bool TriggerFrame(int id, std::string& error) {
+  return CountRequest(id, stream::control_word::kTriggerRequest, error);
+}
 
 }  // namespace quill::host

@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 
 #include "ForkedChild.h"
+#include "messages/Request.h"
 #include "Threads.h"
 
 namespace quill::stream {
@@ -54,9 +55,9 @@ std::uint32_t CommandChannel::Send(const AttrSet& body, const std::vector<int>& 
   _pending.erase(number);
   error = sent == SendResult::kGone
               ? kLoss
-              : std::string(body.Get("cmd")) + (sent == SendResult::kTooLong
-                                                    ? ": the description is too long"
-                                                    : ": the real-time side takes no commands");
+              : std::string(body.Get(tessel::link::kCommandKey)) +
+                    (sent == SendResult::kTooLong ? ": the description is too long"
+                                                  : ": the real-time side takes no commands");
   return 0;
 }
 
@@ -72,7 +73,7 @@ bool CommandChannel::Request(const AttrSet& body, const std::vector<int>& fds,
   std::unique_lock lock(_mutex);
   if (!_answered.wait_until(lock, deadline, [&] { return pending->is_done || !_is_alive; })) {
     if (!wants_late_answer) _pending.erase(number);
-    error = std::string(body.Get("cmd")) + ": no answer within " +
+    error = std::string(body.Get(tessel::link::kCommandKey)) + ": no answer within " +
             std::to_string(timeout / std::chrono::milliseconds(1)) + " ms";
     return false;
   }
@@ -81,7 +82,7 @@ bool CommandChannel::Request(const AttrSet& body, const std::vector<int>& fds,
     return false;
   }
   answer = pending->answer;
-  const char* refusal = answer.Get("error");
+  const char* refusal = tessel::link::RefusalIn(answer);
   if (refusal == nullptr) return true;
   error = refusal;
   return false;
@@ -116,7 +117,9 @@ void CommandChannel::TakeAnswer(std::uint32_t number, const std::string& text) {
     _pending.erase(place);
   }
   AttrSet answer;
-  if (!answer.Parse(text.c_str())) answer.Add("error", "an answer that cannot be read");
+  if (!answer.Parse(text.c_str())) {
+    answer = tessel::link::ToRefusal("an answer that cannot be read");
+  }
   if (pending->on_answer) pending->on_answer(answer);
   const std::lock_guard lock(_mutex);
   pending->answer = std::move(answer);

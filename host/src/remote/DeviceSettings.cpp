@@ -1,30 +1,30 @@
 #include "DeviceSettings.h"
 
-#include <algorithm>
 #include <chrono>
-#include <iterator>
 #include <utility>
 
 #include "CurrentConnection.h"
 #include "ForkedChild.h"
+#include "messages/AudioControls.h"
 #include "quill/ostream_string.h"
 #include "Timeouts.h"
 
 namespace quill::stream {
 using base::AttrSet;
+namespace link = tessel::link;
 
 namespace {
-
-constexpr const char* kControls[] = {"vol", "agc", "mute"};
 
 using Command = std::function<bool(AttrSet&)>;
 
 // The handle of the device of `kind`, by a probe; 0 when that fails.
 std::uint64_t ProbeHandle(const std::string& kind, const Command& run) {
   AttrSet probe;
-  probe.Add("cmd", "ProbeAudioDriver");
-  probe.Add("devType", kind);
-  return run(probe) ? base::ReadHandle(probe.Get("object_base")) : 0;
+  std::string error;
+  link::ProbeAnswer answer;
+  const bool is_read = WriteRequest(link::ProbeAudio{kind}, probe, error) && run(probe) &&
+                       ReadAnswer(probe, answer, error);
+  return is_read ? answer.object_base.number : 0;
 }
 
 // False when one of the settings is not answered. A refusal is an answer: the device of another
@@ -32,12 +32,12 @@ std::uint64_t ProbeHandle(const std::string& kind, const Command& run) {
 bool Send(const std::string& kind, std::uint64_t handle, const AttrSet& settings,
           const Command& run) {
   for (const AttrSet::Pair& setting : settings.Pairs()) {
+    link::SetAudio set{kind, {handle}, {}};
+    set.settings.Add(setting.key.c_str(), setting.value);
     AttrSet request;
-    request.Add("cmd", "SetAudioDriver");
-    request.Add("devType", kind);
-    request.Add("object_base", base::HandleText(handle));
-    request.Add(setting.key.c_str(), setting.value);
-    if (!run(request) && request.Get("error") == nullptr) return false;
+    std::string error;
+    if (!WriteRequest(set, request, error)) continue;
+    if (!run(request) && link::RefusalIn(request) == nullptr) return false;
   }
   return true;
 }
@@ -58,11 +58,13 @@ bool DeviceSettings::Probe(AttrSet& request, std::string& error) {
   if (rtos == nullptr) return false;
   const AttrSet asked = request;
   if (!rtos->Run(request, error)) return false;
-  const char* kind = request.Get("devType");
-  const std::uint64_t handle = base::ReadHandle(request.Get("object_base"));
-  if (kind == nullptr || handle == 0) return true;
+  link::ProbeAudio probe;
+  link::ProbeAnswer answer;
+  std::string unreadable;
+  // Goes on: an answer that tells no device is for the client to judge.
+  if (!Read(asked, probe, unreadable) || !ReadAnswer(request, answer, unreadable)) return true;
   const Command run = [&](AttrSet& args) { return rtos->Run(args, error); };
-  if (!Renew(kind, handle, rtos->Number(), run)) return true;
+  if (!Renew(probe.device, answer.object_base.number, rtos->Number(), run)) return true;
   request = asked;  // The first answer tells the values from before the settings were sent.
   return rtos->Run(request, error);
 }
@@ -73,7 +75,7 @@ bool DeviceSettings::Set(AttrSet& request, std::string& error) {
   while (rtos != nullptr) {
     PutHandle(request);
     const bool done = rtos->Run(request, error);
-    const bool is_refused = !done && request.Get("error") != nullptr;
+    const bool is_refused = !done && link::RefusalIn(request) != nullptr;
     if (!is_refused) Note(request);
     if (done || is_refused) return done;
     // Not answered. Another thread may have opened the next connection meanwhile, and restored the
@@ -107,17 +109,23 @@ bool DeviceSettings::Renew(const std::string& kind, std::uint64_t handle, std::u
 }
 
 DeviceSettings::Device* DeviceSettings::Find(const AttrSet& request) {
-  const char* kind = request.Get("devType");
-  const auto place = _devices.find(kind == nullptr ? "" : kind);
-  if (place == _devices.end()) return nullptr;
-  const std::uint64_t handle = base::ReadHandle(request.Get("object_base"));
-  return place->second.handles.contains(handle) ? &place->second : nullptr;
+  link::SetAudio set;
+  std::string error;
+  if (!Read(request, set, error)) return nullptr;
+  const auto place = _devices.find(set.device);
+  const bool is_known =
+      place != _devices.end() && place->second.handles.contains(set.object_base.number);
+  return is_known ? &place->second : nullptr;
 }
 
 void DeviceSettings::PutHandle(AttrSet& request) {
   const std::lock_guard lock(_mutex);
   const Device* device = Find(request);
-  if (device != nullptr) request.Add("object_base", base::HandleText(device->handle));
+  link::SetAudio set;
+  std::string error;
+  if (device == nullptr || !Read(request, set, error)) return;
+  set.object_base.number = device->handle;
+  static_cast<void>(Write(set, request, error));  // its texts come from the request
 }
 
 void DeviceSettings::Note(const AttrSet& request) {
@@ -128,11 +136,14 @@ void DeviceSettings::Note(const AttrSet& request) {
     device->settings.Remove(control.c_str());
     device->settings.Add(control.c_str(), value);
   };
-  for (const auto& [key, value] : request.Pairs()) {
-    if (std::find(std::begin(kControls), std::end(kControls), key) == std::end(kControls)) continue;
+  link::SetAudio set;
+  std::string error;
+  if (!Read(request, set, error)) return;
+  for (const auto& [key, value] : set.settings.Pairs()) {
     bool is_on = false;
     // The device's volume is 0 after it was muted, also when the muting has ended.
-    if (key == "mute" && base::ConvertToImpl(value.c_str(), is_on) && is_on) keep("vol", "0");
+    if (key == link::kMute && base::ConvertToImpl(value.c_str(), is_on) && is_on)
+      keep(link::kVolume, "0");
     keep(key, value);
   }
 }

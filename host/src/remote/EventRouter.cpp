@@ -1,21 +1,18 @@
 #include "EventRouter.h"
 
-#include <cstring>
-
+#include "messages/Applications.h"
 #include "MessageThread.h"
-#include "quill/ostream_string.h"
 
 namespace quill::stream {
 
 void EventRouter::OnEvent(const std::string& text) {
-  base::AttrSet event;
-  const char* kind = event.Parse(text.c_str()) ? event.Get("event") : nullptr;
-  const std::uint64_t handle = base::ReadHandle(event.Get("object_base"));
-  if (kind == nullptr || handle == 0) return;
-  const bool is_last = std::strcmp(kind, "end") == 0 || std::strcmp(kind, "failed") == 0;
-  const std::string words = event.Get("text") == nullptr ? kind : event.Get("text");
-  for (const auto& session : _applications.SessionsOf(handle)) {
-    if (is_last) session->End();
+  base::AttrSet untrusted;
+  tessel::link::Event event;
+  std::string error;
+  if (!untrusted.Parse(text.c_str()) || !Read(untrusted, event, error)) return;
+  const std::string words = event.text.value_or(tessel::link::WordOf(event.event));
+  for (const auto& session : _applications.SessionsOf(event.object_base.number)) {
+    session->End();
     PostMessage([session, words] { session->Tell(words); });
   }
 }

@@ -4,36 +4,31 @@
 
 #include "ChainNeeds.h"
 #include "InstallPaths.h"
+#include "messages/Applications.h"
 #include "quill/Host.h"
-#include "quill/ostream_string.h"
 
 namespace quill::stream {
 
 using base::AttrSet;
+namespace link = tessel::link;
 using std::chrono::nanoseconds;
 
 namespace {
 
-// False, with `error`, when the name of an input cannot be written as text.
-bool DescribeBoard(const host::Options& options, AttrSet& board, std::string& error) {
-  if (!board.Add("sensor", AbsoluteInput(options.sensor))) {
+// The inputs as the options name them. False, with `error`, when a name cannot be written as text.
+bool DescribeBoard(const host::Options& options, link::BoardInputs& board, std::string& error) {
+  board = {AbsoluteInput(options.sensor), AbsoluteInput(options.mic), options.loop, options.paced,
+           options.session_slots};
+  const auto is_text = [](const std::string& name) { return AttrSet().Add("name", name); };
+  if (!is_text(board.sensor)) {
     error = "sensor \"" + options.sensor + "\" has a name with unbalanced braces";
     return false;
   }
-  if (!board.Add("mic", AbsoluteInput(options.mic))) {
+  if (!is_text(board.mic)) {
     error = "microphone \"" + options.mic + "\" has a name with unbalanced braces";
     return false;
   }
-  board.Add("loop", options.loop);
-  board.Add("paced", options.paced);
-  return board.Add("slots", options.session_slots);
-}
-
-AttrSet DescribeArea(const WindowArea& area) {
-  AttrSet text;
-  text.Add("offset", area.Offset());
-  text.Add("size", area.Bytes().size());
-  return text;
+  return true;
 }
 
 // Makes the sessions of `names`. False with `error` set when one has no room.
@@ -50,22 +45,20 @@ bool MakeSessions(const std::vector<std::string>& names,
   return true;
 }
 
-// Adds to `body` what the application may touch, and returns the descriptors that go with it.
-std::vector<int> DescribeResources(const RemoteApplications::Resources& resources, AttrSet& body) {
+// Enters what the application may touch, and returns the descriptors that go with it.
+std::vector<int> EnterResources(const RemoteApplications::Resources& resources,
+                                link::Grant& grant) {
   std::vector<int> fds;
-  AttrSet areas;
   for (const auto& session : resources.sessions) {
     const SessionMemory& memory = *session->Memory();
-    areas.Add(session->Name().c_str(), DescribeArea(memory.area).ToString(false));
+    grant.sessions.emplace_back(session->Name(),
+                                link::Area{memory.area.Offset(), memory.area.Bytes().size()});
     fds.push_back(memory.frame_doorbell.Fd());
     fds.push_back(memory.slot_doorbell.Fd());
   }
-  AttrSet blocks;
   for (const auto& block : resources.blocks) {
-    blocks.Add(std::to_string(block->area.Offset()).c_str(), block->asked_bytes);
+    grant.blocks.emplace_back(block->area.Offset(), block->asked_bytes);
   }
-  body.Add("sessions", areas.ToString(false));
-  body.Add("blocks", blocks.ToString(false));
   return fds;
 }
 
@@ -79,14 +72,14 @@ struct RemoteApplications::Outcome {
 
 bool RemoteApplications::Create(AttrSet& body, nanoseconds timeout, AttrSet& answer,
                                 std::string& error) {
-  AttrSet board;
-  if (!DescribeBoard(host::GetOptions(), board, error)) return false;
+  link::Grant grant;
+  if (!DescribeBoard(host::GetOptions(), grant.board, error)) return false;
   ChainNeeds needs = ReadChainNeeds(body);
   Resources resources;
   if (!MakeSessions(needs.sessions, resources.sessions, error)) return false;
   resources.blocks = std::move(needs.blocks);
-  body.Add("board", board.ToString(false));
-  const std::vector<int> fds = DescribeResources(resources, body);
+  const std::vector<int> fds = EnterResources(resources, grant);
+  if (!Write(grant, body, error)) return false;
   const auto outcome = std::make_shared<Outcome>();
   if (_channel.Request(body, fds, timeout, Adopt(std::move(resources), outcome), answer, error)) {
     return true;
@@ -104,11 +97,16 @@ CommandChannel::OnAnswer RemoteApplications::Adopt(Resources resources,
                                                    std::shared_ptr<Outcome> outcome) {
   return [this, resources = std::move(resources),
           outcome = std::move(outcome)](const AttrSet& created) {
-    const std::uint64_t handle = base::ReadHandle(created.Get("object_base"));
+    link::CreateAnswer answer;
+    std::string error;
+    // Goes on: an application whose media cannot be read exists all the same.
+    if (!ReadAnswer(created, answer, error)) answer.media.reset();
+    const std::uint64_t handle = answer.object_base.number;
     if (handle == 0) return;
     {
       const std::lock_guard lock(_mutex);
-      _applications[handle] = resources;
+      Resources& adopted = _applications[handle] = resources;
+      adopted.media = answer.media;
       outcome->handle = handle;
       if (outcome->is_wanted) return;
     }
@@ -129,19 +127,17 @@ CommandChannel::OnAnswer RemoteApplications::Forget(std::uint64_t handle) {
 
 bool RemoteApplications::Destroy(const AttrSet& body, nanoseconds timeout, AttrSet& answer,
                                  std::string& error) {
-  const std::uint64_t handle = base::ReadHandle(body.Get("object_base"));
-  if (handle == 0) {
-    error = "no object_base=";
-    return false;
-  }
-  return _channel.Request(body, {}, timeout, Forget(handle), answer, error);
+  link::Destroy request;
+  return Read(body, request, error) &&
+         _channel.Request(body, {}, timeout, Forget(request.object_base.number), answer, error);
 }
 
 void RemoteApplications::DestroyLater(std::uint64_t handle) {
   AttrSet body;
-  body.Add("cmd", "tesselDestroy");
-  body.Add("object_base", base::HandleText(handle));
-  _channel.Post(body, Forget(handle));
+  std::string error;
+  if (WriteRequest(link::Destroy{{handle}, std::nullopt}, body, error)) {
+    _channel.Post(body, Forget(handle));
+  }
 }
 
 std::shared_ptr<Session> RemoteApplications::FindSession(std::uint64_t handle,
@@ -157,6 +153,13 @@ std::vector<std::shared_ptr<Session>> RemoteApplications::SessionsOf(std::uint64
   const auto place = _applications.find(handle);
   if (place == _applications.end()) return {};
   return place->second.sessions;
+}
+
+std::optional<AttrSet> RemoteApplications::MediaOf(std::uint64_t handle) const {
+  const std::lock_guard lock(_mutex);
+  const auto place = _applications.find(handle);
+  if (place == _applications.end()) return std::nullopt;
+  return place->second.media;
 }
 
 std::vector<std::weak_ptr<const Window::Block>> RemoteApplications::BlocksOf(

@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -24,6 +25,7 @@ class RemoteApplications {
   struct Resources {
     std::vector<std::shared_ptr<Session>> sessions;
     std::vector<std::shared_ptr<const Window::Block>> blocks;
+    std::optional<base::AttrSet> media;  // what it delivers, where the answer told it
   };
   using ByHandle = std::map<std::uint64_t, Resources>;
 
@@ -43,6 +45,8 @@ class RemoteApplications {
   std::vector<std::shared_ptr<Session>> SessionsOf(std::uint64_t handle) const;
   // The blocks that steer the application `handle`; empty when there is no such application.
   std::vector<std::weak_ptr<const Window::Block>> BlocksOf(std::uint64_t handle) const;
+  // What the application `handle` delivers; nothing when the real-time side wants to be asked.
+  std::optional<base::AttrSet> MediaOf(std::uint64_t handle) const;
   // Hands all applications over, once the real-time side can touch nothing any more. Wire thread.
   ByHandle TakeAll();
 

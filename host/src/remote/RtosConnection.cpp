@@ -5,6 +5,8 @@
 #include <string_view>
 #include <utility>
 
+#include "messages/Applications.h"
+#include "messages/Hello.h"
 #include "quill/Host.h"
 #include "quill/ostream_string.h"
 #include "Timeouts.h"
@@ -53,21 +55,24 @@ RtosConnection::RtosConnection(const RtosProcess& process, tessel::UniqueFd sock
 
 bool RtosConnection::Handshake(std::string& error) {
   const tessel::link::SharedWindow& memory = Window::Globle()->Memory();
-  AttrSet hello;
-  hello.Add("cmd", "hello");
-  hello.Add("version", tessel::link::kSessionVersion);
-  hello.Add("base", base::ToString<const void*>(memory.Base()));
-  AttrSet answer;
+  tessel::link::Hello hello;
+  hello.base.number = reinterpret_cast<std::uintptr_t>(memory.Base());
+  AttrSet request;
+  AttrSet untrusted;
+  tessel::link::HelloAnswer answer;
   const bool is_child = _process.Child() != 0;
   const nanoseconds timeout = is_child ? StartTimeout() : CommandTimeout();
-  if (!_channel.Request(hello, {memory.Fd()}, timeout, nullptr, answer, error)) return false;
-  int process_id = 0;
-  if (!is_child && answer.Get("pid", process_id)) _process_id = process_id;
+  if (!WriteRequest(hello, request, error) ||
+      !_channel.Request(request, {memory.Fd()}, timeout, nullptr, untrusted, error) ||
+      !ReadAnswer(untrusted, answer, error)) {
+    return false;
+  }
+  if (!is_child && answer.pid) _process_id = *answer.pid;
   return true;
 }
 
 bool RtosConnection::Run(AttrSet& args, std::string& error) {
-  const char* text = args.Get("cmd");
+  const char* text = args.Get(tessel::link::kCommandKey);
   if (text == nullptr) {
     error = "no cmd=";
     return false;
@@ -80,9 +85,9 @@ bool RtosConnection::Run(AttrSet& args, std::string& error) {
   body.Remove("timeout");
   AttrSet answer;
   bool done = false;
-  if (command == "tesselCreate") {
+  if (command == tessel::link::Create::kName) {
     done = _applications.Create(body, timeout, answer, error);
-  } else if (command == "tesselDestroy") {
+  } else if (command == tessel::link::Destroy::kName) {
     done = _applications.Destroy(body, timeout, answer, error);
   } else {
     done = _channel.Request(body, {}, timeout, nullptr, answer, error);

@@ -10,10 +10,13 @@
 namespace quill::stream {
 
 using base::AttrSet;
+namespace link = tessel::link;
 
 namespace {
 
 constexpr auto kRelaxed = std::memory_order_relaxed;
+
+link::Handle HandleOf(const std::string& text) { return {base::ReadHandle(text.c_str())}; }
 
 }  // namespace
 
@@ -86,34 +89,55 @@ void ShmSource::ForEachBlock(const std::function<void(VbrcBlock&)>& act) const {
 // Creates the application on the real-time side.
 bool ShmSource::Connect() {
   AttrSet request(_application.c_str());
-  request.Add("cmd", "tesselCreate");
+  request.Add(link::kCommandKey, link::Create::kName);
   if (!base::Factory::Globle().Run("shm0_cmd", request)) return false;
-  const char* handle = request.Get("object_base");
-  if (Failed(handle == nullptr, "!handle", _session_name)) return false;
-  _handle = handle;
+  link::CreateAnswer answer;
+  std::string error;
+  if (Failed(!ReadAnswer(request, answer, error), "!handle", _session_name, ": ", error)) {
+    return false;
+  }
+  _handle = base::HandleText(answer.object_base.number);
   return FindSession();
 }
 
 ShmSource::~ShmSource() { Leave(); }
 
 // By the factory command that all requests use, so that a client can replace it.
-bool ShmSource::Command(const char* command, const char* status, AttrSet& answer) const {
-  answer.Add("cmd", command);
-  answer.Add("object_base", _handle);
-  answer.Add("session_name", _session_name);
-  if (status != nullptr) answer.Add("status", status);
+template <typename Request>
+bool ShmSource::Command(const Request& request, AttrSet& answer) {
+  std::string error;
+  if (Failed(!WriteRequest(request, answer, error), "!WriteRequest(request)", error)) return false;
   return base::Factory::Globle().Run("shm0_cmd", answer);
+}
+
+bool ShmSource::ChangeStatus(link::Status status) const {
+  AttrSet answer;
+  return Command(link::SetStatus{HandleOf(_handle), _session_name, status}, answer);
+}
+
+// The answer to the creation brings it, unless this real-time side wants to be asked.
+bool ShmSource::FindMedia(AttrSet& description) const {
+  const auto known = _rtos->Applications().MediaOf(base::ReadHandle(_handle.c_str()));
+  if (known) {
+    description = *known;
+    return true;
+  }
+  AttrSet untrusted;
+  link::MediaAnswer answer;
+  std::string error;
+  if (Failed(!Command(link::DescribeMedia{HandleOf(_handle), _session_name}, untrusted), "!media",
+             _session_name) ||
+      Failed(!ReadAnswer(untrusted, answer, error), "!description", _session_name, ": ", error)) {
+    return false;
+  }
+  description = std::move(answer.media);
+  return true;
 }
 
 bool ShmSource::Open() {
   if (!_application.empty() && _handle.empty() && !Connect()) return false;
-  AttrSet answer;
-  if (Failed(!Command("tesselMedia", nullptr, answer), "!media", _session_name)) return false;
   AttrSet description;
-  const char* text = answer.Get("media");
-  if (Failed(text == nullptr || !description.Parse(text), "!description", _session_name)) {
-    return false;
-  }
+  if (!FindMedia(description)) return false;
   // Counted, so shared with a deleter that gives the count back.
   _media = {new StreamMedia(description), [](StreamMedia* media) { media->Release(); }};
   return Service::Open();
@@ -123,15 +147,13 @@ bool ShmSource::Start() {
   if (Failed(!_rtos->IsAlive(), "!_rtos->IsAlive()", "Close() and Open() again")) {
     return false;
   }
-  AttrSet answer;
-  return Command("tesselStatus", "play", answer) && Service::Start();
+  return ChangeStatus(link::Status::kPlay) && Service::Start();
 }
 
 bool ShmSource::Stop() {
   _session->Halt();
   Service::Stop();
-  AttrSet answer;
-  return !_rtos->IsAlive() || Command("tesselStatus", "ready", answer);
+  return !_rtos->IsAlive() || ChangeStatus(link::Status::kReady);
 }
 
 bool ShmSource::Close() {
@@ -145,7 +167,7 @@ void ShmSource::Leave() {
   // An application that does not answer keeps its memory until it does or dies; the stream is
   // closed on this side all the same.
   if (!_handle.empty() && _rtos != nullptr && _rtos->IsAlive()) {
-    Command("tesselDestroy", nullptr, answer);
+    Command(link::Destroy{HandleOf(_handle), _session_name}, answer);
   }
   // No chain will serve these requests, and their snapshots have failed. No chain runs that stores
   // the word, either.

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "messages/Applications.h"
 #include "PipelineElement.h"
 #include "RtosConnection.h"
 
@@ -33,7 +34,10 @@ class ShmSource : public PipelineElement {
   bool ReadConnection(const base::AttrSet& connection);
   bool Connect();
   bool FindSession();
-  bool Command(const char* command, const char* status, base::AttrSet& answer) const;
+  template <typename Request>
+  static bool Command(const Request& request, base::AttrSet& answer);
+  bool ChangeStatus(tessel::link::Status status) const;
+  bool FindMedia(base::AttrSet& description) const;
   void Leave();
   void ForEachBlock(const std::function<void(VbrcBlock&)>& act) const;
 
