@@ -174,8 +174,8 @@ void MeasureFirstFrame(int rounds) {
   std::vector<Steps> cold;
   std::vector<Steps> warm;
   for (int i = 0; i < rounds; ++i) {
-    if (const pid_t running = quill::host::FarSideProcess()) kill(running, SIGKILL);
-    while (quill::host::FarSideProcess() != 0) usleep(1000);  // another thread notices its death
+    if (const pid_t running = quill::host::RtosProcessId()) kill(running, SIGKILL);
+    while (quill::host::RtosProcessId() != 0) usleep(1000);  // another thread notices its death
     cold.push_back(ToFirstFrame());
     warm.push_back(ToFirstFrame());
   }

@@ -206,7 +206,7 @@ constexpr ElementRow kElements[] = {{"pv-yuv-src-adv", &MakeElement<StampSource>
                                     {"h264-encoder-dma", &MakeElement<DescribingEncoder>},
                                     {"ShmSink", &MakeElement<ShmSink>}};
 
-int RunFarSide(int connection) {
+int RunRtos(int connection) {
   if (g_work.pin) PinTo(0);
   g_meeting = MapMeeting(g_work.stats_fd);
   if (g_meeting == nullptr) return EXIT_FAILURE;
@@ -295,9 +295,9 @@ int RunClient(const std::vector<std::string>& arguments) {
   if (g_meeting == nullptr) return EXIT_FAILURE;
 
   quill::host::Options options;
-  options.far_side_program = "/proc/self/exe";
-  options.far_side_arguments = arguments;
-  options.far_side_arguments.push_back("--stats-fd=" + std::to_string(fd));
+  options.rtos_program = "/proc/self/exe";
+  options.rtos_arguments = arguments;
+  options.rtos_arguments.push_back("--stats-fd=" + std::to_string(fd));
   options.session_slots = g_work.depth;
   quill::host::SetOptions(options);
   const std::string name = "ApiH264Source-dualos-cbrc-" + g_work.variant;
@@ -349,7 +349,7 @@ int main(int argc, char** argv) {
   if (g_work.warmup == 0) {
     g_work.warmup = g_work.IsPaced() ? 20 : std::max<std::uint64_t>(50, g_work.frames / 20);
   }
-  if (connection >= 0) return RunFarSide(connection);
+  if (connection >= 0) return RunRtos(connection);
   std::vector<std::string> arguments;
   for (int i = 1; i < argc; ++i) arguments.emplace_back(argv[i]);
   return RunClient(arguments);

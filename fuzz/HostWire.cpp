@@ -98,9 +98,9 @@ void Ask() {
   AttrSet source("session_name=s,init=true");
   source.Add("apphd", handle);
   quill::host::Create<quill::base::object>("ShmSource", source.ToString(false).c_str()).reset();
-  std::vector<quill::host::BoardStream> streams;
+  std::vector<quill::host::RtosStream> streams;
   std::string error;
-  if (quill::host::ListBoard(streams, error)) {
+  if (quill::host::ListRtosStreams(streams, error)) {
     for (const auto& stream : streams) {
       Touch(stream.chain + stream.state + stream.counters.session);
       for (const auto& [key, value] : stream.media) Touch(key + value);
@@ -108,7 +108,7 @@ void Ask() {
   }
   Command("cmd=tesselMedia", handle);
   Command("cmd=tesselStatus,status=play,timeout=1000000000", handle);
-  quill::host::SetBoardWord(1, "qp", 1, error);
+  quill::host::SetControlWord(1, "qp", 1, error);
   quill::host::RequestKeyFrame(1, error);
   quill::host::TriggerFrame(1, error);
   for (int i = 0; i < 2; ++i) {
@@ -134,8 +134,8 @@ int FuzzHostWire(const std::uint8_t* data, std::size_t size_bytes) {
   const quill::host::Options before = quill::host::GetOptions();
   quill::host::Options options = before;
   const bool starts = size_bytes > 0 && data[0] == '^';
-  options.far_side_program = "/bin/true";
-  options.far_side_socket = starts ? "" : listener.Path();
+  options.rtos_program = "/bin/true";
+  options.rtos_socket = starts ? "" : listener.Path();
   options.session_bytes = std::size_t{64} << 10;
   quill::host::SetOptions(options);
   const std::jthread real_time_side([&listener, input = Input(data, size_bytes)]() mutable {

@@ -185,25 +185,25 @@ TEST_F(AudioDevices, KeepTheirSettingsWhenTheRealTimeSideDies) {
   AttrSet probe("devType=Microphone");
   // Ends the real-time side if asked to. What a probe says of volume, gain control and mute then.
   const auto state = [&](bool is_killed) {
-    if (is_killed) KillFarSide();
+    if (is_killed) KillRtos();
     EXPECT_TRUE(!is_killed || (source->Close() && source->Open()));
-    EXPECT_TRUE(RunFarSide("ProbeAudioDriver", probe));
+    EXPECT_TRUE(RunRtos("ProbeAudioDriver", probe));
     return Lines{probe.Get("vol"), probe.Get("agc"), probe.Get("mute")};
   };
   ASSERT_TRUE(source->Open() && microphone->Volume(60) && microphone->AGC(true));
   EXPECT_EQ(state(false), (Lines{"60", "true", "false"}));
   AttrSet refused = probe;
   refused.Add("agc", "bogus");
-  EXPECT_FALSE(RunFarSide("SetAudioDriver", refused)) << "and it is not sent again";
-  KillFarSide();
+  EXPECT_FALSE(RunRtos("SetAudioDriver", refused)) << "and it is not sent again";
+  KillRtos();
   EXPECT_FALSE(microphone->Volume(50)) << "this starts no real-time side";
-  EXPECT_EQ(quill::host::FarSideProcess(), 0);
+  EXPECT_EQ(quill::host::RtosProcessId(), 0);
   EXPECT_EQ(state(true), (Lines{"50", "true", "false"}));
   EXPECT_TRUE(microphone->Mute(true));
   EXPECT_EQ(state(false), (Lines{"0", "true", "true"}));
   AttrSet both("devType=Microphone,mute=true,vol=70");
   both.Add("object_base", probe.Get("object_base"));
-  EXPECT_TRUE(RunFarSide("SetAudioDriver", both)) << "one behind the other";
+  EXPECT_TRUE(RunRtos("SetAudioDriver", both)) << "one behind the other";
   EXPECT_EQ(state(true), (Lines{"70", "true", "true"}));
   EXPECT_TRUE(microphone->Mute(false));
   EXPECT_EQ(state(true), (Lines{"70", "true", "false"}));
@@ -212,7 +212,7 @@ TEST_F(AudioDevices, KeepTheirSettingsWhenTheRealTimeSideDies) {
 
 TEST_F(AudioDevices, OfTheBoardNameWhatTheyRefuse) {
   AttrSet probe("devType=Speaker");
-  ASSERT_TRUE(RunFarSide("ProbeAudioDriver", probe));
+  ASSERT_TRUE(RunRtos("ProbeAudioDriver", probe));
   for (const auto& [pair, error] :
        {std::pair("devType=Horn", "the board has no audio device \"Horn\""),
         {"object_base=0x1", "Speaker: object_base=0x1 is not its handle"},
@@ -225,7 +225,7 @@ TEST_F(AudioDevices, OfTheBoardNameWhatTheyRefuse) {
     request.Add("object_base", probe.Get("object_base"));
     const AttrSet row(pair);
     for (const auto& [key, value] : row.Pairs()) request.Add(key.c_str(), value);
-    EXPECT_FALSE(RunFarSide("SetAudioDriver", request));
+    EXPECT_FALSE(RunRtos("SetAudioDriver", request));
     EXPECT_TRUE(LogLines().back().ends_with(error)) << error;
   }
 }

@@ -25,7 +25,7 @@ class CaptureTool : public ToolTest {
     return std::count(text.begin(), text.end(), '\n');
   }
   // The real-time side of the program that runs.
-  pid_t FarSide() const {
+  pid_t Rtos() const {
     const std::string pid = std::to_string(std::stoi(Text("pid")));
     pid_t child = 0;
     for (const auto& task : std::filesystem::directory_iterator("/proc/" + pid + "/task")) {
@@ -166,10 +166,10 @@ TEST_F(CaptureTool, EndsWhenTheSourceStalls) {
          "triggered frames do not come; the source has stalled\n"}}) {
     Begin(TESSEL_TOOL " " + kCapture + source + " --seconds 1 --frame-log log -o a.mp4");
     ASSERT_TRUE(Eventually([this] { return LogLength() > 3; }));
-    const pid_t far_side = FarSide();
-    kill(far_side, SIGSTOP);
+    const pid_t real_time_side = Rtos();
+    kill(real_time_side, SIGSTOP);
     const bool is_said = Eventually([&] { return Text("err").find(reason) != std::string::npos; });
-    kill(far_side, SIGCONT);
+    kill(real_time_side, SIGCONT);
     ASSERT_TRUE(is_said) << source;
     EXPECT_EQ(End(), 1);
     EXPECT_EQ(Decode("a.mp4", 0), LogLength()) << "what has come is kept";
@@ -269,7 +269,7 @@ TEST_F(CaptureTool, LeavesAWholeFileWhenInterruptedOrCutOff) {
        {std::pair("h264", false), {"h264-push", true}, {"jpeg-push", false}}) {
     Begin(TESSEL_TOOL " " + kCapture + kind + " --frame-log log -o a.mp4");
     ASSERT_TRUE(Eventually([this] { return LogLength() > 5; }));
-    ASSERT_EQ(is_cut_off ? kill(FarSide(), SIGKILL) : kill(std::stoi(Text("pid")), SIGINT), 0);
+    ASSERT_EQ(is_cut_off ? kill(Rtos(), SIGKILL) : kill(std::stoi(Text("pid")), SIGINT), 0);
     EXPECT_EQ(End(), is_cut_off ? 1 : 0) << kind;
     EXPECT_EQ(Decode("a.mp4"), LogLength());
     const std::string loss = is_cut_off ? "tessel: the real-time side is gone\n" : "";

@@ -12,7 +12,7 @@
 #include "Connection.h"
 #include "Doorbell.h"
 #include "Fixture.h"
-#include "OddFarSide.h"
+#include "OddRtos.h"
 #include "quill/SharedMemory.h"
 #include "Wire.h"
 
@@ -201,7 +201,7 @@ TEST_F(Served, SteersOnlyWhatAStreamCanBeSteeredBy) {
 class CommandWire : public StreamTest {
  protected:
   static std::string Refusal(const std::string& reason) {
-    return "RunShm0Command:\t!far_side->Run(args)," + reason;
+    return "RunShm0Command:\t!connection->Run(args)," + reason;
   }
 };
 
@@ -215,7 +215,7 @@ TEST_F(CommandWire, ADescriptionThatIsTooLongIsRefused) {
 }
 
 TEST_F(CommandWire, ListsMoreStreamsThanAMessageHolds) {
-  UseOddFarSide("counts");
+  UseOddRtos("counts");
   Use([](auto& options) { options.session_bytes = std::size_t{64} << 10; });
   constexpr std::size_t kStreams = 400;
   const std::string name(240, 'n');
@@ -223,35 +223,35 @@ TEST_F(CommandWire, ListsMoreStreamsThanAMessageHolds) {
     AttrSet create(Fill("layout={type=pipeline,layout={pv-yuv-src-adv+ShmSink:session_name=$}}",
                         '$', name + std::to_string(i))
                        .c_str());
-    ASSERT_TRUE(RunFarSide("tesselCreate", create));
+    ASSERT_TRUE(RunRtos("tesselCreate", create));
   }
-  std::vector<quill::host::BoardStream> streams;
+  std::vector<quill::host::RtosStream> streams;
   std::string error;
-  ASSERT_TRUE(quill::host::ListBoard(streams, error)) << error;
+  ASSERT_TRUE(quill::host::ListRtosStreams(streams, error)) << error;
   ASSERT_EQ(streams.size(), kStreams);
   for (std::size_t i = 0; i < kStreams; ++i) EXPECT_EQ(streams[i].id, static_cast<int>(i) + 1);
 }
 
 TEST_F(CommandWire, AnUnreadableAnswerFailsItsRequestAndNoOther) {
-  UseOddFarSide("garbles");
+  UseOddRtos("garbles");
   for (int round = 0; round < 3; ++round) {
     AttrSet args;
-    EXPECT_FALSE(RunFarSide("anything", args));
+    EXPECT_FALSE(RunRtos("anything", args));
     EXPECT_EQ(LogLines(), Lines{Refusal("an answer that cannot be read")});
     EXPECT_EQ(args.Get("object_base"), nullptr);
   }
-  EXPECT_NE(quill::host::FarSideProcess(), 0);
+  EXPECT_NE(quill::host::RtosProcessId(), 0);
 }
 
 TEST_F(CommandWire, AnApplicationThatComesTooLateIsDestroyed) {
-  UseOddFarSide("delays");
+  UseOddRtos("delays");
   AttrSet create("layout={type=pipeline,layout={ShmSink:session_name=s}},timeout=20000000");
   const auto used_before = quill::host::GetWindowUse().used_bytes;
-  EXPECT_FALSE(RunFarSide("tesselCreate", create));
+  EXPECT_FALSE(RunRtos("tesselCreate", create));
   EXPECT_EQ(LogLines(), Lines{Refusal("tesselCreate: no answer within 20 ms")});
   EXPECT_GT(quill::host::GetWindowUse().used_bytes, used_before) << "it may be written to";
   AttrSet next;
-  EXPECT_TRUE(RunFarSide("next", next));
+  EXPECT_TRUE(RunRtos("next", next));
   EXPECT_STREQ(next.Get("destroyed"), "0x7");
   EXPECT_EQ(next.Get("object_base"), nullptr) << "the late answer is not taken for this one";
   EXPECT_EQ(quill::host::GetWindowUse().used_bytes, used_before);
@@ -269,27 +269,27 @@ TEST_F(CommandWire, OpeningAsksForTheMediaOnlyWhereTheCreationHasNotToldIt) {
     EXPECT_TRUE(camera->Open());
     EXPECT_EQ(asked, expected);
     EXPECT_TRUE(camera->Close());
-    KillFarSide();
-    UseOddFarSide("asks");
+    KillRtos();
+    UseOddRtos("asks");
   }
 }
 
 TEST_F(CommandWire, AProgramThatEndsAtOnceOrIsMissingFailsTheOpening) {
   const Camera camera = Make();
-  UseOddFarSide("exits");
+  UseOddRtos("exits");
   EXPECT_FALSE(camera->Open());
   EXPECT_EQ(LogLines()[0], Refusal("the real-time side is gone"));
-  Use([](auto& options) { options.far_side_program = "/nowhere/tessel-rtos"; });
+  Use([](auto& options) { options.rtos_program = "/nowhere/tessel-rtos"; });
   EXPECT_FALSE(camera->Open());
   EXPECT_EQ(LogLines()[0], Refusal("cannot start /nowhere/tessel-rtos: No such file or directory"));
-  Use([](auto& options) { options.far_side_program.clear(), options.far_side_arguments.clear(); });
+  Use([](auto& options) { options.rtos_program.clear(), options.rtos_arguments.clear(); });
   EXPECT_TRUE(camera->Open()) << "the next command starts afresh";
 }
 
 TEST_F(CommandWire, AStoppedProgramFailsTheOpeningWithinASecond) {
   AttrSet args;
-  RunFarSide("start it", args);
-  const pid_t process = quill::host::FarSideProcess();
+  RunRtos("start it", args);
+  const pid_t process = quill::host::RtosProcessId();
   EXPECT_EQ(getpgid(process), process) << "Ctrl-C is for the client alone";
   kill(process, SIGSTOP);
   LogLines();
@@ -301,7 +301,7 @@ TEST_F(CommandWire, AForkedChildGetsAnErrorAndNoFramesOfItsParent) {
   const Camera camera = Make();
   const Camera playing = OpenPull();
   ASSERT_NE(NextFrame(playing), nullptr);
-  ASSERT_TRUE(Eventually([] { return Counters().made > Counters().delivered; }));
+  ASSERT_TRUE(Eventually([] { return Counters().published > Counters().delivered; }));
   LogLines();
   const pid_t child = fork();
   if (child == 0) {

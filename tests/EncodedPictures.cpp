@@ -65,7 +65,7 @@ class EncodedPictures : public StreamTest {
   }
   // Until the real-time side waits for room: a change now is for the frame after the next.
   void Settle() {
-    ASSERT_TRUE(Eventually([this] { return Counters().made == _frame->seq + 2; }));
+    ASSERT_TRUE(Eventually([this] { return Counters().published == _frame->seq + 2; }));
   }
   void RequestKeys() {
     for (int i = 0; i < 3; ++i) _camera->ForceKeyFrame();
@@ -174,7 +174,7 @@ TEST_F(EncodedPictures, HaveABitRateOnlyWhileTheyCome) {
     first_bps = round == 0 ? bps : first_bps;
     EXPECT_NEAR(bps, first_bps, 0.5 * first_bps) << "frames of the first round count in the second";
     EXPECT_TRUE(round == 1 || _camera->Stop());
-    if (round == 1) KillFarSide();
+    if (round == 1) KillRtos();
     EXPECT_EQ(_camera->GetCurrentBitRate(), 0) << "nothing plays";
   }
 }
@@ -188,7 +188,7 @@ TEST_F(EncodedPictures, BeginAGopWithOneIdrAtEachKeyRequestAndStart) {
   RequestKeys();
   EXPECT_EQ(Types(9), "PKPPPPPKP") << "one frame was there already";
   for (const bool is_key_asked : {true, false}) {
-    ASSERT_TRUE(Eventually([] { return Counters().made > Counters().delivered; }));
+    ASSERT_TRUE(Eventually([] { return Counters().published > Counters().delivered; }));
     ASSERT_TRUE(_camera->Stop());  // frames that were not taken yet are discarded
     if (is_key_asked) RequestKeys();
     Play();

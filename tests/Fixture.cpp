@@ -113,7 +113,7 @@ StreamTest::StreamTest() {
 
 StreamTest::~StreamTest() {
   for (const auto& [name, real] : _replaced) Factory::Globle().ReplaceCommand(name.c_str(), real);
-  KillFarSide();
+  KillRtos();
   EXPECT_TRUE(Eventually([this] { return quill::host::GetWindowUse().used_bytes == _used_bytes; }))
       << "the test leaves memory of the window behind";
   if (!HasFailure()) return;
@@ -127,10 +127,10 @@ void StreamTest::Use(const std::function<void(quill::host::Options&)>& edit) {
   quill::host::SetOptions(options);
 }
 
-void StreamTest::UseOddFarSide(const std::string& behaviour) {
+void StreamTest::UseOddRtos(const std::string& behaviour) {
   Use([&behaviour](auto& options) {
-    options.far_side_program = "/proc/self/exe";
-    options.far_side_arguments = {"--behaviour=" + behaviour};
+    options.rtos_program = "/proc/self/exe";
+    options.rtos_arguments = {"--behaviour=" + behaviour};
   });
 }
 
@@ -218,16 +218,16 @@ quill::host::StreamCounters StreamTest::Counters() {
   return streams.empty() ? quill::host::StreamCounters() : streams.front();
 }
 
-bool StreamTest::RunFarSide(const char* command, AttrSet& args) {
+bool StreamTest::RunRtos(const char* command, AttrSet& args) {
   args.Add("cmd", command);
   return Factory::Globle().Run("shm0_cmd", args);
 }
 
-void StreamTest::KillFarSide() {
-  const pid_t process = quill::host::FarSideProcess();
+void StreamTest::KillRtos() {
+  const pid_t process = quill::host::RtosProcessId();
   if (process == 0) return;
   kill(process, SIGKILL);
-  EXPECT_TRUE(Eventually([=] { return quill::host::FarSideProcess() != process; }));
+  EXPECT_TRUE(Eventually([=] { return quill::host::RtosProcessId() != process; }));
 }
 
 }  // namespace tessel::tests

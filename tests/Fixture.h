@@ -84,8 +84,8 @@ class StreamTest : public ::testing::Test {
 
   // Changes the host's options until the test ends.
   static void Use(const std::function<void(quill::host::Options&)>& edit);
-  // The next connection is to this program, which then behaves as told; see OddFarSide.h.
-  static void UseOddFarSide(const std::string& behaviour);
+  // The next connection is to this program, which then behaves as told; see OddRtos.h.
+  static void UseOddRtos(const std::string& behaviour);
   // Replaces a command until the test ends; `command` may call the one that stood there.
   using Command = Factory::Command;
   void Replace(const char* name, const std::function<bool(AttrSet&, const Command& real)>& command);
@@ -104,8 +104,8 @@ class StreamTest : public ::testing::Test {
   static Frame NextFrame(const Camera& camera);                  // null when none comes any more
   static std::vector<Frame> HoldAllSlots(const Camera& camera);  // so that no frame comes any more
   static quill::host::StreamCounters Counters();                 // of the only stream
-  static bool RunFarSide(const char* command, AttrSet& args);
-  static void KillFarSide();  // and waits until the host knows
+  static bool RunRtos(const char* command, AttrSet& args);
+  static void KillRtos();  // and waits until the host knows
 
   quill::stream::VbrcBlock* _block = nullptr;  // null unless watched
 

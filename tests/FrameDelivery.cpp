@@ -5,7 +5,7 @@
 
 #include "common/StreamAppOutput.h"
 #include "Fixture.h"
-#include "OddFarSide.h"
+#include "OddRtos.h"
 #include "tessel/IAacSource.h"
 #include "tessel/IJpegSource.h"
 #include "tessel/IYuvSource.h"
@@ -100,7 +100,7 @@ TEST_F(FrameDelivery, KeptFramesStayReadableBeyondTheNextAndBeyondClose) {
   EXPECT_TRUE(camera->Close());
   camera.reset();
   for (const auto& [frame, bytes] : kept) EXPECT_EQ(Bytes(frame), bytes);
-  KillFarSide();
+  KillRtos();
   for (const auto& [frame, bytes] : kept) EXPECT_EQ(Bytes(frame), bytes);
   EXPECT_EQ(Counters().held, 5U);
   kept.clear();
@@ -111,7 +111,7 @@ TEST_F(FrameDelivery, PullsThatWaitReturnFalseOnceTheStreamEnds) {
   void (*const ends[])(const Camera&) = {
       [](const Camera& camera) { EXPECT_TRUE(camera->Stop()); },
       [](const Camera& camera) { EXPECT_TRUE(camera->Close()); },
-      [](const Camera&) { KillFarSide(); },
+      [](const Camera&) { KillRtos(); },
   };
   for (const auto& end : ends) {
     const Camera camera = OpenPull();
@@ -142,7 +142,7 @@ TEST_F(FrameDelivery, PullReturnsFalseWhileNothingPlays) {
 
 // It may come before Start() has returned.
 TEST_F(FrameDelivery, TheFirstFrameMayStopOrCloseTheStream) {
-  UseOddFarSide("floods");
+  UseOddRtos("floods");
   for (int round = 0; round < 50; ++round) {
     const State end = round % 2 == 1 ? State::kNull : State::kReady;
     std::atomic<int> calls{0};
@@ -166,7 +166,7 @@ TEST_F(FrameDelivery, TheFirstFrameMayStopOrCloseTheStream) {
 
 TEST_F(FrameDelivery, FramesFromBeforeAStopAreNotDeliveredAfterTheStart) {
   const Camera camera = OpenPull();
-  ASSERT_TRUE(Eventually([] { return Counters().made > 2; }));
+  ASSERT_TRUE(Eventually([] { return Counters().published > 2; }));
   ASSERT_TRUE(camera->Stop());
   const auto stop = std::chrono::steady_clock::now().time_since_epoch();
   ASSERT_TRUE(camera->Start());
@@ -174,7 +174,7 @@ TEST_F(FrameDelivery, FramesFromBeforeAStopAreNotDeliveredAfterTheStart) {
 }
 
 TEST_F(FrameDelivery, CallbacksBeginWithEachStartAndEndWithEachStop) {
-  UseOddFarSide("floods");
+  UseOddRtos("floods");
   std::atomic<int> calls{0};
   std::atomic<int> late{0};
   std::atomic<bool> is_stopped{false};
@@ -241,7 +241,7 @@ TEST_F(FrameDelivery, AMediaDescriptionIsReadInOrderUntilAKeyIsMissing) {
        AttrSet("codec=,profile=_aac.profile,version=_aac.version,rateidx=_aac.rateidx,"
                "adtslen=_aac.adtsLength,bitrate=_aac.bitrate")},
   };
-  UseOddFarSide("asks");
+  UseOddRtos("asks");
   std::span<const AttrSet::Pair> missing;
   Replace("shm0_cmd", [&](AttrSet& args, const Command& real) {
     const bool done = real(args);

@@ -78,7 +78,7 @@ TEST_F(Lifecycle, StreamsMayBeDestroyedInAnyStateAndOrder) {
   streams.clear();
   // A message that is being told may hold one for a moment.
   EXPECT_TRUE(Eventually([] { return quill::host::Streams().empty(); }));
-  EXPECT_NE(quill::host::FarSideProcess(), 0) << "it serves on";
+  EXPECT_NE(quill::host::RtosProcessId(), 0) << "it serves on";
 }
 
 TEST_F(Lifecycle, DisabledStreamGoesDownButNotUp) {
@@ -159,7 +159,7 @@ TEST_F(Lifecycle, ClientWaitsForACallbackThatHasStoppedOrClosedItsStream) {
     camera->RegisterMessageCallback([&](const char*) { return call(); });
     ASSERT_TRUE(camera->Open() && camera->Start());
     started.Set();
-    if (is_message) KillFarSide();
+    if (is_message) KillRtos();
     ASSERT_TRUE(ended.Wait() && is_running);
     auto end =
         std::async(std::launch::async, [&, act = by_client] { return act(camera) && !is_running; });
@@ -206,7 +206,7 @@ TEST_F(Lifecycle, DestructionEndsAStreamThatItsCallbackReopens) {
 }
 
 TEST_F(Lifecycle, PullEndsInAPauseThatComesAfterTheLastFrame) {
-  UseOddFarSide("ends");
+  UseOddRtos("ends");
   const Camera camera = OpenPull();
   while (NextFrame(camera) != nullptr) {
   }
@@ -228,7 +228,7 @@ class OwnSource : public dualos::StreamAppOutput {
 };
 
 TEST_F(Lifecycle, IsStartTellsWhetherTheApplicationPlays) {
-  UseOddFarSide("counts");
+  UseOddRtos("counts");
   auto* source = new OwnSource(true);
   AttrSet set;
   ASSERT_TRUE(source->InitObject(set));

@@ -9,7 +9,7 @@
 #include <sys/stat.h>
 
 #include "Doorbell.h"
-#include "OddFarSide.h"
+#include "OddRtos.h"
 #include "SharedWindow.h"
 #include "ToolTest.h"
 #include "Wire.h"
@@ -164,7 +164,7 @@ TEST(Memory, ThatRunsOutCostsAtMostTheConnection) {
       int ends[2];
       ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends), 0);
       const UniqueFd near(ends[0]);
-      std::thread far_side([&] { RunOddFarSide("ends", UniqueFd(ends[1])); });
+      std::thread real_time_side([&] { RunOddRtos("ends", UniqueFd(ends[1])); });
       EXPECT_NE(Ask(near, "cmd=hello,version=1,base=0x100000", {window->Fd()}), "hung up");
       g_left = left;
       const Lines answers = {Ask(near, create, {bell.Fd(), bell.Fd()}),
@@ -177,7 +177,7 @@ TEST(Memory, ThatRunsOutCostsAtMostTheConnection) {
         hung_up += answer == "hung up" ? 1 : 0;
       }
       shutdown(near.Get(), SHUT_RDWR);
-      far_side.join();
+      real_time_side.join();
     }
   }
   t_is_spared = false;

@@ -68,7 +68,7 @@ TEST_F(Pictures, OfJpegHaveTheQuantiserAskedForLastAndColoursAsInJfif) {
     SetSize(*jpeg, w, h);
     Frame frame;
     ASSERT_TRUE(jpeg->Open() && jpeg->Start() && jpeg->PullFrame(frame, true));
-    const auto is_settled = [&] { return Counters().made == frame->seq + 2; };
+    const auto is_settled = [&] { return Counters().published == frame->seq + 2; };
     for (const auto& [qp, used, step] : std::vector<Row>{
              {1, 1, 1}, {0, 20, 6}, {26, 26, 13}, {37, 37, 45}, {51, 51, 226}, {-5, 20, 6}}) {
       ASSERT_TRUE(Eventually(is_settled));

@@ -23,7 +23,7 @@ extern char** environ;
 namespace tessel::tests {
 namespace {
 
-using quill::host::BoardStream;
+using quill::host::RtosStream;
 
 pid_t Spawn(std::vector<std::string> words, int output = -1) {
   std::vector<char*> arguments;
@@ -51,7 +51,7 @@ class SeveralClients : public StreamTest {
   SeveralClients() {
     std::filesystem::remove(_path);
     _process = Spawn({TESSEL_RTOS, "--listen", _path});
-    Use([this](auto& options) { options.far_side_socket = _path; });
+    Use([this](auto& options) { options.rtos_socket = _path; });
     EXPECT_TRUE(Eventually([this] { return std::filesystem::exists(_path); }));
     setenv("TESSEL_RTOS_SOCKET", _path.c_str(), 1);  // for the tool
   }
@@ -60,12 +60,12 @@ class SeveralClients : public StreamTest {
     kill(_process, SIGTERM);
     EXPECT_EQ(Join(_process), 0);
     EXPECT_FALSE(std::filesystem::exists(_path)) << "it leaves its socket behind";
-    EXPECT_TRUE(Eventually([] { return quill::host::FarSideProcess() == 0; }));
+    EXPECT_TRUE(Eventually([] { return quill::host::RtosProcessId() == 0; }));
   }
-  static std::vector<BoardStream> Board() {
-    std::vector<BoardStream> streams;
+  static std::vector<RtosStream> Board() {
+    std::vector<RtosStream> streams;
     std::string error;
-    EXPECT_TRUE(quill::host::ListBoard(streams, error)) << error;
+    EXPECT_TRUE(quill::host::ListRtosStreams(streams, error)) << error;
     return streams;
   }
   // What the tool writes, to either stream; "!" in front when it fails.
@@ -131,7 +131,7 @@ TEST_F(SeveralClients, AClientKilledWithFramesInHandCostsTheOtherNone) {
     return true;
   });
   ASSERT_TRUE(camera->Open() && camera->Start());
-  EXPECT_EQ(quill::host::FarSideProcess(), _process);
+  EXPECT_EQ(quill::host::RtosProcessId(), _process);
   for (const int held : {1, kSlots - 1, kSlots}) {
     const pid_t other = SpawnHolder({"/proc/self/exe", HoldingClientOption(held, kSlots)});
     const auto streams = Board();
@@ -157,7 +157,7 @@ class Steered : public SeveralClients {
 
   Camera _camera = OpenPull();
   Camera _triggered = Make("ApiH264SourceTrigger-dualos-trigger-pull");
-  std::vector<BoardStream> _streams;
+  std::vector<RtosStream> _streams;
 };
 
 TEST_F(Steered, StreamsFollowSettingsAndRequests) {
@@ -273,7 +273,7 @@ TEST_F(SeveralClients, AServerThatEndsLeavesTheSocketOfAnother) {
   kill(first, SIGTERM);
   EXPECT_EQ(Join(first), 0);
   EXPECT_TRUE(Make()->Open());
-  EXPECT_EQ(quill::host::FarSideProcess(), other);
+  EXPECT_EQ(quill::host::RtosProcessId(), other);
 }
 
 // The library opens no file there; the programs open /dev/null.

@@ -270,10 +270,10 @@ TEST_F(SoundSources, BeginAnAacFrameWithTheFirstBlockAfterALoss) {
   Frame frame;
   ASSERT_TRUE(source->PullFrame(frame, true));
   const double begin_ns = static_cast<double>(frame->timestamp) + 1024e9 / 48000;
-  kill(quill::host::FarSideProcess(), SIGSTOP);
+  kill(quill::host::RtosProcessId(), SIGSTOP);
   const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(900);
   EXPECT_TRUE(Eventually([end] { return std::chrono::steady_clock::now() > end; }));
-  kill(quill::host::FarSideProcess(), SIGCONT);
+  kill(quill::host::RtosProcessId(), SIGCONT);
   std::int64_t last_ns = 0;
   do {
     last_ns = frame->timestamp;
@@ -289,13 +289,13 @@ TEST_F(SoundSources, EndWhenTheirFileIsGoneAtItsNextPass) {
   const auto source = quill::host::Create<IPcmSource>(kPcm);
   ASSERT_TRUE(source->Open());
   std::filesystem::remove(_path);
-  const pid_t process = quill::host::FarSideProcess();
+  const pid_t process = quill::host::RtosProcessId();
   for (int round = 0; round < 2; ++round) {
     ASSERT_TRUE(source->Start());
     for (Frame frame; source->PullFrame(frame, true);) continue;
     EXPECT_TRUE(source->Stop());
   }
-  EXPECT_EQ(quill::host::FarSideProcess(), process);
+  EXPECT_EQ(quill::host::RtosProcessId(), process);
 }
 
 // At 20 ms a block, of which two find room.

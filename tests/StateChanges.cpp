@@ -241,9 +241,10 @@ TEST_F(StateChanges, OutputCallbacksOfOneStreamNeverOverlap) {
   camera->RegisterOutputCallback([&](Frame&) {
     if (++inside > 1) overlaps = true;
     if (is_first.exchange(false)) {
-      const std::uint64_t made = Counters().made;  // after Start() the ring may be full at once
+      const std::uint64_t made =
+          Counters().published;  // after Start() the ring may be full at once
       EXPECT_TRUE(camera->Stop() && camera->Start());
-      EXPECT_TRUE(Eventually([made] { return Counters().made > made + 2; }));
+      EXPECT_TRUE(Eventually([made] { return Counters().published > made + 2; }));
       static_cast<void>(Event().WaitFor(std::chrono::milliseconds(20)));  // for one that overlaps
       done.Set();
     }
@@ -286,7 +287,7 @@ TEST_F(StateChanges, DownwardOnesReturnFalseWhileAMessageCallbackIsStuck) {
   });
   ASSERT_TRUE(camera->Open() && camera->Start());
   Use([](auto& options) { options.command_timeout = std::chrono::milliseconds(50); });
-  KillFarSide();
+  KillRtos();
   ASSERT_TRUE(inside.Wait());
   EXPECT_FALSE(camera->Close() || camera->ChangeDown(kNull));
   goes_on.Set();
@@ -296,7 +297,7 @@ TEST_F(StateChanges, DownwardOnesReturnFalseWhileAMessageCallbackIsStuck) {
 
 TEST_F(StateChanges, UpwardOnesAreRefusedFromTheLossUntilTheClose) {
   const Camera camera = OpenPull();
-  KillFarSide();
+  KillRtos();
   EXPECT_EQ(camera->CurrentState(), kNull);
   EXPECT_FALSE(camera->Open() || camera->Start() || camera->ChangeUp(kPlay) ||
                camera->ChangeState(kPause));

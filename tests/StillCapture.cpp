@@ -88,7 +88,7 @@ class StillCapture : public StreamTest {
   // From here on the sensor gives a single picture, and then ends.
   void LetTheSensorEnd() {
     ASSERT_TRUE(SnapTo(Playing(kSnap), Url("one.jpeg")));
-    KillFarSide();
+    KillRtos();
     Use([this](auto& options) { options.sensor = Path("one.jpeg"), options.loop = false; });
   }
 
@@ -193,7 +193,7 @@ TEST_P(EachTaker, LeavesTheOlderFileWholeWithoutRoomForTheNewOne) {
   EXPECT_TRUE(SnapTo(taker, Url("next.jpeg")));
 }
 
-TEST_P(EachTaker, BlockingSnapshotReturnsWhenDisabledOrItsFarSideIsLost) {
+TEST_P(EachTaker, BlockingSnapshotReturnsWhenDisabledOrItsRtosIsLost) {
   const Taker taker = Make(GetParam());
   ASSERT_TRUE(taker->Open());
   const auto snap = [&] { return taker->Snap(true); };
@@ -204,7 +204,7 @@ TEST_P(EachTaker, BlockingSnapshotReturnsWhenDisabledOrItsFarSideIsLost) {
   EXPECT_TRUE(disabled.get()) << "it was told not to wait";
   taker.Object()->Enable(true);
   auto lost = std::async(std::launch::async, snap);
-  KillFarSide();
+  KillRtos();
   EXPECT_FALSE(lost.get() || taker->Snap(true));
   taker->Close();
   ASSERT_TRUE(taker->Open() && taker->Start());
@@ -213,7 +213,7 @@ TEST_P(EachTaker, BlockingSnapshotReturnsWhenDisabledOrItsFarSideIsLost) {
 }
 
 // Its application stops on this side, though the real-time side does not answer.
-TEST_P(EachTaker, StopThatFailsOnTheFarSideEndsPlay) {
+TEST_P(EachTaker, StopThatFailsOnTheRtosEndsPlay) {
   std::atomic<bool> is_deaf{false};
   Replace("shm0_cmd", [&is_deaf](AttrSet& args, const Command& real) {
     return !(is_deaf && args.Get("cmd") == std::string("tesselStatus")) && real(args);
@@ -236,7 +236,7 @@ TEST_P(EachTaker, PausedOneWritesOncePlayGoesOn) {
   fs::create_directory(Path("later.jpeg"));  // so that nothing can be written yet
   ASSERT_TRUE(taker->ChangeUp(State::kPause));
   taker->Snap(Url("later.jpeg").c_str(), false);
-  ASSERT_TRUE(Eventually([] { return Counters().made == 1 && Counters().untriggered > 10; }));
+  ASSERT_TRUE(Eventually([] { return Counters().published == 1 && Counters().untriggered > 10; }));
   EXPECT_TRUE(fs::remove(Path("later.jpeg")));
   EXPECT_EQ(LogLines(), Lines()) << "nothing has been tried";
   EXPECT_TRUE(taker->ChangeDown(State::kPlay));
@@ -333,9 +333,9 @@ TEST_F(StillCapture, EndIsToldThoughAStopComesMeanwhile) {
   ASSERT_TRUE(taker->Open() && taker->Start());
   EXPECT_TRUE(told.Wait());
   EXPECT_TRUE(Eventually([] {
-    std::vector<quill::host::BoardStream> streams;
+    std::vector<quill::host::RtosStream> streams;
     std::string error;
-    return quill::host::ListBoard(streams, error) && streams.at(0).state == "ended";
+    return quill::host::ListRtosStreams(streams, error) && streams.at(0).state == "ended";
   }));
   auto stop = std::async(std::launch::async, [&] { return taker->Stop(); });
   stops.Set();

@@ -161,7 +161,7 @@ TEST_F(VideoSources, ServeEachTriggerOnceWheneverItComes) {
   EXPECT_EQ(count_frames(), 2) << "before and behind Close()";
   ASSERT_TRUE(source->Close());
   EXPECT_EQ(count_frames(), 0);
-  KillFarSide();
+  KillRtos();
   Trigger(source, 3);
   ASSERT_TRUE(source->Close());
   Trigger(source);

@@ -4,7 +4,7 @@
 
 #include "Fixture.h"
 #include "HoldingClient.h"
-#include "OddFarSide.h"
+#include "OddRtos.h"
 
 int main(int argc, char** argv) {
   int connection = -1;
@@ -13,11 +13,11 @@ int main(int argc, char** argv) {
     const std::string word = argv[i];
     if (word.starts_with("--connection=")) connection = std::atoi(word.c_str() + 13);
     if (word.starts_with("--hold=")) return tessel::tests::RunHoldingClient(word);
-    if (word.starts_with("--listen=")) return tessel::tests::ListenAsOddFarSide(word.substr(9));
+    if (word.starts_with("--listen=")) return tessel::tests::ListenAsOddRtos(word.substr(9));
     if (word.starts_with("--behaviour=")) behaviour = word.substr(12);
   }
   if (connection >= 0) {
-    return tessel::tests::RunOddFarSide(behaviour, tessel::UniqueFd(connection));
+    return tessel::tests::RunOddRtos(behaviour, tessel::UniqueFd(connection));
   }
   unsetenv("TESSEL_RTOS_SOCKET");  // the tests end the real-time sides they use
   unsetenv("QUILL_DEBUG");         // and compare what programs say

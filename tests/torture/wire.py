@@ -25,13 +25,13 @@ def make_window():
 
 
 def receive(sock):
-    """Bytes and descriptors of a message; no bytes: the other side is gone."""
+    """Bytes and descriptors of a message; no bytes: the peer is gone."""
     data, fds, _, _ = socket.recv_fds(sock, _LARGEST, 16)
     return data, fds
 
 
 def send(sock, data, fds=()):
-    """False when the other side does not take it."""
+    """False when the peer does not take it."""
     control = [(socket.SOL_SOCKET, socket.SCM_RIGHTS, array.array("i", fds))] if fds else []
     try:
         sock.sendmsg([data], control, socket.MSG_DONTWAIT | socket.MSG_NOSIGNAL)

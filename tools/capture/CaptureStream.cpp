@@ -108,7 +108,7 @@ void CaptureStream::Stop() {
 
 bool CaptureStream::IsDrained() const {
   const auto counters = CountersOf(_session);
-  return !counters || counters->delivered + counters->refused >= counters->made;
+  return !counters || counters->delivered + counters->refused >= counters->published;
 }
 
 void CaptureStream::OnMessage() {
@@ -123,7 +123,7 @@ CaptureStream::End CaptureStream::JudgeEnd() {
   const std::string message = _inbox->WaitForMessage(_lane, Clock::now() + kMessagePatience);
   if (message == kInputEnd) return {false, message};
   if (!message.empty()) return {true, message};
-  const bool is_lost = quill::host::FarSideProcess() == 0;
+  const bool is_lost = quill::host::RtosProcessId() == 0;
   return {true, is_lost ? kLoss : "the stream has ended without a reason"};
 }
 

@@ -3,7 +3,7 @@
 namespace tessel::tool {
 
 bool Command::Check(std::string& error) const {
-  const std::string path = quill::host::FarSideSocket();
+  const std::string path = quill::host::RtosSocket();
   if (_host.board.empty() || path.empty()) return true;
   error = "--board: the real-time side at " + path + " has its own devices";
   return false;
@@ -11,7 +11,7 @@ bool Command::Check(std::string& error) const {
 
 void Command::AddSocket(const std::string& otherwise) {
   const std::string help = "Socket of a real-time side that runs already";
-  _app.add_option("--rtos", _host.far_side_socket, help + " [$TESSEL_RTOS_SOCKET" + otherwise + "]")
+  _app.add_option("--rtos", _host.rtos_socket, help + " [$TESSEL_RTOS_SOCKET" + otherwise + "]")
       ->type_name("SOCKET");
 }
 

@@ -49,9 +49,9 @@ int DeviceCommand::Run() {
 }
 
 int DeviceCommand::ChangeDevice(const DeviceClass& row) const {
-  std::vector<quill::host::BoardStream> streams;
+  std::vector<quill::host::RtosStream> streams;
   std::string error;
-  if (!quill::host::ListBoard(streams, error)) {  // it starts no real-time side
+  if (!quill::host::ListRtosStreams(streams, error)) {  // it starts no real-time side
     Say(error);
     return kFailed;
   }

@@ -70,10 +70,10 @@ std::string UrlOf(const std::string& text) {
 // Whether no picture can come any more: the real-time side is gone, or the chain of this process,
 // which has only one, has ended.
 bool IsOver() {
-  if (quill::host::FarSideProcess() == 0) return true;
-  std::vector<quill::host::BoardStream> streams;
+  if (quill::host::RtosProcessId() == 0) return true;
+  std::vector<quill::host::RtosStream> streams;
   std::string error;
-  return quill::host::ListBoard(streams, error) &&
+  return quill::host::ListRtosStreams(streams, error) &&
          std::any_of(streams.begin(), streams.end(), [](const auto& stream) {
            return stream.client == getpid() &&
                   (stream.state == "ended" || stream.state == "failed");

@@ -17,11 +17,11 @@ namespace tessel::tool {
 namespace {
 
 namespace control_word = quill::stream::control_word;
-using quill::host::BoardStream;
+using quill::host::RtosStream;
 
 using Values = std::map<std::string, int>;  // by key
 
-bool IsMeant(const BoardStream& stream, const std::string& name) {
+bool IsMeant(const RtosStream& stream, const std::string& name) {
   const bool is_number =
       !name.empty() && std::all_of(name.begin(), name.end(),
                                    [](unsigned char digit) { return std::isdigit(digit) != 0; });
@@ -29,9 +29,9 @@ bool IsMeant(const BoardStream& stream, const std::string& name) {
   return stream.counters.session == name || StreamKind(stream) == name;
 }
 
-std::string Listed(const std::vector<BoardStream>& streams) {
+std::string Listed(const std::vector<RtosStream>& streams) {
   std::string text;
-  for (const BoardStream& stream : streams) {
+  for (const RtosStream& stream : streams) {
     text += Format("%s%d (%s of process %d)", text.empty() ? "" : ", ", stream.id,
                    StreamKind(stream).c_str(), static_cast<int>(stream.client));
   }
@@ -40,16 +40,16 @@ std::string Listed(const std::vector<BoardStream>& streams) {
 
 // The one stream that `name` means. None, after an error message, when it means no stream or
 // several.
-std::optional<BoardStream> FindStream(const std::string& name) {
-  std::vector<BoardStream> streams;
+std::optional<RtosStream> FindStream(const std::string& name) {
+  std::vector<RtosStream> streams;
   std::string error;
-  if (!quill::host::ListBoard(streams, error)) {
+  if (!quill::host::ListRtosStreams(streams, error)) {
     Say(error);
     return std::nullopt;
   }
-  std::vector<BoardStream> meant;
+  std::vector<RtosStream> meant;
   std::copy_if(streams.begin(), streams.end(), std::back_inserter(meant),
-               [&](const BoardStream& stream) { return IsMeant(stream, name); });
+               [&](const RtosStream& stream) { return IsMeant(stream, name); });
   if (meant.size() == 1) return meant.front();
   if (meant.size() > 1) {
     Say(Quoted(name) + " is not the only one: give the number of " + Listed(meant));
@@ -72,7 +72,7 @@ constexpr KeyWord kKeyWords[] = {
     {"qp-min", control_word::kQpMin},           {"qp-max", control_word::kQpMax},
 };
 
-std::vector<std::string> WordsOf(const std::string& key, const BoardStream& stream) {
+std::vector<std::string> WordsOf(const std::string& key, const RtosStream& stream) {
   // A stream of constant rate captures at the rate that it delivers.
   if (key == "fps" && !IsThinned(stream)) {
     return {control_word::kFrameRateMax, control_word::kFrameRate};
@@ -93,7 +93,7 @@ void AddBounds(Values& asked) {
 }
 
 // The value that is asked for, else the one in force.
-std::optional<int> ValueOf(const std::string& key, const Values& asked, const BoardStream& stream) {
+std::optional<int> ValueOf(const std::string& key, const Values& asked, const RtosStream& stream) {
   const auto value = asked.find(key);
   if (value != asked.end()) return value->second;
   for (const std::string& name : WordsOf(key, stream)) {
@@ -104,7 +104,7 @@ std::optional<int> ValueOf(const std::string& key, const Values& asked, const Bo
 }
 
 // Whether each lower bound stays at or below its upper bound.
-bool AreOrdered(const Values& asked, const BoardStream& stream, std::string& error) {
+bool AreOrdered(const Values& asked, const RtosStream& stream, std::string& error) {
   for (const auto& [low, high] : {std::pair("bitrate-min", "bitrate-max"),
                                   {"qp-min", "qp-max"},
                                   {"fps", IsThinned(stream) ? "capture-fps" : "fps"}}) {
@@ -126,7 +126,7 @@ class SteerCommand : public Command {
  protected:
   SteerCommand(CLI::App& tool, const char* name, const char* help, const std::string& footer);
   // False with `error`, which does not name the stream.
-  virtual bool Request(const BoardStream& stream, std::string& error) = 0;
+  virtual bool Request(const RtosStream& stream, std::string& error) = 0;
 
  private:
   std::string _stream;  // its number, session, or kind where only one stream is of that kind
@@ -142,7 +142,7 @@ SteerCommand::SteerCommand(CLI::App& tool, const char* name, const char* help,
 }
 
 int SteerCommand::Run() {
-  const std::optional<BoardStream> stream = FindStream(_stream);
+  const std::optional<RtosStream> stream = FindStream(_stream);
   if (!stream) return kFailed;
   std::string error;
   if (Request(*stream, error)) return kDone;
@@ -161,12 +161,12 @@ class SetCommand : public SteerCommand {
   }
 
  private:
-  bool Request(const BoardStream& stream, std::string& error) override;
+  bool Request(const RtosStream& stream, std::string& error) override;
 
   std::vector<std::string> _assignments;
 };
 
-bool SetCommand::Request(const BoardStream& stream, std::string& error) {
+bool SetCommand::Request(const RtosStream& stream, std::string& error) {
   Values asked;
   for (const std::string& text : _assignments) {
     const ControlRow* row = nullptr;
@@ -178,7 +178,7 @@ bool SetCommand::Request(const BoardStream& stream, std::string& error) {
   if (!AreOrdered(asked, stream, error)) return false;
   for (const auto& [key, value] : asked) {
     for (const std::string& word : WordsOf(key, stream)) {
-      if (!quill::host::SetBoardWord(stream.id, word, value, error)) return false;
+      if (!quill::host::SetControlWord(stream.id, word, value, error)) return false;
     }
   }
   return true;
@@ -191,7 +191,7 @@ class KeyCommand : public SteerCommand {
                      "Example:\n  tessel key h264 --rtos /tmp/board\n") {}
 
  private:
-  bool Request(const BoardStream& stream, std::string& error) override {
+  bool Request(const RtosStream& stream, std::string& error) override {
     return quill::host::RequestKeyFrame(stream.id, error);
   }
 };
@@ -203,7 +203,7 @@ class TriggerCommand : public SteerCommand {
                      "Example:\n  tessel trigger jpeg-trigger --rtos /tmp/board\n") {}
 
  private:
-  bool Request(const BoardStream& stream, std::string& error) override {
+  bool Request(const RtosStream& stream, std::string& error) override {
     return quill::host::TriggerFrame(stream.id, error);
   }
 };

@@ -8,9 +8,9 @@
 namespace tessel::tool {
 namespace {
 
-using quill::host::BoardStream;
+using quill::host::RtosStream;
 
-bool HasElement(const BoardStream& stream, std::string_view class_name) {
+bool HasElement(const RtosStream& stream, std::string_view class_name) {
   std::istringstream chain(stream.chain);
   for (std::string element; std::getline(chain, element, '+');) {
     if (element == class_name) return true;
@@ -20,7 +20,7 @@ bool HasElement(const BoardStream& stream, std::string_view class_name) {
 
 }  // namespace
 
-std::string StreamKind(const BoardStream& stream) {
+std::string StreamKind(const RtosStream& stream) {
   const auto codec = stream.media.find(quill::stream::media_key::kCodec);
   std::string kind = codec == stream.media.end() ? "stream" : codec->second;
   if (HasElement(stream, "H264VBrc")) kind += "-vbrc";
@@ -28,6 +28,6 @@ std::string StreamKind(const BoardStream& stream) {
   return kind;
 }
 
-bool IsThinned(const BoardStream& stream) { return HasElement(stream, "FrameDroper"); }
+bool IsThinned(const RtosStream& stream) { return HasElement(stream, "FrameDroper"); }
 
 }  // namespace tessel::tool

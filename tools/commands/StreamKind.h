@@ -8,9 +8,9 @@
 namespace tessel::tool {
 
 // "h264-vbrc", "jpeg-trigger", …: as the short names of classes have it.
-std::string StreamKind(const quill::host::BoardStream& stream);
+std::string StreamKind(const quill::host::RtosStream& stream);
 
 // Whether its frame rate is lower than the rate that it captures at.
-bool IsThinned(const quill::host::BoardStream& stream);
+bool IsThinned(const quill::host::RtosStream& stream);
 
 }  // namespace tessel::tool

@@ -20,33 +20,33 @@ namespace {
 namespace control_word = quill::stream::control_word;
 namespace counter_name = quill::stream::counter_name;
 namespace media_key = quill::stream::media_key;
-using quill::host::BoardStream;
+using quill::host::RtosStream;
 using quill::host::StreamCounters;
 
-std::string MediaValue(const BoardStream& stream, const char* key) {
+std::string MediaValue(const RtosStream& stream, const char* key) {
   const auto place = stream.media.find(key);
   return place == stream.media.end() ? "" : place->second;
 }
 
-bool IsSound(const BoardStream& stream) {
+bool IsSound(const RtosStream& stream) {
   return !MediaValue(stream, media_key::kSampleRate).empty();
 }
 
 // "-" where a stream has no rate control.
-std::string Word(const BoardStream& stream, const char* name, int unit = 1) {
+std::string Word(const RtosStream& stream, const char* name, int unit = 1) {
   const auto place = stream.control.find(name);
   return place == stream.control.end() ? "-" : std::to_string(place->second / unit);
 }
 
 // The rate that a stream is held to.
-std::string AskedRate(const BoardStream& stream) {
+std::string AskedRate(const RtosStream& stream) {
   if (IsSound(stream)) return "-";
   if (stream.control.empty()) return MediaValue(stream, media_key::kFrameRate);
   return Word(stream, IsThinned(stream) ? control_word::kFrameRate : control_word::kFrameRateMax);
 }
 
 // JPEG encoders are not held to a bit rate, and those of AAC measure none.
-std::string AskedKilobits(const BoardStream& stream) {
+std::string AskedKilobits(const RtosStream& stream) {
   const std::string announced_bps = MediaValue(stream, media_key::kBitRate);
   if (IsSound(stream) && announced_bps.size() > 3) {
     return announced_bps.substr(0, announced_bps.size() - 3);
@@ -56,13 +56,13 @@ std::string AskedKilobits(const BoardStream& stream) {
              : "-";
 }
 
-std::string AskedQp(const BoardStream& stream) {
+std::string AskedQp(const RtosStream& stream) {
   const std::string qp = Word(stream, control_word::kQp);
   return qp == "0" ? "auto" : qp;
 }
 
 // Pixels; of sound the sample rate and the channels.
-std::string Size(const BoardStream& stream) {
+std::string Size(const RtosStream& stream) {
   return IsSound(stream)
              ? MediaValue(stream, "rate") + "x" + MediaValue(stream, media_key::kChannels)
              : MediaValue(stream, media_key::kWidth) + "x" + MediaValue(stream, media_key::kHeight);
@@ -81,7 +81,7 @@ struct CounterColumn {
   std::uint64_t StreamCounters::*count;
 };
 constexpr CounterColumn kCounters[] = {
-    {"MADE", 7, counter_name::kPublished, &StreamCounters::made},
+    {"MADE", 7, counter_name::kPublished, &StreamCounters::published},
     {"DELIVERED", 9, counter_name::kDelivered, &StreamCounters::delivered},
     {"DROPPED", 7, counter_name::kDropped, &StreamCounters::dropped},
     {"THINNED", 7, counter_name::kThinned, &StreamCounters::thinned},
@@ -92,20 +92,20 @@ constexpr CounterColumn kCounters[] = {
 
 }  // namespace
 
-std::vector<StreamRow> FrameRates::Add(std::vector<BoardStream> streams, Clock::time_point now) {
+std::vector<StreamRow> FrameRates::Add(std::vector<RtosStream> streams, Clock::time_point now) {
   // Another real-time side counts its streams from the beginning.
-  const pid_t process = quill::host::FarSideProcess();
+  const pid_t process = quill::host::RtosProcessId();
   if (std::exchange(_process, process) != process) _published.clear();
   const double span_s = std::chrono::duration<double>(now - _last).count();
   std::vector<StreamRow> rows;
   std::map<int, std::uint64_t> published;
-  for (BoardStream& stream : streams) {
-    published[stream.id] = stream.counters.made;
+  for (RtosStream& stream : streams) {
+    published[stream.id] = stream.counters.published;
     const auto before = _published.find(stream.id);
     std::optional<double> rate;
-    const bool is_known = before != _published.end() && before->second <= stream.counters.made;
+    const bool is_known = before != _published.end() && before->second <= stream.counters.published;
     if (is_known && span_s > 0) {
-      rate = static_cast<double>(stream.counters.made - before->second) / span_s;
+      rate = static_cast<double>(stream.counters.published - before->second) / span_s;
     }
     rows.push_back({std::move(stream), rate});
   }
@@ -117,7 +117,7 @@ std::vector<StreamRow> FrameRates::Add(std::vector<BoardStream> streams, Clock::
 void PrintScreen(const std::vector<StreamRow>& rows) {
   if (IsTerminal(STDOUT_FILENO)) std::fputs("\033[H\033[J", stdout);
   std::printf("%zu stream%s of the real-time side, process %d; measured/asked\n\n", rows.size(),
-              rows.size() == 1 ? "" : "s", static_cast<int>(quill::host::FarSideProcess()));
+              rows.size() == 1 ? "" : "s", static_cast<int>(quill::host::RtosProcessId()));
   std::printf("%3s %7s %-17s %-6s %9s %10s %11s %6s", "ID", "CLIENT", "STREAM", "STATE", "SIZE",
               "FRAMES/S", "KBIT/S", "QP");
   for (const CounterColumn& column : kCounters) {

@@ -15,7 +15,7 @@ namespace tessel::tool {
 
 // A stream, and what it did since the look before.
 struct StreamRow {
-  quill::host::BoardStream stream;
+  quill::host::RtosStream stream;
   std::optional<double> frames_per_second;  // delivered by the real-time side
 };
 
@@ -24,7 +24,7 @@ class FrameRates {
  public:
   using Clock = std::chrono::steady_clock;
 
-  std::vector<StreamRow> Add(std::vector<quill::host::BoardStream> streams, Clock::time_point now);
+  std::vector<StreamRow> Add(std::vector<quill::host::RtosStream> streams, Clock::time_point now);
 
  private:
   std::map<int, std::uint64_t> _published;  // by stream, at the last look

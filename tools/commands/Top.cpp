@@ -25,7 +25,7 @@
 namespace tessel::tool {
 namespace {
 
-using quill::host::BoardStream;
+using quill::host::RtosStream;
 using Clock = FrameInbox::Clock;
 
 // Shows every stream of the real-time side, those of other clients too, and plays sources of its
@@ -118,9 +118,9 @@ int TopCommand::Look() {
 // False when the command ends. A user who watches goes on without a real-time side, which may come
 // back.
 bool TopCommand::Show(FrameRates& rates, bool is_watched) const {
-  std::vector<BoardStream> streams;
+  std::vector<RtosStream> streams;
   std::string error;
-  const bool is_listed = quill::host::ListBoard(streams, error);
+  const bool is_listed = quill::host::ListRtosStreams(streams, error);
   if (!is_listed && !is_watched) {
     Say(error);
     return false;

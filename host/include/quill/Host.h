@@ -22,11 +22,11 @@ namespace quill::host {
 struct Options {
   // Program that plays the real-time side; empty: the one beside this library, else the installed
   // one. Read when it is started.
-  std::string far_side_program;
-  std::vector<std::string> far_side_arguments;  // appended to the command line
+  std::string rtos_program;
+  std::vector<std::string> rtos_arguments;  // appended to the command line
   // Unix socket of a running real-time side that serves several clients; none is started then.
   // Empty: the environment variable TESSEL_RTOS_SOCKET, if set. Read when a connection is made.
-  std::string far_side_socket;
+  std::string rtos_socket;
 
   // File that describes the board's audio devices (doc/audio.md); empty: the default ones. Read
   // when a real-time side is started.
@@ -115,7 +115,7 @@ Handle<Interface> Create(const char* name, const char* attributes = "") {
 // Counters of one stream. All but `held` only grow.
 struct StreamCounters {
   std::string session;          // the session's name
-  std::uint64_t made = 0;       // units published by the real-time side
+  std::uint64_t published = 0;  // units published by the real-time side
   std::uint64_t delivered = 0;  // of these, taken by this side
   // Captures that were not published, by reason.
   std::uint64_t dropped = 0;      // no free slot, or the chain was late
@@ -128,7 +128,7 @@ struct StreamCounters {
 QUILL_PUBLIC std::vector<StreamCounters> Streams();
 
 // A stream of the real-time side, of this client or of another one.
-struct BoardStream {
+struct RtosStream {
   int id = 0;                                // for the operations below
   pid_t client = 0;                          // the process that it belongs to
   std::string chain;                         // class names of its elements, "+" between them
@@ -140,14 +140,14 @@ struct BoardStream {
 };
 // The Unix socket of the real-time side to use: from the options, else from the environment
 // variable TESSEL_RTOS_SOCKET. Empty: this library starts one. Any thread.
-QUILL_PUBLIC std::string FarSideSocket();
+QUILL_PUBLIC std::string RtosSocket();
 // All streams of the real-time side, in the order of their creation. Connects to the socket
 // that the options name, but starts none. False with `error` when no real-time side answers. Any
 // thread, as the three below.
-QUILL_PUBLIC bool ListBoard(std::vector<BoardStream>& streams, std::string& error);
+QUILL_PUBLIC bool ListRtosStreams(std::vector<RtosStream>& streams, std::string& error);
 // Steers a stream, of this client or another one. False with `error` when the stream is unknown,
 // its chain does not use the word, or it does not answer.
-QUILL_PUBLIC bool SetBoardWord(int id, const std::string& word, int value, std::string& error);
+QUILL_PUBLIC bool SetControlWord(int id, const std::string& word, int value, std::string& error);
 QUILL_PUBLIC bool RequestKeyFrame(int id, std::string& error);
 QUILL_PUBLIC bool TriggerFrame(int id, std::string& error);
 
@@ -168,6 +168,6 @@ struct WindowUse {
 QUILL_PUBLIC WindowUse GetWindowUse();
 
 // Process of the real-time side in use, or 0. Any thread.
-QUILL_PUBLIC pid_t FarSideProcess();
+QUILL_PUBLIC pid_t RtosProcessId();
 
 }  // namespace quill::host

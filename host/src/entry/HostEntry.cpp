@@ -63,7 +63,7 @@ bool RunShm0Command(AttrSet& args) {
   } else if (const auto connection = stream::CurrentConnection::Ensure(error)) {
     done = connection->Run(args, error);
   }
-  return !stream::Failed(!done, "!far_side->Run(args)", error);
+  return !stream::Failed(!done, "!connection->Run(args)", error);
 }
 
 // "shm_alloc": a block of `size` bytes for the object under construction on this thread.
@@ -180,7 +180,7 @@ std::vector<StreamCounters> Streams() {
   for (const auto& session : stream::Session::All()) {
     const auto counters = session->Counters();
     streams.push_back({.session = session->Name(),
-                       .made = counters.published,
+                       .published = counters.published,
                        .delivered = counters.delivered,
                        .dropped = counters.dropped,
                        .thinned = counters.thinned,
@@ -197,7 +197,7 @@ WindowUse GetWindowUse() {
   return {window->UsedBytes(), window->FreePieces()};
 }
 
-pid_t FarSideProcess() {
+pid_t RtosProcessId() {
   const auto connection = stream::CurrentConnection::Get();
   return connection != nullptr && connection->IsAlive() ? connection->Process() : 0;
 }

@@ -34,8 +34,8 @@ Options GetOptions() {
   return TheOptions().options;
 }
 
-std::string FarSideSocket() {
-  const std::string asked = GetOptions().far_side_socket;
+std::string RtosSocket() {
+  const std::string asked = GetOptions().rtos_socket;
   const char* usual = std::getenv("TESSEL_RTOS_SOCKET");
   return asked.empty() && usual != nullptr ? usual : asked;
 }

@@ -32,7 +32,7 @@ std::shared_ptr<RtosConnection> RtosConnection::Open(std::string& error) {
     error = "there is no shared window";
     return nullptr;
   }
-  const std::string path = host::FarSideSocket();
+  const std::string path = host::RtosSocket();
   RtosProcess process;
   tessel::UniqueFd socket = path.empty() ? process.Spawn(error) : RtosProcess::Connect(path, error);
   if (!socket.IsOpen()) return nullptr;

@@ -65,7 +65,7 @@ class SpawnSettings {
 std::vector<std::string> CommandLine(const std::string& program, const host::Options& options) {
   std::vector<std::string> words = {program, "--connection=" + std::to_string(kTheirSocket)};
   if (!options.board.empty()) words.push_back("--board=" + options.board);
-  words.insert(words.end(), options.far_side_arguments.begin(), options.far_side_arguments.end());
+  words.insert(words.end(), options.rtos_arguments.begin(), options.rtos_arguments.end());
   return words;
 }
 
@@ -107,7 +107,7 @@ UniqueFd RtosProcess::Spawn(std::string& error) {
     return {};
   }
   tessel::link::LimitSends(our_end.Get());
-  const std::string asked = host::GetOptions().far_side_program;
+  const std::string asked = host::GetOptions().rtos_program;
   const std::string program = asked.empty() ? FindProgram("tessel-rtos") : asked;
   if (program.empty()) {
     error = "tessel-rtos stands neither beside " + LibraryFolder() + " nor where it is installed";

@@ -12,10 +12,10 @@
 
 namespace quill::stream {
 
-// "ShmSource": the Linux end of a session, and the owner of the application over there. Parameters:
-// either session_name, apphd (the application's handle) and init, for one that exists already; or
-// connect={type=pipeline,serialize={chain},name=N} and link, for one that is made whenever this is
-// opened: the sink at the end of that chain gets the session N.
+// "ShmSource": the Linux end of a session, and the owner of its application on the real-time side.
+// Parameters: either session_name, apphd (the application's handle) and init, for one that exists
+// already; or connect={type=pipeline,serialize={chain},name=N} and link, for one that is made
+// whenever this is opened: the sink at the end of that chain gets the session N.
 class ShmSource : public PipelineElement {
  public:
   bool configure(base::AttrSet& set) override;

@@ -8,10 +8,10 @@
 namespace tessel::tests {
 namespace {
 
-class FarSideLoss : public StreamTest {};
+class RtosLoss : public StreamTest {};
 
-TEST_F(FarSideLoss, AProgramThatNeverAnswersIsGivenUpAfterTheStartTimeout) {
-  UseOddFarSide("mutes");
+TEST_F(RtosLoss, AProgramThatNeverAnswersIsGivenUpAfterTheStartTimeout) {
+  UseOddRtos("mutes");
   Use([](auto& options) { options.start_timeout = std::chrono::milliseconds(300); });
   const auto begin = std::chrono::steady_clock::now();
   EXPECT_FALSE(Make()->Open());
@@ -21,25 +21,25 @@ TEST_F(FarSideLoss, AProgramThatNeverAnswersIsGivenUpAfterTheStartTimeout) {
   EXPECT_TRUE(IsLogged("300 ms"));
 }
 
-TEST_F(FarSideLoss, IsToldOnceAndOpenWorksAgainAfterClose) {
+TEST_F(RtosLoss, IsToldOnceAndOpenWorksAgainAfterClose) {
   const Camera camera = Make();
   Listen(*camera);
   ASSERT_TRUE(camera->ChangeState(State::kPlay));
   ASSERT_NE(NextFrame(camera), nullptr);
-  KillFarSide();
+  KillRtos();
   while (NextFrame(camera) != nullptr) {  // what was in the ring may still come
   }
   EXPECT_EQ(Told(), Lines{"the real-time side is gone"});
   EXPECT_TRUE(camera->Stop());
   EXPECT_FALSE(camera->Start()) << "there is nothing to start";
   EXPECT_TRUE(camera->Close());
-  EXPECT_EQ(quill::host::FarSideProcess(), 0);
+  EXPECT_EQ(quill::host::RtosProcessId(), 0);
   ASSERT_TRUE(camera->Open() && camera->Start());
   const Frame frame = NextFrame(camera);
   EXPECT_TRUE(frame && frame->isKey);
 }
 
-TEST_F(FarSideLoss, TheMessageCallbackMayReopenAPushedStream) {
+TEST_F(RtosLoss, TheMessageCallbackMayReopenAPushedStream) {
   std::atomic<bool> is_reopened{false};
   Event again;
   const Camera camera = OpenPush([&](Frame&) {
@@ -49,13 +49,13 @@ TEST_F(FarSideLoss, TheMessageCallbackMayReopenAPushedStream) {
   camera->RegisterMessageCallback([&](const char*) {
     return is_reopened = camera->Close() && camera->Open() && camera->Start();
   });
-  KillFarSide();
+  KillRtos();
   EXPECT_TRUE(again.Wait());
   EXPECT_TRUE(camera->Close());
 }
 
-TEST_F(FarSideLoss, AnEndToldBeforeTheLastFramesArePushedDoesNotCostThem) {
-  UseOddFarSide("ends");
+TEST_F(RtosLoss, AnEndToldBeforeTheLastFramesArePushedDoesNotCostThem) {
+  UseOddRtos("ends");
   const Camera camera = Make(kPush);
   Listen(*camera);
   std::atomic<int> frames{0};
@@ -68,10 +68,10 @@ TEST_F(FarSideLoss, AnEndToldBeforeTheLastFramesArePushedDoesNotCostThem) {
   EXPECT_TRUE(camera->Close());
 }
 
-TEST_F(FarSideLoss, EndAndFailureAreToldAndAllFramesBeforeArePulled) {
+TEST_F(RtosLoss, EndAndFailureAreToldAndAllFramesBeforeArePulled) {
   for (const auto& [behaviour, told] :
        {std::pair("ends", "end of input"), {"fails", "element \"pv-yuv-src-adv\": lens=gone"}}) {
-    UseOddFarSide(behaviour);
+    UseOddRtos(behaviour);
     const Camera camera = Make();
     Listen(*camera);
     ASSERT_TRUE(camera->ChangeState(State::kPlay));
@@ -81,13 +81,13 @@ TEST_F(FarSideLoss, EndAndFailureAreToldAndAllFramesBeforeArePulled) {
     }
     EXPECT_EQ(NextFrame(camera), nullptr);
     EXPECT_EQ(Told(), Lines{told});
-    EXPECT_NE(quill::host::FarSideProcess(), 0) << "it serves on";
-    KillFarSide();
+    EXPECT_NE(quill::host::RtosProcessId(), 0) << "it serves on";
+    KillRtos();
   }
 }
 
 // A chain that is held up gives captures up, and counts them like those without a slot.
-TEST_F(FarSideLoss, CapturesThatComeTooLateAreCountedAndMissingInTheSequence) {
+TEST_F(RtosLoss, CapturesThatComeTooLateAreCountedAndMissingInTheSequence) {
   for (const char* name : {kPull, "ApiH264Source-vbrc-dualos-pull", "ApiPcmSource-dualos-pull"}) {
     const auto stream = quill::host::Create<IStreamOutput>(name);
     SetSize(*stream, 160, 120);
@@ -97,9 +97,9 @@ TEST_F(FarSideLoss, CapturesThatComeTooLateAreCountedAndMissingInTheSequence) {
     ASSERT_TRUE(stream->Open() && stream->Start());
     Frame frame;
     ASSERT_TRUE(stream->PullFrame(frame, true));
-    kill(quill::host::FarSideProcess(), SIGSTOP);
+    kill(quill::host::RtosProcessId(), SIGSTOP);
     std::this_thread::sleep_for(std::chrono::milliseconds(900));
-    kill(quill::host::FarSideProcess(), SIGCONT);
+    kill(quill::host::RtosProcessId(), SIGCONT);
     std::uint64_t missing = 0;
     for (std::uint32_t pulled = 1; pulled < 60; ++pulled) {
       missing = frame->seq + 1 - pulled;
@@ -112,10 +112,10 @@ TEST_F(FarSideLoss, CapturesThatComeTooLateAreCountedAndMissingInTheSequence) {
   }
 }
 
-TEST_F(FarSideLoss, AStartThatIsNotAnsweredLeavesNothingPlaying) {
+TEST_F(RtosLoss, AStartThatIsNotAnsweredLeavesNothingPlaying) {
   const Camera camera = Make();
   ASSERT_TRUE(camera->Open());
-  const pid_t process = quill::host::FarSideProcess();
+  const pid_t process = quill::host::RtosProcessId();
   Use([](auto& options) { options.command_timeout = std::chrono::milliseconds(100); });
   kill(process, SIGSTOP);
   EXPECT_FALSE(camera->Start());

@@ -1,4 +1,4 @@
-#include "OddFarSide.h"
+#include "OddRtos.h"
 
 #include <cstring>
 #include <functional>
@@ -162,7 +162,7 @@ void TellMediaOnlyWhenAsked(int socket) {
 
 std::span<const ElementRow> OddElements() { return kElements; }
 
-int ListenAsOddFarSide(const std::string& path) {
+int ListenAsOddRtos(const std::string& path) {
   std::string error;
   AudioDevices audio = AudioDevices::Usual();
   RealTimeSide side{OddElements(), audio};
@@ -170,7 +170,7 @@ int ListenAsOddFarSide(const std::string& path) {
   return listener != nullptr && listener->Serve(error) ? 0 : 1;
 }
 
-int RunOddFarSide(const std::string& behaviour, UniqueFd connection) {
+int RunOddRtos(const std::string& behaviour, UniqueFd connection) {
   g_behaviour = behaviour;
   if (behaviour == "exits") return 0;
   if (behaviour == "mutes") {

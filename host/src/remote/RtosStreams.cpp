@@ -19,7 +19,7 @@ bool Ask(const Request& request, typename Request::Answer& answer, std::string& 
   auto connection = stream::CurrentConnection::Await();
   if (connection == nullptr || !connection->IsAlive()) {
     error = "no real-time side runs here, and none is named to look at";
-    const bool is_named = !FarSideSocket().empty();
+    const bool is_named = !RtosSocket().empty();
     connection = is_named ? stream::CurrentConnection::Ensure(error) : nullptr;
   }
   AttrSet args;
@@ -27,8 +27,8 @@ bool Ask(const Request& request, typename Request::Answer& answer, std::string& 
          connection->Run(args, error) && link::ReadAnswer(args, answer, error);
 }
 
-BoardStream ToBoardStream(int id, const link::StreamReport& report) {
-  BoardStream stream;
+RtosStream ToRtosStream(int id, const link::StreamReport& report) {
+  RtosStream stream;
   stream.id = id;
   stream.client = report.client;
   stream.chain = report.chain;
@@ -36,7 +36,7 @@ BoardStream ToBoardStream(int id, const link::StreamReport& report) {
   for (const auto& [key, value] : report.media.Pairs()) stream.media[key] = value;
   if (report.control) stream.control = {report.control->begin(), report.control->end()};
   stream.counters = {.session = report.session,
-                     .made = report.published,
+                     .published = report.published,
                      .delivered = report.delivered,
                      .dropped = report.dropped,
                      .thinned = report.thinned,
@@ -53,13 +53,13 @@ bool CountRequest(int id, const char* word, std::string& error) {
 
 }  // namespace
 
-bool ListBoard(std::vector<BoardStream>& streams, std::string& error) {
-  std::vector<BoardStream> listed;
+bool ListRtosStreams(std::vector<RtosStream>& streams, std::string& error) {
+  std::vector<RtosStream> listed;
   link::ListStreams request;
   for (int page = 0; page < kMostPages; ++page) {
     link::ListAnswer answer;
     if (!Ask(request, answer, error)) return false;
-    for (const auto& [id, report] : answer.streams) listed.push_back(ToBoardStream(id, report));
+    for (const auto& [id, report] : answer.streams) listed.push_back(ToRtosStream(id, report));
     if (!answer.next) {
       streams = std::move(listed);
       return true;
@@ -72,7 +72,7 @@ bool ListBoard(std::vector<BoardStream>& streams, std::string& error) {
   return false;
 }
 
-bool SetBoardWord(int id, const std::string& word, int value, std::string& error) {
+bool SetControlWord(int id, const std::string& word, int value, std::string& error) {
   link::Done done;
   return Ask(link::SetWord{id, word, value}, done, error);
 }

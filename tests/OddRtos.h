@@ -26,8 +26,8 @@ std::span<const rtos::ElementRow> OddElements();
 //   asks:    is the real one, but tells an application's media only when "tesselMedia" asks for it
 //   delays:  answers "tesselCreate" when "next" has come, and "next" when the application has been
 //            destroyed, with "destroyed=" and its handle
-int RunOddFarSide(const std::string& behaviour, UniqueFd connection);
+int RunOddRtos(const std::string& behaviour, UniqueFd connection);
 // Serves OddElements() to the clients that connect to `path`, until it is told to end.
-int ListenAsOddFarSide(const std::string& path);
+int ListenAsOddRtos(const std::string& path);
 
 }  // namespace tessel::tests
