@@ -42,13 +42,15 @@ TEST_F(RtosLoss, IsToldOnceAndOpenWorksAgainAfterClose) {
 TEST_F(RtosLoss, TheMessageCallbackMayReopenAPushedStream) {
   std::atomic<bool> is_reopened{false};
   Event again;
-  const Camera camera = OpenPush([&](Frame&) {
+  const Camera camera = Make(kPush);
+  camera->RegisterOutputCallback([&](Frame&) {
     if (is_reopened) again.Set();
     return true;
   });
   camera->RegisterMessageCallback([&](const char*) {
     return is_reopened = camera->Close() && camera->Open() && camera->Start();
   });
+  ASSERT_TRUE(camera->Open() && camera->Start());
   KillRtos();
   EXPECT_TRUE(again.Wait());
   EXPECT_TRUE(camera->Close());
