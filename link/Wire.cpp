@@ -80,8 +80,8 @@ bool ReceiveMessage(int socket_fd, WireMessage& message, std::vector<UniqueFd>& 
   message.kind = is_whole ? head[0] : static_cast<std::uint32_t>(WireMessage::kEvent);
   message.number = is_whole ? head[1] : 0;
   message.text.resize(is_whole ? size - sizeof head : 0);
-  // Read as a C string, a text with a NUL would end early.
-  if (message.text.find('\0') != std::string::npos) message.text.clear();
+  // Read as a C string, a text with a NUL would end early. No reader accepts this one.
+  if (message.text.find('\0') != std::string::npos) message.text = "}";
   return true;
 }
 

@@ -38,7 +38,7 @@ enum class SendResult { kSent, kTooLong, kBusy, kGone };
 SendResult SendMessage(int socket_fd, const WireMessage& message, const std::vector<int>& fds = {});
 
 // Waits for the next message. False when the peer has closed the socket. A malformed message
-// arrives as an event without text.
+// arrives as an event without text, a text with a NUL as one that no reader accepts.
 bool ReceiveMessage(int socket_fd, WireMessage& message, std::vector<UniqueFd>& fds);
 
 }  // namespace tessel::link

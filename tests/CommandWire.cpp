@@ -62,17 +62,18 @@ TEST(Wire, CarriesTheLongestMessageAndEightDescriptorsUntilTheReceiverIsBusy) {
   EXPECT_EQ(SendMessage(ends.near.Get(), {}, std::vector<int>(9, 0)), SendResult::kTooLong);
 }
 
-TEST(Wire, ReadsNonsenseAsAnEventWithoutText) {
+TEST(Wire, ReadsNonsenseAsAnEventWithoutTextAndANulAsUnreadable) {
   Ends ends;
   WireMessage got;
   std::vector<UniqueFd> fds;
   const std::string huge(link::kMaxMessageBytes + 100, 'x');
-  for (const std::string& raw :
-       {std::string("abc"), huge, std::string("\3\0\0\0\0\0\0\0a\0b", 11)}) {
+  for (const auto& [raw, text] : {std::pair(std::string("abc"), ""),
+                                  {huge, ""},
+                                  {std::string("\3\0\0\0\0\0\0\0a\0b", 11), "}"}}) {
     ASSERT_EQ(send(ends.near.Get(), raw.data(), raw.size(), 0), static_cast<ssize_t>(raw.size()));
     got.text = "old";
     ASSERT_TRUE(ReceiveMessage(ends.far.Get(), got, fds));
-    EXPECT_TRUE(got.kind == WireMessage::kEvent && got.number == 0 && got.text.empty());
+    EXPECT_TRUE(got.kind == WireMessage::kEvent && got.number == 0 && got.text == text);
   }
   ends.near = UniqueFd();
   EXPECT_FALSE(ReceiveMessage(ends.far.Get(), got, fds));

@@ -40,9 +40,10 @@ void Connection::Serve() {
   } catch (const std::bad_alloc&) {
     // Goes on: this client is lost; the memory that it used may be enough for the others.
   }
-  Hangup();
+  // The client hands the memory out again once this has hung up.
   _applications.clear();
   _window.reset();
+  Hangup();
 }
 
 AttrSet Connection::AnswerTo(const std::string& untrusted) {

@@ -112,7 +112,7 @@ class Element {
   std::string _last_error;
 };
 
-// By which a waiting source learns that its chain stops.
+// Tells a waiting source that its chain stops.
 class StopSignal {
  public:
   virtual ~StopSignal() = default;

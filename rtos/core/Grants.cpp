@@ -13,7 +13,7 @@ VbrcBlock* GrantedMemory::Block(const char* text, std::string& error) const {
     const std::uint64_t inside = offset - begin;
     const bool fits = inside <= size_bytes && sizeof(VbrcBlock) <= size_bytes - inside;
     const auto memory = _window.Area(offset, sizeof(VbrcBlock));
-    if (fits && inside % alignof(VbrcBlock) == 0 && !memory.empty()) {
+    if (fits && offset % alignof(VbrcBlock) == 0 && !memory.empty()) {
       return reinterpret_cast<VbrcBlock*>(memory.data());
     }
   }

@@ -94,7 +94,7 @@ double RateController::IntraCost() const {
   return (_intra_cost > 0 ? _intra_cost : kFirstIntraCost) * _complexity.detail;
 }
 
-// Where the past tells nothing: what has not changed costs next to nothing, the rest as in an intra
+// Without history: what has not changed costs next to nothing, the rest as in an intra
 // picture.
 double RateController::UnknownInterCost() const {
   return IntraCost() * _complexity.change / _complexity.detail;

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <exception>
 #include <mutex>
 #include <utility>
 #include <vector>
@@ -61,7 +62,12 @@ std::shared_ptr<RtosConnection> CurrentConnection::Ensure(std::string& error) {
   state.is_opening = true;
   const std::vector<Hook> hooks = state.hooks;
   lock.unlock();
-  auto fresh = Open(hooks, error);
+  std::shared_ptr<RtosConnection> fresh;
+  try {
+    fresh = Open(hooks, error);
+  } catch (const std::exception& failure) {  // those that wait are told as well
+    error = failure.what();
+  }
   lock.lock();
   if (fresh != nullptr) lost = std::exchange(state.current, fresh);
   state.failure = fresh == nullptr ? error : "";

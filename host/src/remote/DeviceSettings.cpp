@@ -61,7 +61,7 @@ bool DeviceSettings::Probe(AttrSet& request, std::string& error) {
   link::ProbeAudio probe;
   link::ProbeAnswer answer;
   std::string unreadable;
-  // Goes on: an answer that tells no device is for the client to judge.
+  // Goes on: the client judges an answer without a device.
   if (!Read(asked, probe, unreadable) || !ReadAnswer(request, answer, unreadable)) return true;
   const Command run = [&](AttrSet& args) { return rtos->Run(args, error); };
   if (!Renew(probe.device, answer.object_base.number, rtos->Number(), run)) return true;

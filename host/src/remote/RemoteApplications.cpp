@@ -105,7 +105,11 @@ CommandChannel::OnAnswer RemoteApplications::Adopt(Resources resources,
     if (handle == 0) return;
     {
       const std::lock_guard lock(_mutex);
-      Resources& adopted = _applications[handle] = resources;
+      // A handle that is in use already adds to what its application may touch.
+      Resources& adopted = _applications[handle];
+      adopted.sessions.insert(adopted.sessions.end(), resources.sessions.begin(),
+                              resources.sessions.end());
+      adopted.blocks.insert(adopted.blocks.end(), resources.blocks.begin(), resources.blocks.end());
       adopted.media = answer.media;
       outcome->handle = handle;
       if (outcome->is_wanted) return;
@@ -115,8 +119,9 @@ CommandChannel::OnAnswer RemoteApplications::Adopt(Resources resources,
 }
 
 CommandChannel::OnAnswer RemoteApplications::Forget(std::uint64_t handle) {
-  return [this, handle](const AttrSet&) {
-    Resources gone;  // destroyed after the lock
+  return [this, handle](const AttrSet& answer) {
+    if (link::RefusalIn(answer) != nullptr) return;  // it may live on
+    Resources gone;                                  // destroyed after the lock
     const std::lock_guard lock(_mutex);
     const auto place = _applications.find(handle);
     if (place == _applications.end()) return;

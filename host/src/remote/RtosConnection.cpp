@@ -67,7 +67,8 @@ bool RtosConnection::Handshake(std::string& error) {
       !ReadAnswer(untrusted, answer, error)) {
     return false;
   }
-  if (!is_child && answer.pid) _process_id = *answer.pid;
+  // Clients send signals to it: 1 and what is below are no real-time side.
+  if (!is_child && answer.pid && *answer.pid > 1) _process_id = *answer.pid;
   return true;
 }
 
@@ -101,9 +102,10 @@ void RtosConnection::OnDisconnect() {
   std::uint64_t live = _number;
   g_live_number.compare_exchange_strong(live, 0);
   _channel.Close();
-  _events.OnDisconnect();
-  // A child that has hung up is about to end. If it misbehaves and goes on, it ends here.
+  // A child that has hung up is about to end. If it misbehaves and goes on, it ends here: only then
+  // may the memory that it used be handed out again.
   _process.End();
+  _events.OnDisconnect();
 }
 
 }  // namespace quill::stream

@@ -130,7 +130,7 @@ void Session::Play() {
 void Session::Pause() {
   SetMode(Mode::kPaused);
   if (HasEnded()) Unpause();
-  _consumer->Interrupt();  // who sleeps there comes to sleep on the mode instead
+  _consumer->Interrupt();  // a reader that sleeps there wakes and waits for the mode
 }
 
 void Session::Resume() {
@@ -149,7 +149,7 @@ void Session::End() {
   _consumer->Interrupt();
 }
 
-// Once ended nothing is left to be held back for long. Both End() and Pause() look after the other.
+// An ended session cannot stay paused: End() and Pause() each call this after their own store.
 void Session::Unpause() {
   Mode paused = Mode::kPaused;
   if (_mode.compare_exchange_strong(paused, Mode::kPlaying)) _mode.notify_all();

@@ -89,7 +89,7 @@ WindowArea Window::Allocate(std::size_t size_bytes) {
 }
 
 void Window::Free(std::uint64_t offset, std::span<std::byte> bytes) {
-  _memory->Clear(bytes);  // whoever gets it next finds it zeroed
+  _memory->Clear(bytes);  // the next owner gets zeroed memory
   const std::lock_guard lock(_mutex);
   auto place = _free.emplace(offset, bytes.size()).first;
   const auto after = std::next(place);

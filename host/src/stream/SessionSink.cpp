@@ -32,7 +32,7 @@ bool SessionSink::Start() {
   return PipelineElement::Start();
 }
 
-void SessionSink::Playing() { _thread.Release(); }
+void SessionSink::Playing() { _thread.Begin(); }
 
 bool SessionSink::Pause() {
   _session->Pause();

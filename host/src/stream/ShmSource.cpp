@@ -93,9 +93,9 @@ bool ShmSource::Connect() {
   if (!base::Factory::Globle().Run("shm0_cmd", request)) return false;
   link::CreateAnswer answer;
   std::string error;
-  if (Failed(!ReadAnswer(request, answer, error), "!handle", _session_name, ": ", error)) {
-    return false;
-  }
+  // Goes on where only the media cannot be read: the application exists, and is asked for them.
+  static_cast<void>(ReadAnswer(request, answer, error));
+  if (Failed(answer.object_base.number == 0, "!handle", _session_name, ": ", error)) return false;
   _handle = base::HandleText(answer.object_base.number);
   return FindSession();
 }
@@ -135,9 +135,12 @@ bool ShmSource::FindMedia(AttrSet& description) const {
 }
 
 bool ShmSource::Open() {
-  if (!_application.empty() && _handle.empty() && !Connect()) return false;
+  const bool connects = !_application.empty() && _handle.empty();
   AttrSet description;
-  if (!FindMedia(description)) return false;
+  if ((connects && !Connect()) || !FindMedia(description)) {
+    if (connects) Leave();
+    return false;
+  }
   // Counted, so shared with a deleter that gives the count back.
   _media = {new StreamMedia(description), [](StreamMedia* media) { media->Release(); }};
   return Service::Open();

@@ -30,7 +30,7 @@ struct StreamThread::Run {
     if (is_over.load(std::memory_order_acquire)) return;
     CallClient([&] { return receiver.OnPacket(packet), true; });
   }
-  void Release() {
+  void Begin() {
     may_run.store(true, std::memory_order_release);
     may_run.notify_all();
   }
@@ -60,15 +60,15 @@ bool StreamThread::Start(std::shared_ptr<Session> session, Receiver& receiver, S
   return true;
 }
 
-void StreamThread::Release() {
-  if (_run != nullptr) _run->Release();
+void StreamThread::Begin() {
+  if (_run != nullptr) _run->Begin();
 }
 
 bool StreamThread::Stop() {
   const std::shared_ptr<Run> run = std::exchange(_run, nullptr);
   if (run == nullptr) return true;
   run->is_over.store(true, std::memory_order_release);
-  run->Release();
+  run->Begin();
   return IsHostThread() || !Failed(!run->itself.WaitUntilNoneRuns(CommandTimeout()), "!run->itself",
                                    "a callback has not returned within the time-out of a command");
 }

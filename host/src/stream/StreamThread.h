@@ -27,13 +27,13 @@ class StreamThread {
   StreamThread(const StreamThread&) = delete;
   StreamThread& operator=(const StreamThread&) = delete;
 
-  // Hands each packet to `receiver`, which is part of `sink`, from Release() on. `sink` and its
+  // Hands each packet to `receiver`, which is part of `sink`, from Begin() on. `sink` and its
   // owners live until the thread has ended. False when the system has no thread left. A former
   // thread whose callback has not returned yet takes no further packet; the new one begins after
   // it.
   bool Start(std::shared_ptr<Session> session, Receiver& receiver, Service& sink);
   // Lets the packets come. Call once the whole pipeline plays: a callback may then stop it.
-  void Release();
+  void Begin();
   // Ends the thread and waits for it, at most for the time-out of a command: then false. A host
   // thread does not wait. REQUIRES: the session is halted.
   bool Stop();
