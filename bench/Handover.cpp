@@ -210,7 +210,7 @@ int RunRtos(int connection) {
   if (g_work.pin) PinTo(0);
   g_meeting = MapMeeting(g_work.stats_fd);
   if (g_meeting == nullptr) return EXIT_FAILURE;
-  AudioControl no_audio;
+  AudioService no_audio;
   RealTimeSide side{kElements, no_audio};
   Connection(tessel::UniqueFd(connection), side).Serve();
   return EXIT_SUCCESS;

@@ -180,6 +180,9 @@ TEST_F(Served, RefusesSessionsThatDoNotFit) {
     EXPECT_EQ(Ask(sessions, bells),
               "error={sessions: a name longer than 255, or a descriptor that is no eventfd}");
   }
+  EXPECT_TRUE(create("offset=8192,size=65536").starts_with("object"));
+  EXPECT_EQ(create("offset=69632,size=65536"),
+            "error=sessions: s overlaps the area of another session");
 }
 
 TEST_F(Served, SteersOnlyWhatAStreamCanBeSteeredBy) {

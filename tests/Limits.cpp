@@ -146,14 +146,30 @@ std::string Ask(const UniqueFd& socket, const std::string& text, std::vector<int
 
 // A connection asks for a stream and for the list of streams while memory runs out at each
 // allocation in turn.
-TEST(Memory, ThatRunsOutCostsAtMostTheConnection) {
+// What a real-time side answers whose allocations fail after the next `left`; with `is_enough` all
+// of them were served.
+Lines AnswersShortOfMemory(int left, bool& is_enough) {
   std::string error;
   const auto window = link::SharedWindow::Create(1 << 20, error);
   const link::Doorbell bell = link::Doorbell::Create();
+  int ends[2];
+  EXPECT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends), 0);
+  const UniqueFd near(ends[0]);
+  std::thread real_time_side([&] { RunOddRtos("ends", UniqueFd(ends[1])); });
+  EXPECT_NE(Ask(near, "cmd=hello,version=1,base=0x100000", {window->Fd()}), "hung up");
   const std::string create =
       "cmd=tesselCreate,blocks=,sessions={s={offset=4096,size=65536}},"
       "status=play,layout={type=pipeline,layout={pv-yuv-src-adv+h264-"
       "encoder-dma+ShmSink:session_name=s}}";
+  g_left = left;
+  Lines answers = {Ask(near, create, {bell.Fd(), bell.Fd()}), Ask(near, "cmd=tesselList")};
+  is_enough = g_left.exchange(-1) > 0;
+  shutdown(near.Get(), SHUT_RDWR);
+  real_time_side.join();
+  return answers;
+}
+
+TEST(Memory, ThatRunsOutCostsAtMostTheConnection) {
   t_is_spared = true;
   int refused = 0;
   int hung_up = 0;
@@ -161,23 +177,12 @@ TEST(Memory, ThatRunsOutCostsAtMostTheConnection) {
     g_fails_once = once;
     bool is_enough = false;
     for (int left = 0; !is_enough; ++left) {
-      int ends[2];
-      ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends), 0);
-      const UniqueFd near(ends[0]);
-      std::thread real_time_side([&] { RunOddRtos("ends", UniqueFd(ends[1])); });
-      EXPECT_NE(Ask(near, "cmd=hello,version=1,base=0x100000", {window->Fd()}), "hung up");
-      g_left = left;
-      const Lines answers = {Ask(near, create, {bell.Fd(), bell.Fd()}),
-                             Ask(near, "cmd=tesselList")};
-      is_enough = g_left.exchange(-1) > 0;
-      for (const std::string& answer : answers) {
+      for (const std::string& answer : AnswersShortOfMemory(left, is_enough)) {
         const bool is_refused = answer.starts_with("error=");
         EXPECT_FALSE(is_enough && (is_refused || answer == "hung up")) << answer;
         refused += is_refused ? 1 : 0;
         hung_up += answer == "hung up" ? 1 : 0;
       }
-      shutdown(near.Get(), SHUT_RDWR);
-      real_time_side.join();
     }
   }
   t_is_spared = false;

@@ -10,7 +10,7 @@
 #include <optional>
 #include <string>
 
-#include "AudioControl.h"
+#include "AudioService.h"
 #include "messages/AudioControls.h"
 #include "quill/AttrSet.h"
 
@@ -61,7 +61,7 @@ class AudioDevice {
 };
 
 // All of them, by kind: "Microphone" and "Speaker". Constant but for the controls. Any thread.
-class AudioDevices : public AudioControl {
+class AudioDevices : public AudioService {
  public:
   // A microphone and a speaker with everything but automatic gain for the speaker.
   static AudioDevices Usual();

@@ -25,8 +25,8 @@ bool Application::SetStatus(link::Status status, std::string& error) {
 link::StreamReport Application::Report() const {
   link::StreamReport report;
   static_cast<link::SessionCounters&>(report) = _chain.sink->Counters();
-  for (const Chain::Link& link : _chain.links) {
-    report.chain.append(report.chain.empty() ? "" : "+").append(link.row->name);
+  for (const Chain::Stage& stage : _chain.stages) {
+    report.chain.append(report.chain.empty() ? "" : "+").append(stage.row->name);
   }
   report.session = _chain.session_name;
   report.state = _runner.State();

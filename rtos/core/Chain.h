@@ -10,13 +10,13 @@
 namespace tessel::rtos {
 
 struct Chain {
-  struct Link {
+  struct Stage {
     const ElementRow* row;
     std::unique_ptr<Element> element;
   };
-  std::vector<Link> links;
-  Source* source = nullptr;    // the first of `links`
-  Sink* sink = nullptr;        // the last of `links`
+  std::vector<Stage> stages;
+  Source* source = nullptr;    // the first of `stages`
+  Sink* sink = nullptr;        // the last of `stages`
   VbrcBlock* block = nullptr;  // steers all elements; null: nothing steers them
   std::string session_name;    // as the layout has it
   Media media;                 // that the chain delivers

@@ -41,7 +41,7 @@ bool ChainBuilder::MakeElements(const Layout& layout, Chain& chain, std::string&
       error = "no element \"" + wanted.class_name + "\"";
       return false;
     }
-    chain.links.push_back({&*row, row->make()});
+    chain.stages.push_back({&*row, row->make()});
     if (row->is_encoder) {
       _encoder = &*row;
       // The rate asked of the encoder is the rate at which the source captures.
@@ -53,8 +53,8 @@ bool ChainBuilder::MakeElements(const Layout& layout, Chain& chain, std::string&
       return false;
     }
   }
-  chain.source = dynamic_cast<Source*>(chain.links.front().element.get());
-  chain.sink = dynamic_cast<Sink*>(chain.links.back().element.get());
+  chain.source = dynamic_cast<Source*>(chain.stages.front().element.get());
+  chain.sink = dynamic_cast<Sink*>(chain.stages.back().element.get());
   if (chain.source != nullptr && chain.sink != nullptr) return true;
   error = "a chain that does not begin with a source and end with a sink";
   return false;
@@ -74,15 +74,15 @@ bool ChainBuilder::TakeBlock(const char* address, Chain& chain, std::string& err
 }
 
 bool ChainBuilder::OpenElements(const Layout& layout, Chain& chain, std::string& error) const {
-  for (std::size_t i = 0; i < chain.links.size(); ++i) {
-    Element& element = *chain.links[i].element;
+  for (std::size_t i = 0; i < chain.stages.size(); ++i) {
+    Element& element = *chain.stages[i].element;
     if (!element.Open(*this, layout[i].params, chain.media, error)) {
       error = AboutElement(layout[i].class_name, error);
       return false;
     }
     QpPolicy* policy = element.Policy();
     for (std::size_t j = 0; policy != nullptr && j < i; ++j)
-      chain.links[j].element->Follow(*policy);
+      chain.stages[j].element->Follow(*policy);
   }
   return true;
 }

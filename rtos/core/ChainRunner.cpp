@@ -16,7 +16,7 @@ using link::StreamState;
 ChainRunner::ChainRunner(Chain& chain, Report report)
     : _chain(chain),
       _report(std::move(report)),
-      _no_memory(AboutElement(chain.links.front().row->name, "out of memory")) {}
+      _no_memory(AboutElement(chain.stages.front().row->name, "out of memory")) {}
 
 bool ChainRunner::Start(std::string& error) {
   if (_thread.joinable()) return true;
@@ -60,7 +60,7 @@ bool ChainRunner::SleepUntil(std::int64_t due_ns) {
 }
 
 void ChainRunner::Run() {
-  for (const Chain::Link& link : _chain.links) link.element->Start();
+  for (const Chain::Stage& stage : _chain.stages) stage.element->Start();
   Unit unit;
   ReadControl(unit);
   while (!_is_stopping) {
@@ -75,12 +75,12 @@ void ChainRunner::Run() {
     _report(link::Event::Kind::kEnd, "end of input");
     break;
   }
-  for (const Chain::Link& link : _chain.links) link.element->Stop();
+  for (const Chain::Stage& stage : _chain.stages) stage.element->Stop();
 }
 
 // One unit from the source to the sink.
 Verdict ChainRunner::MoveOne(Unit& unit) {
-  const Chain::Link& first = _chain.links.front();
+  const Chain::Stage& first = _chain.stages.front();
   Source& source = *_chain.source;
   Verdict verdict = Checked(first, source.Await(unit, *this));
   if (verdict != Verdict::kPass) return verdict;
@@ -103,8 +103,8 @@ Verdict ChainRunner::MoveOne(Unit& unit) {
 }
 
 Verdict ChainRunner::Admit(const Unit& unit) const {
-  for (const Chain::Link& link : _chain.links) {
-    const Verdict verdict = link.element->Admit(unit);
+  for (const Chain::Stage& stage : _chain.stages) {
+    const Verdict verdict = stage.element->Admit(unit);
     if (verdict != Verdict::kPass) return verdict;
   }
   return Verdict::kPass;
@@ -137,7 +137,7 @@ Verdict ChainRunner::Skip(Unit& unit, Verdict reason) {
   if (reason == Verdict::kNotTriggered && !_chain.source->IsLive()) {
     SleepUntil(NowNs() + kSecondNs / unit.frames_per_second);
   }
-  return Checked(_chain.links.front(), _chain.source->Skip(unit));
+  return Checked(_chain.stages.front(), _chain.source->Skip(unit));
 }
 
 // False when the chain is told to stop.
@@ -152,9 +152,9 @@ bool ChainRunner::WaitForRoom(Unit& unit) {
 
 // From the element at `first` on.
 Verdict ChainRunner::PassThrough(Unit& unit, std::size_t first) {
-  for (std::size_t i = first; i < _chain.links.size(); ++i) {
-    const Chain::Link& link = _chain.links[i];
-    const Verdict verdict = Checked(link, link.element->Process(unit));
+  for (std::size_t i = first; i < _chain.stages.size(); ++i) {
+    const Chain::Stage& stage = _chain.stages[i];
+    const Verdict verdict = Checked(stage, stage.element->Process(unit));
     if (verdict != Verdict::kPass) return verdict;
   }
   return Verdict::kPass;
@@ -162,8 +162,8 @@ Verdict ChainRunner::PassThrough(Unit& unit, std::size_t first) {
 
 // The units that elements keep back belong to the input that has ended. kEnd when all are through.
 Verdict ChainRunner::Drain(Unit& unit) {
-  for (std::size_t i = 0; i < _chain.links.size(); ++i) {
-    while (!_is_stopping && _chain.links[i].element->KeepsBack()) {
+  for (std::size_t i = 0; i < _chain.stages.size(); ++i) {
+    while (!_is_stopping && _chain.stages[i].element->KeepsBack()) {
       const Verdict verdict = DrainElement(unit, i);
       if (verdict == Verdict::kFail) return verdict;
       if (verdict == Verdict::kEnd) break;
@@ -174,10 +174,10 @@ Verdict ChainRunner::Drain(Unit& unit) {
 
 // Moves one unit that the element at `index` has kept back. kEnd when it has no more.
 Verdict ChainRunner::DrainElement(Unit& unit, std::size_t index) {
-  const Chain::Link& link = _chain.links[index];
+  const Chain::Stage& stage = _chain.stages[index];
   unit.room = _chain.sink->Reserve();
   if (unit.room.empty() && !_chain.source->IsLive() && !WaitForRoom(unit)) return Verdict::kEnd;
-  const Verdict verdict = Checked(link, link.element->Drain(unit));
+  const Verdict verdict = Checked(stage, stage.element->Drain(unit));
   if (verdict == Verdict::kFail) return verdict;
   if (verdict != Verdict::kPass) return Verdict::kEnd;
   unit.sequence = _next_sequence;
@@ -187,10 +187,10 @@ Verdict ChainRunner::DrainElement(Unit& unit, std::size_t index) {
 }
 
 // Reports a failure of the element.
-Verdict ChainRunner::Checked(const Chain::Link& link, Verdict verdict) {
+Verdict ChainRunner::Checked(const Chain::Stage& stage, Verdict verdict) {
   if (verdict != Verdict::kFail) return verdict;
   _state = StreamState::kFailed;
-  _report(link::Event::Kind::kFailed, AboutElement(link.row->name, link.element->LastError()));
+  _report(link::Event::Kind::kFailed, AboutElement(stage.row->name, stage.element->LastError()));
   return verdict;
 }
 

@@ -45,7 +45,7 @@ class ChainRunner : private StopSignal {
   Verdict PassThrough(Unit& unit, std::size_t first);
   Verdict Drain(Unit& unit);
   Verdict DrainElement(Unit& unit, std::size_t index);
-  Verdict Checked(const Chain::Link& link, Verdict verdict);
+  Verdict Checked(const Chain::Stage& stage, Verdict verdict);
   void ReadControl(Unit& unit) const;
 
   Chain& _chain;

@@ -1,5 +1,6 @@
 #include "Connection.h"
 
+#include <algorithm>
 #include <new>
 
 #include <sys/socket.h>
@@ -102,6 +103,20 @@ bool Connection::Execute(const link::Hello& request, link::HelloAnswer& answer,
   return _window != nullptr;
 }
 
+// Two chains must not write into the same memory.
+bool Connection::IsInUse(std::span<const std::byte> area, const Grants& grants) const {
+  const auto overlaps = [area](std::span<const std::byte> other) {
+    return area.data() < other.data() + other.size() && other.data() < area.data() + area.size();
+  };
+  for (const auto& [name, session] : grants.sessions) {
+    if (overlaps(session.area)) return true;
+  }
+  return std::any_of(_applications.begin(), _applications.end(), [&](const auto& entry) {
+    const std::vector<std::span<const std::byte>>& areas = entry.second.areas;
+    return std::any_of(areas.begin(), areas.end(), overlaps);
+  });
+}
+
 bool Connection::ReadGrants(const link::Create& request, Grants& grants, std::string& error) {
   for (const auto& [offset, size_bytes] : request.blocks) {
     if (_window->Area(offset, size_bytes).empty()) {
@@ -127,6 +142,10 @@ bool Connection::ReadGrants(const link::Create& request, Grants& grants, std::st
               ",size=" + std::to_string(place.size) + "} lies outside the window";
       return false;
     }
+    if (IsInUse(session.area, grants)) {
+      error = "sessions: " + name + " overlaps the area of another session";
+      return false;
+    }
     session.frame_doorbell = std::move(_fds[next_fd++]);
     session.slot_doorbell = std::move(_fds[next_fd++]);
     if (name.size() > kLongestName || !link::Doorbell::IsDoorbell(session.frame_doorbell.Get()) ||
@@ -143,6 +162,8 @@ bool Connection::Execute(const link::Create& request, link::CreateAnswer& answer
                          std::string& error) {
   Grants grants;
   if (!ReadGrants(request, grants, error)) return false;
+  std::vector<std::span<const std::byte>> areas;
+  for (const auto& [name, session] : grants.sessions) areas.emplace_back(session.area);
   const std::uint64_t handle = _side.streams.NewHandle();
   const auto report = [this, handle](link::Event::Kind kind, const std::string& text) {
     Report(handle, kind, text);
@@ -155,7 +176,8 @@ bool Connection::Execute(const link::Create& request, link::CreateAnswer& answer
   answer.object_base.number = handle;
   answer.media = application->Description();
   auto listing = _side.streams.Add(handle, *application, _client);
-  _applications.emplace(handle, Listed{std::move(application), std::move(listing)});
+  _applications.emplace(handle,
+                        Listed{std::move(application), std::move(listing), std::move(areas)});
   return true;
 }
 

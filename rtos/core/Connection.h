@@ -3,6 +3,7 @@
 
 #include <map>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -38,6 +39,7 @@ class Connection {
   bool Execute(const link::SetStatus& request, link::Done&, std::string& error);
   bool Execute(const link::Destroy& request, link::Done&, std::string& error);
 
+  bool IsInUse(std::span<const std::byte> area, const Grants& grants) const;
   bool ReadGrants(const link::Create& request, Grants& grants, std::string& error);
   Application* Find(link::Handle handle, std::string& error) const;
   void Send(link::WireMessage::Kind kind, std::uint32_t number, const AttrSet& body) const;
@@ -53,6 +55,7 @@ class Connection {
   struct Listed {
     std::unique_ptr<Application> application;
     std::unique_ptr<StreamRegistry::Listing> listing;  // ends first
+    std::vector<std::span<const std::byte>> areas;     // of its sessions
   };
   std::map<std::uint64_t, Listed> _applications;  // by handle
 };

@@ -3,7 +3,7 @@
 
 #include <span>
 
-#include "AudioControl.h"
+#include "AudioService.h"
 #include "Element.h"
 #include "StreamRegistry.h"
 
@@ -12,7 +12,7 @@ namespace tessel::rtos {
 // Any thread, as its parts are.
 struct RealTimeSide {
   const std::span<const ElementRow> elements;
-  AudioControl& audio;  // of the board
+  AudioService& audio;  // of the board
   StreamRegistry streams = {};
 };
 

@@ -81,8 +81,8 @@ VbrcBlock::Word* Steering::Find(const std::string& name, Use use, std::string& e
 }
 
 bool Steering::Reads(ControlWord word) const {
-  return std::any_of(_chain.links.begin(), _chain.links.end(), [word](const Chain::Link& link) {
-    const auto reads = link.row->reads;
+  return std::any_of(_chain.stages.begin(), _chain.stages.end(), [word](const Chain::Stage& stage) {
+    const auto reads = stage.row->reads;
     return std::find(reads.begin(), reads.end(), word) != reads.end();
   });
 }

@@ -21,8 +21,8 @@ CommandChannel::CommandChannel(UniqueFd socket) : _socket(std::move(socket)) {
 
 CommandChannel::~CommandChannel() { KeepInForkedChild(_socket.Get()); }
 
-bool CommandChannel::Listen(std::shared_ptr<Listener> listener, std::string& error) {
-  std::thread thread = StartThread("tessel-wire", [this, held = std::move(listener)] {
+bool CommandChannel::Start(std::shared_ptr<Handler> handler, std::string& error) {
+  std::thread thread = StartThread("tessel-wire", [this, held = std::move(handler)] {
     Receive(*held);
     held->OnDisconnect();
   });
@@ -95,14 +95,14 @@ void CommandChannel::Post(const AttrSet& body, OnAnswer on_answer) {
   Send(body, {}, pending, error);
 }
 
-void CommandChannel::Receive(Listener& listener) {
+void CommandChannel::Receive(Handler& handler) {
   WireMessage message;
   std::vector<UniqueFd> fds;
   while (ReceiveMessage(_socket.Get(), message, fds)) {
     if (message.kind == WireMessage::kAnswer) {
       TakeAnswer(message.number, message.text);
     } else if (message.kind == WireMessage::kEvent) {
-      listener.OnEvent(message.text);
+      handler.OnEvent(message.text);
     }
   }
 }

@@ -25,14 +25,14 @@ inline constexpr char kLoss[] = "the real-time side is gone";
 class CommandChannel {
  public:
   // Gets what the real-time side sends unasked. Wire thread.
-  class Listener {
+  class Handler {
    public:
     virtual void OnEvent(const std::string& text) = 0;
     // The wire has ended; the last call. It has to call Close().
     virtual void OnDisconnect() = 0;
 
    protected:
-    ~Listener() = default;
+    ~Handler() = default;
   };
 
   // Runs with the answer, before the thread that waits for it wakes, and also when the answer comes
@@ -42,9 +42,9 @@ class CommandChannel {
   explicit CommandChannel(tessel::UniqueFd socket);
   ~CommandChannel();
 
-  // Starts the wire thread, which receives and holds `listener` until the wire ends. False with
-  // `error` set. REQUIRES: `listener` owns this channel.
-  bool Listen(std::shared_ptr<Listener> listener, std::string& error);
+  // Starts the wire thread, which receives and holds `handler` until the wire ends. False with
+  // `error` set. REQUIRES: `handler` owns this channel.
+  bool Start(std::shared_ptr<Handler> handler, std::string& error);
 
   // Sends a request and waits for its answer. False with `error` set when it is not answered within
   // `timeout`, is refused ("error" is then in `answer`), or the wire ends. `fds` are lent.
@@ -71,7 +71,7 @@ class CommandChannel {
   // The request's number, or 0 with `error` set.
   std::uint32_t Send(const base::AttrSet& body, const std::vector<int>& fds,
                      const std::shared_ptr<Pending>& pending, std::string& error);
-  void Receive(Listener& listener);
+  void Receive(Handler& handler);
   void TakeAnswer(std::uint32_t number, const std::string& text);
 
   const tessel::UniqueFd _socket;

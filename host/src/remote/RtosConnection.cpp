@@ -38,7 +38,7 @@ std::shared_ptr<RtosConnection> RtosConnection::Open(std::string& error) {
   if (!socket.IsOpen()) return nullptr;
   std::shared_ptr<RtosConnection> connection(new RtosConnection(process, std::move(socket)));
   g_live_number.store(connection->_number, std::memory_order_release);
-  if (!connection->_channel.Listen(connection, error)) {
+  if (!connection->_channel.Start(connection, error)) {
     connection->OnDisconnect();
     return nullptr;
   }

@@ -17,7 +17,7 @@ namespace quill::stream {
 
 // Alive until the real-time side dies or hangs up. Its applications end with it; only frames that
 // are still held keep their memory. Any thread.
-class RtosConnection final : public CommandChannel::Listener,
+class RtosConnection final : public CommandChannel::Handler,
                              public std::enable_shared_from_this<RtosConnection> {
  public:
   // Connects to the socket that the options name, else to a process that it starts. Null with
@@ -39,7 +39,7 @@ class RtosConnection final : public CommandChannel::Listener,
  private:
   RtosConnection(const RtosProcess& process, tessel::UniqueFd socket);
   bool Handshake(std::string& error);
-  // CommandChannel::Listener
+  // CommandChannel::Handler
   void OnEvent(const std::string& text) override { _events.OnEvent(text); }
   void OnDisconnect() override;
 

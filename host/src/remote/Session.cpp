@@ -160,7 +160,7 @@ void Session::SetMode(Mode mode) {
   _mode.notify_all();
 }
 
-void Session::Listen(Listener listener) {
+void Session::SetListener(Listener listener) {
   const std::lock_guard lock(_listener_mutex);
   _listener = std::move(listener);
 }

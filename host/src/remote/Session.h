@@ -76,7 +76,7 @@ class Session : public std::enable_shared_from_this<Session> {
   // thread and returns the work to be done there with the text; empty removes it. When this
   // returns, the former listener does not run any more, but the work that it returned may.
   using Listener = std::function<std::function<void()>(const std::string& text)>;
-  void Listen(Listener listener);
+  void SetListener(Listener listener);
   void Tell(const std::string& text);  // message thread
 
   tessel::link::SessionCounters Counters() const { return _consumer->Counters(); }

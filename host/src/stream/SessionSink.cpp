@@ -14,7 +14,7 @@ bool SessionSink::Open() {
   if (Failed(_session == nullptr, "!_session", "the source is not open")) return false;
   // OnMessage() may destroy the stream: all that the call needs is held before the listener can be
   // removed.
-  _session->Listen([this](const std::string& text) -> std::function<void()> {
+  _session->SetListener([this](const std::string& text) -> std::function<void()> {
     _messages->Begin();
     return [this, text, running = _messages,
             guard = std::make_shared<base::CallbackGuard>(*this)]() mutable {
@@ -53,7 +53,7 @@ bool SessionSink::Stop() {
 bool SessionSink::Close() {
   if (_session == nullptr) return PipelineElement::Close();
   bool done = SessionSink::Stop();
-  _session->Listen(nullptr);
+  _session->SetListener(nullptr);
   if (!IsHostThread()) done = _messages->WaitUntilNoneRuns(CommandTimeout()) && done;
   _session.reset();
   return PipelineElement::Close() && done;

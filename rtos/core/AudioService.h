@@ -11,9 +11,9 @@ namespace tessel::rtos {
 class AudioDevice;  // of the board
 
 // This class itself stands for a board without audio devices. Any thread.
-class AudioControl {
+class AudioService {
  public:
-  virtual ~AudioControl() = default;
+  virtual ~AudioService() = default;
 
   // Null: the board has none.
   virtual const AudioDevice* Microphone() const { return nullptr; }
