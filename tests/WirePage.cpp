@@ -51,7 +51,7 @@ void AddRows(std::vector<std::string>& rows) {
                      (row.may_lack ? ", optional" : ""));
     }
   };
-  std::apply([&](const auto&... row) { (add(row), ...); }, Record::kFields);
+  std::apply([&](const auto&... row) { (add(row), ...); }, Record::Fields());
 }
 
 template <typename... Records>

@@ -15,7 +15,9 @@ struct Area {
   static constexpr char kName[] = "area";
   std::uint64_t offset = 0;
   std::uint64_t size = 0;
-  static constexpr std::tuple kFields{Field("offset", &Area::offset), Field("size", &Area::size)};
+  static constexpr auto Fields() {
+    return std::tuple{Field("offset", &Area::offset), Field("size", &Area::size)};
+  }
 };
 
 // Where the inputs of an application's chain come from (doc/elements.md), as the client's options
@@ -27,10 +29,12 @@ struct BoardInputs {
   bool loop = true;   // a media file starts anew at its end; else the stream ends there
   bool paced = true;  // live; else as fast as the consumer takes frames
   int slots = 24;     // most frames in flight of one stream
-  static constexpr std::tuple kFields{
-      Field("sensor", &BoardInputs::sensor, kMayLack), Field("mic", &BoardInputs::mic, kMayLack),
-      Field("loop", &BoardInputs::loop, kMayLack), Field("paced", &BoardInputs::paced, kMayLack),
-      Field("slots", &BoardInputs::slots, kMayLack)};
+  static constexpr auto Fields() {
+    return std::tuple{
+        Field("sensor", &BoardInputs::sensor, kMayLack), Field("mic", &BoardInputs::mic, kMayLack),
+        Field("loop", &BoardInputs::loop, kMayLack), Field("paced", &BoardInputs::paced, kMayLack),
+        Field("slots", &BoardInputs::slots, kMayLack)};
+  }
 };
 
 struct CreateAnswer {
@@ -38,8 +42,10 @@ struct CreateAnswer {
   Handle object_base;  // of the application
   // What it delivers, as MediaAnswer has it; a real-time side may want to be asked for it.
   std::optional<AttrSet> media;
-  static constexpr std::tuple kFields{Field("object_base", &CreateAnswer::object_base),
-                                      Field("media", &CreateAnswer::media)};
+  static constexpr auto Fields() {
+    return std::tuple{Field("object_base", &CreateAnswer::object_base),
+                      Field("media", &CreateAnswer::media)};
+  }
 };
 
 // What the host adds to a client's request for an application. Two eventfds a session go with it,
@@ -50,9 +56,10 @@ struct Grant {
   // bytes.
   List<std::string, Area> sessions;
   List<std::uint64_t, std::uint64_t> blocks;
-  static constexpr std::tuple kFields{Field("board", &Grant::board, kMayLack),
-                                      Field("sessions", &Grant::sessions),
-                                      Field("blocks", &Grant::blocks)};
+  static constexpr auto Fields() {
+    return std::tuple{Field("board", &Grant::board, kMayLack), Field("sessions", &Grant::sessions),
+                      Field("blocks", &Grant::blocks)};
+  }
 };
 
 struct Create : Grant {
@@ -61,16 +68,18 @@ struct Create : Grant {
   std::string type = "Application";
   std::string layout;            // "type=pipeline,layout={chain}"
   std::optional<Status> status;  // to begin in; without one: ready
-  static constexpr auto kFields =
-      std::tuple_cat(std::tuple{Field("type", &Create::type, kMayLack),
-                                Field("layout", &Create::layout), Field("status", &Create::status)},
-                     Grant::kFields);
+  static constexpr auto Fields() {
+    return std::tuple_cat(
+        std::tuple{Field("type", &Create::type, kMayLack), Field("layout", &Create::layout),
+                   Field("status", &Create::status)},
+        Grant::Fields());
+  }
 };
 
 struct MediaAnswer {
   static constexpr char kName[] = "tesselMedia answer";
   AttrSet media;  // quill/MediaKeys.h
-  static constexpr std::tuple kFields{Field("media", &MediaAnswer::media)};
+  static constexpr auto Fields() { return std::tuple{Field("media", &MediaAnswer::media)}; }
 };
 
 struct DescribeMedia {
@@ -78,8 +87,10 @@ struct DescribeMedia {
   using Answer = MediaAnswer;
   Handle object_base;
   std::optional<std::string> session_name;  // for who reads along; not looked at
-  static constexpr std::tuple kFields{Field("object_base", &DescribeMedia::object_base),
-                                      Field("session_name", &DescribeMedia::session_name)};
+  static constexpr auto Fields() {
+    return std::tuple{Field("object_base", &DescribeMedia::object_base),
+                      Field("session_name", &DescribeMedia::session_name)};
+  }
 };
 
 struct SetStatus {
@@ -88,9 +99,11 @@ struct SetStatus {
   Handle object_base;
   std::optional<std::string> session_name;  // as above
   Status status = Status::kReady;
-  static constexpr std::tuple kFields{Field("object_base", &SetStatus::object_base),
-                                      Field("session_name", &SetStatus::session_name),
-                                      Field("status", &SetStatus::status)};
+  static constexpr auto Fields() {
+    return std::tuple{Field("object_base", &SetStatus::object_base),
+                      Field("session_name", &SetStatus::session_name),
+                      Field("status", &SetStatus::status)};
+  }
 };
 
 struct Destroy {
@@ -98,8 +111,10 @@ struct Destroy {
   using Answer = Done;
   Handle object_base;
   std::optional<std::string> session_name;  // as above
-  static constexpr std::tuple kFields{Field("object_base", &Destroy::object_base),
-                                      Field("session_name", &Destroy::session_name)};
+  static constexpr auto Fields() {
+    return std::tuple{Field("object_base", &Destroy::object_base),
+                      Field("session_name", &Destroy::session_name)};
+  }
 };
 
 // Sent unasked. After either kind the application delivers nothing more.
@@ -109,9 +124,10 @@ struct Event {
   Kind event = Kind::kEnd;
   Handle object_base;  // of the application
   std::optional<std::string> text;
-  static constexpr std::tuple kFields{Field("event", &Event::event),
-                                      Field("object_base", &Event::object_base),
-                                      Field("text", &Event::text)};
+  static constexpr auto Fields() {
+    return std::tuple{Field("event", &Event::event), Field("object_base", &Event::object_base),
+                      Field("text", &Event::text)};
+  }
 };
 inline constexpr const char* kEventWords[] = {"end", "failed"};
 constexpr std::span<const char* const> WordsOf(Event::Kind) { return kEventWords; }

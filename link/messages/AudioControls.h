@@ -18,12 +18,14 @@ struct AudioControls {
   std::optional<bool> agc;
   bool can_mute = false;
   std::optional<bool> mute;
-  static constexpr std::tuple kFields{
-      Field("rate", &AudioControls::rate),         Field("channels", &AudioControls::channels),
-      Field("canVol", &AudioControls::can_volume), Field("vol", &AudioControls::volume),
-      Field("volmin", &AudioControls::volume_min), Field("volmax", &AudioControls::volume_max),
-      Field("canAgc", &AudioControls::can_agc),    Field("agc", &AudioControls::agc),
-      Field("canMute", &AudioControls::can_mute),  Field("mute", &AudioControls::mute)};
+  static constexpr auto Fields() {
+    return std::tuple{
+        Field("rate", &AudioControls::rate),         Field("channels", &AudioControls::channels),
+        Field("canVol", &AudioControls::can_volume), Field("vol", &AudioControls::volume),
+        Field("volmin", &AudioControls::volume_min), Field("volmax", &AudioControls::volume_max),
+        Field("canAgc", &AudioControls::can_agc),    Field("agc", &AudioControls::agc),
+        Field("canMute", &AudioControls::can_mute),  Field("mute", &AudioControls::mute)};
+  }
 };
 
 // Controls that can be set: a number, and two that are true or false.
@@ -36,16 +38,18 @@ struct ProbeAnswer : AudioControls {
   static constexpr char kName[] = "ProbeAudioDriver answer";
   bool rst = true;     // whether the device can be used
   Handle object_base;  // of the device
-  static constexpr auto kFields = std::tuple_cat(
-      std::tuple{Field("rst", &ProbeAnswer::rst), Field("object_base", &ProbeAnswer::object_base)},
-      AudioControls::kFields);
+  static constexpr auto Fields() {
+    return std::tuple_cat(std::tuple{Field("rst", &ProbeAnswer::rst),
+                                     Field("object_base", &ProbeAnswer::object_base)},
+                          AudioControls::Fields());
+  }
 };
 
 struct ProbeAudio {
   static constexpr char kName[] = "ProbeAudioDriver";
   using Answer = ProbeAnswer;
   std::string device;  // its kind
-  static constexpr std::tuple kFields{Field("devType", &ProbeAudio::device)};
+  static constexpr auto Fields() { return std::tuple{Field("devType", &ProbeAudio::device)}; }
 };
 
 // All settings are checked before the first is stored; then they are stored in their order.
@@ -55,9 +59,11 @@ struct SetAudio {
   std::string device;  // its kind
   Handle object_base;  // as the probe brought it
   AttrSet settings;    // some of kAudioSettings, as text: a device's own limits decide
-  static constexpr std::tuple kFields{Field("devType", &SetAudio::device),
-                                      Field("object_base", &SetAudio::object_base),
-                                      SomeOf(kAudioSettings, &SetAudio::settings)};
+  static constexpr auto Fields() {
+    return std::tuple{Field("devType", &SetAudio::device),
+                      Field("object_base", &SetAudio::object_base),
+                      SomeOf(kAudioSettings, &SetAudio::settings)};
+  }
 };
 
 }  // namespace tessel::link

@@ -9,7 +9,7 @@ namespace tessel::link {
 struct HelloAnswer {
   static constexpr char kName[] = "hello answer";
   std::optional<int> pid;  // the process that plays the real-time side
-  static constexpr std::tuple kFields{Field("pid", &HelloAnswer::pid)};
+  static constexpr auto Fields() { return std::tuple{Field("pid", &HelloAnswer::pid)}; }
 };
 
 // With one descriptor, the window's.
@@ -18,8 +18,9 @@ struct Hello {
   using Answer = HelloAnswer;
   int version = kSessionVersion;
   Handle base;  // the window's address on the Linux side
-  static constexpr std::tuple kFields{Field("version", &Hello::version),
-                                      Field("base", &Hello::base)};
+  static constexpr auto Fields() {
+    return std::tuple{Field("version", &Hello::version), Field("base", &Hello::base)};
+  }
 };
 
 }  // namespace tessel::link

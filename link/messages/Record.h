@@ -4,7 +4,9 @@
 //   struct Destroy {
 //     static constexpr char kName[] = "tesselDestroy";
 //     Handle object_base;
-//     static constexpr auto kFields = std::tuple(Field("object_base", &Destroy::object_base));
+//     static constexpr auto Fields() {  // a function, as the record is complete in its body only
+//       return std::tuple(Field("object_base", &Destroy::object_base));
+//     }
 //   };
 //
 // The text form is an attribute set. A field that is a record, or a list of pairs, is a set inside
@@ -61,7 +63,7 @@ using List = std::vector<std::pair<Key, Value>>;
 
 template <typename T>
 concept IsRecord = requires {
-  T::kFields;
+  T::Fields();
 };
 // An enumeration whose words a function WordsOf(T) lists, in the order of its values.
 template <typename T>
@@ -273,7 +275,7 @@ bool Write(const Record& record, AttrSet& set, std::string& error) {
   const auto write = [&](const auto&... field) {
     return (WriteField(record, field, set, error) && ...);
   };
-  return std::apply(write, Record::kFields);
+  return std::apply(write, Record::Fields());
 }
 
 // False, with `error`, at the first field that is missing or has no value of its type; `record` is
@@ -283,14 +285,14 @@ bool Read(const AttrSet& untrusted, Record& record, std::string& error) {
   const auto read = [&](const auto&... field) {
     return (ReadField(untrusted, field, record, error) && ...);
   };
-  return std::apply(read, Record::kFields);
+  return std::apply(read, Record::Fields());
 }
 
 // Whether a record of this type has a field of that name.
 template <typename Record>
 bool HasField(const std::string& name) {
   const auto has = [&](const auto&... field) { return ((name == field.name) || ...); };
-  return std::apply(has, Record::kFields);
+  return std::apply(has, Record::Fields());
 }
 
 }  // namespace tessel::link

@@ -13,7 +13,7 @@ inline constexpr char kRefusalKey[] = "error";  // in an answer: it refuses, and
 // The answer to a request that only has to be done.
 struct Done {
   static constexpr char kName[] = "done";
-  static constexpr std::tuple<> kFields{};
+  static constexpr auto Fields() { return std::tuple<>(); }
 };
 
 // The request as it crosses. False, with `error`, when a value cannot be written as text.

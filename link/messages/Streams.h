@@ -31,29 +31,31 @@ struct StreamReport : SessionCounters {
   AttrSet media;                                  // quill/MediaKeys.h
   std::optional<List<std::string, int>> control;  // words of its rate-control block, if it has one
   int client = 0;                                 // the process that it belongs to
-  static constexpr auto kFields =
-      std::tuple_cat(std::tuple{Field("chain", &StreamReport::chain, kMayLack),
-                                Field("session", &StreamReport::session, kMayLack),
-                                Field("state", &StreamReport::state),
-                                Field("media", &StreamReport::media, kMayLack)},
-                     kCounterFields,
-                     std::tuple{Field("control", &StreamReport::control),
-                                Field("client", &StreamReport::client, kMayLack)});
+  static constexpr auto Fields() {
+    return std::tuple_cat(std::tuple{Field("chain", &StreamReport::chain, kMayLack),
+                                     Field("session", &StreamReport::session, kMayLack),
+                                     Field("state", &StreamReport::state),
+                                     Field("media", &StreamReport::media, kMayLack)},
+                          kCounterFields,
+                          std::tuple{Field("control", &StreamReport::control),
+                                     Field("client", &StreamReport::client, kMayLack)});
+  }
 };
 
 struct ListAnswer {
   static constexpr char kName[] = "tesselList answer";
   List<int, StreamReport> streams;  // by their numbers
   std::optional<Handle> next;       // from which the next page begins, where there is one
-  static constexpr std::tuple kFields{Field("streams", &ListAnswer::streams),
-                                      Field("next", &ListAnswer::next)};
+  static constexpr auto Fields() {
+    return std::tuple{Field("streams", &ListAnswer::streams), Field("next", &ListAnswer::next)};
+  }
 };
 
 struct ListStreams {
   static constexpr char kName[] = "tesselList";
   using Answer = ListAnswer;
   std::optional<Handle> from;  // nothing for the first page
-  static constexpr std::tuple kFields{Field("from", &ListStreams::from)};
+  static constexpr auto Fields() { return std::tuple{Field("from", &ListStreams::from)}; }
 };
 
 // Stores a word of a stream's rate-control block.
@@ -63,9 +65,10 @@ struct SetWord {
   int stream = 0;
   std::string word;
   int value = 0;
-  static constexpr std::tuple kFields{Field("stream", &SetWord::stream),
-                                      Field("word", &SetWord::word),
-                                      Field("value", &SetWord::value)};
+  static constexpr auto Fields() {
+    return std::tuple{Field("stream", &SetWord::stream), Field("word", &SetWord::word),
+                      Field("value", &SetWord::value)};
+  }
 };
 
 // Counts a request in a stream's rate-control block: its word goes up by one.
@@ -74,8 +77,9 @@ struct CountRequest {
   using Answer = Done;
   int stream = 0;
   std::string word;
-  static constexpr std::tuple kFields{Field("stream", &CountRequest::stream),
-                                      Field("word", &CountRequest::word)};
+  static constexpr auto Fields() {
+    return std::tuple{Field("stream", &CountRequest::stream), Field("word", &CountRequest::word)};
+  }
 };
 
 }  // namespace tessel::link
